@@ -16,8 +16,8 @@ struct FileMappingEntry {
     uint32_t uninitialized;      // 1 = allocated, never written
 };
 
-// A file's extents in file order; copied by value. An empty table means that nothing of the file has
-// a place on the device yet. The members behind `entries` are the library's own.
+// A file's extents in file order; copied by value. An empty table means that nothing of the file
+// has a place on the device yet. The members behind `entries` are the library's own.
 struct FileMappingTable {
     std::vector<FileMappingEntry> entries;
     std::string path;

@@ -12,9 +12,10 @@ enum {
     FLASH_CACHE_UNPIN_RANGES = 0xFED0,    // argument: 512 UnpinRange entries, 8192 bytes
 };
 
-// The bitmap descriptor is the address of the bitmap's bytes in the caller's memory, in the caller's
-// pointer width, followed by their number as an unsigned 32-bit integer. Bit b of the bitmap (least
-// significant bit first) stands for sectors 128 * b to 128 * b + 127 of the cached device.
+// The bitmap descriptor is the address of the bitmap's bytes in the caller's memory, in the
+// caller's pointer width, followed by their number as an unsigned 32-bit integer. Bit b of the
+// bitmap (least significant bit first) stands for sectors 128 * b to 128 * b + 127 of the cached
+// device.
 
 // One released range. In a batch the first all-zero entry ends the list.
 struct UnpinRange {

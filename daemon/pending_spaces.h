@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: MIT
+// The storage spaces that are being changed and must be left alone meanwhile.
+//
+// A space is its mount path as a message gave it, compared byte for byte. The list is empty at
+// every start.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <vector>
+
+// Readers take no service mutex and run while the other thread changes the list, even while the
+// process exits. So a list is never changed: each change publishes a new one.
+class PendingSpaceList {
+  public:
+    using Spaces = std::vector<std::string>;  // in order of insertion
+
+    PendingSpaceList() = default;
+    ~PendingSpaceList() { Publish(nullptr); }
+    PendingSpaceList(const PendingSpaceList&) = delete;
+    PendingSpaceList& operator=(const PendingSpaceList&) = delete;
+
+    // Returns the list of now, or null when it is empty, which is nearly always and costs one load.
+    std::shared_ptr<const Spaces> Snapshot() const;
+
+    // Replaces the list. Writers exclude each other by the service mutex.
+    void Publish(std::shared_ptr<const Spaces> spaces);
+
+  private:
+    std::atomic<bool> hasSpaces_{false};
+    std::shared_ptr<const Spaces> spaces_;  // only by atomic_load and atomic_store
+};
+
+// Tells whether the space is pending. Takes no lock; the answer is advisory.
+bool ServiceIsSpacePending(const char* mountPath);
+
+// Adds a space. Takes the service mutex. Returns 0; or -1 when it is pending already, and then the
+// mutex stays locked: callers test first.
+int ServiceAddPendingSpaceAtomic(const char* mountPath);
+
+// Removes a space. Takes the service mutex. Returns 0, or -1 when it is not pending.
+int ServiceRemovePendingSpaceAtomic(const char* mountPath);

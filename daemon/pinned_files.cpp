@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: MIT
+#include "daemon/pinned_files.h"
+
+#include <stdio.h>
+
+#include <vector>
+
+#include "daemon/config_document.h"
+#include "daemon/request_data.h"
+#include "daemon/request_store.h"
+#include "util/log.h"
+
+namespace {
+
+void AddFile(Json::Value& files, const char* key, const FileInfo& info) {
+    if (files.isMember(key)) {
+        LogVerbose("No need to add file (%s) to pin file list", info.szRelativePath);
+        return;
+    }
+    LogVerbose("Add file (%s) to pin file list", info.szRelativePath);
+    files[key] = info.szRelativePath;
+}
+
+void RemoveFile(Json::Value& files, const char* key, const FileInfo& info) {
+    if (!files.isMember(key)) {
+        LogVerbose("No need to remove file (%s) from pin file list", info.szRelativePath);
+        return;
+    }
+    files.removeMember(key);
+    LogVerbose("Remove file (%s) from pin file list", info.szRelativePath);
+}
+
+}  // namespace
+
+int JsonUpdatePinFileInfo(Json::Value& document, const Request& request) {
+    char key[1024] = {};
+    std::vector<FileInfo> infos;
+
+    LogEnter();
+    LogVerbose("mount path = %s request = %s", request.mountPath, RequestToString(request).c_str());
+    if (request.type != kRequestPinFiles && request.type != kRequestUnpinFiles) {
+        LogVerbose("No need to update pin file list");
+        return 0;
+    }
+    Json::Value& volumes = document[kVolumesKey];
+    Json::Value& files = volumes[request.mountPath][kFilesKey];
+    if (RequestDataGetFileInfos(request.data, infos) != 0) {
+        LogError("Can't get file infos");
+        return -1;
+    }
+    for (const FileInfo& info : infos) {
+        snprintf(key, sizeof(key), "%lu", info.inodeNum);
+        if (request.type == kRequestPinFiles) {
+            AddFile(files, key, info);
+        } else {
+            RemoveFile(files, key, info);
+        }
+    }
+    if (files.empty()) {
+        LogVerbose("Remove volume (%s)", request.mountPath);
+        volumes.removeMember(request.mountPath);
+    }
+    LogLeave();
+    return 0;
+}

@@ -1,0 +1,145 @@
+// SPDX-License-Identifier: MIT
+#include "daemon/request_data.h"
+
+#include <ctype.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <algorithm>
+
+#include "util/file.h"
+#include "util/log.h"
+#include "util/scoped.h"
+
+namespace {
+
+constexpr char kSeparator[] = ";";
+constexpr size_t kListSize = 1024;
+constexpr size_t kPatternSize = 512;  // of the mount path, "/%s" and the terminator
+
+bool IsSpace(char c) {
+    return isspace(static_cast<unsigned char>(c)) != 0;
+}
+
+// Returns what a scan of the file path with the mount path, "/" and a text conversion converts, or
+// an empty text. Foreign text is no scanning pattern, so the rules are spelt out: the literal part
+// must match exactly, leading white space is skipped, the next ends the text.
+std::string ScanRelativePath(const char* mountPath, const char* filePath) {
+    size_t length = strlen(mountPath);
+
+    if (length + strlen("/%s") >= kPatternSize || strncmp(filePath, mountPath, length) != 0 ||
+        filePath[length] != '/') {
+        return "";
+    }
+    const char* begin = filePath + length + 1;
+    while (IsSpace(*begin)) {
+        ++begin;
+    }
+    const char* end = begin;
+    while (*end != '\0' && !IsSpace(*end)) {
+        ++end;
+    }
+    return {begin, std::min(end, begin + kListSize - 1)};
+}
+
+// Narrows what "%lu" converted to the 32 bits that it has on the target, where a number beyond them
+// becomes the largest.
+unsigned long ToTargetUnsignedLong(unsigned long value) {
+    uint64_t magnitude = std::min(value, 0UL - value);
+
+    return magnitude > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(value);
+}
+
+// Appends one entry behind `length` characters of the list and advances it. Returns 0, or -1.
+int AppendEntry(const char* mountPath, const char* path, char* list, size_t size, size_t& length) {
+    CString relativePath(FileGetRelativePathByMountPath(mountPath, path));
+    unsigned long inode = 0;
+
+    if (relativePath == nullptr) {
+        return -1;
+    }
+    if (FileGetInodeNumber(path, &inode) != 0) {
+        LogError("Cant' get inode number of file (%s)", path);
+        return -1;
+    }
+    LogVerbose("szFormat=%s pszRelativePath=%s szFileInodeList=%p size=%zu len=%d", "%s%s#%lu",
+               relativePath.get(), static_cast<void*>(list), size, static_cast<int>(length));
+    const char* separator = length == 0 ? "" : kSeparator;
+    int entryLength =
+        snprintf(list + length, size - length, "%s%s#%lu", separator, relativePath.get(), inode);
+    if (entryLength < 0 || static_cast<size_t>(entryLength) >= size - length) {
+        // A cut entry would name another file or inode.
+        list[length] = '\0';
+        LogError("File list is too long to store, file (%s) doesn't fit", path);
+        return -1;
+    }
+    length += static_cast<size_t>(entryLength);
+    return 0;
+}
+
+}  // namespace
+
+char* FileGetRelativePathByMountPath(const char* mountPath, const char* filePath) {
+    std::string text = ScanRelativePath(mountPath, filePath);
+    char* relativePath = nullptr;
+
+    if (text.empty()) {
+        LogError("Failed to Get relative path (Volume path=%s File path=%s", mountPath, filePath);
+    } else {
+        relativePath = strdup(text.c_str());
+    }
+    LogVerbose("Get relative path = %s (addr=%p)", relativePath, static_cast<void*>(relativePath));
+    return relativePath;
+}
+
+int AbsolutePathsToFileInodeList(const char* mountPath, const char* absolutePaths,
+                                 char* fileInodeList, size_t size) {
+    char paths[kListSize] = {};
+    char* position = nullptr;
+    size_t length = 0;
+
+    LogEnter();
+    snprintf(paths, sizeof(paths), "%s", absolutePaths);
+    for (char* path = strtok_r(paths, kSeparator, &position); path != nullptr;
+         path = strtok_r(nullptr, kSeparator, &position)) {
+        if (AppendEntry(mountPath, path, fileInodeList, size, length) != 0) {
+            return -1;
+        }
+    }
+    LogVerbose("Get relativePaths = %s", fileInodeList);
+    LogLeave();
+    return 0;
+}
+
+void StringSplit(const std::string& text, const char* delimiters,
+                 std::vector<std::string>& tokens) {
+    char copy[kListSize] = {};
+    char* position = nullptr;
+
+    tokens.clear();
+    snprintf(copy, sizeof(copy), "%s", text.c_str());
+    for (char* token = strtok_r(copy, delimiters, &position); token != nullptr;
+         token = strtok_r(nullptr, delimiters, &position)) {
+        tokens.emplace_back(token);
+    }
+}
+
+int RequestDataGetFileInfos(const char* data, std::vector<FileInfo>& infos) {
+    std::vector<std::string> entries;
+
+    StringSplit(data, kSeparator, entries);
+    LogEnter();
+    for (const std::string& entry : entries) {
+        FileInfo info = {};
+        if (sscanf(entry.c_str(), "%511[^#]#%lu", info.szRelativePath, &info.inodeNum) != 2) {
+            LogError("Parse file inode from string (%s) failed", entry.c_str());
+            return -1;
+        }
+        info.inodeNum = ToTargetUnsignedLong(info.inodeNum);
+        LogVerbose("info.szRelativePath=%s info.inodeNum=%lu", info.szRelativePath, info.inodeNum);
+        infos.push_back(info);
+    }
+    LogLeave();
+    return 0;
+}

@@ -1,0 +1,240 @@
+// SPDX-License-Identifier: MIT
+#include "daemon/request_store.h"
+
+#include <stdint.h>
+#include <stdio.h>
+
+#include "daemon/config_document.h"
+#include "daemon/pinned_files.h"
+#include "daemon/request_data.h"
+#include "daemon/service.h"
+#include "util/file.h"
+#include "util/json_file.h"
+#include "util/log.h"
+
+namespace {
+
+constexpr size_t kTextSize = 1024;
+constexpr int32_t kRequestNumModulus = 2147483646;
+
+// Returns the number of the next request and advances the counter. A counter edited to the largest
+// integer wraps as it does on the target.
+int32_t TakeRequestNumber(Json::Value& counter) {
+    if (counter.isNull()) {
+        counter = 1;
+        return 0;
+    }
+    int32_t number = counter.asInt();
+    auto next = static_cast<int32_t>(static_cast<uint32_t>(number) + 1U);
+    counter = next % kRequestNumModulus;
+    return number;
+}
+
+int SetRequestData(Json::Value& stored, const Request& request) {
+    char fileList[kTextSize] = {};
+
+    if (request.type != kRequestPinFiles && request.type != kRequestUnpinFiles) {
+        stored[kDataKey] = Json::Value();
+        return 0;
+    }
+    if (AbsolutePathsToFileInodeList(request.mountPath, request.data, fileList, sizeof(fileList)) !=
+        0) {
+        LogError("Get relative paths failed");
+        return -1;
+    }
+    stored[kDataKey] = fileList;
+    return 0;
+}
+
+// The part of ConfigAddRequest that the service mutex guards.
+int ReadAddAndWrite(const char* path, const Request& request) {
+    Json::Value document;
+    ServiceLock lock;
+
+    if (FileExists(path) != 0 && ConfigReadDocument(path, document) != 0) {
+        LogError("Can't read data from config file (%s)", path);
+        return -1;
+    }
+    if (JsonAddRequest(document, request) != 0) {
+        LogError("Can't add request to json");
+        return -1;
+    }
+    if (WriteJsonToFile(document, path) != 0) {
+        LogError("Can't write to files");
+        return -1;
+    }
+    return 0;
+}
+
+int ReadExisting(const char* path, Json::Value& document) {
+    if (FileExists(path) == 0) {
+        LogError("Can't find config file (%s)", path);
+        return -1;
+    }
+    if (ConfigReadDocument(path, document) != 0) {
+        LogError("Can't read data from config file (%s)", path);
+        return -1;
+    }
+    return 0;
+}
+
+int RemoveAndWrite(const char* path, Json::Value& document, const std::string& number) {
+    if (JsonRemoveRequest(document, number) != 0) {
+        LogError("Can't remove request");
+        return -1;
+    }
+    if (WriteJsonToFile(document, path) != 0) {
+        LogError("Write json data to config (%s) failed", path);
+        return -1;
+    }
+    return 0;
+}
+
+// The part of ConfigUpdatedByFinishedRequest that the service mutex guards.
+int ReadFinishAndWrite(const char* path, const Request& request, const std::string& number) {
+    Json::Value document;
+    ServiceLock lock;
+
+    if (ReadExisting(path, document) != 0) {
+        return -1;
+    }
+    if (JsonUpdatePinFileInfo(document, request) != 0) {
+        LogError("Can't update pin file list");
+        return -1;
+    }
+    return RemoveAndWrite(path, document, number);
+}
+
+}  // namespace
+
+int ConfigAddRequest(const char* path, const Request& request) {
+    LogEnter();
+    int result = ReadAddAndWrite(path, request);
+    LogLeave();
+    return result;
+}
+
+int ConfigUpdatedByFinishedRequest(const char* path, const Request& request,
+                                   const std::string& number) {
+    LogEnter();
+    int result = ReadFinishAndWrite(path, request, number);
+    LogLeave();
+    return result;
+}
+
+int ConfigDropErrorRequest(const char* path, const Request& request, const std::string& number) {
+    Json::Value document;
+    ServiceLock lock;
+
+    if (ReadExisting(path, document) != 0) {
+        return -1;
+    }
+    if (request.type == kRequestUnpinFiles) {
+        LogError("Remove pinned files from the config file if possible");
+        JsonUpdatePinFileInfo(document, request);
+    }
+    return RemoveAndWrite(path, document, number);
+}
+
+int JsonAddRequest(Json::Value& document, const Request& request) {
+    char number[kTextSize] = {};
+    // References into an object stay valid while members are added to it.
+    Json::Value& counter = document[kNextRequestNumKey];
+    Json::Value& queue = document[kRequestQueueKey];
+
+    LogEnter();
+    snprintf(number, sizeof(number), "%d", TakeRequestNumber(counter));
+
+    // Asked of whether there is a queue, not of the queue, so that no number is ever rejected.
+    Json::Value hasQueue(document.isMember(kRequestQueueKey));
+    if (JsonArrayHasString(hasQueue, number) != 0) {
+        LogError("Should not find the element");
+        return -1;
+    }
+    queue.append(number);
+
+    const char* type = RequestTypeToString(request.type);
+    if (type == nullptr) {
+        return -1;  // no name to store it under
+    }
+    Json::Value& stored = document[kRequestsKey][number];
+    stored[kTypeKey] = type;
+    stored[kMountPathKey] = request.mountPath;
+    if (SetRequestData(stored, request) != 0) {
+        return -1;
+    }
+    LogVerbose("After request is added: jsConf:%s", document.toStyledString().c_str());
+    return 0;
+}
+
+int JsonRemoveRequest(Json::Value& document, const std::string& number) {
+    Json::Value removed;
+
+    LogEnter();
+    LogVerbose("Remove request num = %s", number.c_str());
+    Json::Value& queue = document[kRequestQueueKey];
+    if (queue.isNull()) {
+        LogError("Can't read request queue");
+        return -1;
+    }
+    if (JsonArrayRemoveString(queue, number) != 0) {
+        LogError("Can't remove request num (%s) from request queue", number.c_str());
+        return -1;
+    }
+    Json::Value& requests = document[kRequestsKey];
+    if (!requests.isMember(number)) {
+        LogError("Can't find request number (%s) in config", number.c_str());
+        return -1;
+    }
+    requests.removeMember(number, &removed);
+    if (removed.isNull()) {
+        LogError("Remove request (%s) from requests failed", number.c_str());
+        return -1;
+    }
+    LogLeave();
+    return 0;
+}
+
+int JsonArrayRemoveString(Json::Value& array, const std::string& text) {
+    Json::Value kept;
+    int count = 0;
+
+    for (const Json::Value& element : array) {
+        std::string elementText = element.asString();
+        if (elementText == text) {
+            ++count;
+        } else {
+            kept.append(elementText);
+        }
+    }
+    if (count != 1) {
+        LogError("Remove string error, count =%d", count);
+        return -1;
+    }
+    array = kept;
+    return 0;
+}
+
+int JsonArrayHasString(const Json::Value& array, const char* text) {
+    if (!array.isArray()) {
+        return 0;
+    }
+    for (const Json::Value& element : array) {
+        if (element.asString() == text) {
+            return 1;
+        }
+    }
+    return 0;
+}
+
+std::string RequestToString(const Request& request) {
+    char text[kTextSize] = {};
+    int length = snprintf(text, sizeof(text), "Request type=%s mountPath=%s data=%s",
+                          RequestTypeToString(request.type), request.mountPath, request.data);
+
+    // Exactly full, and only that, is traced.
+    if (length == static_cast<int>(sizeof(text))) {
+        LogVerbose("String is full");
+    }
+    return text;
+}

@@ -1,0 +1,204 @@
+// SPDX-License-Identifier: MIT
+#include "daemon/worker.h"
+
+#include <errno.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <vector>
+
+#include "daemon/cache_warming.h"
+#include "daemon/pin_request.h"
+#include "daemon/request_choice.h"
+#include "daemon/request_data.h"
+#include "daemon/request_result.h"
+#include "daemon/request_store.h"
+#include "daemon/service.h"
+#include "daemon/unpin_request.h"
+#include "util/log.h"
+#include "util/pin_bitmap.h"
+#include "util/scoped.h"
+#include "util/space.h"
+
+namespace {
+
+constexpr unsigned kPauseSeconds = 1;
+
+struct BitmapDeleter {
+    void operator()(PinBitmap* bitmap) const { BitmapFree(bitmap); }
+};
+
+// What one request works on. A destructor would release in another order and keep silent about a
+// bitmap that never came to be, so the release is a step of its own.
+struct RequestResources {
+    CString uuid;
+    CString cachePath;
+    CString bitmapPath;
+    PinBitmap* bitmap = nullptr;
+    bool ownsBitmap = true;  // false once a failed load has released the record itself
+    std::vector<FileInfo> infos;
+};
+
+bool HasFiles(const Request& request) {
+    return request.type == kRequestPinFiles || request.type == kRequestUnpinFiles;
+}
+
+int LoadBitmap(RequestResources& resources) {
+    uint8_t sizeChanged = 0;  // reported by the log only
+
+    if (BitmapMemAllocateAndInit(resources.uuid.get(), &resources.bitmap, &sizeChanged) != 0) {
+        resources.ownsBitmap = errno == ENODEV || resources.bitmap == nullptr;
+        LogError("Allocate bitmap failed");
+        return -1;
+    }
+    return 0;
+}
+
+int SetUp(const Request& request, RequestResources& resources) {
+    resources.uuid.reset(SpaceGetUUID(request.mountPath));
+    if (resources.uuid == nullptr) {
+        LogError("Can't get space uuid");
+        return -1;
+    }
+    resources.cachePath.reset(SpaceGetCachePath(resources.uuid.get()));
+    if (resources.cachePath == nullptr) {
+        LogError("Can't get cache path");
+        return -1;
+    }
+    resources.bitmapPath.reset(SpaceGetBitmapPath(resources.uuid.get()));
+    if (resources.bitmapPath == nullptr) {
+        LogError("Can't get bitmap path");
+        return -1;
+    }
+    return LoadBitmap(resources);
+}
+
+void Release(RequestResources& resources) {
+    if (resources.ownsBitmap) {
+        BitmapFree(resources.bitmap);
+    }
+    resources.bitmapPath.reset();
+    resources.cachePath.reset();
+    resources.uuid.reset();
+    resources.infos.clear();
+}
+
+int HandlePinOrUnpin(const Request& request, RequestResources& resources) {
+    if (RequestDataGetFileInfos(request.data, resources.infos) != 0) {
+        LogError("Can't parse file inodes from request's data (%s)", request.data);
+        return kRequestFailed;
+    }
+    auto handle = request.type == kRequestPinFiles ? HandlePinRequest : HandleUnpinRequest;
+    return handle(resources.infos, resources.bitmap, request.mountPath, resources.cachePath.get(),
+                  resources.bitmapPath.get());
+}
+
+// Returns what the request's type makes of it, with its line in the log.
+int Dispatch(const Request& request, RequestResources& resources) {
+    int result = HasFiles(request)
+                     ? HandlePinOrUnpin(request, resources)
+                     : ReloadPinBlocksToCache(resources.bitmap, resources.cachePath.get(),
+                                              request.mountPath);
+
+    if (result == kRequestFailed) {
+        LogError("Handle request failed");
+        return kRequestFailed;
+    }
+    if (result == kRequestInterrupted) {
+        LogVerbose("Get Interruped");
+        return kRequestInterrupted;
+    }
+    return kRequestDone;
+}
+
+void ReportDone(const Request& request) {
+    const char* type = RequestTypeToString(request.type);
+
+    if (HasFiles(request)) {
+        LogNotice("Handle request (type=%s files=%s) OK ", type, request.data);
+    } else {
+        LogNotice("Handle request (type=%s) OK ", type);
+    }
+}
+
+void RunChosenRequest(const char* configPath, const Request& request, const std::string& number) {
+    int result = HandleRequestAndModifyConfig(configPath, request, number);
+
+    if (result == kRequestFailed) {
+        return;  // no pause after a dropped request
+    }
+    if (result == kRequestInterrupted) {
+        LogNotice("Handle request (%s). Get interrupted !", number.c_str());
+    } else {
+        ReportDone(request);
+    }
+    sleep(kPauseSeconds);
+}
+
+}  // namespace
+
+void* DoRequests(void* options) {
+    const char* configPath = static_cast<ServiceOptions*>(options)->configPath;
+    Request request;
+    std::string number;
+
+    LogEnter();
+    for (;;) {
+        request = {};
+        int choice = ConfigParseAndGetNextAvailableRequest(configPath, request, number);
+        if (choice == kChoiceError) {
+            break;
+        }
+        if (choice == kChoiceRequest) {
+            RunChosenRequest(configPath, request, number);
+        } else {
+            sleep(kPauseSeconds);
+        }
+    }
+    LogError("Get request error");
+    LogLeave();
+    pthread_exit(nullptr);
+}
+
+int HandleRequestAndModifyConfig(const char* configPath, const Request& request,
+                                 const std::string& number) {
+    const char* type = RequestTypeToString(request.type);
+
+    LogEnter();
+    LogVerbose("Handle request (num = %s)", number.c_str());
+    int result = HandleRequest(request);
+    if (result == kRequestFailed) {
+        LogError("Handle request error (num = %s, type = %s), drop it.", number.c_str(), type);
+        if (ConfigDropErrorRequest(configPath, request, number) != 0) {
+            LogError("Can't drop request");
+        }
+    } else if (result == kRequestInterrupted) {
+        LogVerbose("Handle request interruped (num = %s, type = %s)", number.c_str(), type);
+        return kRequestInterrupted;
+    } else if (result == kRequestDone) {
+        if (ConfigUpdatedByFinishedRequest(configPath, request, number) != 0) {
+            LogError("Can't remove request (%s) from config file", number.c_str());
+        }
+    } else {
+        result = kRequestDone;
+    }
+    LogLeave();
+    return result;
+}
+
+int HandleRequest(const Request& request) {
+    RequestResources resources;
+
+    LogEnter();
+    if (!HasFiles(request) && request.type != kRequestReloadPinBlocks) {
+        LogError("Get unhandle request (%s)", RequestTypeToString(request.type));
+        return kRequestFailed;
+    }
+    int result = kRequestFailed;
+    if (SetUp(request, resources) == 0) {
+        result = Dispatch(request, resources);
+    }
+    Release(resources);
+    LogLeave();
+    return result;
+}
