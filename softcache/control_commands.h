@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: MIT
+// The commands of the `control` file, one a line:
+//
+//   refuse-control N            the N-th control request from now fails with EIO (1 = the next)
+//   fail-read OFFSET LENGTH     reads of the device that touch these bytes fail with EIO
+//   delay-read MS               every read of the device waits MS milliseconds first (0 = no
+//   longer) clear-faults                undoes the three above reset-counters counters, released
+//   ranges and requests start again from nothing support-pin 0|1             the registry entry's
+//   supportPin state N                     the registry entry's state
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
+#include "softcache/served_cache.h"
+
+namespace softcache {
+
+enum class ControlVerb {
+    kRefuseControl,
+    kFailRead,
+    kDelayRead,
+    kClearFaults,
+    kResetCounters,
+    kSupportPin,
+    kState,
+};
+
+struct ControlCommand {
+    ControlVerb verb;
+    uint64_t numbers[2];  // as many as the verb takes, the rest 0
+};
+
+// Parses lines of commands; empty lines count for nothing, the last line may lack its line end.
+// Returns false, with `commands` untouched, when any of them is not a command.
+bool ParseControlText(const std::string& text, std::vector<ControlCommand>& commands);
+
+// Carries a command out. Returns 0, or -errno when the registry entry cannot be rewritten.
+int ApplyControlCommand(const ControlCommand& command, ServedCache& served);
+
+// What a write of `text` to the file answers: 0; -EINVAL, and nothing is done, when a line of it is
+// no command; -errno of the first command that fails, and nothing after it is done.
+int RunControlText(const std::string& text, ServedCache& served);
+
+}  // namespace softcache

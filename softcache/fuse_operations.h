@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+// The FUSE requests of the mount, each answered from a ServedCache.
+#pragma once
+
+#define FUSE_USE_VERSION 312
+#include <fuse3/fuse_lowlevel.h>
+
+#include <functional>
+
+#include "softcache/served_cache.h"
+
+namespace softcache {
+
+// The session's user data.
+struct FuseContext {
+    ServedCache& served;
+    std::function<void()> onServing;  // called once, when the kernel has started the connection
+};
+
+const fuse_lowlevel_ops& FuseOperations();
+
+}  // namespace softcache

@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: MIT
+#include "softcache/options.h"
+
+#include <stdio.h>
+
+#include <CLI/CLI.hpp>
+
+#include "softcache/registry.h"
+#include "softcache/storage.h"
+
+namespace softcache {
+
+static CLI::Validator SizeValidator() {
+    const auto check = [](const std::string& text) {
+        uint64_t bytes = 0;
+        return ParseSize(text, bytes) ? std::string() : "'" + text + "' is no size";
+    };
+    return CLI::Validator(check, "SIZE");
+}
+
+std::optional<int> ParseOptions(int argc, char** argv, Options& options) {
+    CLI::App app("A flash cache in user space: presents a cached device as a file in a FUSE mount.",
+                 "quorsoftcache");
+    std::string ssdSize;
+    bool noPin = false;
+    options.registryDirectory = DefaultRegistryDirectory();
+    app.add_option("--name", options.name, "Name of the cache and of its registry entry")
+        ->required();
+    app.add_option("--backing", options.backing, "File or block device to cache")->required();
+    app.add_option("--ssd", options.ssd, "File or block device that holds the cached units")
+        ->required();
+    app.add_option("--ssd-size", ssdSize, "Size of the cache: bytes, or with K, M, G, T")
+        ->required()
+        ->type_name("")
+        ->check(SizeValidator());
+    app.add_option("--mount", options.mountPoint, "Directory to mount on")->required();
+    app.add_option("--registry", options.registryDirectory, "Registry directory")
+        ->capture_default_str();
+    app.add_option("--state", options.state, "State told by the registry entry, 1 = serving")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+    app.add_flag("--no-pin", noPin, "Let the registry entry say that pinning is not supported");
+    app.set_version_flag("--version", "quorsoftcache " QUOR_VERSION);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& asked) {  // --help, --version
+        return app.exit(asked);
+    } catch (const CLI::ParseError& error) {
+        fprintf(stderr, "quorsoftcache: %s\n", error.what());
+        return 2;
+    }
+    ParseSize(ssdSize, options.ssdSize);
+    options.supportPin = !noPin;
+    return std::nullopt;
+}
+
+}  // namespace softcache

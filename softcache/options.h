@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+// The command line of quorsoftcache.
+#pragma once
+
+#include <stdint.h>
+
+#include <optional>
+#include <string>
+
+namespace softcache {
+
+struct Options {
+    std::string name;
+    std::string backing;
+    std::string ssd;
+    std::string mountPoint;
+    std::string registryDirectory;
+    uint64_t ssdSize = 0;  // bytes
+    int32_t state = 1;
+    bool supportPin = true;
+};
+
+// Parses the command line. Returns the exit status when there is nothing to serve: 0 after --help
+// and
+// --version, 2 after an error, which has been told.
+std::optional<int> ParseOptions(int argc, char** argv, Options& options);
+
+}  // namespace softcache

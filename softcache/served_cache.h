@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: MIT
+// One cache with everything that is served of it: the record that the files of the mount work on.
+#pragma once
+
+#include <stdint.h>
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "softcache/block_cache.h"
+#include "softcache/control_record.h"
+#include "softcache/faults.h"
+#include "softcache/registry.h"
+
+namespace softcache {
+
+struct ServedCache {
+    ServedCache(int backing, int ssd, uint64_t deviceSize, uint32_t slots, std::string pinStorePath,
+                std::string registryDirectory, RegistryRecord registryRecord);
+
+    // Puts the pin bitmap of the last run in force again. Returns an empty text, or why it is not.
+    std::string RestorePins();
+
+    // Puts a bitmap in force: on disk first, then in the cache. Returns 0, or -errno with the old
+    // one in force.
+    int ApplyPins(const std::vector<uint8_t>& bitmap);
+
+    BlockCache cache;
+    Faults faults;
+    ControlRecord record;
+    RegistryEntry registry;
+    const std::string pinStorePath;
+    std::mutex controlMutex;  // held while a control request is answered, never while its caller's
+                              // memory is read
+};
+
+// The text of stats.json.
+std::string StatsText(const ServedCache& served);
+
+}  // namespace softcache

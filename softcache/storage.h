@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: MIT
+// The two files a cache stands on, and the directory it is mounted on: checked and opened.
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+
+#include "softcache/file_io.h"
+
+namespace softcache {
+
+// A size in bytes: digits and at most one of K, M, G, T (powers of 1024). False for anything else
+// and for what does not fit into 64 bits.
+bool ParseSize(const std::string& text, uint64_t& bytes);
+
+// An empty text, or why the SSD cannot have this size: whole units, at least one.
+std::string WhyNotCacheSize(uint64_t bytes);
+
+// All three return an empty text, or one line that names the object and what is wrong with it; then
+// nothing is stored.
+
+// Opens the backing, a regular file or a block device, for this process alone.
+std::string OpenBacking(const std::string& path, OwnedFd& backing, uint64_t& deviceSize);
+
+// Opens the SSD for this process alone: a regular file, made when it is missing and brought to
+// `size` with its space allocated (where its file system can), or a block device of at least that
+// size. What it holds is of no interest and is lost.
+std::string OpenSsd(const std::string& path, uint64_t size, OwnedFd& ssd);
+
+// Checks that a directory can be mounted on, and stores its absolute path, free of links.
+std::string CheckMountPoint(const std::string& path, std::string& absolute);
+
+// The absolute path of an existing file, free of links; the path itself when that fails.
+std::string AbsolutePath(const std::string& path);
+
+}  // namespace softcache
