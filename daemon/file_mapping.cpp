@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <libgen.h>
+#include <stdint.h>
 #include <stdio.h>
 #include <unistd.h>
 
@@ -110,14 +111,18 @@ FileSystemDevice* CreateFileSystemDeviceByFilePath(const std::string& path) {
 
 int FileSimulateGetMappingFailed(const std::string& filePath) {
     std::string content;
+    uint64_t size = 0;
 
     if (FileExists(kDebugSettingsPath) == 0 || FileReadString(kDebugSettingsPath, content) != 0) {
         return 0;
     }
+    // The path must be all that the file holds: a second line, also an empty one, makes it another
+    // file's.
+    bool whole = FileGetSizeByte(kDebugSettingsPath, &size) == 0 && size == content.size();
     if (!content.empty() && content.back() == '\n') {
         content.pop_back();
     }
-    int result = content == filePath ? 1 : 0;
+    int result = whole && content == filePath ? 1 : 0;
     LogDebug("Simulate error file=%s failed failed=%s ret=%d", filePath.c_str(), content.c_str(),
              result);
     return result;

@@ -22,6 +22,13 @@ bool IsSpace(char c) {
     return isspace(static_cast<unsigned char>(c)) != 0;
 }
 
+const char* SkipSpace(const char* text) {
+    while (IsSpace(*text)) {
+        ++text;
+    }
+    return text;
+}
+
 // Returns what a scan of the file path with the mount path, "/" and a text conversion converts, or
 // an empty text. Foreign text is no scanning pattern, so the rules are spelt out: the literal part
 // must match exactly, leading white space is skipped, the next ends the text.
@@ -32,10 +39,7 @@ std::string ScanRelativePath(const char* mountPath, const char* filePath) {
         filePath[length] != '/') {
         return "";
     }
-    const char* begin = filePath + length + 1;
-    while (IsSpace(*begin)) {
-        ++begin;
-    }
+    const char* begin = SkipSpace(filePath + length + 1);
     const char* end = begin;
     while (*end != '\0' && !IsSpace(*end)) {
         ++end;
@@ -43,12 +47,24 @@ std::string ScanRelativePath(const char* mountPath, const char* filePath) {
     return {begin, std::min(end, begin + kListSize - 1)};
 }
 
-// Narrows what "%lu" converted to the 32 bits that it has on the target, where a number beyond them
-// becomes the largest.
-unsigned long ToTargetUnsignedLong(unsigned long value) {
-    uint64_t magnitude = std::min(value, 0UL - value);
+// Narrows what "%lu" converted from the text to the 32 bits that it has on the target, where a
+// number beyond them, be it negative or not, becomes the largest.
+unsigned long ToTargetUnsignedLong(const char* text, unsigned long value) {
+    uint64_t magnitude = *SkipSpace(text) == '-' ? 0UL - value : value;
 
     return magnitude > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(value);
+}
+
+// Scans one entry. Returns 0, or -1 when it is malformed.
+int ParseEntry(const std::string& entry, FileInfo& info) {
+    int numberStart = 0;
+
+    if (sscanf(entry.c_str(), "%511[^#]#%n%lu", info.szRelativePath, &numberStart,
+               &info.inodeNum) != 2) {
+        return -1;
+    }
+    info.inodeNum = ToTargetUnsignedLong(entry.c_str() + numberStart, info.inodeNum);
+    return 0;
 }
 
 // Appends one entry behind `length` characters of the list and advances it. Returns 0, or -1.
@@ -127,19 +143,20 @@ void StringSplit(const std::string& text, const char* delimiters,
 
 int RequestDataGetFileInfos(const char* data, std::vector<FileInfo>& infos) {
     std::vector<std::string> entries;
+    int result = 0;
 
     StringSplit(data, kSeparator, entries);
     LogEnter();
     for (const std::string& entry : entries) {
         FileInfo info = {};
-        if (sscanf(entry.c_str(), "%511[^#]#%lu", info.szRelativePath, &info.inodeNum) != 2) {
+        if (ParseEntry(entry, info) != 0) {
             LogError("Parse file inode from string (%s) failed", entry.c_str());
-            return -1;
+            result = -1;
+            break;
         }
-        info.inodeNum = ToTargetUnsignedLong(info.inodeNum);
         LogVerbose("info.szRelativePath=%s info.inodeNum=%lu", info.szRelativePath, info.inodeNum);
         infos.push_back(info);
     }
     LogLeave();
-    return 0;
+    return result;
 }

@@ -83,23 +83,24 @@ void Release(RequestResources& resources) {
     resources.infos.clear();
 }
 
-int HandlePinOrUnpin(const Request& request, RequestResources& resources) {
-    if (RequestDataGetFileInfos(request.data, resources.infos) != 0) {
-        LogError("Can't parse file inodes from request's data (%s)", request.data);
-        return kRequestFailed;
+int CallHandler(const Request& request, RequestResources& resources) {
+    if (!HasFiles(request)) {
+        return ReloadPinBlocksToCache(resources.bitmap, resources.cachePath.get(),
+                                      request.mountPath);
     }
     auto handle = request.type == kRequestPinFiles ? HandlePinRequest : HandleUnpinRequest;
     return handle(resources.infos, resources.bitmap, request.mountPath, resources.cachePath.get(),
                   resources.bitmapPath.get());
 }
 
-// Returns what the request's type makes of it, with its line in the log.
+// Returns what the request's type makes of it. Only a handler's failure has the line for it: data
+// that cannot be parsed never reaches one.
 int Dispatch(const Request& request, RequestResources& resources) {
-    int result = HasFiles(request)
-                     ? HandlePinOrUnpin(request, resources)
-                     : ReloadPinBlocksToCache(resources.bitmap, resources.cachePath.get(),
-                                              request.mountPath);
-
+    if (HasFiles(request) && RequestDataGetFileInfos(request.data, resources.infos) != 0) {
+        LogError("Can't parse file inodes from request's data (%s)", request.data);
+        return kRequestFailed;
+    }
+    int result = CallHandler(request, resources);
     if (result == kRequestFailed) {
         LogError("Handle request failed");
         return kRequestFailed;
