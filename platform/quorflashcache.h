@@ -26,7 +26,10 @@ struct UnpinRange {
 constexpr size_t kUnpinBatchEntries = 512;
 constexpr size_t kUnpinBatchBytes = kUnpinBatchEntries * sizeof(UnpinRange);
 
+static_assert(FLASH_CACHE_SET_PIN_BITMAP == (0xFE << 8 | 0xCF), "type 0xFE, number 0xCF");
+static_assert(FLASH_CACHE_UNPIN_RANGES == (0xFE << 8 | 0xD0), "type 0xFE, number 0xD0");
 static_assert(sizeof(UnpinRange) == 16, "UnpinRange: two 64-bit words");
+static_assert(offsetof(UnpinRange, numSectors) == 8, "UnpinRange::numSectors");
 static_assert(kUnpinBatchBytes == 8192, "an unpin batch is 8192 bytes");
 
 extern "C" {

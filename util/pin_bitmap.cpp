@@ -18,6 +18,11 @@
 
 namespace {
 
+#if UINTPTR_MAX == UINT32_MAX
+static_assert(BLKGETSIZE64 == 0x80041272, "the device size request of a 32-bit caller");
+#endif
+static_assert(sizeof(off_t) == 8, "files and devices are larger than 2 GiB");
+
 constexpr unsigned kDeviceToBitmapShift = 19;  // 8 bits of 64 KiB to a byte
 constexpr uint64_t kFilePieceBytes = 4096;
 constexpr int kFileMode = 0644;
