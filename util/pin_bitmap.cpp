@@ -31,7 +31,9 @@ constexpr int kOperationSet = 1;
 int AllocateData(PinBitmap* bitmap, uint64_t size) {
     // One byte at least, so that an empty bitmap is not taken for a failed allocation.
     bitmap->data =
-        size > UINT32_MAX ? nullptr : static_cast<uint8_t*>(calloc(std::max<size_t>(size, 1), 1));
+        size > UINT32_MAX
+            ? nullptr
+            : static_cast<uint8_t*>(calloc(std::max(static_cast<size_t>(size), size_t{1}), 1));
     if (bitmap->data == nullptr) {
         LogError("Can't allocate bitmap memory");
         return -1;
