@@ -1,0 +1,44 @@
+# SPDX-License-Identifier: MIT
+"""Loop devices that the kernel detaches by itself when their last user has gone."""
+import contextlib
+import errno
+import fcntl
+import os
+import struct
+
+from lab import namespaces
+
+_GET_FREE, _CONFIGURE = 0x4C82, 0x4C0A
+_AUTOCLEAR = 4
+# struct loop_config: file descriptor, block size, struct loop_info64 (232 bytes), 8 reserved words
+_CONFIG = struct.Struct("=II 5Q 4I 64s 64s 32s 2Q 8Q")
+
+
+@contextlib.contextmanager
+def attached(path):
+    """A loop device on the file `path`, as a `with` gives it: the path of its node.
+
+    The device stays attached for as long as anything, such as a mount made within the `with`, uses it.
+    Numbers are the whole machine's: another environment may take the free one first, so it is tried again.
+    """
+    backing = os.open(path, os.O_RDWR)
+    device = -1
+    try:
+        while device < 0:
+            with open("/dev/loop-control", "rb") as control:
+                node = namespaces.loop_node(fcntl.ioctl(control, _GET_FREE))
+            device = os.open(node, os.O_RDWR)
+            name = os.fsencode(path)[-63:]
+            config = _CONFIG.pack(backing, 0, *[0] * 8, _AUTOCLEAR, name, b"", b"", *[0] * 10)
+            try:
+                fcntl.ioctl(device, _CONFIGURE, config)
+            except OSError as error:
+                os.close(device)
+                device = -1
+                if error.errno != errno.EBUSY:
+                    raise
+        yield node
+    finally:
+        if device >= 0:
+            os.close(device)
+        os.close(backing)
