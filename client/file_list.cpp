@@ -1,0 +1,191 @@
+// SPDX-License-Identifier: MIT
+#include "client/file_list.h"
+
+#include <errno.h>
+#include <fts.h>
+#include <glob.h>
+#include <string.h>
+
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <set>
+
+#include "client/output.h"
+#include "util/scoped.h"
+#include "util/space.h"
+
+namespace {
+
+struct FtsCloser {
+    void operator()(FTS* walk) const { fts_close(walk); }
+};
+
+// What the walk below one directory passed over.
+struct PassedOver {
+    size_t empty = 0;
+    size_t others = 0;  // no regular files
+    size_t mounts = 0;  // directories on other file systems
+};
+
+class Collector {
+  public:
+    Collector(const FileListOptions& options, const std::vector<Volume>& volumes, FileList& list)
+        : options_(options), volumes_(volumes), list_(list) {}
+
+    void TakeArgument(const std::string& path);
+    void TakePattern(const std::string& pattern);
+    bool TakeList(const std::string& path, std::string& why);
+
+  private:
+    void TakeFile(const std::string& path, bool named);
+    void Walk(const std::string& directory);
+    void TakeFound(const FTSENT& entry, PassedOver& passed);
+    void Note(const std::string& directory, const PassedOver& passed);
+
+    const FileListOptions& options_;
+    const std::vector<Volume>& volumes_;
+    FileList& list_;
+    std::set<std::string> seen_;
+};
+
+// The service's own file is taken only when it is named.
+bool IsBitmapFile(const FileRef& file) {
+    const CString bitmap(BitmapPathByDirectory(file.volume->mountPath.c_str()));
+    return bitmap && PathInRequest(file.volume->mountPath, file.relative) == bitmap.get();
+}
+
+void Collector::TakeFile(const std::string& path, bool named) {
+    FileRef file = {};
+    std::string why;
+    if (!ExamineFile(path, volumes_, file, why)) {
+        list_.refusals.push_back({path, why});
+    } else if (file.size == 0 && !options_.takeEmpty) {
+        list_.refusals.push_back({path,
+                                  "is empty: the service would wait a minute for its blocks and "
+                                  "then drop the whole request"});
+    } else if ((named || !IsBitmapFile(file)) && seen_.insert(file.path).second) {
+        list_.files.push_back(file);
+    }
+}
+
+void Collector::TakeArgument(const std::string& path) {
+    struct stat status = {};
+    if (options_.recursive && lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
+        Walk(path);
+    } else {
+        TakeFile(path, true);
+    }
+}
+
+void Collector::TakePattern(const std::string& pattern) {
+    glob_t found = {};
+    const int result = glob(pattern.c_str(), GLOB_BRACE, nullptr, &found);
+    const std::unique_ptr<glob_t, decltype(&globfree)> release(&found, globfree);
+    if (result == GLOB_NOMATCH) {
+        list_.refusals.push_back({pattern, "matches nothing"});
+    } else if (result != 0) {
+        list_.refusals.push_back({pattern, "cannot be expanded"});
+    }
+    for (size_t i = 0; result == 0 && i < found.gl_pathc; ++i) {
+        TakeArgument(found.gl_pathv[i]);
+    }
+}
+
+bool Collector::TakeList(const std::string& path, std::string& why) {
+    std::ifstream file;
+    if (path != "-") {
+        file.open(path);
+        if (!file.is_open()) {
+            why = "list " + Printable(path) + ": " + strerror(errno);
+            return false;
+        }
+    }
+    std::istream& stream = path == "-" ? std::cin : file;
+    std::string line;
+    while (std::getline(stream, line, options_.nulSeparated ? '\0' : '\n')) {
+        if (!line.empty()) {
+            TakeArgument(line);
+        }
+    }
+    if (stream.bad()) {
+        why = "list " + Printable(path) + " cannot be read";
+        return false;
+    }
+    return true;
+}
+
+void Collector::TakeFound(const FTSENT& entry, PassedOver& passed) {
+    if (entry.fts_info == FTS_DNR || entry.fts_info == FTS_ERR || entry.fts_info == FTS_NS) {
+        list_.refusals.push_back({entry.fts_path, strerror(entry.fts_errno)});
+        return;
+    }
+    if (entry.fts_info != FTS_F || !S_ISREG(entry.fts_statp->st_mode)) {
+        ++passed.others;
+    } else if (entry.fts_statp->st_size == 0 && !options_.takeEmpty) {
+        ++passed.empty;
+    } else {
+        TakeFile(entry.fts_path, false);
+    }
+}
+
+void Collector::Walk(const std::string& directory) {
+    std::string root = directory;
+    char* const roots[] = {root.data(), nullptr};
+    const auto byName = [](const FTSENT** left, const FTSENT** right) {
+        return strcmp((*left)->fts_name, (*right)->fts_name);
+    };
+    const std::unique_ptr<FTS, FtsCloser> walk(fts_open(roots, FTS_PHYSICAL | FTS_NOCHDIR, byName));
+    if (!walk) {
+        list_.refusals.push_back({directory, strerror(errno)});
+        return;
+    }
+    PassedOver passed;
+    dev_t device = 0;
+    while (FTSENT* const entry = fts_read(walk.get())) {
+        if (entry->fts_level == 0 && entry->fts_info == FTS_D) {
+            device = entry->fts_statp->st_dev;
+        } else if (entry->fts_info == FTS_D && entry->fts_statp->st_dev != device) {
+            fts_set(walk.get(), entry, FTS_SKIP);
+            ++passed.mounts;
+        } else if (entry->fts_info != FTS_D && entry->fts_info != FTS_DP) {
+            TakeFound(*entry, passed);
+        }
+    }
+    Note(directory, passed);
+}
+
+void Collector::Note(const std::string& directory, const PassedOver& passed) {
+    std::string text;
+    const auto add = [&text](size_t count, const char* one, const char* many) {
+        if (count > 0) {
+            text += (text.empty() ? "" : ", ") + Counted(count, one, many);
+        }
+    };
+    add(passed.empty, "empty file", "empty files");
+    add(passed.others, "entry that is no regular file", "entries that are no regular files");
+    add(passed.mounts, "directory on another file system", "directories on other file systems");
+    if (!text.empty()) {
+        list_.notes.push_back("passed over below " + Printable(directory) + ": " + text);
+    }
+}
+
+}  // namespace
+
+bool CollectFiles(const FileListOptions& options, const std::vector<Volume>& volumes,
+                  FileList& list, std::string& why) {
+    Collector collector(options, volumes, list);
+    for (const std::string& path : options.paths) {
+        if (options.patterns) {
+            collector.TakePattern(path);
+        } else {
+            collector.TakeArgument(path);
+        }
+    }
+    for (const std::string& path : options.lists) {
+        if (!collector.TakeList(path, why)) {
+            return false;
+        }
+    }
+    return true;
+}

@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: MIT
+// The verbs. Each does what its help says and returns the exit status.
+#pragma once
+
+#include "client/options.h"
+
+int PinVerb(const FileVerbOptions& options);
+int UnpinVerb(const FileVerbOptions& options);
+
+int ReloadVerb(const VolumeVerbOptions& options);
+int PendVerb(const VolumeVerbOptions& options);
+int ReleaseVerb(const VolumeVerbOptions& options);
