@@ -12,7 +12,7 @@ cache=${QUOR_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/quorcachepinfiled}
 # Has no user-settable place: cmake/armhf.cmake derives the same one.
 sysroot=$cache/sysroot-armhf
 kernel=$cache/kernel-armhf
-build=$tree/build/armhf
+build=${QUOR_TARGET_BUILD:-$tree/build/armhf}
 }
 
 say() {

@@ -111,10 +111,10 @@ mkdir -p "$work/linux" "$work/kernel/modules"
 dpkg-deb -x "$image" "$work/linux"
 release=$(ls "$work/linux/lib/modules")
 depmod -b "$work/linux" "$release"
+# In the order to load them in, less the one for instructions that the processor does not have.
 for module in $modules; do
     modprobe -d "$work/linux" -S "$release" --show-depends "$module" | sed -n 's/^insmod //p'
-done | awk '!seen[$1]++ { print $1 }' >"$work/modules.paths"
-# In the order to load them in.
+done | awk '!/crc32-arm-ce/ && !seen[$1]++ { print $1 }' >"$work/modules.paths"
 while read -r path; do
     cp "$path" "$work/kernel/modules/"
     basename "$path"
@@ -123,7 +123,8 @@ cp "$work/linux/boot/vmlinuz-$release" "$work/kernel/vmlinuz"
 printf '%s\n' "$release" >"$work/kernel/release"
 cp "$new/bin/busybox" "$work/kernel/busybox"
 
-rm -rf "$archives" "$new/debootstrap" "$new/var/lib/apt" "${new:?}/boot"
+rm -rf "$archives" "$new/debootstrap" "${new:?}/proc" "${new:?}/sys" "${new:?}/dev" \
+    "$new/var/lib/apt" "${new:?}/boot"
 rm -rf "$sysroot" "$kernel" "$cache/shlibdb-armhf" "$cache"/root-armhf*
 mv "$new" "$sysroot"
 mv "$work/kernel" "$kernel"
