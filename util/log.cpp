@@ -9,6 +9,8 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "platform/quorcore.h"
 
 int32_t g_printLevel = 1;
@@ -110,7 +112,9 @@ void InitDebugFlags() {
     if (QLIBCFileGetKeyValue(kSystemSettingsPath, kDebugFlagsKey, value, sizeof(value), 0) <= 0) {
         return;
     }
-    g_debugFlags = static_cast<int32_t>(strtol(value, nullptr, 10));
+    long flags = strtol(value, nullptr, 10);
+    // In the bounds of the target's long, which has 32 bits.
+    g_debugFlags = static_cast<int32_t>(std::clamp<long>(flags, INT32_MIN, INT32_MAX));
     LogNotice("Detect %s key in %s, debug flag = %d", kDebugFlagsKey, kSystemSettingsPath,
               g_debugFlags);
 }
