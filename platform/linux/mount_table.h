@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+// The mounted file systems as the kernel lists them, and the block devices they lie on. Nothing is
+// kept between calls.
+#pragma once
+
+#include <stdint.h>
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+struct Mount {
+    uint64_t id;             // the kernel's number of the mount
+    std::string mountPoint;  // plain text, with its blanks and newlines
+    std::string root;        // what of the file system is mounted; "/" is the whole of it
+    std::string fsType;      // "ext4"
+    std::string source;      // as it was given to mount; need not be a path
+    dev_t fileSystem;        // the file system's device number; major 0 is no block device's
+};
+
+struct BlockDevice {
+    std::string path;  // of a device node
+    dev_t number;
+};
+
+// Stores all mounts in the kernel's order, the outer before the inner. Returns false, having said
+// why, when the list cannot be read; `mounts` is then untouched.
+bool ReadMounts(std::vector<Mount>& mounts);
+
+// Stores the number of the mount that holds `path`, found by the kernel itself, so that links and
+// mounts that cover others need no thought. Returns false with errno set.
+bool FindMountId(const std::string& path, uint64_t& id);
+
+// The number of the block device that the mount's file system lies on; 0 when it lies on none.
+// One of the devices where the file system has several.
+dev_t BlockDeviceNumber(const Mount& mount);
+
+// Stores the mount's block device. Returns false when no node of it is found. Only for mounts that
+// have one.
+bool FindBlockDevice(const Mount& mount, BlockDevice& device);

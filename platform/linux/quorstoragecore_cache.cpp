@@ -1,0 +1,114 @@
+// SPDX-License-Identifier: MIT
+// libquorstoragecore for plain Linux: the configuration and the state of a space's cache.
+#include <stdlib.h>
+#include <string.h>
+
+#include "platform/linux/cache_registry.h"
+#include "platform/linux/report.h"
+#include "platform/linux/volume_cache.h"
+#include "platform/linux/volumes.h"
+#include "platform/quorstoragecore.h"
+
+namespace {
+
+FlashCacheConfig* NewConfig(const CacheEntry& cache) {
+    auto* const config = static_cast<FlashCacheConfig*>(calloc(1, sizeof(FlashCacheConfig)));
+    char* const ssdPath = strdup(cache.ssd.c_str());
+    if (config == nullptr || ssdPath == nullptr) {
+        free(config);
+        free(ssdPath);
+        return nullptr;
+    }
+    config->ssdPath = ssdPath;
+    return config;
+}
+
+// Stores the cache of the space with this UUID. Returns 1 when it has one, 0 when not, -1 on
+// failure.
+int FindCacheByUuid(const std::string& uuid, CacheEntry& found) {
+    std::vector<CacheEntry> caches;
+    std::vector<Volume> volumes;
+    if (!ReadCacheRegistry(caches)) {
+        return -1;
+    }
+    if (caches.empty()) {
+        return 0;  // no device needs to be read for that
+    }
+    if (!ListVolumes(volumes)) {
+        return -1;
+    }
+    for (const Volume& volume : volumes) {
+        if (volume.uuid == uuid) {
+            const CacheEntry* const cache = FindCacheOf(volume.device, caches);
+            if (cache == nullptr) {
+                return 0;
+            }
+            found = *cache;
+            return 1;
+        }
+    }
+    return 0;
+}
+
+}  // namespace
+
+int QUORFlashCacheConfigTmpGet(const FlashCacheConfigQuery* query, FlashCacheConfig** config) {
+    if (config == nullptr) {
+        return -1;
+    }
+    *config = nullptr;
+    if (query == nullptr || query->selector != FLASH_CACHE_CONFIG_BY_SPACE_UUID ||
+        query->spaceUuid == nullptr) {
+        Report("cache configuration can be asked for by space UUID only");
+        return -1;
+    }
+    CacheEntry cache;
+    const int result = FindCacheByUuid(query->spaceUuid, cache);
+    if (result == 1) {
+        *config = NewConfig(cache);
+        if (*config == nullptr) {
+            Report("no memory for a cache configuration");
+            return -1;
+        }
+    }
+    return result;
+}
+
+void QUORFlashCacheConfigFree(FlashCacheConfig* config) {
+    if (config != nullptr) {
+        free(config->ssdPath);
+        free(config);
+    }
+}
+
+int QUORFlashCacheStatGet(const FlashCacheStatQuery* query, FlashCacheStat** stat) {
+    if (stat == nullptr) {
+        return -1;
+    }
+    *stat = nullptr;
+    if (query == nullptr || query->selector != FLASH_CACHE_STAT_BY_SSD_PATH ||
+        query->ssdPath == nullptr) {
+        Report("cache status can be asked for by SSD path only");
+        return -1;
+    }
+    CacheEntry cache;
+    const int result = FindCacheBySsd(query->ssdPath, cache);
+    if (result == 1) {
+        auto* const record = static_cast<FlashCacheStat*>(calloc(1, sizeof(FlashCacheStat)));
+        if (record == nullptr) {
+            Report("no memory for a cache status");
+            return -1;
+        }
+        record->state = cache.state;
+        record->supportPin = cache.supportPin;
+        *stat = record;
+    }
+    return result;
+}
+
+void QUORFlashCacheStatFree(FlashCacheStat** stat) {
+    if (stat != nullptr) {
+        free(*stat);
+        *stat = nullptr;
+    }
+}

@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: MIT
+// How the platform libraries speak of a failure: one line in the system log, never on standard
+// output.
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+// The library's own name, which its lines begin with. Each of the four libraries defines it once.
+extern const char* const kLibraryName;
+
+// Sends the library's name, ": " and the text to the system log with priority LOG_ERR. Leaves errno
+// as it was.
+[[gnu::format(printf, 1, 2)]] void Report(const char* format, ...);
+
+// The formatted text, of whatever length.
+[[gnu::format(printf, 1, 2)]] std::string Format(const char* format, ...);
+
+// What one kind of listing says of the things that it passes over. Spaces and caches are listed
+// several times a request: what stands for days is said once, and again when it comes back.
+class StandingLines {
+  public:
+    // Takes the lines of a whole listing and reports those that the listing before did not have.
+    void Send(const std::vector<std::string>& lines);
+
+  private:
+    std::mutex mutex_;
+    std::vector<std::string> previous_;
+};

@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+#include "platform/linux/small_file.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include "platform/linux/unique_fd.h"
+
+int OpenSmallFile(const std::string& path, int flags) {
+    UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | flags));
+    struct stat status = {};
+    if (!file.Valid() || fstat(file.Get(), &status) != 0) {
+        return -1;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        file.Reset(-1);
+        errno = EINVAL;
+    }
+    return file.Release();
+}
+
+bool ReadSmallFile(int fd, std::string& content) {
+    std::string all;
+    char buffer[4096];
+    for (;;) {
+        const ssize_t got = read(fd, buffer, sizeof buffer);
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got < 0) {
+            return false;
+        }
+        if (got == 0) {
+            content = std::move(all);
+            return true;
+        }
+        if (all.size() + static_cast<size_t>(got) > kSmallFileLimit) {
+            errno = EFBIG;
+            return false;
+        }
+        all.append(buffer, static_cast<size_t>(got));
+    }
+}

@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: MIT
+// The mounted volumes: which file systems of block devices are spaces, and what their UUIDs are.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/linux/mount_table.h"
+
+struct Volume {
+    std::string mountPoint;  // fits into a space's record
+    std::string uuid;        // as libblkid writes it
+    dev_t fileSystem;        // the file system's device number
+    BlockDevice device;      // what it is mounted from
+};
+
+// Stores the volumes in the order of their mounting: each mount, reachable at its mount point, of
+// the whole of a block device's file system that has a UUID. A file system mounted in several
+// places is there as often. Left out are a device that cannot be read, a mount point too long for
+// its field, and a second file system with a UUID that is there already, for a UUID must mean one
+// volume; the system log names each once as long as it stands.
+// Returns false, having said why, when the mounts cannot be listed.
+bool ListVolumes(std::vector<Volume>& volumes);
