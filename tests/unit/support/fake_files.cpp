@@ -27,6 +27,8 @@ namespace {
 struct FilesState {
     std::mutex mutex;
     std::map<std::string, std::string> redirections;
+    std::map<std::string, uint64_t> inodes;
+    std::map<std::string, key_t> keys;
     std::vector<OpenRecord> opens;
     bool directAnywhere = false;
 };
@@ -60,6 +62,8 @@ void FakeFilesReset() {
     std::lock_guard<std::mutex> lock(state.mutex);
 
     state.redirections.clear();
+    state.inodes.clear();
+    state.keys.clear();
     state.opens.clear();
     state.directAnywhere = false;
 }
@@ -69,6 +73,20 @@ void RedirectPath(const std::string& path, const std::string& target) {
     std::lock_guard<std::mutex> lock(state.mutex);
 
     state.redirections[path] = target;
+}
+
+void SetInodeNumber(const std::string& path, uint64_t inode) {
+    FilesState& state = State();
+    std::lock_guard<std::mutex> lock(state.mutex);
+
+    state.inodes[path] = inode;
+}
+
+void SetFileKey(const std::string& path, key_t key) {
+    FilesState& state = State();
+    std::lock_guard<std::mutex> lock(state.mutex);
+
+    state.keys[path] = key;
 }
 
 std::vector<OpenRecord> OpensTried() {
@@ -96,7 +114,19 @@ FILE* __wrap_fopen64(const char* path, const char* mode) {
 }
 
 key_t __wrap_ftok(const char* path, int project) {
-    return Fails(Call::kFtok) ? -1 : __real_ftok(TargetOf(path).c_str(), project);
+    FilesState& state = State();
+
+    if (Fails(Call::kFtok)) {
+        return -1;
+    }
+    {
+        std::lock_guard<std::mutex> lock(state.mutex);
+        auto key = state.keys.find(path);
+        if (key != state.keys.end()) {
+            return key->second;
+        }
+    }
+    return __real_ftok(TargetOf(path).c_str(), project);
 }
 
 int __wrap_open64(const char* path, int flags, ...) {
@@ -118,7 +148,17 @@ int __wrap_open64(const char* path, int flags, ...) {
 }
 
 int __wrap_stat64(const char* path, struct stat* status) {
-    return Fails(Call::kStat) ? -1 : __real_stat64(TargetOf(path).c_str(), status);
+    FilesState& state = State();
+
+    if (Fails(Call::kStat) || __real_stat64(TargetOf(path).c_str(), status) != 0) {
+        return -1;
+    }
+    std::lock_guard<std::mutex> lock(state.mutex);
+    auto inode = state.inodes.find(path);
+    if (inode != state.inodes.end()) {
+        status->st_ino = static_cast<ino_t>(inode->second);
+    }
+    return 0;
 }
 
 }  // extern "C"

@@ -3,6 +3,7 @@
 // every open is recorded. Streams of the C++ library go past this.
 #pragma once
 
+#include <stdint.h>
 #include <sys/types.h>
 
 #include <string>
@@ -13,6 +14,10 @@ void FakeFilesReset();
 // Makes access, fopen, ftok, open and stat take `target` whenever `path` is asked for. Other names
 // of the same file are not touched.
 void RedirectPath(const std::string& path, const std::string& target);
+
+// Gives the file another inode number (stat) or message-queue key (ftok) than it has.
+void SetInodeNumber(const std::string& path, uint64_t inode);
+void SetFileKey(const std::string& path, key_t key);
 
 // One open; fopen is not recorded.
 struct OpenRecord {

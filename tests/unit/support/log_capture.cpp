@@ -8,7 +8,8 @@
 #include <unistd.h>
 
 #include <mutex>
-#include <regex>
+
+#include "tests/unit/support/log_mask.h"
 
 namespace {
 
@@ -41,8 +42,11 @@ void Record(int priority, const char* format, va_list args) {
     }
 }
 
-std::string Replace(const std::string& text, const char* pattern, const char* replacement) {
-    return std::regex_replace(text, std::regex(pattern), replacement);
+// A text as a failed assertion shows it.
+std::string Abridged(const std::string& text) {
+    constexpr size_t kShown = 4000;
+
+    return text.size() <= kShown ? text : text.substr(0, kShown) + "... (cut)\n";
 }
 
 std::string ReadAll(int fd) {
@@ -136,14 +140,15 @@ LogCapture::~LogCapture() {
 }
 
 std::string LogCapture::Mask(std::string text, bool systemLog) const {
-    if (systemLog) {
-        // The number in brackets is masked with the first, and only when it is the same.
-        text = Replace(text, R"(^(<\d+>[^:]+):([1-9]\d*) (\w+)\(\) \[\2\] )", "$1:# $3() [#] ");
-        text = Replace(text, R"(^(<\d+>[^:]+):[1-9]\d* )", "$1:# ");
-    } else {
-        text = Replace(text, R"((^|\n)(pinTestProcess: \w+\(\)) \[[1-9]\d*\])", "$1$2 [#]");
+    if (!maskNumbers_) {
+        return text;
     }
-    return maskAddresses_ ? Replace(text, "0x[0-9a-f]+", "0x#") : text;
+    if (systemLog) {
+        MaskSystemLine(text);
+    } else {
+        MaskStdout(text);
+    }
+    return maskAddresses_ ? MaskAddressesIn(text) : text;
 }
 
 std::vector<std::string> LogCapture::SystemLines() {
@@ -189,7 +194,7 @@ testing::AssertionResult LogCapture::Shows(const std::vector<ExpectedLine>& line
         if (shown.empty()) {
             continue;
         }
-        shown = maskAddresses_ ? Replace(shown, "0x[0-9a-f]+", "0x#") : shown;
+        shown = maskAddresses_ ? MaskAddressesIn(shown) : shown;
         bool toSystem = target_ == LogTarget::kSyslog || line.startUpLine;
         (toSystem ? expectedSystem : expectedStdout) += shown + "\n";
     }
@@ -204,8 +209,8 @@ testing::AssertionResult LogCapture::Shows(const std::vector<ExpectedLine>& line
     return testing::AssertionFailure()
            << "at level " << level_ << (target_ == LogTarget::kSyslog ? ", system log" : ", stdout")
            << "\nexpected:\n"
-           << expectedSystem << expectedStdout << "shown:\n"
-           << system << standardOutput;
+           << Abridged(expectedSystem + expectedStdout) << "shown:\n"
+           << Abridged(system + standardOutput);
 }
 
 bool LogCapture::Has(const ExpectedLine& line) {

@@ -41,6 +41,9 @@ class LogCapture {
     // Masks addresses, too, where a test cannot know them: "0x..." becomes "0x#" on both sides.
     void MaskAddresses() { maskAddresses_ = true; }
 
+    // Leaves line numbers as they are.
+    void KeepLineNumbers() { maskNumbers_ = false; }
+
     int32_t level() const { return level_; }
     LogTarget target() const { return target_; }
 
@@ -50,6 +53,7 @@ class LogCapture {
     int32_t level_;
     LogTarget target_;
     bool maskAddresses_ = false;
+    bool maskNumbers_ = true;
     int32_t oldLevel_;
     int32_t oldToSyslog_;
     const char* oldProcessName_;
