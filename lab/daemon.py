@@ -94,7 +94,8 @@ class Daemon:
         lines = self.log()
         if any(flag in ("--verbose", "--debug", "-y", "-z") for flag in self.arguments):
             return [line for line in lines if _ERROR.search(line)]
-        return [line for line in lines if not _NOTICES.match(line.split(" ", 1)[-1])]
+        return [line for line in lines if line.startswith("quorcachepinfile")
+                and not _NOTICES.match(line.split(" ", 1)[-1])]
 
     def check(self):
         """Raises AssertionError for what should not have been logged, or should have been, or a report."""

@@ -8,6 +8,7 @@ import fcntl
 import json
 import os
 import struct
+import time
 from typing import NamedTuple
 
 SECTOR = 512
@@ -95,12 +96,20 @@ def pinned_bits(mount_path):
 
 
 def configuration(path):
-    """The configuration file as a document, or None while there is none."""
-    try:
-        with open(path, encoding="utf-8", errors="surrogateescape") as file:
-            return json.load(file)
-    except FileNotFoundError:
-        return None
+    """The configuration file as a document, or None while there is none.
+
+    The service rewrites the file in place, so one that is met half written is read again.
+    """
+    for last in [False] * 100 + [True]:
+        try:
+            with open(path, encoding="utf-8", errors="surrogateescape") as file:
+                return json.load(file)
+        except FileNotFoundError:
+            return None
+        except ValueError:
+            if last:
+                raise
+            time.sleep(0.01)
 
 
 def pinned_files(path, mount_path):

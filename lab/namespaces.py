@@ -8,6 +8,7 @@ import os
 import re
 import signal
 import stat
+import subprocess
 import sys
 import traceback
 
@@ -161,21 +162,24 @@ def _first_process(main):
             return _status(code)
 
 
-def _outer(main):
+def _outer(main, started):
     libc.die_with_parent(signal.SIGKILL)
     libc.unshare(libc.CLONE_NEWNS | libc.CLONE_NEWIPC | libc.CLONE_NEWPID)
     child = _fork(lambda: _first_process(main))
     _pass_on(child)
+    started(child)
     return _status(os.waitpid(child, 0)[1])
 
 
-def run(main):
+def run(main, started=lambda first: None):
     """Runs `main()` in an environment of its own; returns its exit status (128 + n for a signal).
+
+    started: told the first process's id, as the machine sees it, for `enter`.
 
     The environment is gone when this returns, also when `main` was killed; and it ends at once, by
     the kernel's hand, when the calling process does.
     """
-    child = _fork(lambda: _outer(main))
+    child = _fork(lambda: _outer(main, started))
     before = [signal.getsignal(number) for number in (signal.SIGTERM, signal.SIGINT)]
     _pass_on(child)
     try:
@@ -183,3 +187,16 @@ def run(main):
     finally:
         signal.signal(signal.SIGTERM, before[0])
         signal.signal(signal.SIGINT, before[1])
+
+
+def enter(first, command):
+    """Runs a command in the environment of the first process `first`; returns its exit status."""
+    doors = [os.open(f"/proc/{first}/ns/{kind}", os.O_RDONLY) for kind in ("ipc", "pid", "mnt")]
+    for door in doors:
+        libc.call("setns", door, 0)
+    os.chdir(ROOT)
+    os.environ["PATH"] = f"{build_directory()}/bin:{os.environ['PATH']}"
+    try:
+        return subprocess.run(command, check=False).returncode
+    except FileNotFoundError as error:
+        raise SystemExit(f"run: {error.filename}: not found") from None

@@ -83,11 +83,15 @@ class Volume:
                 os.fsync(file.fileno())
         return path
 
-    def read(self, paths):
-        """Reads the files at `paths` through the cache. Returns (hits, units asked for) of that reading."""
+    def read(self, paths, spare=frozenset()):
+        """Reads the files at `paths` through the cache, each unit once and none of those in `spare`.
+
+        Returns (hits, units asked for) of that reading.
+        """
         before = self.cache.stats()
+        seen = set(spare)
         for path in paths:
-            read_direct(path)
+            read_direct(path, seen)
         after = self.cache.stats()
         hits, misses, bypasses = (after[name] - before[name] for name in ("hits", "misses", "bypasses"))
         return hits, hits + misses + bypasses
@@ -116,17 +120,26 @@ class Volume:
         return done
 
 
-def read_direct(path):
-    """Reads a whole file past the page cache; returns its length in bytes."""
-    done = 0
+def read_direct(path, seen):
+    """Reads what a file has on the device, past the page cache, a unit of the device at a time.
+
+    seen: units not to be read again, such as one that two files share; those read are added. So the
+    counters of the cache count units.
+    """
     file = os.open(path, os.O_RDONLY | os.O_DIRECT)
     try:
         os.posix_fadvise(file, 0, 0, os.POSIX_FADV_DONTNEED)
-        with mmap.mmap(-1, MIB) as room:
-            while got := os.preadv(file, [room], done):
-                done += got
-                if got % 4096:
-                    break  # the end of the file: there is nothing aligned behind it
+        with mmap.mmap(-1, evidence.UNIT) as room:
+            for extent in evidence.extents(path):
+                begin = extent.device_sector * evidence.SECTOR
+                end = begin + extent.sectors * evidence.SECTOR
+                shift = extent.file_sector * evidence.SECTOR - begin
+                while begin < end:
+                    unit = begin // evidence.UNIT
+                    stop = min(end, (unit + 1) * evidence.UNIT)
+                    if unit not in seen:
+                        os.preadv(file, [memoryview(room)[:stop - begin]], begin + shift)
+                        seen.add(unit)
+                    begin = stop
     finally:
         os.close(file)
-    return done
