@@ -129,7 +129,7 @@ int FileSimulateGetMappingFailed(const std::string& filePath) {
 }
 
 int DoFsync(const char* path) {
-    ScopedFd fd(open(path, O_RDONLY));
+    ScopedFd fd(open(path, O_RDONLY | O_NONBLOCK));  // a FIFO must not block the worker
 
     if (!fd.valid()) {
         LogError("Can't open file %s", path);

@@ -16,8 +16,10 @@ class PendingSpaceList {
   public:
     using Spaces = std::vector<std::string>;  // in order of insertion
 
-    PendingSpaceList() = default;
-    ~PendingSpaceList() { Publish(nullptr); }
+    PendingSpaceList() : spaces_() {}
+    // Leaves the list as it is. The process exits from a signal handler, which may have interrupted
+    // a change of the list, and the worker still asks: nothing may lock or free here.
+    ~PendingSpaceList() {}
     PendingSpaceList(const PendingSpaceList&) = delete;
     PendingSpaceList& operator=(const PendingSpaceList&) = delete;
 
@@ -29,7 +31,9 @@ class PendingSpaceList {
 
   private:
     std::atomic<bool> hasSpaces_{false};
-    std::shared_ptr<const Spaces> spaces_;  // only by atomic_load and atomic_store
+    union {
+        std::shared_ptr<const Spaces> spaces_;  // only by atomic_load and atomic_store
+    };
 };
 
 // Tells whether the space is pending. Takes no lock; the answer is advisory.

@@ -67,17 +67,20 @@ int ParseEntry(const std::string& entry, FileInfo& info) {
     return 0;
 }
 
-// Appends one entry behind `length` characters of the list and advances it. Returns 0, or -1.
-int AppendEntry(const char* mountPath, const char* path, char* list, size_t size, size_t& length) {
+enum EntryResult { kEntryFailed = -1, kEntryAppended = 0, kEntryDoesNotFit = 1 };
+
+// Appends one entry behind `length` characters of the list and advances it, or leaves both alone.
+EntryResult AppendEntry(const char* mountPath, const char* path, char* list, size_t size,
+                        size_t& length) {
     CString relativePath(FileGetRelativePathByMountPath(mountPath, path));
     unsigned long inode = 0;
 
     if (relativePath == nullptr) {
-        return -1;
+        return kEntryFailed;
     }
     if (FileGetInodeNumber(path, &inode) != 0) {
         LogError("Cant' get inode number of file (%s)", path);
-        return -1;
+        return kEntryFailed;
     }
     LogVerbose("szFormat=%s pszRelativePath=%s szFileInodeList=%p size=%zu len=%d", "%s%s#%lu",
                relativePath.get(), static_cast<void*>(list), size, static_cast<int>(length));
@@ -87,11 +90,11 @@ int AppendEntry(const char* mountPath, const char* path, char* list, size_t size
     if (entryLength < 0 || static_cast<size_t>(entryLength) >= size - length) {
         // A cut entry would name another file or inode.
         list[length] = '\0';
-        LogError("File list is too long to store, file (%s) doesn't fit", path);
-        return -1;
+        LogError("File list is too long to store, it ends before file (%s)", path);
+        return kEntryDoesNotFit;
     }
     length += static_cast<size_t>(entryLength);
-    return 0;
+    return kEntryAppended;
 }
 
 }  // namespace
@@ -119,8 +122,12 @@ int AbsolutePathsToFileInodeList(const char* mountPath, const char* absolutePath
     snprintf(paths, sizeof(paths), "%s", absolutePaths);
     for (char* path = strtok_r(paths, kSeparator, &position); path != nullptr;
          path = strtok_r(nullptr, kSeparator, &position)) {
-        if (AppendEntry(mountPath, path, fileInodeList, size, length) != 0) {
+        EntryResult result = AppendEntry(mountPath, path, fileInodeList, size, length);
+        if (result == kEntryFailed) {
             return -1;
+        }
+        if (result == kEntryDoesNotFit) {
+            break;
         }
     }
     LogVerbose("Get relativePaths = %s", fileInodeList);

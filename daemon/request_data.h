@@ -20,8 +20,9 @@ struct FileInfo {
 char* FileGetRelativePathByMountPath(const char* mountPath, const char* filePath);
 
 // Turns absolute paths joined by ";" into a data text in `fileInodeList`, a zero-filled buffer of
-// `size` bytes. Returns 0; or -1 when a path does not lie below the mount path, a file cannot be
-// stat-ed, or the text does not fit (entries written before stay).
+// `size` bytes. The text ends before the first entry that does not fit, with an error that names
+// the file. Returns 0; or -1 when a path does not lie below the mount path or a file cannot be
+// stat-ed (entries written before stay).
 int AbsolutePathsToFileInodeList(const char* mountPath, const char* absolutePaths,
                                  char* fileInodeList, size_t size);
 

@@ -27,10 +27,9 @@ int DoIoctl(const char* device, unsigned long request, void* argument, size_t ar
         LogError("Ioctl Error: Send ioctl %d Data (%p) size (%d) to %s, ret=%d\n",
                  static_cast<int>(request), argument, static_cast<int>(argumentSize), device,
                  result);
-        return -1;
     }
     LogLeave();
-    return 0;
+    return result < 0 ? -1 : 0;
 }
 
 int BitmapDriverUpdate(PinBitmap* bitmap, const char* device) {

@@ -26,6 +26,9 @@ static_assert(sizeof(off_t) == 8, "files and devices are larger than 2 GiB");
 constexpr unsigned kDeviceToBitmapShift = 19;  // 8 bits of 64 KiB to a byte
 constexpr uint64_t kFilePieceBytes = 4096;
 constexpr int kFileMode = 0644;
+// The volume's users may put anything in the file's place: nothing to wait for is waited for, and
+// no link is followed to a file elsewhere.
+constexpr int kOpenFlags = O_NONBLOCK | O_NOFOLLOW;
 constexpr int kOperationSet = 1;
 
 int AllocateData(PinBitmap* bitmap, uint64_t size) {
@@ -150,7 +153,9 @@ int BitmapMemAllocateAndInit(const char* spaceUuid, PinBitmap** bitmap, uint8_t*
     }
     if (BitmapGetNeededSizeByte(cachePath.get(), &size) != 0) {
         LogError("Can't get needed bitmap sizeof");
-        errno = ENODEV;
+        bitmapPath.reset();
+        cachePath.reset();
+        errno = ENODEV;  // last: an older C library's free changes it
         return -1;
     }
     if (AllocateData(record, size) != 0 || LoadFile(bitmapPath.get(), record, sizeChanged) != 0) {
@@ -174,7 +179,7 @@ int BitmapMemInitByFile(const char* path, PinBitmap* bitmap) {
         LogError("Get the size of file (%s) error", path);
         return -1;
     }
-    ScopedFd fd(open(path, O_RDONLY));
+    ScopedFd fd(open(path, O_RDONLY | kOpenFlags));
     if (!fd.valid()) {
         LogError("Can't open bitmap file (%s)\n", path);
         return -1;
@@ -222,7 +227,7 @@ int BitmapFileWrite(const PinBitmap* bitmap, const char* path) {
     uint64_t offset = 0;
 
     LogVerbose("Bytes to write = %d", static_cast<int>(bitmap->size));
-    ScopedFd fd(open(path, O_RDWR | O_CREAT, kFileMode));
+    ScopedFd fd(open(path, O_RDWR | O_CREAT | kOpenFlags, kFileMode));
     if (!fd.valid()) {
         LogError("Can't open bitmap file (%s) \n", path);
         return -1;
