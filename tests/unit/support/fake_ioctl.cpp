@@ -26,6 +26,7 @@ struct IoctlState {
     std::mutex mutex;
     std::vector<IoctlRecord> ioctls;
     std::map<unsigned long, FaultPlan> plans;  // by request
+    std::map<unsigned long, int> results;      // by request
     std::map<std::string, uint64_t> deviceSizes;
 };
 
@@ -75,6 +76,10 @@ int AnswerIoctl(int fd, unsigned long request, void* argument, bool* answered) {
         errno = outcome.error;
         return -1;
     }
+    auto result = state.results.find(request);
+    if (result != state.results.end()) {
+        return result->second;
+    }
     if (request == FLASH_CACHE_SET_PIN_BITMAP || request == FLASH_CACHE_UNPIN_RANGES) {
         return 0;
     }
@@ -95,6 +100,7 @@ void FakeIoctlReset() {
 
     state.ioctls.clear();
     state.plans.clear();
+    state.results.clear();
     state.deviceSizes.clear();
 }
 
@@ -113,6 +119,13 @@ void FailIoctl(unsigned long request, int nth, int error) {
     outcome.fails = true;
     outcome.error = error;
     state.plans[request].Add(nth, 1, outcome);
+}
+
+void SetIoctlResult(unsigned long request, int result) {
+    IoctlState& state = State();
+    std::lock_guard<std::mutex> lock(state.mutex);
+
+    state.results[request] = result;
 }
 
 void SetDeviceSize(const std::string& path, uint64_t bytes) {

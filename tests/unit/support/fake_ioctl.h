@@ -24,5 +24,8 @@ std::vector<IoctlRecord> IoctlsSent();
 // Makes the nth ioctl of this request from now fail.
 void FailIoctl(unsigned long request, int nth, int error);
 
+// Answers every ioctl of this request with a result, failures apart.
+void SetIoctlResult(unsigned long request, int result);
+
 // Lets a file answer the block-device size request. Without, the file answers for itself.
 void SetDeviceSize(const std::string& path, uint64_t bytes);

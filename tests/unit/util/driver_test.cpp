@@ -115,16 +115,16 @@ TEST_F(DriverTest, ARequestWithoutAnArgument) {
     EXPECT_EQ(IoctlsSent().size(), 3U);
 }
 
-TEST_F(DriverTest, APositiveAnswerIsSuccess) {
-    // A terminal's answer to "how many bytes wait" may be anything but negative.
-    int pipes[2];
-    ASSERT_EQ(pipe(pipes), 0);
-    std::string path = "/proc/self/fd/" + std::to_string(pipes[0]);
-    char lockName[16] = "";
+TEST_F(DriverTest, OnlyANegativeAnswerIsARefusal) {
+    char argument[8] = {};
 
-    EXPECT_EQ(DoIoctl(path.c_str(), 0x541B, lockName, 4), 0);
-    close(pipes[0]);
-    close(pipes[1]);
+    for (int result : {0, 1, 5, INT32_MAX}) {
+        SetIoctlResult(kSomeRequest, result);
+        AtEveryLogSetting([&](LogCapture& log) {
+            EXPECT_EQ(DoIoctl(device_.c_str(), kSomeRequest, argument, sizeof(argument)), 0);
+            EXPECT_TRUE(log.Shows({kUtilLog.Enter("DoIoctl"), kUtilLog.Leave("DoIoctl")}));
+        });
+    }
 }
 
 TEST_F(DriverTest, TheBitmapGoesToTheDriverAsItLiesInMemory) {
