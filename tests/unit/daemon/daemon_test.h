@@ -41,7 +41,10 @@ std::string Styled(const Json::Value& value);
 // True while somebody holds the service mutex.
 bool ServiceMutexIsHeld();
 
-// Texts of `count` times `c`.
+// Puts a new mutex in the place of one that was left locked by a thread that has ended.
+void ReplaceServiceMutex();
+
+// A text of `count` times `c`.
 inline std::string Text(size_t count, char c = 'x') {
     return std::string(count, c);
 }
