@@ -12,7 +12,7 @@ UnitTable::UnitTable(uint32_t units, uint32_t slots) : slotOf_(units, kNoSlot), 
 
 uint32_t UnitTable::NextResident(uint32_t first, uint32_t last) const {
     for (uint64_t unit = first; unit <= last; ++unit) {
-        if (slotOf_[unit] != kNoSlot) {
+        if (slotOf_[static_cast<size_t>(unit)] != kNoSlot) {
             return static_cast<uint32_t>(unit);
         }
     }

@@ -4,12 +4,12 @@
 
 # shellcheck disable=SC2034  # used by whoever sources this
 {
-tree=$(cd "$(dirname "$0")/../.." && pwd)
+tree=$(cd "$(dirname "$0")" && while [ ! -f CMakePresets.json ]; do cd ..; done && pwd)
 suite=bookworm
 triplet=arm-linux-gnueabihf
 # Everything that can be made again: outside the tree, so that a clean clone finds it.
 cache=${QUOR_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/quorcachepinfiled}
-# Has no user-settable place: cmake/armhf.cmake derives the same one.
+# cmake/armhf.cmake derives the same place.
 sysroot=$cache/sysroot-armhf
 kernel=$cache/kernel-armhf
 build=${QUOR_TARGET_BUILD:-$tree/build/armhf}

@@ -1,5 +1,6 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
+# shellcheck disable=SC1091,SC2154  # common.sh, and what it sets
 # Makes the armhf sysroot: what the cross compiler links against, what the unit tests load under
 # user-mode emulation, and what the virtual machine has as its root. No program of it is run here,
 # so it is unpacked and never configured. Beside it, the Debian kernel for the virtual machine.

@@ -1,5 +1,6 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
+# shellcheck disable=SC1091,SC2154  # common.sh, and what it sets
 # usage: vm.sh SECONDS COMMAND
 # Runs a shell command in a virtual machine with a real 32-bit ARM kernel, in a copy of the tree with
 # what build/armhf holds. The console is standard output; the exit status is the command's, or 124
