@@ -42,6 +42,8 @@ struct SystemState {
     std::array<CallState, static_cast<size_t>(Call::kNumCalls)> calls;
     std::vector<unsigned> sleeps;
     std::vector<SignalRecord> signals;
+    std::vector<ReadRecord> reads;
+    bool recordsReads = false;
 };
 
 // Never destroyed: calls still come when the program ends.
@@ -65,6 +67,15 @@ bool FailsWithErrno(Call call) {
     return outcome.fails;
 }
 
+void NoteRead(int fd, size_t size) {
+    SystemState& state = State();
+    std::lock_guard<std::mutex> lock(state.mutex);
+
+    if (state.recordsReads) {
+        state.reads.push_back({static_cast<uint64_t>(__real_lseek64(fd, 0, SEEK_CUR)), size});
+    }
+}
+
 }  // namespace
 
 void FakeSystemReset() {
@@ -74,6 +85,8 @@ void FakeSystemReset() {
     state.calls = {};
     state.sleeps.clear();
     state.signals.clear();
+    state.reads.clear();
+    state.recordsReads = false;
 }
 
 void FailCall(Call call, int nth, int error, int times) {
@@ -131,6 +144,20 @@ std::vector<unsigned> SleepsTaken() {
     return state.sleeps;
 }
 
+void RecordReads() {
+    SystemState& state = State();
+    std::lock_guard<std::mutex> lock(state.mutex);
+
+    state.recordsReads = true;
+}
+
+std::vector<ReadRecord> ReadsTried() {
+    SystemState& state = State();
+    std::lock_guard<std::mutex> lock(state.mutex);
+
+    return state.reads;
+}
+
 std::vector<SignalRecord> SignalsSet() {
     SystemState& state = State();
     std::lock_guard<std::mutex> lock(state.mutex);
@@ -150,6 +177,7 @@ unsigned __wrap_sleep(unsigned seconds) {
 }
 
 ssize_t __wrap_read(int fd, void* data, size_t size) {
+    NoteRead(fd, size);
     CallOutcome outcome = EnterCall(Call::kRead);
 
     errno = outcome.fails ? outcome.error : errno;

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <stddef.h>
+#include <stdint.h>
 
 #include <functional>
 #include <vector>
@@ -62,6 +63,14 @@ CallOutcome EnterCall(Call call);
 
 // Seconds asked of sleep, in order.
 std::vector<unsigned> SleepsTaken();
+
+// Reads asked for, in order, also those that failed; only those after RecordReads.
+struct ReadRecord {
+    uint64_t offset = 0;  // of the descriptor, bytes
+    size_t size = 0;      // bytes asked for
+};
+void RecordReads();
+std::vector<ReadRecord> ReadsTried();
 
 // Signals asked for, in order; the handlers are installed for real.
 struct SignalRecord {
