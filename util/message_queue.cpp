@@ -6,7 +6,6 @@
 #include <string.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
-#include <sys/stat.h>
 
 #include <string>
 
@@ -20,53 +19,13 @@ constexpr int kKeyProjectId = 'x';
 constexpr int kQueueMode = 0644;
 constexpr int kKeyReadAttempts = 3;
 
-// Returns the key of the key file, which is created empty when it is missing, or -1.
-key_t MakeKey(const char* path) {
-    struct stat status = {};
-
-    if (stat(path, &status) == -1 && FileWriteString(path, "") != 0) {
-        LogError("Create file (%s) failed", path);
-        return -1;
-    }
-    key_t key = ftok(path, kKeyProjectId);
-    if (key == -1) {
-        LogError("Can't get message queue key by file (%s)", path);
-    }
-    return key;
-}
-
-int SetQueueSize(int id) {
-    struct msqid_ds queue = {};
-
-    if (msgctl(id, IPC_STAT, &queue) == -1) {
-        LogError("Can't get message queue data structure");
-        return -1;
-    }
-    queue.msg_qbytes = kMsgQueueNumRequests * sizeof(Request);
-    if (msgctl(id, IPC_SET, &queue) == -1) {
-        LogError("Can't set message queue size");
-        return -1;
-    }
-    LogVerbose("Set size = %ld (num of request = %d, request size = %zu)",
-               static_cast<long>(queue.msg_qbytes), kMsgQueueNumRequests, sizeof(Request));
-    return 0;
-}
-
-int OpenByKeyFile(const char* path) {
+// Reads the key file until it holds a key. Returns 0, or -1.
+int ReadKey(int* key, const char* path) {
     for (int attempt = 0; attempt < kKeyReadAttempts; ++attempt) {
-        int key = 0;
-        if (GetMsgKey(&key, path) != 0) {
-            continue;
+        if (GetMsgKey(key, path) == 0) {
+            return 0;
         }
-        int id = msgget(key, 0);
-        if (id == -1) {
-            LogError("Can't open message queue: %s", strerror(errno));
-            return -1;
-        }
-        LogVerbose("Get message queue by id (%d) successfully", id);
-        return id;
     }
-    LogError("Can't find the message queue's key from file (%s)", path);
     return -1;
 }
 
@@ -86,10 +45,17 @@ int GetMsgKey(int* key, const char* path) {
 
 int MsgCreateExclusive(const char* path) {
     char keyText[1024] = {};
+    struct msqid_ds queue = {};
 
     LogEnter();
-    key_t key = MakeKey(path);
+    // The key is made from the file, so it must be there first.
+    if (FileExists(path) == 0 && FileWriteString(path, "") != 0) {
+        LogError("Create file (%s) failed", path);
+        return -1;
+    }
+    key_t key = ftok(path, kKeyProjectId);
     if (key == -1) {
+        LogError("Can't get message queue key by file (%s)", path);
         return -1;
     }
     snprintf(keyText, sizeof(keyText), "%d", key);
@@ -101,9 +67,17 @@ int MsgCreateExclusive(const char* path) {
         LogVerbose("Message queue (key = %d) already exists (error = %s)", key, strerror(errno));
         return -1;
     }
-    if (SetQueueSize(id) != 0) {
+    if (msgctl(id, IPC_STAT, &queue) == -1) {
+        LogError("Can't get message queue data structure");
         return -1;
     }
+    queue.msg_qbytes = kMsgQueueNumRequests * sizeof(Request);
+    if (msgctl(id, IPC_SET, &queue) == -1) {
+        LogError("Can't set message queue size");
+        return -1;
+    }
+    LogVerbose("Set size = %ld (num of request = %d, request size = %zu)",
+               static_cast<long>(queue.msg_qbytes), kMsgQueueNumRequests, sizeof(Request));
     if (FileWriteString(path, keyText) != 0) {
         LogError("Can't write to file (%s)", path);
         return id;
@@ -113,13 +87,22 @@ int MsgCreateExclusive(const char* path) {
 }
 
 int MsgQueueGet(const char* path) {
+    int key = 0;
+
     LogEnter();
     int id = MsgCreateExclusive(path);
     if (id != -1) {
         LogVerbose("Create message queue by file (%s) successfully", path);
+        LogLeave();
+        return id;
+    }
+    LogVerbose("Message queue exist, try to get key");
+    if (ReadKey(&key, path) != 0) {
+        LogError("Can't find the message queue's key from file (%s)", path);
+    } else if ((id = msgget(key, 0)) == -1) {
+        LogError("Can't open message queue: %s", strerror(errno));
     } else {
-        LogVerbose("Message queue exist, try to get key");
-        id = OpenByKeyFile(path);
+        LogVerbose("Get message queue by id (%d) successfully", id);
     }
     LogLeave();
     return id;

@@ -31,68 +31,24 @@ constexpr int kFileMode = 0644;
 constexpr int kOpenFlags = O_NONBLOCK | O_NOFOLLOW;
 constexpr int kOperationSet = 1;
 
-int AllocateData(PinBitmap* bitmap, uint64_t size) {
+// Returns false when there is no memory.
+bool AllocateData(PinBitmap* bitmap, uint64_t size) {
     // One byte at least, so that an empty bitmap is not taken for a failed allocation.
     bitmap->data =
         size > UINT32_MAX
             ? nullptr
             : static_cast<uint8_t*>(calloc(std::max(static_cast<size_t>(size), size_t{1}), 1));
     if (bitmap->data == nullptr) {
-        LogError("Can't allocate bitmap memory");
-        return -1;
+        return false;
     }
     bitmap->size = static_cast<uint32_t>(size);
-    LogVerbose("Allocate %zu bytes bitmap", static_cast<size_t>(size));
-    return 0;
+    return true;
 }
 
-int LoadFile(const char* path, PinBitmap* bitmap, uint8_t* sizeChanged) {
-    uint64_t memorySize = bitmap->size;
-    uint64_t fileSize = 0;
-
-    if (FileExists(path) == 0) {
-        LogVerbose("Bitmap files (%s) doesn't exist", path);
-        return 0;
-    }
-    if (FileGetSizeByte(path, &fileSize) != 0) {
-        LogError("Get the size of file (%s) error", path);
-        return -1;
-    }
-    LogVerbose("Bitmap memory size = %llu, file size = %llu",
-               static_cast<unsigned long long>(memorySize),
-               static_cast<unsigned long long>(fileSize));
-    if (fileSize < memorySize) {
-        LogError("Bitmap size changed. Could be due to volume expansion");
-        *sizeChanged = 1;
-    } else if (fileSize > memorySize) {
-        LogError("Incorrect bitmap size (%llu), file size (%llu)",
-                 static_cast<unsigned long long>(memorySize),
-                 static_cast<unsigned long long>(fileSize));
-        return -1;
-    }
-    if (BitmapMemInitByFile(path, bitmap) != 0) {
-        LogError("Read bitmap file to bitmap memory error");
-        return -1;
-    }
-    return 0;
-}
-
-// Returns 0, or -1 when a read fails or the file ends early.
-int ReadPieces(int fd, const char* path, uint8_t* data, uint64_t size) {
-    uint64_t offset = 0;
-
-    while (offset < size) {
-        size_t count = static_cast<size_t>(std::min(kFilePieceBytes, size - offset));
-        LogDebug("Next read start = %d bytes=%d", static_cast<int>(offset),
-                 static_cast<int>(count));
-        ssize_t done = pread(fd, data + offset, count, static_cast<off_t>(offset));
-        if (done <= 0) {
-            LogError("Read bitmap file (%s) error\n", path);
-            return -1;
-        }
-        offset += static_cast<uint64_t>(done);
-    }
-    return 0;
+int GiveUpBitmap(PinBitmap* bitmap) {
+    BitmapFree(bitmap);
+    errno = EIO;
+    return -1;
 }
 
 }  // namespace
@@ -127,8 +83,11 @@ int BitmapGetNeededSizeByte(const char* device, uint64_t* size) {
     return 0;
 }
 
+// One long function: a line of the log names the function that its statement stands in, and these
+// are all known by this one.
 int BitmapMemAllocateAndInit(const char* spaceUuid, PinBitmap** bitmap, uint8_t* sizeChanged) {
     uint64_t size = 0;
+    uint64_t fileSize = 0;
 
     *sizeChanged = 0;
     LogEnter();
@@ -158,10 +117,33 @@ int BitmapMemAllocateAndInit(const char* spaceUuid, PinBitmap** bitmap, uint8_t*
         errno = ENODEV;  // last: an older C library's free changes it
         return -1;
     }
-    if (AllocateData(record, size) != 0 || LoadFile(bitmapPath.get(), record, sizeChanged) != 0) {
-        BitmapFree(record);
-        errno = EIO;
-        return -1;
+    if (!AllocateData(record, size)) {
+        LogError("Can't allocate bitmap memory");
+        return GiveUpBitmap(record);
+    }
+    LogVerbose("Allocate %zu bytes bitmap", static_cast<size_t>(size));
+    if (FileExists(bitmapPath.get()) == 0) {
+        LogVerbose("Bitmap files (%s) doesn't exist", bitmapPath.get());
+        LogLeave();
+        return 0;
+    }
+    if (FileGetSizeByte(bitmapPath.get(), &fileSize) != 0) {
+        LogError("Get the size of file (%s) error", bitmapPath.get());
+        return GiveUpBitmap(record);
+    }
+    LogVerbose("Bitmap memory size = %llu, file size = %llu", static_cast<unsigned long long>(size),
+               static_cast<unsigned long long>(fileSize));
+    if (fileSize < size) {
+        LogError("Bitmap size changed. Could be due to volume expansion");
+        *sizeChanged = 1;
+    } else if (fileSize > size) {
+        LogError("Incorrect bitmap size (%llu), file size (%llu)",
+                 static_cast<unsigned long long>(size), static_cast<unsigned long long>(fileSize));
+        return GiveUpBitmap(record);
+    }
+    if (BitmapMemInitByFile(bitmapPath.get(), record) != 0) {
+        LogError("Read bitmap file to bitmap memory error");
+        return GiveUpBitmap(record);
     }
     LogLeave();
     return 0;
@@ -169,6 +151,7 @@ int BitmapMemAllocateAndInit(const char* spaceUuid, PinBitmap** bitmap, uint8_t*
 
 int BitmapMemInitByFile(const char* path, PinBitmap* bitmap) {
     uint64_t fileSize = 0;
+    uint64_t offset = 0;
 
     LogEnter();
     if (bitmap == nullptr || path == nullptr || bitmap->data == nullptr) {
@@ -187,8 +170,16 @@ int BitmapMemInitByFile(const char* path, PinBitmap* bitmap) {
     LogVerbose("Start read to memory, size = %d", static_cast<int>(bitmap->size));
     // The file may have grown since it was looked at: its surplus has no bits here.
     uint64_t size = std::min<uint64_t>(fileSize, bitmap->size);
-    if (ReadPieces(fd.get(), path, bitmap->data, size) != 0) {
-        return -1;
+    while (offset < size) {
+        size_t count = static_cast<size_t>(std::min(kFilePieceBytes, size - offset));
+        LogDebug("Next read start = %d bytes=%d", static_cast<int>(offset),
+                 static_cast<int>(count));
+        ssize_t done = pread(fd.get(), bitmap->data + offset, count, static_cast<off_t>(offset));
+        if (done <= 0) {  // 0: the file ends early
+            LogError("Read bitmap file (%s) error\n", path);
+            return -1;
+        }
+        offset += static_cast<uint64_t>(done);
     }
     LogVerbose("Read to memory finish");
     return 0;

@@ -20,12 +20,11 @@ struct SpaceListDeleter {
 };
 using SpaceList = std::unique_ptr<SpaceInfo, SpaceListDeleter>;
 
-// Returns false, with its error, when the spaces cannot be listed.
+// Returns false when the spaces cannot be listed.
 bool EnumSpaces(SpaceList& list) {
     SpaceInfo* first = nullptr;
 
     if (QUORSpaceInfoEnum(kSpaceEnumKind, &first) < 0) {
-        LogError("Can't enum spaces");
         return false;
     }
     list.reset(first);
@@ -45,6 +44,7 @@ char* SpaceGetUUID(const char* mountPath) {
     char* uuid = nullptr;
 
     if (!EnumSpaces(list)) {
+        LogError("Can't enum spaces");
         return nullptr;
     }
     for (const SpaceInfo* space = list.get(); space != nullptr; space = space->next) {
@@ -61,6 +61,7 @@ char* SpaceGetReferencePath(const char* uuid) {
     SpaceList list;
 
     if (!EnumSpaces(list)) {
+        LogError("Can't enum spaces");
         return nullptr;
     }
     for (const SpaceInfo* space = list.get(); space != nullptr; space = space->next) {
