@@ -92,9 +92,10 @@ TEST_F(DriverTest, ARefusalIsReportedWithAllThatWasSent) {
         AtEveryLogSetting([&](LogCapture& log) {
             FailIoctl(request, 1, EIO);
             EXPECT_EQ(DoIoctl(device_.c_str(), request, argument, 8192), -1);
-            EXPECT_TRUE(log.Shows(
-                {kUtilLog.Enter("DoIoctl"),
-                 kUtilLog.Error("DoIoctl", RefusalText(request, argument, 8192, device_))}));
+            EXPECT_TRUE(
+                log.Shows({kUtilLog.Enter("DoIoctl"),
+                           kUtilLog.Error("DoIoctl", RefusalText(request, argument, 8192, device_)),
+                           kUtilLog.Leave("DoIoctl")}));
         });
     }
 }
@@ -110,7 +111,8 @@ TEST_F(DriverTest, ARequestWithoutAnArgument) {
         EXPECT_TRUE(log.Shows(
             {kUtilLog.Enter("DoIoctl"),
              kUtilLog.Error("DoIoctl", "Ioctl Error: Send ioctl 4660 Data ((nil)) size (0) to " +
-                                           device_ + ", ret=-1\n")}));
+                                           device_ + ", ret=-1\n"),
+             kUtilLog.Leave("DoIoctl")}));
     }
     EXPECT_EQ(IoctlsSent().size(), 3U);
 }
@@ -163,6 +165,7 @@ TEST_F(DriverTest, ARefusedBitmapIsReportedTwice) {
         // The size is the target's descriptor, on a 64-bit machine too.
         EXPECT_TRUE(log.Shows({kUtilLog.Enter("BitmapDriverUpdate"), kUtilLog.Enter("DoIoctl"),
                                kUtilLog.Error("DoIoctl", RefusalText(65231, &bitmap, 8, device_)),
+                               kUtilLog.Leave("DoIoctl"),
                                kUtilLog.Error("BitmapDriverUpdate", "Ioctl error")}));
     });
 }
