@@ -99,6 +99,7 @@ class Daemon:
 
     def check(self):
         """Raises AssertionError for what should not have been logged, or should have been, or a report."""
+        journal.settle()
         errors = self.errors()
         wrong = [f"logged an error: {line}" for line in errors
                  if not any(text in line for text in self._expected)]

@@ -55,6 +55,19 @@ def _parse(line):
     return Record(code & 7, code >> 3, found[3].decode(), found[4].decode(errors="replace"))
 
 
+def settle():
+    """Waits until everything sent before this call has been collected: records arrive in order."""
+    mark = f"settled {os.getpid()} {time.monotonic_ns()}"
+    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as endpoint:
+        endpoint.connect(SOCKET)
+        endpoint.send(mark.encode())
+
+    def collected():
+        with open(FILE, "rb") as log:
+            return mark.encode() + b"\n" in log.read()
+    until(collected, "the system log is not collected")
+
+
 def position():
     """Where the next record will be; the `since` of `records`."""
     return os.path.getsize(FILE)
