@@ -6,7 +6,7 @@
 #include <CLI/Formatter.hpp>
 
 #include "client/exit_status.h"
-#include "client/output.h"
+#include "client/help.h"
 #include "client/verbs.h"
 
 namespace {
@@ -15,92 +15,176 @@ namespace {
 struct Parsed {
     FileVerbOptions file;
     VolumeVerbOptions volume;
-    int status = kExitDone;
+    ListOptions list;
+    StatusOptions status;
+    CheckOptions check;
+    ExplainOptions explain;
+    MapOptions map;
+    DoctorOptions doctor;
+    int exitStatus = kExitDone;
 };
 
-constexpr char kExitStatuses[] =
-    "Exit status: 0 done, 1 partly, 2 usage, 3 service or queue not there, 4 timed out, "
-    "5 refused before anything was sent.";
-
-void AddCommon(CLI::App& verb, CommonOptions& common) {
+// A verb's own part of the command line, with what every verb has.
+CLI::App& AddVerb(CLI::App& app, const VerbHelp& help, CommonOptions& common) {
+    CLI::App& verb = *app.add_subcommand(help.name, help.text);
     verb.add_flag("--json", common.json, "Print the result as JSON");
+    verb.add_option("--config-path", common.configPath,
+                    "The service's configuration file (default: that of the running service)")
+        ->type_name("FILE");
+    verb.footer(help.examples);
+    return verb;
 }
 
-void AddSending(CLI::App& verb, unsigned& patience) {
-    verb.add_option("--send-timeout", patience,
-                    "Seconds to wait while the queue is full (default 30)");
+void AddSending(CLI::App& verb, SendOptions& options) {
+    verb.add_option("--send-timeout", options.patience,
+                    "How long a full queue is given (default 30)")
+        ->type_name("SECONDS");
 }
 
-void AddFileVerb(CLI::App& app, const char* name, const char* text, const char* examples,
-                 FileVerbOptions& options, int (*run)(const FileVerbOptions&), int& status) {
-    CLI::App& verb = *app.add_subcommand(name, text);
-    verb.add_option("PATH", options.list.paths, "Files; with -r directories too");
+void AddTimeout(CLI::App& verb, SendOptions& options) {
+    verb.add_option("--timeout", options.timeout, "End a wait after so long (default: never)")
+        ->type_name("SECONDS");
+}
+
+void AddWaiting(CLI::App& verb, SendOptions& options) {
+    verb.add_flag("-w,--wait", options.wait, "Wait until it is done, then say what really holds");
+    AddTimeout(verb, options);
+}
+
+CLI::App& AddFileVerb(CLI::App& app, const VerbHelp& help, int (*run)(const FileVerbOptions&),
+                      Parsed& parsed) {
+    FileVerbOptions& options = parsed.file;
+    CLI::App& verb = AddVerb(app, help, options.common);
+    verb.add_option("PATH", options.list.paths, "Files; with -r directories too")->type_name("");
+    verb.add_flag("-r,--recursive", options.list.recursive, "Take all files below directories");
+    verb.add_flag("--glob", options.list.patterns, "Each PATH is a pattern, expanded here");
     verb.add_option("-f,--files-from", options.list.lists,
                     "Take paths from a file, one a line; - is standard input")
+        ->type_name("FILE")
         ->expected(1)
         ->take_all();
     verb.add_flag("-0,--null", options.list.nulSeparated, "Paths in lists end with NUL");
-    verb.add_flag("-r,--recursive", options.list.recursive, "Take all files below directories");
-    verb.add_flag("--glob", options.list.patterns, "Each PATH is a pattern, expanded here");
     verb.add_flag("-k,--keep-going", options.keepGoing, "Send the others when some are refused");
-    AddSending(verb, options.sendPatience);
-    AddCommon(verb, options.common);
-    verb.footer(examples);
-    verb.callback([&options, run, &status] {
-        if (options.list.paths.empty() && options.list.lists.empty()) {
+    verb.add_flag("-n,--dry-run", options.dryRun, "Show what it would cost, send nothing");
+    AddWaiting(verb, options.send);
+    AddSending(verb, options.send);
+    verb.callback([&parsed, run] {
+        if (parsed.file.list.paths.empty() && parsed.file.list.lists.empty()) {
             throw CLI::RequiredError("PATH or --files-from");
         }
-        status = run(options);
+        parsed.exitStatus = run(parsed.file);
     });
+    return verb;
 }
 
-void AddVolumeVerb(CLI::App& app, const char* name, const char* text, const char* examples,
-                   VolumeVerbOptions& options, int (*run)(const VolumeVerbOptions&), int& status) {
-    CLI::App& verb = *app.add_subcommand(name, text);
-    verb.add_option("VOLUME", options.volume, "Mount path of the volume, or any path in it")
+CLI::App& AddVolumeVerb(CLI::App& app, const VerbHelp& help, int (*run)(const VolumeVerbOptions&),
+                        Parsed& parsed) {
+    CLI::App& verb = AddVerb(app, help, parsed.volume.common);
+    verb.add_option("VOLUME", parsed.volume.volume, "Mount path of the volume, or any path in it")
+        ->type_name("")
         ->required();
-    AddSending(verb, options.sendPatience);
-    AddCommon(verb, options.common);
-    verb.footer(examples);
-    verb.callback([&options, run, &status] { status = run(options); });
+    AddSending(verb, parsed.volume.send);
+    verb.callback([&parsed, run] { parsed.exitStatus = run(parsed.volume); });
+    return verb;
 }
 
-void AddVerbs(CLI::App& app, Parsed& parsed) {
-    AddFileVerb(app, "pin", "Pin files into their volume's cache",
-                "Examples:\n"
-                "  quorcachepinctl pin /mnt/pool1/db/index.db\n"
-                "  quorcachepinctl pin -r /mnt/pool1/photos\n"
-                "  find /mnt/pool1 -name '*.idx' -print0 | quorcachepinctl pin -0 -f -",
-                parsed.file, PinVerb, parsed.status);
-    AddFileVerb(app, "unpin", "Release files from their volume's cache",
-                "Examples:\n"
-                "  quorcachepinctl unpin /mnt/pool1/db/index.db\n"
-                "  quorcachepinctl unpin --glob '/mnt/pool1/photos/2019*'",
-                parsed.file, UnpinVerb, parsed.status);
-    AddVolumeVerb(app, "reload", "Read a volume's pinned units into its cache again",
-                  "Example:\n  quorcachepinctl reload /mnt/pool1", parsed.volume, ReloadVerb,
-                  parsed.status);
-    AddVolumeVerb(app, "pend", "Make the service leave a volume's requests alone",
-                  "Example:\n  quorcachepinctl pend /mnt/pool1", parsed.volume, PendVerb,
-                  parsed.status);
-    AddVolumeVerb(app, "release", "Let the service take up a pending volume's requests",
-                  "Example:\n  quorcachepinctl release /mnt/pool1", parsed.volume, ReleaseVerb,
-                  parsed.status);
+void AddRequestVerbs(CLI::App& app, Parsed& parsed) {
+    AddFileVerb(app, kPinHelp, PinVerb, parsed);
+    AddFileVerb(app, kUnpinHelp, UnpinVerb, parsed)
+        .add_flag("!--no-mend", parsed.file.mend,
+                  "Do not pin again the files that share units with those unpinned");
+    AddWaiting(AddVolumeVerb(app, kReloadHelp, ReloadVerb, parsed), parsed.volume.send);
+    AddVolumeVerb(app, kPendHelp, PendVerb, parsed);
+    AddVolumeVerb(app, kReleaseHelp, ReleaseVerb, parsed);
+}
+
+void AddListAndStatus(CLI::App& app, Parsed& parsed) {
+    CLI::App& list = AddVerb(app, kListHelp, parsed.list.common);
+    list.add_option("VOLUME", parsed.list.volume, "Only this volume")->type_name("");
+    list.add_flag("-p,--paths", parsed.list.paths, "Print absolute paths, one a line");
+    list.add_flag("-0,--null", parsed.list.nulSeparated, "As --paths, each ended with NUL");
+    list.callback([&parsed] { parsed.exitStatus = ListVerb(parsed.list); });
+    CLI::App& status = AddVerb(app, kStatusHelp, parsed.status.common);
+    status.callback([&parsed] { parsed.exitStatus = StatusVerb(parsed.status); });
+}
+
+void AddCheckAndExplain(CLI::App& app, Parsed& parsed) {
+    CLI::App& check = AddVerb(app, kCheckHelp, parsed.check.common);
+    check.add_option("VOLUME", parsed.check.volume, "Only this volume")->type_name("");
+    check.add_flag("--repair", parsed.check.repair, "Set right what is found, then check again");
+    AddTimeout(check, parsed.check.send);
+    AddSending(check, parsed.check.send);
+    check.callback([&parsed] { parsed.exitStatus = CheckVerb(parsed.check); });
+    CLI::App& explain = AddVerb(app, kExplainHelp, parsed.explain.common);
+    explain.add_option("PATH", parsed.explain.path, "The file")->type_name("")->required();
+    explain.callback([&parsed] { parsed.exitStatus = ExplainVerb(parsed.explain); });
+}
+
+std::string WhyNotPictureName(const std::string& path) {
+    const size_t dot = path.find_last_of('.');
+    const std::string end = dot == std::string::npos ? "" : path.substr(dot);
+    return end == ".png" || end == ".svg" ? "" : "the name must end in .png or .svg";
+}
+
+void AddMapAndDoctor(CLI::App& app, Parsed& parsed) {
+    CLI::App& map = AddVerb(app, kMapHelp, parsed.map.common);
+    map.add_option("VOLUME", parsed.map.volume, "Mount path of the volume, or any path in it")
+        ->type_name("")
+        ->required();
+    map.add_option("-o,--output", parsed.map.output, "Write a picture, .png or .svg")
+        ->type_name("FILE")
+        ->check(CLI::Validator(WhyNotPictureName, ""));
+    map.add_option("--width", parsed.map.width, "Columns to draw in (default: the terminal's)")
+        ->type_name("COLUMNS");
+    map.callback([&parsed] { parsed.exitStatus = MapVerb(parsed.map); });
+    CLI::App& doctor = AddVerb(app, kDoctorHelp, parsed.doctor.common);
+    doctor.add_flag("--fix", parsed.doctor.fix,
+                    "Do what is safe: take away messages that block the queue, size the queue");
+    doctor.callback([&parsed] { parsed.exitStatus = DoctorVerb(parsed.doctor); });
+}
+
+// Fills an application that lives as long as `parsed`.
+void Build(CLI::App& app, Parsed& parsed) {
+    app.description(kAppText);
+    app.name("quorcachepinctl");
+    app.footer(kAppFooter);
+    app.set_version_flag("--version", QUOR_VERSION);
+    app.require_subcommand(1);
+    AddRequestVerbs(app, parsed);
+    AddListAndStatus(app, parsed);
+    AddCheckAndExplain(app, parsed);
+    AddMapAndDoctor(app, parsed);
 }
 
 }  // namespace
 
 int RunCommandLine(int argc, char* argv[]) {
-    CLI::App app("Pins files into the SSD caches of their volumes, through quorcachepinfiled.",
-                 "quorcachepinctl");
+    CLI::App app;
     Parsed parsed;
-    app.require_subcommand(1);
-    app.footer(kExitStatuses);
-    AddVerbs(app, parsed);
+    Build(app, parsed);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? kExitDone : kExitUsage;
     }
-    return parsed.status;
+    return parsed.exitStatus;
+}
+
+std::vector<VerbOptionNames> AllOptionNames() {
+    CLI::App app;
+    Parsed parsed;
+    std::vector<VerbOptionNames> all;
+    Build(app, parsed);
+    for (const CLI::App* const verb : app.get_subcommands({})) {
+        all.push_back({verb->get_name(), {}});
+        for (const CLI::Option* const option : verb->get_options()) {
+            for (const std::string& name : option->get_snames()) {
+                all.back().options.push_back("-" + name);
+            }
+            for (const std::string& name : option->get_lnames()) {
+                all.back().options.push_back("--" + name);
+            }
+        }
+    }
+    return all;
 }

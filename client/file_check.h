@@ -10,14 +10,16 @@
 #include <vector>
 
 #include "client/volumes.h"
+#include "platform/quordataverifier.h"
 
 // A file that may be named in a request.
 struct FileRef {
-    const Volume* volume;  // alive as long as the list of volumes
-    std::string path;      // absolute, its directory resolved
-    std::string relative;  // below the mount path
-    uint32_t inode;        // the low half, which is what the service keeps
-    uint64_t size;         // bytes
+    const Volume* volume;                   // alive as long as the list of volumes
+    std::string path;                       // absolute, its directory resolved
+    std::string relative;                   // below the mount path
+    uint32_t inode;                         // the low half, which is what the service keeps
+    uint64_t size;                          // bytes
+    std::vector<FileMappingEntry> extents;  // filled by whoever maps the file
 };
 
 // A file that must not be named in one.

@@ -12,17 +12,61 @@ struct CommonOptions {
     std::string configPath;  // the service's configuration file; empty = found from its process
 };
 
+// For verbs that send requests.
+struct SendOptions {
+    unsigned patience = 30;  // seconds that a full queue is given
+    bool wait = false;       // until the requests are done
+    unsigned timeout = 0;    // seconds that the wait may take; 0 = as long as it takes
+};
+
 // pin and unpin.
 struct FileVerbOptions {
     CommonOptions common;
+    SendOptions send;
     FileListOptions list;
-    bool keepGoing = false;      // send the others when some are refused
-    unsigned sendPatience = 30;  // seconds that a full queue is given
+    bool keepGoing = false;  // send the others when some are refused
+    bool dryRun = false;     // show the price, send nothing
+    bool mend = true;        // unpin: pin again what shares units
 };
 
 // reload, pend and release.
 struct VolumeVerbOptions {
     CommonOptions common;
+    SendOptions send;
     std::string volume;
-    unsigned sendPatience = 30;
+};
+
+struct ListOptions {
+    CommonOptions common;
+    std::string volume;  // empty = all
+    bool paths = false;  // paths alone, one a line
+    bool nulSeparated = false;
+};
+
+struct StatusOptions {
+    CommonOptions common;
+};
+
+struct CheckOptions {
+    CommonOptions common;
+    SendOptions send;
+    std::string volume;  // empty = all
+    bool repair = false;
+};
+
+struct ExplainOptions {
+    CommonOptions common;
+    std::string path;
+};
+
+struct MapOptions {
+    CommonOptions common;
+    std::string volume;
+    std::string output;  // empty = the terminal; else a file, .png or .svg
+    unsigned width = 0;  // columns; 0 = the terminal's
+};
+
+struct DoctorOptions {
+    CommonOptions common;
+    bool fix = false;
 };

@@ -2,6 +2,9 @@
 #include "client/packing.h"
 
 #include <string.h>
+#include <sys/stat.h>
+
+#include <sstream>
 
 namespace {
 
@@ -23,12 +26,24 @@ void AddFile(RequestType type, const FileRef& file, std::vector<Message>& messag
     const std::string entry = StoredEntry(file.relative, file.inode);
     if (messages.empty() || LengthWith(messages.back().data, path) > kMostListLength ||
         LengthWith(messages.back().stored, entry) > kMostListLength) {
-        messages.push_back({type, mountPath, "", "", 0});
+        messages.push_back({type, mountPath, "", "", 0, {}});
     }
     Message& message = messages.back();
     Append(message.data, path);
     Append(message.stored, entry);
     ++message.numFiles;
+    if (type == kRequestPinFiles) {
+        message.reading.insert(message.reading.end(), file.extents.begin(), file.extents.end());
+    }
+}
+
+std::vector<std::string> Split(const std::string& list) {
+    std::vector<std::string> entries;
+    std::istringstream stream(list);
+    for (std::string entry; std::getline(stream, entry, ';');) {
+        entries.push_back(entry);
+    }
+    return entries;
 }
 
 std::vector<const Volume*> VolumesOf(const std::vector<FileRef>& files) {
@@ -65,8 +80,30 @@ std::vector<Message> PackFiles(RequestType type, const std::vector<FileRef>& fil
     return all;
 }
 
+std::vector<std::string> TakeOutVanished(Message& message) {
+    std::vector<std::string> vanished;
+    const std::vector<std::string> paths = Split(message.data);
+    const std::vector<std::string> entries = Split(message.stored);
+    Message left = VolumeMessage(message.type, message.mountPath);
+    for (size_t i = 0; i < paths.size(); ++i) {
+        struct stat status = {};
+        if (stat(paths[i].c_str(), &status) != 0) {
+            vanished.push_back(paths[i]);
+            continue;
+        }
+        Append(left.data, paths[i]);
+        Append(left.stored, entries[i]);
+        ++left.numFiles;
+    }
+    if (!vanished.empty()) {
+        left.reading = std::move(message.reading);
+        message = std::move(left);
+    }
+    return vanished;
+}
+
 Message VolumeMessage(RequestType type, const std::string& mountPath) {
-    return {type, mountPath, "", "", 0};
+    return {type, mountPath, "", "", 0, {}};
 }
 
 RequestMsg ToRequestMsg(const Message& message) {

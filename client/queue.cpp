@@ -12,6 +12,7 @@
 #include <memory>
 
 #include "client/output.h"
+#include "client/progress.h"
 #include "util/message_queue.h"
 #include "util/scoped.h"
 
@@ -22,12 +23,6 @@ constexpr long kRetryNanoseconds = 20 * 1000 * 1000;
 struct FileCloser {
     void operator()(FILE* file) const { fclose(file); }
 };
-
-double Now() {
-    struct timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
-}
 
 // Converts as the service does: leading white space is skipped, the first other character that is
 // no digit ends the number. What it would not survive gives false.
@@ -44,12 +39,12 @@ bool ParseKey(const char* text, key_t& key) {
 
 // Tries until the queue has room. Returns 0, or an errno: EAGAIN when patience is over.
 int SendOne(int queue, const RequestMsg& msg, unsigned patience) {
-    const double deadline = Now() + patience;
+    const double deadline = MonotonicSeconds() + patience;
     for (;;) {
         if (msgsnd(queue, &msg, sizeof(msg.body), IPC_NOWAIT) == 0) {
             return 0;
         }
-        if (errno != EINTR && (errno != EAGAIN || Now() >= deadline)) {
+        if (errno != EINTR && (errno != EAGAIN || MonotonicSeconds() >= deadline)) {
             return errno;
         }
         const struct timespec pause = {0, kRetryNanoseconds};
@@ -95,21 +90,37 @@ int OpenServerQueue(std::string& why) {
     return queue;
 }
 
-SendOutcome SendMessages(int queue, const std::vector<Message>& messages, unsigned patience,
-                         size_t& sent, std::string& why) {
-    sent = 0;
-    for (const Message& message : messages) {
-        const int error = SendOne(queue, ToRequestMsg(message), patience);
-        if (error == EAGAIN) {
-            why = "the queue stayed full for " + Counted(patience, "second") +
-                  "; the service does not take requests";
-            return SendOutcome::kFull;
-        }
-        if (error != 0) {
-            why = std::string("sending failed: ") + strerror(error);
-            return SendOutcome::kFailed;
-        }
-        ++sent;
+bool ReadQueueFacts(QueueFacts& facts, std::string& why) {
+    struct msqid_ds record = {};
+    facts.id = OpenServerQueue(why);
+    if (facts.id == -1) {
+        return false;
     }
-    return SendOutcome::kSent;
+    if (msgctl(facts.id, IPC_STAT, &record) != 0) {
+        why = std::string("the queue cannot be examined: ") + strerror(errno);
+        return false;
+    }
+    facts.key = record.msg_perm.__key;
+    facts.messages = record.msg_qnum;
+    facts.bytes = record.__msg_cbytes;
+    facts.limit = record.msg_qbytes;
+    facts.mode = record.msg_perm.mode & 0777U;
+    facts.owner = record.msg_perm.uid;
+    facts.lastSender = record.msg_lspid;
+    facts.lastReceiver = record.msg_lrpid;
+    return true;
+}
+
+SendOutcome SendMessage(int queue, const Message& message, unsigned patience, std::string& why) {
+    const int error = SendOne(queue, ToRequestMsg(message), patience);
+    if (error == 0) {
+        return SendOutcome::kSent;
+    }
+    if (error == EAGAIN) {
+        why = "the queue stayed full for " + Counted(patience, "second") +
+              "; the service does not take requests";
+        return SendOutcome::kFull;
+    }
+    why = std::string("sending failed: ") + strerror(error);
+    return SendOutcome::kFailed;
 }

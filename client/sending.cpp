@@ -4,19 +4,61 @@
 #include "client/exit_status.h"
 #include "client/output.h"
 #include "client/queue.h"
+#include "client/service_process.h"
 
-int SendAll(const std::vector<Message>& messages, unsigned patience, size_t& sent) {
+namespace {
+
+// A request can be sent while nobody takes it: it waits in the queue. That should not surprise.
+void WarnWhenNobodyListens() {
+    const std::vector<ServiceProcess> services = FindServices();
+    for (const ServiceProcess& service : services) {
+        if (service.intakeAlive) {
+            return;
+        }
+    }
+    Say(services.empty()
+            ? "warning: the service does not run here; requests wait in the queue for its start"
+            : "warning: the service's intake has stopped; requests wait in the queue until it is "
+              "started again (doctor may tell why)");
+}
+
+// Takes vanished files out of the message. Returns whether there were any.
+bool CheckAgain(Message& message) {
+    const std::vector<std::string> vanished = TakeOutVanished(message);
+    for (const std::string& path : vanished) {
+        Say(TonedError(Tone::kBad, "passed over") + " " + Printable(path) +
+            ": it has vanished since it was checked");
+    }
+    return !vanished.empty();
+}
+
+}  // namespace
+
+int SendAll(std::vector<Message>& messages, unsigned patience, size_t& sent) {
     std::string why;
+    bool partly = false;
     sent = 0;
     const int queue = OpenServerQueue(why);
     if (queue == -1) {
         Say(why);
         return kExitNoService;
     }
-    const SendOutcome outcome = SendMessages(queue, messages, patience, sent, why);
-    if (outcome == SendOutcome::kSent) {
-        return kExitDone;
+    WarnWhenNobodyListens();
+    while (sent < messages.size()) {
+        if (CheckAgain(messages[sent])) {
+            partly = true;
+            if (messages[sent].numFiles == 0) {
+                messages.erase(messages.begin() + static_cast<ptrdiff_t>(sent));
+                continue;
+            }
+        }
+        const SendOutcome outcome = SendMessage(queue, messages[sent], patience, why);
+        if (outcome != SendOutcome::kSent) {
+            Say(why + "; " + std::to_string(sent) + " of " + Counted(messages.size(), "request") +
+                " sent");
+            return outcome == SendOutcome::kFull ? kExitTimedOut : kExitNoService;
+        }
+        ++sent;
     }
-    Say(why + "; " + std::to_string(sent) + " of " + Counted(messages.size(), "request") + " sent");
-    return outcome == SendOutcome::kFull ? kExitTimedOut : kExitNoService;
+    return partly ? kExitPartly : kExitDone;
 }

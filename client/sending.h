@@ -8,6 +8,8 @@
 
 #include "client/packing.h"
 
-// Sends all messages, or says on standard error why not and how many went. Stores how many were
-// sent. Returns an exit status.
-int SendAll(const std::vector<Message>& messages, unsigned patience, size_t& sent);
+// Sends all messages in order, or says on standard error why not and how many went. Files that have
+// vanished since they were checked are taken out first and named; a message that they leave empty
+// is removed. Stores how many messages, from the first, were sent. Returns kExitDone, kExitPartly
+// when files had vanished, or the exit status of the failure.
+int SendAll(std::vector<Message>& messages, unsigned patience, size_t& sent);

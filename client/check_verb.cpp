@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: MIT
+// check: what is pinned against the bitmap, and setting it right.
+#include "client/check.h"
+#include "client/exit_status.h"
+#include "client/output.h"
+#include "client/repair.h"
+#include "client/service_process.h"
+#include "client/verbs.h"
+
+namespace {
+
+struct Findings {
+    std::vector<Volume> volumes;
+    ServiceState service;
+    std::string mountPath;  // empty = all
+    std::vector<VolumeCheck> checks;
+};
+
+// Reads everything afresh and checks. Returns an exit status.
+int Look(const CheckOptions& options, Findings& findings) {
+    std::string why;
+    findings.volumes.clear();
+    if (!ListVolumes(findings.volumes)) {
+        Say("the volumes cannot be listed");
+        return kExitNoService;
+    }
+    findings.service = ReadServiceState(options.common);
+    if (!findings.service.known) {
+        Say(findings.service.why);
+        return kExitNoService;
+    }
+    if (!options.volume.empty()) {
+        const Volume* const volume = ResolveVolume(options.volume, findings.volumes, why);
+        if (volume == nullptr) {
+            Say(Printable(options.volume) + ": " + why);
+            return kExitRefused;
+        }
+        findings.mountPath = volume->mountPath;
+    }
+    findings.checks = CheckVolumes(findings.service.state, findings.volumes, findings.mountPath);
+    return kExitDone;
+}
+
+int StatusOf(const Findings& findings) {
+    for (const VolumeCheck& check : findings.checks) {
+        if (!IsClean(check)) {
+            return kExitPartly;
+        }
+    }
+    return kExitDone;
+}
+
+// Whether there is a service that would carry out what is sent.
+bool ServiceWorks() {
+    for (const ServiceProcess& service : FindServices()) {
+        if (service.intakeAlive && service.workerAlive) {
+            return true;
+        }
+    }
+    Say("--repair: the service does not run, or has stopped working; doctor may tell why");
+    return false;
+}
+
+Json::Value ToJson(const std::vector<std::string>& texts) {
+    Json::Value list(Json::arrayValue);
+    for (const std::string& text : texts) {
+        list.append(text);
+    }
+    return list;
+}
+
+void PrintRepair(const RepairReport& repair) {
+    for (const std::string& action : repair.actions) {
+        Print("  repair: " + action);
+    }
+    for (const std::string& obstacle : repair.obstacles) {
+        Print("  " + Toned(Tone::kBad, "not repaired") + ": " + obstacle);
+    }
+    Print("  " + Counted(repair.requests, "request") + " sent and done; checked again:");
+}
+
+}  // namespace
+
+int CheckVerb(const CheckOptions& options) {
+    Json::Value report = NewReport("check");
+    Findings findings;
+    int status = Look(options, findings);
+    if (status == kExitDone) {
+        status = StatusOf(findings);
+        report["volumes"] = CheckToJson(findings.checks);
+        if (!options.common.json) {
+            PrintChecks(findings.checks);
+        }
+    }
+    if (status == kExitPartly && options.repair) {
+        RepairReport repair;
+        status = ServiceWorks() ? Repair(findings.checks, findings.volumes, findings.service,
+                                         options.send, repair)
+                                : kExitNoService;
+        report["repair"]["requests"] = static_cast<Json::UInt64>(repair.requests);
+        report["repair"]["unitsCleared"] = static_cast<Json::UInt64>(repair.unitsCleared);
+        report["repair"]["actions"] = ToJson(repair.actions);
+        report["repair"]["obstacles"] = ToJson(repair.obstacles);
+        if (status == kExitDone && (status = Look(options, findings)) == kExitDone) {
+            status = StatusOf(findings);
+            report["volumesAfterRepair"] = CheckToJson(findings.checks);
+            if (!options.common.json) {
+                PrintRepair(repair);
+                PrintChecks(findings.checks);
+            }
+        }
+    }
+    if (options.common.json) {
+        PrintReport(report, status);
+    }
+    return status;
+}

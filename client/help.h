@@ -1,0 +1,94 @@
+// SPDX-License-Identifier: MIT
+// The words of --help.
+#pragma once
+
+struct VerbHelp {
+    const char* name;
+    const char* text;
+    const char* examples;
+};
+
+constexpr char kAppText[] =
+    "Pins files into the SSD caches of their volumes, through quorcachepinfiled.";
+
+constexpr char kAppFooter[] =
+    "quorcachepinctl VERB --help tells more, with examples.\n"
+    "\n"
+    "Exit status:\n"
+    "  0  done\n"
+    "  1  partly: some of what was asked holds, some does not\n"
+    "  2  usage\n"
+    "  3  the service, its queue or its configuration file is not there\n"
+    "  4  timed out\n"
+    "  5  refused before anything was sent";
+
+constexpr VerbHelp kPinHelp = {
+    "pin", "Pin files into their volume's cache",
+    "Every file is checked first; when one is refused, nothing is sent unless -k is given.\n"
+    "\n"
+    "Examples:\n"
+    "  quorcachepinctl pin --wait /mnt/pool1/db/index.db\n"
+    "  quorcachepinctl pin --dry-run -r /mnt/pool1/photos\n"
+    "  quorcachepinctl pin --glob '/mnt/pool1/photos/2024*.jpg'\n"
+    "  find /mnt/pool1 -name '*.idx' -size +0 -print0 | quorcachepinctl pin -0 -f -"};
+
+constexpr VerbHelp kUnpinHelp = {
+    "unpin", "Release files from their volume's cache",
+    "The service clears a unit of 64 KiB for all files that share it. Pinned files that share\n"
+    "units with the released ones are therefore pinned again, unless --no-mend is given.\n"
+    "\n"
+    "Examples:\n"
+    "  quorcachepinctl unpin --wait /mnt/pool1/db/index.db\n"
+    "  quorcachepinctl list --paths /mnt/pool1 | quorcachepinctl unpin -f -"};
+
+constexpr VerbHelp kReloadHelp = {"reload", "Read a volume's pinned units into its cache again",
+                                  "Example:\n"
+                                  "  quorcachepinctl reload --wait /mnt/pool1"};
+
+constexpr VerbHelp kPendHelp = {
+    "pend", "Make the service leave a volume's requests alone",
+    "A request of the volume that runs is interrupted and stays queued. A restart of the service\n"
+    "forgets what is pending.\n"
+    "\n"
+    "Example:\n"
+    "  quorcachepinctl pend /mnt/pool1"};
+
+constexpr VerbHelp kReleaseHelp = {"release", "Let the service take up a pending volume's requests",
+                                   "Example:\n"
+                                   "  quorcachepinctl release /mnt/pool1"};
+
+constexpr VerbHelp kListHelp = {"list", "List the pinned files",
+                                "Examples:\n"
+                                "  quorcachepinctl list\n"
+                                "  quorcachepinctl list --paths /mnt/pool1"};
+
+constexpr VerbHelp kStatusHelp = {"status", "Show the service, its queue and what is pinned",
+                                  "Whether a volume is pending is not visible from outside.\n"
+                                  "\n"
+                                  "Example:\n"
+                                  "  quorcachepinctl status"};
+
+constexpr VerbHelp kCheckHelp = {
+    "check", "Compare the pinned files with the bitmap and the driver",
+    "Finds bits that are missing (a file grew, was rewritten, a shared unit was cleared), bits\n"
+    "that no pinned file needs, and files that are gone or were replaced. --repair pins again,\n"
+    "follows replaced files, takes files that are gone off the list and clears what is left over.\n"
+    "\n"
+    "Examples:\n"
+    "  quorcachepinctl check\n"
+    "  quorcachepinctl check --repair /mnt/pool1"};
+
+constexpr VerbHelp kExplainHelp = {"explain", "Tell everything about one file",
+                                   "Example:\n"
+                                   "  quorcachepinctl explain /mnt/pool1/db/index.db"};
+
+constexpr VerbHelp kMapHelp = {"map",
+                               "Draw a volume's units: which are pinned, which are in the cache",
+                               "Examples:\n"
+                               "  quorcachepinctl map /mnt/pool1\n"
+                               "  quorcachepinctl map /mnt/pool1 -o pool1.png"};
+
+constexpr VerbHelp kDoctorHelp = {"doctor", "Look for what keeps the service from working",
+                                  "Examples:\n"
+                                  "  quorcachepinctl doctor\n"
+                                  "  quorcachepinctl doctor --fix"};

@@ -1,0 +1,257 @@
+// SPDX-License-Identifier: MIT
+#include "client/repair.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "client/exit_status.h"
+#include "client/output.h"
+#include "client/progress.h"
+#include "client/queue.h"
+#include "client/sending.h"
+#include "client/stale_entries.h"
+#include "client/watch.h"
+#include "util/scoped.h"
+
+namespace {
+
+constexpr long kQuietPoll = 100 * 1000 * 1000;  // nanoseconds
+constexpr unsigned kQuietPatience = 60;         // seconds
+
+// What is to be done on one volume.
+struct VolumePlan {
+    const VolumeCheck* check;
+    const Volume* volume;
+    std::vector<FileRef> pins;      // to be pinned (again)
+    std::vector<uint32_t> entries;  // inodes to take off the list
+};
+
+// Stores the file at a path that a list entry names, when it can be pinned.
+bool FileToFollow(const FileCheck& file, const Volume& volume, const std::vector<Volume>& volumes,
+                  Mapper& mapper, FileRef& found, std::string& why) {
+    return ExamineFile(PathInRequest(volume.mountPath, file.now.stored.relative), volumes, found,
+                       why) &&
+           MapForRequest(mapper, found, why);
+}
+
+VolumePlan MakePlan(const VolumeCheck& check, const Volume& volume,
+                    const std::vector<Volume>& volumes, RepairReport& report) {
+    VolumePlan plan = {&check, &volume, {}, {}};
+    Mapper mapper;
+    for (const FileCheck& file : check.files) {
+        const std::string name = Printable(file.now.stored.relative);
+        FileRef found;
+        std::string why;
+        if (file.condition == FileCondition::kMissingBits) {
+            plan.pins.push_back(file.now.file);
+            report.actions.push_back(name + ": pinned again");
+        } else if (file.condition == FileCondition::kGone) {
+            plan.entries.push_back(file.now.stored.inode);
+            report.actions.push_back(name + ": taken off the list");
+        } else if (file.condition == FileCondition::kReplaced) {
+            plan.entries.push_back(file.now.stored.inode);
+            if (FileToFollow(file, volume, volumes, mapper, found, why)) {
+                plan.pins.push_back(found);
+                report.actions.push_back(name + ": the file that is there now is pinned");
+            } else {
+                report.obstacles.push_back(name + ": what is there now is not pinned: " + why);
+            }
+        } else if (file.condition == FileCondition::kUnmappable) {
+            report.obstacles.push_back(name + ": " + file.now.why);
+        }
+    }
+    return plan;
+}
+
+// A request that changes nothing and makes the service hand the bitmap to the driver: pinning the
+// smallest file that is pinned.
+void AddPush(VolumePlan& plan) {
+    const FileCheck* smallest = nullptr;
+    for (const FileCheck& file : plan.check->files) {
+        if (file.condition == FileCondition::kGood && file.units > 0 &&
+            (smallest == nullptr || file.units < smallest->units)) {
+            smallest = &file;
+        }
+    }
+    if (plan.pins.empty() && smallest != nullptr) {
+        plan.pins.push_back(smallest->now.file);
+    }
+}
+
+// Where nothing is pinned: releasing the bitmap file itself, which is never pinned, does the same.
+std::vector<FileRef> PushByRelease(const VolumePlan& plan, const std::vector<Volume>& volumes) {
+    FileRef bitmap;
+    std::string why;
+    Mapper mapper;
+    if (!plan.pins.empty() || !ExamineFile(plan.check->view.bitmapPath, volumes, bitmap, why) ||
+        !MapForRequest(mapper, bitmap, why)) {
+        return {};
+    }
+    return {bitmap};
+}
+
+// Whether the volume has no request anywhere, so that the service does not use its bitmap file.
+bool IsQuiet(const std::string& configPath, const std::string& mountPath, int64_t& nextNumber) {
+    ConfigState state;
+    QueueFacts facts;
+    std::string why;
+    if (!ReadQueueFacts(facts, why) || facts.messages > 0 ||
+        !ReadConfigState(configPath, state, why)) {
+        return false;
+    }
+    nextNumber = state.nextNumber;
+    return std::none_of(state.queue.begin(), state.queue.end(), [&](const StoredRequest& request) {
+        return request.mountPath == mountPath;
+    });
+}
+
+bool WaitUntilQuiet(const std::string& configPath, const std::string& mountPath, unsigned patience,
+                    int64_t& nextNumber) {
+    const double deadline = MonotonicSeconds() + patience;
+    while (!IsQuiet(configPath, mountPath, nextNumber)) {
+        if (MonotonicSeconds() >= deadline) {
+            return false;
+        }
+        const struct timespec pause = {0, kQuietPoll};
+        nanosleep(&pause, nullptr);
+    }
+    return true;
+}
+
+// Clears units in the bitmap file. Returns false, with the reason in `why`.
+bool ClearInFile(const std::string& path, const UnitSet& units, std::string& why) {
+    const ScopedFd fd(open(path.c_str(), O_RDWR | O_CLOEXEC));
+    bool good = fd.valid();
+    for (size_t i = 0; good && i < units.Bytes().size(); ++i) {
+        const auto at = static_cast<off_t>(i);
+        uint8_t byte = 0;
+        if (units.Bytes()[i] == 0 || pread(fd.get(), &byte, 1, at) != 1) {
+            continue;  // behind the end there is nothing set
+        }
+        byte &= static_cast<uint8_t>(~units.Bytes()[i]);
+        good = pwrite(fd.get(), &byte, 1, at) == 1;
+    }
+    if (!good) {
+        why = path + ": " + strerror(errno);
+    }
+    return good;
+}
+
+// Clears the surplus while the volume is quiet. Returns kExitDone also when that cannot be.
+int Sweep(const VolumePlan& plan, const std::string& configPath, const SendOptions& options,
+          RepairReport& report) {
+    const std::string name = Printable(plan.check->mountPath);
+    const uint64_t surplus = plan.check->surplus.Count();
+    int64_t before = 0;
+    int64_t after = 0;
+    std::string why;
+    if (surplus == 0) {
+        return kExitDone;
+    }
+    const unsigned patience = options.timeout > 0 ? options.timeout : kQuietPatience;
+    if (!WaitUntilQuiet(configPath, plan.check->mountPath, patience, before)) {
+        Say(name + ": its requests did not come to an end; nothing was changed");
+        return kExitTimedOut;
+    }
+    if (!ClearInFile(plan.check->view.bitmapPath, plan.check->surplus, why)) {
+        report.obstacles.push_back(why);
+        return kExitDone;
+    }
+    report.unitsCleared += surplus;
+    report.actions.push_back(Counted(surplus, "unit") + " that no file needs cleared in " +
+                             Printable(plan.check->view.bitmapPath));
+    if (!IsQuiet(configPath, plan.check->mountPath, after) || after != before) {
+        report.obstacles.push_back(name + ": a request came in meanwhile; check again");
+    }
+    return kExitDone;
+}
+
+// Sends the messages and waits for them.
+int SendAndWait(std::vector<Message>& messages, const std::string& configPath,
+                const SendOptions& options, RepairReport& report, std::vector<Watched>& requests) {
+    ConfigState state;
+    std::string why;
+    size_t sent = 0;
+    if (!ReadConfigState(configPath, state, why)) {
+        Say(why);
+        return kExitNoService;
+    }
+    const int status = SendAll(messages, options.patience, sent);
+    report.requests += sent;
+    requests = ToWatch(messages, sent);
+    return status != kExitDone && status != kExitPartly
+               ? status
+               : WaitForRequests(requests, {configPath, state.nextNumber, options.timeout});
+}
+
+int CarryOut(VolumePlan& plan, const std::vector<Volume>& volumes, const std::string& configPath,
+             const SendOptions& options, RepairReport& report) {
+    StaleEntryLinks links(*plan.volume);
+    std::vector<Watched> requests;
+    std::string why;
+    int status = Sweep(plan, configPath, options, report);
+    if (status != kExitDone) {
+        return status;
+    }
+    if (!plan.entries.empty() && !links.Make(plan.entries, why)) {
+        report.obstacles.push_back(why);
+        return kExitDone;
+    }
+    AddPush(plan);
+    std::vector<Message> messages = PackFiles(kRequestUnpinFiles, links.Files());
+    const auto add = [&messages](const std::vector<Message>& more) {
+        messages.insert(messages.end(), more.begin(), more.end());
+    };
+    add(PackFiles(kRequestUnpinFiles, PushByRelease(plan, volumes)));
+    add(PackFiles(kRequestPinFiles, plan.pins));
+    status = SendAndWait(messages, configPath, options, report, requests);
+    if (!plan.entries.empty() && !std::all_of(requests.begin(), requests.end(), WasStored)) {
+        links.Keep();
+        Say("requests that name files in " + Printable(links.Directory()) +
+            " were not read yet; the directory must stay until they are");
+    }
+    return status;
+}
+
+const Volume* FindVolume(const std::string& mountPath, const std::vector<Volume>& volumes) {
+    for (const Volume& volume : volumes) {
+        if (volume.mountPath == mountPath) {
+            return &volume;
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+int Repair(const std::vector<VolumeCheck>& checks, const std::vector<Volume>& volumes,
+           const ServiceState& service, const SendOptions& options, RepairReport& report) {
+    for (const VolumeCheck& check : checks) {
+        const Volume* const volume = FindVolume(check.mountPath, volumes);
+        const std::string name = Printable(check.mountPath);
+        if (IsClean(check)) {
+            continue;
+        }
+        if (volume == nullptr || !VolumeKeepsPins(*volume)) {
+            report.obstacles.push_back(name + ": not mounted, or without a cache that keeps pins");
+            continue;
+        }
+        if (check.fileTooLong) {
+            report.obstacles.push_back(name + ": the bitmap file is longer than the bitmap");
+            continue;
+        }
+        VolumePlan plan = MakePlan(check, *volume, volumes, report);
+        const int status = CarryOut(plan, volumes, service.configPath, options, report);
+        if (status != kExitDone) {
+            return status;
+        }
+    }
+    return kExitDone;
+}

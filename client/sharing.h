@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: MIT
+// Units that several files share. The service keeps one bit a unit and clears it when any of them
+// is unpinned; the others are then pinned again, by requests that follow in the same queue.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "client/config_state.h"
+#include "client/file_job.h"
+
+// A pinned file as it is now.
+struct PinnedNow {
+    StoredFile stored;
+    FileRef file;     // filled, with its extents (none when it is empty now), when `why` is empty
+    std::string why;  // why it is not what was pinned: gone, replaced, not to be mapped
+};
+
+// Looks at every file that the configuration lists as pinned on the volume.
+std::vector<PinnedNow> LookAtPinned(const ConfigState& state, const Volume& volume,
+                                    const std::vector<Volume>& volumes, Mapper& mapper);
+
+// Returns the files of requests queued for the volume that pin; files that an unpin request behind
+// them names again are left out.
+std::vector<StoredFile> QueuedToPin(const ConfigState& state, const std::string& mountPath);
+
+// Fills the job's files to mend and their messages: what stays pinned, or is queued to be, and
+// shares a unit with a file to be unpinned.
+void PlanMending(const ConfigState& state, FileJob& job);

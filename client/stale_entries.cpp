@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: MIT
+#include "client/stale_entries.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "util/scoped.h"
+#include "util/space.h"
+
+StaleEntryLinks::~StaleEntryLinks() {
+    if (keep_) {
+        return;
+    }
+    for (const std::string& path : paths_) {
+        unlink(path.c_str());
+    }
+    if (!directory_.empty()) {
+        rmdir(directory_.c_str());
+    }
+}
+
+bool StaleEntryLinks::Link(const std::string& target, uint32_t inode, std::string& why) {
+    struct stat status = {};
+    const std::string name = "gone#" + std::to_string(inode);
+    const std::string path = directory_ + "/" + name;
+    if (link(target.c_str(), path.c_str()) != 0 || lstat(path.c_str(), &status) != 0) {
+        why = path + ": " + strerror(errno);
+        return false;
+    }
+    paths_.push_back(path);
+    files_.push_back({&volume_,
+                      path,
+                      PathBelow(volume_.mountPath, path),
+                      static_cast<uint32_t>(status.st_ino),
+                      0,
+                      {}});
+    return true;
+}
+
+bool StaleEntryLinks::Make(const std::vector<uint32_t>& inodes, std::string& why) {
+    std::string directory = PathInRequest(volume_.mountPath, ".quorcachepinctl-XXXXXX");
+    if (mkdtemp(directory.data()) == nullptr) {
+        why = directory + ": " + strerror(errno);
+        return false;
+    }
+    directory_ = directory;
+    // The bitmap file lives as long as anything is pinned. A file made here could be given the very
+    // inode that is looked for.
+    const CString bitmap(BitmapPathByDirectory(volume_.mountPath.c_str()));
+    std::string target = bitmap ? bitmap.get() : "";
+    if (access(target.c_str(), F_OK) != 0) {
+        target = directory_ + "/target";
+        paths_.push_back(target);
+        const ScopedFd fd(open(target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+        if (!fd.valid()) {
+            why = target + ": " + strerror(errno);
+            return false;
+        }
+    }
+    for (const uint32_t inode : inodes) {
+        if (!Link(target, inode, why)) {
+            return false;
+        }
+    }
+    return true;
+}

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+// Taking entries off the service's list whose file is gone (see repair.h).
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
+#include "client/file_check.h"
+
+// A directory of hard links whose names, in the stored form, mean other inodes.
+class StaleEntryLinks {
+  public:
+    explicit StaleEntryLinks(const Volume& volume) : volume_(volume) {}
+    // Removes the links and the directory, unless they must stay.
+    ~StaleEntryLinks();
+    StaleEntryLinks(const StaleEntryLinks&) = delete;
+    StaleEntryLinks& operator=(const StaleEntryLinks&) = delete;
+
+    // Makes a link for each inode. Returns false, with the reason in `why`.
+    bool Make(const std::vector<uint32_t>& inodes, std::string& why);
+    // The links as files of an unpin request.
+    const std::vector<FileRef>& Files() const { return files_; }
+    // Leaves the links where they are: a message that names them may still be in the queue, and one
+    // that names what is not there would end the service's intake.
+    void Keep() { keep_ = true; }
+    const std::string& Directory() const { return directory_; }
+
+  private:
+    bool Link(const std::string& target, uint32_t inode, std::string& why);
+
+    const Volume& volume_;
+    std::string directory_;
+    std::vector<std::string> paths_;
+    std::vector<FileRef> files_;
+    bool keep_ = false;
+};

@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: MIT
+// A volume as it is now: its cached device, its bitmap file, what its cache tells.
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+
+#include "client/residency.h"
+#include "client/units.h"
+#include "client/volumes.h"
+
+struct VolumeView {
+    std::string mountPath;
+    std::string cachePath;    // the cached device; empty when the volume has no cache
+    uint64_t deviceSize = 0;  // bytes; 0 when it cannot be told
+    std::string bitmapPath;
+    bool hasBitmap = false;  // the bitmap file exists and could be read
+    uint64_t fileBytes = 0;  // its length
+    UnitSet bits;            // its bits, with the room that the device has, where that is known
+    Residency residency;
+};
+
+VolumeView LookAt(const Volume& volume);
