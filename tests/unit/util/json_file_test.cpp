@@ -10,11 +10,10 @@
 
 #include "tests/unit/support/log_capture.h"
 #include "tests/unit/support/unit_test.h"
+#include "tests/unit/util/lines.h"
 #include "util/file.h"
 
 namespace {
-
-using Lines = std::vector<ExpectedLine>;
 
 class JsonFileTest : public UnitTest {
   protected:

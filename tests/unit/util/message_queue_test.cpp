@@ -18,11 +18,10 @@
 #include "tests/unit/support/log_capture.h"
 #include "tests/unit/support/queue_space.h"
 #include "tests/unit/support/unit_test.h"
+#include "tests/unit/util/lines.h"
 #include "util/request.h"
 
 namespace {
-
-using Lines = std::vector<ExpectedLine>;
 
 constexpr LogSource kLog = kUtilLog;
 constexpr unsigned long kQueueBytes = 1576960;
@@ -61,11 +60,6 @@ class MessageQueueTest : public UnitTest {
 
     std::string path_;
 };
-
-Lines operator+(Lines left, const Lines& right) {
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
 
 struct msqid_ds StateOf(int id) {
     struct msqid_ds queue = {};

@@ -10,12 +10,12 @@
 #include "tests/unit/support/fake_system.h"
 #include "tests/unit/support/log_capture.h"
 #include "tests/unit/support/unit_test.h"
+#include "tests/unit/util/lines.h"
 #include "util/scoped.h"
 #include "util/space.h"
 
 namespace {
 
-using Lines = std::vector<ExpectedLine>;
 using Calls = std::vector<std::string>;
 
 constexpr LogSource kLog = kUtilLog;
@@ -53,11 +53,6 @@ const ExpectedLine kConfigFailed =
 const ExpectedLine kChecked = kLog.Verbose("SpaceHasCache", "Check Space (uuid) ret=0");
 const ExpectedLine kNotFound =
     kLog.Verbose("SpaceHasCache", "Space (uuid) doesn't be found in the config");
-
-Lines operator+(Lines left, const Lines& right) {
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
 
 struct ConfigRow {
     const char* why;

@@ -16,7 +16,6 @@
 
 namespace {
 
-using Lines = std::vector<ExpectedLine>;
 using Calls = std::vector<std::string>;
 
 constexpr LogSource kLog = kUtilLog;
