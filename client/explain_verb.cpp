@@ -1,140 +1,13 @@
 // SPDX-License-Identifier: MIT
 // explain: everything about one file.
-#include <algorithm>
-
 #include "client/exit_status.h"
-#include "client/file_job.h"
+#include "client/explanation.h"
 #include "client/output.h"
-#include "client/service_state.h"
-#include "client/sharing.h"
 #include "client/verbs.h"
-#include "client/volume_view.h"
 
 namespace {
 
 constexpr size_t kExtentsShown = 10;
-
-struct Sharer {
-    std::string path;
-    uint64_t units;  // in common
-};
-
-struct Explanation {
-    FileRef file;
-    bool mapped = false;
-    std::string whyNotMapped;
-    ServiceState service;
-    VolumeView view;
-    bool pinned = false;        // its inode is on the list
-    std::string pinnedAs;       // the path that the list has for the inode, when it is another
-    bool pathReplaced = false;  // the list has its path with another inode
-    std::vector<std::string> queued;  // "request 7, 2nd in the queue: pin"
-    bool queuedToPin = false;
-    UnitRuns runs;
-    uint64_t units = 0;
-    uint64_t withBit = 0;
-    uint64_t set = 0;
-    uint64_t driver = 0;
-    uint64_t resident = 0;
-    uint64_t neverWritten = 0;  // bytes
-    std::vector<Sharer> sharers;
-};
-
-void ReadList(Explanation& explanation) {
-    const ConfigState& state = explanation.service.state;
-    const FileRef& file = explanation.file;
-    const auto pinned = state.pinned.find(file.volume->mountPath);
-    if (pinned != state.pinned.end()) {
-        for (const StoredFile& stored : pinned->second) {
-            if (stored.inode == file.inode) {
-                explanation.pinned = true;
-                explanation.pinnedAs = stored.relative == file.relative ? "" : stored.relative;
-            } else if (stored.relative == file.relative) {
-                explanation.pathReplaced = true;
-            }
-        }
-    }
-    for (size_t place = 0; place < state.queue.size(); ++place) {
-        const StoredRequest& request = state.queue[place];
-        for (const StoredFile& stored : ParseStoredFiles(request.data)) {
-            if (request.mountPath == file.volume->mountPath && stored.inode == file.inode) {
-                explanation.queued.push_back("request " + Printable(request.number) + " (" +
-                                             Printable(request.type) + "), place " +
-                                             std::to_string(place + 1) + " of " +
-                                             std::to_string(state.queue.size()));
-                explanation.queuedToPin = request.type == "pinFiles";
-            }
-        }
-    }
-}
-
-void CountAll(Explanation& explanation) {
-    const VolumeView& view = explanation.view;
-    UnitSet wanted(view.bits.Bytes().size());
-    explanation.runs = RunsOf(explanation.file.extents);
-    explanation.units = CountUnits(explanation.runs);
-    wanted.Put(explanation.runs);
-    explanation.withBit = wanted.Count();
-    explanation.set = view.bits.CountIn(explanation.runs);
-    explanation.driver = view.residency.pinned.CountIn(explanation.runs);
-    explanation.resident = view.residency.resident.CountIn(explanation.runs);
-    explanation.neverWritten =
-        BytesOf(explanation.file.extents, false) - BytesOf(explanation.file.extents, true);
-}
-
-void FindSharers(const std::vector<Volume>& volumes, Mapper& mapper, Explanation& explanation) {
-    const Volume& volume = *explanation.file.volume;
-    for (const PinnedNow& now : LookAtPinned(explanation.service.state, volume, volumes, mapper)) {
-        const uint64_t common = CountUnits(CommonRuns(RunsOf(now.file.extents), explanation.runs));
-        if (now.stored.inode != explanation.file.inode && common > 0) {
-            explanation.sharers.push_back(
-                {PathInRequest(volume.mountPath, now.stored.relative), common});
-        }
-    }
-}
-
-// Why units of the file are not in the cache; empty when all are, or when that is not known.
-std::string WhyNotResident(const Explanation& explanation) {
-    const VolumeView& view = explanation.view;
-    if (view.cachePath.empty()) {
-        return "the volume has no cache";
-    }
-    if (view.residency.known && explanation.resident == explanation.units) {
-        return "";
-    }
-    if (explanation.queuedToPin) {
-        return "its request is not done yet";
-    }
-    if (!explanation.service.known) {
-        return "whether it is pinned is not known: " + explanation.service.why;
-    }
-    if (!explanation.pinned && explanation.pathReplaced) {
-        return "the file that was pinned at this path was replaced by this one; check --repair "
-               "follows it";
-    }
-    if (!explanation.pinned) {
-        return "it is not pinned, so nothing keeps it there";
-    }
-    if (explanation.set < explanation.withBit) {
-        return Counted(explanation.withBit - explanation.set, "unit") +
-               " not set: it grew, was rewritten, or a unit it shares was cleared; check --repair "
-               "pins it again";
-    }
-    if (!view.residency.known) {
-        return "";
-    }
-    if (explanation.driver < explanation.set) {
-        return "the driver has not the bitmap that the file holds; check --repair hands it over";
-    }
-    if (explanation.neverWritten > 0) {
-        return HumanBytes(explanation.neverWritten) +
-               " of it were never written, and the service does not read those";
-    }
-    return view.bits.Count() * kUnitBytes > view.residency.cacheSize
-               ? "more is pinned than the cache holds"
-               : "it was not read since the cache began, or the reading was interrupted or failed; "
-                 "reload reads it";
-}
 
 void PrintExtents(const Explanation& explanation) {
     Table table("rrrrl");
@@ -253,7 +126,6 @@ int ExplainVerb(const ExplainOptions& options) {
     Json::Value report = NewReport("explain");
     Explanation explanation;
     std::vector<Volume> volumes;
-    Mapper mapper;
     std::string why;
     if (!ListVolumes(volumes) || !ExamineFile(options.path, volumes, explanation.file, why)) {
         Say(Printable(options.path) + ": " + why);
@@ -263,12 +135,7 @@ int ExplainVerb(const ExplainOptions& options) {
         }
         return kExitRefused;
     }
-    explanation.mapped = MapForRequest(mapper, explanation.file, explanation.whyNotMapped);
-    explanation.service = ReadServiceState(options.common);
-    explanation.view = LookAt(*explanation.file.volume);
-    ReadList(explanation);
-    CountAll(explanation);
-    FindSharers(volumes, mapper, explanation);
+    FillExplanation(options.common, volumes, explanation);
     const int status = explanation.service.known ? kExitDone : kExitNoService;
     if (options.common.json) {
         report["file"] = ToJson(explanation);

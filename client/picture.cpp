@@ -82,14 +82,14 @@ uint32_t CellColour(CellState state) {
     }
 }
 
-const char* CellMeaning(CellState state) {
+const char* CellMeaning(const Picture& picture, CellState state) {
     switch (state) {
         case kCellFree:
-            return "neither";
+            return picture.cacheTells ? "neither" : "not pinned";
         case kCellResident:
             return "in the cache, not pinned";
         case kCellPinned:
-            return "pinned";
+            return picture.cacheTells ? "pinned, in the cache" : "pinned";
         case kCellPinnedAbsent:
             return "pinned, not in the cache";
         default:

@@ -45,9 +45,9 @@ struct PictureFrame {
 };
 PictureFrame FrameOf(const Picture& picture);
 
-// A state's colour, 0xRRGGBB, and what it means, in a few words.
+// A state's colour, 0xRRGGBB, and what it means in this picture, in a few words.
 uint32_t CellColour(CellState state);
-const char* CellMeaning(CellState state);
+const char* CellMeaning(const Picture& picture, CellState state);
 
 // The states that the legend names, in order.
 std::vector<CellState> LegendOf(const Picture& picture);

@@ -73,8 +73,8 @@ void DrawWords(Canvas& canvas, const Picture& picture, const PictureFrame& frame
         const uint64_t units = picture.counts[state];
         canvas.Fill(frame.left, y, 8, 8, state);
         canvas.Write(frame.left + 16, y,
-                     std::string(CellMeaning(state)) + ": " + Counted(units, "unit") + ", " +
-                         HumanBytes(units * kUnitBytes));
+                     std::string(CellMeaning(picture, state)) + ": " + Counted(units, "unit") +
+                         ", " + HumanBytes(units * kUnitBytes));
         y += 16;
     }
     canvas.Write(frame.left, y,

@@ -66,7 +66,7 @@ void Legend(std::ostream& out, const Picture& picture, const PictureFrame& frame
         const uint64_t units = picture.counts[state];
         Rectangle(out, frame.left, y, 10, 10, state);
         Text(out, frame.left + 16, y + 10,
-             std::string(CellMeaning(state)) + ": " + Counted(units, "unit") + ", " +
+             std::string(CellMeaning(picture, state)) + ": " + Counted(units, "unit") + ", " +
                  HumanBytes(units * kUnitBytes));
         y += 16;
     }

@@ -13,10 +13,10 @@
 
 namespace {
 
-constexpr double kBarPause = 0.2;     // seconds between two pictures of the bar
-constexpr double kChangePause = 1.0;  // seconds between two lines at least
-constexpr double kLinePause = 5.0;    // seconds between two lines of the same state
-constexpr size_t kMostBar = 30;       // columns
+constexpr double kBarPause = 0.2;    // seconds between two pictures of the bar
+constexpr double kStuckPause = 1.0;  // seconds before a line that says what holds things up
+constexpr double kLinePause = 5.0;   // seconds between two lines of the same state
+constexpr size_t kMostBar = 30;      // columns
 constexpr size_t kDefaultColumns = 80;
 
 std::string Share(const ProgressView& view) {
@@ -34,15 +34,18 @@ std::string Remaining(double seconds) {
 std::string Facts(const ProgressView& view, double rate) {
     std::string text;
     if (view.bytes > 0) {
-        text = Share(view) + "  " + HumanBytes(view.bytesDone) + " of " + HumanBytes(view.bytes);
+        text =
+            Share(view) + " " + HumanBytes(view.bytesDone) + " of " + HumanBytes(view.bytes) + ", ";
     }
     if (rate > 0 && view.bytesDone < view.bytes) {
-        text += "  " + HumanBytes(static_cast<uint64_t>(rate)) + "/s  " +
-                Remaining(static_cast<double>(view.bytes - view.bytesDone) / rate);
+        text += HumanBytes(static_cast<uint64_t>(rate)) + "/s, " +
+                Remaining(static_cast<double>(view.bytes - view.bytesDone) / rate) + ", ";
     }
-    text += text.empty() ? "" : "  ";
-    return text + "request " + std::to_string(std::min(view.requestsDone + 1, view.requests)) +
-           "/" + std::to_string(view.requests) + " " + view.state;
+    if (view.requests > 1) {
+        text += "request " + std::to_string(std::min(view.requestsDone + 1, view.requests)) +
+                " of " + std::to_string(view.requests) + " ";
+    }
+    return text + view.state;
 }
 
 }  // namespace
@@ -79,7 +82,7 @@ std::string ProgressLine(const ProgressView& view, double rate, size_t columns) 
     return line.size() >= columns ? line.substr(0, columns - 1) : line;
 }
 
-// The first line stands a second after the start: what is over by then needs none.
+// The pauses count from here: what is over soon needs no lines.
 Progress::Progress() : terminal_(isatty(STDERR_FILENO) == 1), lastShown_(MonotonicSeconds()) {}
 
 void Progress::Show(const ProgressView& view) {
@@ -88,16 +91,16 @@ void Progress::Show(const ProgressView& view) {
         readingSince_ = now;
         readingFrom_ = view.bytesDone;
     }
-    const bool changed = view.requestsDone != shownDone_ || view.state != shownState_;
+    const bool changed = view.state != shownState_;
     if (terminal_ && (changed || now - lastShown_ >= kBarPause)) {
         ShowBar(view);
-    } else if (!terminal_ && now - lastShown_ >= (changed ? kChangePause : kLinePause)) {
+    } else if (!terminal_ &&
+               now - lastShown_ >= (changed && view.stuck ? kStuckPause : kLinePause)) {
         ShowLine(view);
     } else {
         return;
     }
     lastShown_ = now;
-    shownDone_ = view.requestsDone;
     shownState_ = view.state;
 }
 

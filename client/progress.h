@@ -12,7 +12,8 @@ struct ProgressView {
     size_t requestsDone = 0;
     uint64_t bytes = 0;  // to be read for all of them
     uint64_t bytesDone = 0;
-    std::string state;  // what is going on, in a few words
+    std::string state;   // what is going on, in a few words
+    bool stuck = false;  // nothing goes on, and the state says why
 };
 
 class Progress {
@@ -35,7 +36,6 @@ class Progress {
     double lastShown_;
     double readingSince_ = 0;   // when the first byte was seen read; 0 before
     uint64_t readingFrom_ = 0;  // bytes done then
-    size_t shownDone_ = 0;
     std::string shownState_;
 };
 

@@ -45,6 +45,11 @@ std::string FieldText(const char* field, size_t size) {
     return std::string(field, strnlen(field, size));
 }
 
+std::string Shortened(const std::string& text) {
+    constexpr size_t kMost = 60;
+    return text.size() <= kMost ? text : text.substr(0, kMost) + "...";
+}
+
 const char* VerbOf(int32_t type) {
     switch (type) {
         case kRequestPinFiles:
@@ -58,7 +63,7 @@ const char* VerbOf(int32_t type) {
         case kRequestReloadPinBlocks:
             return "reload";
         default:
-            return "request of unknown type";
+            return "no known request,";
     }
 }
 
@@ -71,10 +76,10 @@ std::string WhyNotStored(const std::string& mountPath, const std::string& data) 
     for (std::string path; std::getline(stream, path, ';');) {
         struct stat status = {};
         if (!path.empty() && !StartsWith(path, mountPath + "/")) {
-            return "names " + Printable(path) + ", which is not below the mount path";
+            return "names " + Shortened(Printable(path)) + ", which is not below the mount path";
         }
         if (!path.empty() && stat(path.c_str(), &status) != 0) {
-            return "names " + Printable(path) + ": " + strerror(errno);
+            return "names " + Shortened(Printable(path)) + ": " + strerror(errno);
         }
     }
     return "";
@@ -89,7 +94,7 @@ void Judge(const MessageBuffer& buffer, WaitingMessage& message) {
     const bool hasFiles = request.type == kRequestPinFiles || request.type == kRequestUnpinFiles;
     const bool pending =
         request.type == kRequestAddPendingSpace || request.type == kRequestRemovePendingSpace;
-    message.what = std::string(VerbOf(request.type)) + " " + Printable(mountPath);
+    message.what = std::string(VerbOf(request.type)) + " " + Shortened(Printable(mountPath));
     if (message.mtype != kRequestMsgType) {
         message.ignored = true;
         message.problem = "is of message type " + std::to_string(message.mtype) +

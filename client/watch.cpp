@@ -13,6 +13,7 @@
 #include "client/output.h"
 #include "client/progress.h"
 #include "client/queue.h"
+#include "client/service_process.h"
 #include "client/units.h"
 #include "client/volume_view.h"
 #include "util/scoped.h"
@@ -20,6 +21,7 @@
 
 namespace {
 
+constexpr double kSoon = 3;  // seconds in which a request that is first usually begins
 constexpr long kPollNanoseconds = 100 * 1000 * 1000;
 
 volatile sig_atomic_t g_interrupted = 0;
@@ -49,16 +51,6 @@ class InterruptGuard {
     struct sigaction terminate_ = {};
 };
 
-bool IsSameRequest(const Watched& request, const StoredRequest& stored) {
-    return RequestTypeToString(request.message.type) == stored.type &&
-           request.message.mountPath == stored.mountPath && request.message.stored == stored.data;
-}
-
-bool CameAfter(int64_t base, const std::string& number) {
-    const int64_t value = strtoll(number.c_str(), nullptr, 10);
-    return NumberDistance(base, value) < kRequestNumbers / 2;
-}
-
 // What is asked anew at every look.
 class Observer {
   public:
@@ -73,7 +65,7 @@ class Observer {
     bool ServiceWorks();
     std::string DevicePath(const std::string& mountPath);
     const Watched* FirstQueued() const;
-    std::string StateText(const Watched* first, bool reading) const;
+    void DescribeState(const Watched* first, bool reading, ProgressView& view) const;
 
     std::vector<Watched>& requests_;
     const WaitOptions& options_;
@@ -83,6 +75,8 @@ class Observer {
     int64_t quietNumber_ = -1;  // the next number at the last look that found the queue empty
     uint64_t mostRead_ = 0;
     std::string readingNumber_;
+    std::string firstNumber_;  // the request that was first at the last look, and since when
+    double firstSince_ = 0;
 };
 
 bool Observer::ServiceWorks() {
@@ -161,18 +155,23 @@ const Watched* Observer::FirstQueued() const {
     return nullptr;
 }
 
-std::string Observer::StateText(const Watched* first, bool reading) const {
-    if (first == nullptr) {
-        const bool queued = std::any_of(
-            requests_.begin(), requests_.end(),
-            [](const Watched& request) { return request.state == WatchState::kQueued; });
-        return queued ? "waits for the requests before it" : "on its way into the queue";
+void Observer::DescribeState(const Watched* first, bool reading, ProgressView& view) const {
+    const bool queued = std::any_of(requests_.begin(), requests_.end(), [](const Watched& request) {
+        return request.state == WatchState::kQueued;
+    });
+    view.stuck = true;
+    if (first == nullptr && queued) {
+        view.state = "waits for the requests before it";
+    } else if (!reading && first != nullptr && first->number == readingNumber_) {
+        view.state = "interrupted, waits (is the volume pending?)";
+    } else if (!reading && first != nullptr && MonotonicSeconds() - firstSince_ > kSoon) {
+        view.state = "waits (for blocks of a fresh file, or is the volume pending?)";
+    } else {
+        view.stuck = false;
+        view.state = reading            ? "reading"
+                     : first == nullptr ? "on its way into the queue"
+                                        : "about to begin";
     }
-    if (reading) {
-        return "reading";
-    }
-    return first->number == readingNumber_ ? "interrupted, waits (is the volume pending?)"
-                                           : "next or just begun";
 }
 
 ProgressView Observer::View() {
@@ -197,74 +196,16 @@ ProgressView Observer::View() {
         mostRead_ = std::max(mostRead_, BytesRead(first->message.reading, position));
         view.bytesDone += mostRead_;
     }
+    if (first != nullptr && first->number != firstNumber_) {
+        firstNumber_ = first->number;
+        firstSince_ = MonotonicSeconds();
+    }
     view.requests = requests_.size();
-    view.state = StateText(first, reading);
+    DescribeState(first, reading, view);
     return view;
 }
 
 }  // namespace
-
-std::vector<Watched> ToWatch(const std::vector<Message>& messages, size_t count) {
-    std::vector<Watched> requests;
-    for (size_t i = 0; i < count; ++i) {
-        requests.push_back({messages[i], WatchState::kUnseen, ""});
-    }
-    return requests;
-}
-
-bool WasStored(const Watched& request) {
-    return request.state != WatchState::kUnseen;
-}
-
-void Follow(std::vector<Watched>& requests, const ConfigState& state, int64_t base, bool drained) {
-    std::set<std::string> present;
-    std::set<std::string> taken;
-    for (const StoredRequest& stored : state.queue) {
-        present.insert(stored.number);
-    }
-    for (const Watched& request : requests) {
-        taken.insert(request.number);
-    }
-    for (Watched& request : requests) {
-        if (request.state == WatchState::kQueued && present.count(request.number) == 0) {
-            request.state = WatchState::kLeft;
-        }
-        for (const StoredRequest& stored : state.queue) {
-            if (request.state == WatchState::kUnseen && IsSameRequest(request, stored) &&
-                CameAfter(base, stored.number) && taken.insert(stored.number).second) {
-                request.state = WatchState::kQueued;
-                request.number = stored.number;
-            }
-        }
-    }
-    // Messages are stored in the order in which they were sent: one that is missing before one that
-    // was seen has come and gone between two looks.
-    const int64_t given = NumberDistance(base, state.nextNumber);
-    bool laterSeen =
-        drained && given < kRequestNumbers / 2 && given >= static_cast<int64_t>(requests.size());
-    for (auto request = requests.rbegin(); request != requests.rend(); ++request) {
-        if (request->state == WatchState::kUnseen && laterSeen) {
-            request->state = WatchState::kLeft;
-        }
-        laterSeen = laterSeen || request->state != WatchState::kUnseen;
-    }
-}
-
-uint64_t BytesRead(const std::vector<FileMappingEntry>& reading, uint64_t position) {
-    uint64_t before = 0;
-    for (const FileMappingEntry& extent : reading) {
-        const uint64_t start = extent.deviceStartSector * kSectorBytes;
-        const uint64_t length = extent.numSectors * kSectorBytes;
-        if (extent.uninitialized == 1) {
-            continue;
-        }
-        if (position > start && position <= start + length) {
-            return before + position - start;
-        }
-        before += length;
-    }
-    return 0;
-}
 
 int WaitForRequests(std::vector<Watched>& requests, const WaitOptions& options) {
     Observer observer(requests, options);
