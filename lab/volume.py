@@ -16,8 +16,8 @@ from lab.cache import Cache
 MIB = 1 << 20
 DIRECTORY = "/tmp/lab"  # what the volumes are made of; within the environment, so gone with it
 
-_MKFS = {  # nothing discarded, nothing written later in the background
-    "ext4": ["-q", "-F", "-b", "4096", "-m", "0", "-E", "nodiscard,lazy_itable_init=1"],
+_MKFS = {  # nothing discarded, nothing written later in the background, and a small journal
+    "ext4": ["-q", "-F", "-b", "4096", "-m", "0", "-J", "size=4", "-E", "nodiscard,lazy_itable_init=1"],
     "xfs": ["-q", "-f", "-K"],
     "btrfs": ["-q", "-f", "-K"],
 }
