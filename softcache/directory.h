@@ -27,7 +27,7 @@ struct DirectoryEntry {
     mode_t mode;
 };
 
-constexpr DirectoryEntry kDirectory[] = {
+inline constexpr DirectoryEntry kDirectory[] = {
     {kDeviceId, "device", S_IFREG | 0600},      // the cached device
     {kStatsId, "stats.json", S_IFREG | 0444},   // counters and control requests
     {kControlId, "control", S_IFREG | 0200},    // commands, a line each

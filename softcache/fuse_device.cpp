@@ -38,7 +38,7 @@ std::string FuseDevice::Mount(const std::string& name, const std::string& mountP
     std::string words[] = {"quorsoftcache", "-o", options};
     char* argv[] = {words[0].data(), words[1].data(), words[2].data(), nullptr};
     fuse_args args = FUSE_ARGS_INIT(3, argv);
-    context_ = std::make_unique<FuseContext>(FuseContext{served_, nullptr});
+    context_ = std::make_unique<FuseContext>(served_);
     session_ =
         fuse_session_new(&args, &FuseOperations(), sizeof(fuse_lowlevel_ops), context_.get());
     fuse_opt_free_args(&args);

@@ -6,7 +6,6 @@
 #include <linux/falloc.h>
 
 #include <algorithm>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -29,6 +28,24 @@ static FuseContext& Context(fuse_req_t request) {
 
 static ServedCache& Served(fuse_req_t request) {
     return Context(request).served;
+}
+
+uint64_t OpenSnapshots::Keep(std::string content) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    contents_[++lastHandle_] = std::make_shared<const std::string>(std::move(content));
+    return lastHandle_;
+}
+
+// Shared: the caller may close the file once he has the bytes, before the reply's call has
+// returned.
+std::shared_ptr<const std::string> OpenSnapshots::Content(uint64_t handle) const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return contents_.at(handle);
+}
+
+void OpenSnapshots::Drop(uint64_t handle) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    contents_.erase(handle);
 }
 
 static void Init(void* context, fuse_conn_info* connection) {
@@ -106,23 +123,18 @@ static void Open(fuse_req_t request, fuse_ino_t id, fuse_file_info* file) {
         fuse_reply_err(request, EACCES);
         return;
     }
-    std::unique_ptr<std::string> content;
+    FuseContext& context = Context(request);
     if (snapshot) {
-        content = std::make_unique<std::string>(FileSnapshot(Served(request), id));
+        file->fh = context.snapshots.Keep(FileSnapshot(context.served, id));
     }
     file->direct_io = 1;  // no page cache in front of the cache
-    file->fh = reinterpret_cast<uintptr_t>(content.get());
-    if (fuse_reply_open(request, file) == 0) {
-        content.release();  // Release has it now
+    if (fuse_reply_open(request, file) != 0) {
+        context.snapshots.Drop(file->fh);  // the caller is gone, no release will follow
     }
-}
-
-static std::string* Snapshot(const fuse_file_info* file) {
-    return reinterpret_cast<std::string*>(static_cast<uintptr_t>(file->fh));
 }
 
 static void Release(fuse_req_t request, fuse_ino_t, fuse_file_info* file) {
-    delete Snapshot(file);
+    Context(request).snapshots.Drop(file->fh);
     fuse_reply_err(request, 0);
 }
 
@@ -148,9 +160,9 @@ static void Read(fuse_req_t request, fuse_ino_t id, size_t size, off_t offset,
         ReadDevice(request, Served(request), size, static_cast<uint64_t>(offset));
         return;
     }
-    const std::string& content = *Snapshot(file);
-    const size_t begin = std::min(static_cast<size_t>(offset), content.size());
-    fuse_reply_buf(request, content.data() + begin, std::min(size, content.size() - begin));
+    const auto content = Context(request).snapshots.Content(file->fh);
+    const size_t begin = std::min(static_cast<size_t>(offset), content->size());
+    fuse_reply_buf(request, content->data() + begin, std::min(size, content->size() - begin));
 }
 
 // As a disk does it: what lies on the device is written, at its end there is no space.

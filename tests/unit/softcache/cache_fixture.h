@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: MIT
+// A BlockCache on two real files, for tests that want to look at all three.
+#pragma once
+
+#include <memory>
+
+#include "softcache/block_cache.h"
+#include "tests/unit/softcache/test_files.h"
+
+namespace softcache {
+
+class CacheOnFiles : public ::testing::Test {
+  protected:
+    // A device of random bytes and a cold cache of `slots` units.
+    void Make(uint64_t deviceSize, uint32_t slots) {
+        content_ = RandomBytes(static_cast<size_t>(deviceSize), 1);
+        backing_ = NewFile(dir_ / "backing", content_);
+        ssd_ = NewFile(dir_ / "ssd", {});
+        ASSERT_EQ(ftruncate(ssd_.get(), static_cast<off_t>(uint64_t{slots} * kUnitSize)), 0);
+        cache_ = std::make_unique<BlockCache>(backing_.get(), ssd_.get(), deviceSize, slots);
+    }
+
+    // Reads and compares with what the device must hold.
+    void ReadAndCheck(uint64_t offset, size_t size) {
+        Bytes got(size, 0xEE);
+        ASSERT_EQ(cache_->Read(got.data(), size, offset), 0) << offset << "+" << size;
+        const auto begin = content_.begin() + static_cast<ptrdiff_t>(offset);
+        ASSERT_TRUE(std::equal(got.begin(), got.end(), begin)) << offset << "+" << size;
+    }
+
+    void ReadUnit(uint32_t unit) { ReadAndCheck(uint64_t{unit} * kUnitSize, 512); }
+
+    void WriteAndRemember(uint64_t offset, const Bytes& bytes) {
+        ASSERT_EQ(cache_->Write(bytes.data(), bytes.size(), offset), 0);
+        std::copy(bytes.begin(), bytes.end(), content_.begin() + static_cast<ptrdiff_t>(offset));
+    }
+
+    std::vector<uint32_t> Resident() { return BitsSet(cache_->ResidentBitmap()); }
+
+    // {hits, misses, bypasses} since the last call.
+    std::vector<uint64_t> Counted() {
+        const CacheCounters counters = cache_->Counters();
+        cache_->ResetCounters();
+        return {counters.hits, counters.misses, counters.bypasses};
+    }
+
+    TempDir dir_;
+    Bytes content_;
+    OwnedFd backing_;
+    OwnedFd ssd_;
+    std::unique_ptr<BlockCache> cache_;
+};
+
+using Units = std::vector<uint32_t>;
+using Counts = std::vector<uint64_t>;
+
+}  // namespace softcache
