@@ -38,8 +38,9 @@ bool IsEntryName(const std::string& name) {
            name.compare(name.size() - ending.size(), ending.size(), ending) == 0;
 }
 
-// Stores the names of the registry files, sorted. Returns false when the directory cannot be read.
-bool ListEntryNames(const std::string& directory, std::vector<std::string>& names) {
+// Stores the paths of the registry files, sorted. Returns false when the directory cannot be read.
+bool ListEntries(const std::string& directory, std::vector<std::string>& paths) {
+    const std::string prefix = directory + "/";
     const std::unique_ptr<DIR, DirectoryCloser> open(opendir(directory.c_str()));
     if (!open) {
         return errno == ENOENT;
@@ -51,11 +52,13 @@ bool ListEntryNames(const std::string& directory, std::vector<std::string>& name
             break;
         }
         if (IsEntryName(entry->d_name)) {
-            names.push_back(entry->d_name);
+            paths.push_back(prefix + entry->d_name);
         }
     }
-    std::sort(names.begin(), names.end());
-    return errno == 0;
+    const int failure = errno;
+    std::sort(paths.begin(), paths.end());
+    errno = failure;
+    return failure == 0;
 }
 
 // The first thing wrong with the document, or null when it has all that an entry needs.
@@ -167,17 +170,17 @@ bool ReadEntry(const std::string& path, CacheEntry& cache, std::vector<std::stri
 
 bool ReadCacheRegistry(std::vector<CacheEntry>& caches) {
     const std::string directory = RegistryDirectory();
-    std::vector<std::string> names;
-    if (!ListEntryNames(directory, names)) {
+    std::vector<std::string> paths;
+    if (!ListEntries(directory, paths)) {
         Report("cache registry %s cannot be read: %s", directory.c_str(), strerror(errno));
         return false;
     }
     static StandingLines& standing = *new StandingLines;  // may be in use while the process exits
     std::vector<CacheEntry> living;
     std::vector<std::string> lines;
-    for (const std::string& name : names) {
+    for (const std::string& path : paths) {
         CacheEntry cache;
-        if (ReadEntry(directory + "/" + name, cache, lines)) {
+        if (ReadEntry(path, cache, lines)) {
             living.push_back(cache);
         }
     }

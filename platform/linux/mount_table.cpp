@@ -13,10 +13,13 @@
 #include <memory>
 
 #include "platform/linux/report.h"
+#include "platform/linux/small_file.h"
+#include "platform/linux/unique_fd.h"
 
 namespace {
 
 constexpr char kMountInfo[] = "/proc/self/mountinfo";
+constexpr char kMountIdRow[] = "\nmnt_id:\t";  // of /proc/self/fdinfo/N
 
 struct TableDeleter {
     void operator()(libmnt_table* table) const { mnt_unref_table(table); }
@@ -64,16 +67,21 @@ bool ReadMounts(std::vector<Mount>& mounts) {
 }
 
 bool FindMountId(const std::string& path, uint64_t& id) {
-    struct statx status = {};
-    if (statx(AT_FDCWD, path.c_str(), AT_STATX_DONT_SYNC, STATX_MNT_ID, &status) != 0) {
+    const UniqueFd place(open(path.c_str(), O_PATH | O_CLOEXEC));
+    if (!place.Valid()) {
         return false;
     }
-    if ((status.stx_mask & STATX_MNT_ID) == 0) {
-        Report("this kernel does not tell the mount of a path; Linux 5.8 and later do");
+    std::string content;
+    const UniqueFd info(OpenSmallFile("/proc/self/fdinfo/" + std::to_string(place.Get()), 0));
+    if (!info.Valid() || !ReadSmallFile(info.Get(), content)) {
+        return false;
+    }
+    const size_t row = content.find(kMountIdRow);
+    if (row == std::string::npos) {
         errno = ENOTSUP;
         return false;
     }
-    id = status.stx_mnt_id;
+    id = strtoull(content.c_str() + row + strlen(kMountIdRow), nullptr, 10);
     return true;
 }
 

@@ -50,9 +50,8 @@ TEST_F(CacheRegistryTest, TheEntryOfAProcessThatWasKilledIsALeftover) {
     const pid_t child = fork();
     if (child == 0) {
         const LivingEntry cache("vol1", EntryText("/ssd1", "/dev1"));
-        const bool told = write(ready[1], "x", 1) == 1;
-        while (told) {
-            pause();
+        if (write(ready[1], "x", 1) == 1) {
+            pause();  // until it is killed
         }
         _exit(1);
     }

@@ -164,12 +164,13 @@ TEST_F(ExtentFlagsTest, AFailingCallFailsAndLeavesTheTableAlone) {
 }
 
 TEST_F(ExtentFlagsTest, AFileOnTheRealtimeDeviceIsRefused) {
-    SetIoctlHook([&](int fd, unsigned long request, void* argument) {
-        const int result = RealIoctl(fd, request, argument);
-        if (request == FS_IOC_FSGETXATTR) {
-            static_cast<fsxattr*>(argument)->fsx_xflags |= FS_XFLAG_REALTIME;
+    SetIoctlHook([](int fd, unsigned long request, void* argument) {
+        if (request != FS_IOC_FSGETXATTR) {
+            return RealIoctl(fd, request, argument);
         }
-        return result;
+        *static_cast<fsxattr*>(argument) = fsxattr{};
+        static_cast<fsxattr*>(argument)->fsx_xflags = FS_XFLAG_REALTIME;
+        return 0;
     });
     FileMappingTable table;
     EXPECT_LT(Map("file", table), 0);

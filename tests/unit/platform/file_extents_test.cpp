@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Mapping tables of real files, proved by reading the volume's image at the places they tell.
 #include <fcntl.h>
+#include <linux/fiemap.h>
+#include <linux/fs.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -99,7 +101,7 @@ TEST_P(AnyVolumeTest, MapsASparseFileOfMoreThan600ExtentsInSeveralCalls) {
     Sync();
     int calls = 0;
     SetIoctlHook([&](int fd, unsigned long request, void* argument) {
-        calls += request == 0xC020660B ? 1 : 0;  // FS_IOC_FIEMAP
+        calls += request == FS_IOC_FIEMAP ? 1 : 0;
         return RealIoctl(fd, request, argument);
     });
     const FileMappingTable table = MapFile("sparse");
@@ -144,16 +146,16 @@ TEST_P(ExtentVolumeTest, AgreesWithTheFileSystemsOwnTool) {
         ours += std::to_string(entry.deviceStartSector) + ".." +
                 std::to_string(entry.deviceStartSector + entry.numSectors - 1) + "\n";
     }
-    if (GetParam() == std::string("xfs")) {  // "0: [0..7]: 120..127 ..."
+    if (GetParam() == std::string("xfs")) {
+        // Its rows are "0: [0..7]: 120..127".
         theirs = RunProgram({"sh", "-c", "xfs_bmap \"$1\" | awk 'NR > 1 { print $3 }'", "sh",
                              volume_ + "/fragmented"});
-    } else {  // the leaves: "level count first last logical first - last physical first - last
-              // length"
-        theirs =
-            RunProgram({"sh", "-c",
-                        "debugfs -R 'dump_extents -l /fragmented' \"$1\" 2>/dev/null | tr -d / | "
-                        "awk '$1 == $2 { print $8 * 8 \"..\" $10 * 8 + 7 }'",
-                        "sh", image_});
+    } else {
+        // Its rows are "level/ levels number/ count first - last first - last length", in blocks.
+        const std::string script =
+            "debugfs -R 'dump_extents -l /fragmented' \"$1\" 2>/dev/null | tr -d / | "
+            "awk '$1 == $2 { print $8 * 8 \"..\" $10 * 8 + 7 }'";
+        theirs = RunProgram({"sh", "-c", script, "sh", image_});
     }
     EXPECT_EQ(ours, theirs);
     EXPECT_GE(std::count(ours.begin(), ours.end(), '\n'), 35);

@@ -4,6 +4,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "platform/linux/unique_fd.h"
 
 void MappingTest::UseVolume(const std::string& fsType, std::vector<std::string> options) {
@@ -36,13 +38,14 @@ void MappingTest::Sync() const {
 
 std::string MappingTest::ReadByTable(const FileMappingTable& table) const {
     const UniqueFd image(open(image_.c_str(), O_RDONLY | O_CLOEXEC));
-    std::string content(table.fileSize, '\0');
+    std::string content(static_cast<size_t>(table.fileSize), '\0');
     for (const FileMappingEntry& entry : table.entries) {
-        const uint64_t start = entry.startSector * 512;
+        const auto start = static_cast<size_t>(entry.startSector * 512);
         if (entry.uninitialized != 0 || start >= content.size()) {
             continue;
         }
-        const size_t length = std::min<uint64_t>(entry.numSectors * 512, content.size() - start);
+        const auto whole = static_cast<size_t>(entry.numSectors * 512);
+        const size_t length = std::min(whole, content.size() - start);
         EXPECT_EQ(pread(image.Get(), &content[start], length,
                         static_cast<off_t>(entry.deviceStartSector * 512)),
                   static_cast<ssize_t>(length));

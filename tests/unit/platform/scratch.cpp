@@ -50,6 +50,7 @@ extern "C" void syslog(int priority, const char* format, ...) {
     char line[16384];
     va_list arguments;
     va_start(arguments, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the checker misses the va_start above
     vsnprintf(line, sizeof line, format, arguments);
     va_end(arguments);
     const std::lock_guard<std::mutex> lock(g_logMutex);
@@ -99,6 +100,7 @@ void ScratchTest::TearDown() {
 
 std::string RunProgram(const std::vector<std::string>& command) {
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (const std::string& word : command) {
         arguments.push_back(const_cast<char*>(word.c_str()));
     }
