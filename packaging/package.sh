@@ -11,7 +11,8 @@ jobs=$(nproc)
 
 make_packages() {
     need_packages debhelper dpkg-dev lintian mandoc scdoc g++ cmake ninja-build pkg-config \
-        libjsoncpp-dev libfuse3-dev libmount-dev libblkid-dev libcli11-dev g++-arm-linux-gnueabihf
+        libjsoncpp-dev libpng-dev libfuse3-dev libmount-dev libblkid-dev libcli11-dev \
+        g++-arm-linux-gnueabihf
     "$tree/tests/target/sysroot.sh"
     if command -v ccache >/dev/null; then
         export CMAKE_CXX_COMPILER_LAUNCHER=ccache
@@ -31,17 +32,18 @@ make_packages() {
     check_packages
 }
 
-# make_for ARCHITECTURE: builds in a copy of the tree, as the packaging has its own directory there.
+# make_for ARCHITECTURE: builds in a copy of the tree, as the packaging has its own directory there;
+# always in the same place, so that ccache knows it again.
 make_for() {
-    work=$(mktemp -d)
+    work=$out/work
     source=$work/quorcachepinfiled
-    mkdir "$source"
+    mkdir -p "$source"
     (cd "$tree" && tar -cf - --exclude=./build --exclude=./.git .) | tar -C "$source" -xf -
     cp -a "$source/packaging/debian" "$source/debian"
     made=0
     (
         cd "$source"
-        export QUOR_CACHE="$cache" DEB_BUILD_OPTIONS="nocheck parallel=$jobs"
+        export QUOR_CACHE="$cache" DEB_BUILD_OPTIONS="nocheck noautodbgsym parallel=$jobs"
         # The cross build's dependencies are those of the sysroot, which -d takes on trust.
         dpkg-buildpackage -b -us -uc -d -a "$1"
     ) >"$out/$1.log" 2>&1 || made=1

@@ -41,8 +41,8 @@ def switches(pid):
 
 def main():
     seconds = int(sys.argv[1]) if len(sys.argv) > 1 else 60
-    # Few inodes and no journal: of 1 TiB, only what is asked about is written.
-    volume = Volume("big", size=TIB, mkfs=["-O", "^has_journal,^resize_inode", "-N", "65536"])
+    # Few inodes: of 1 TiB, only what is asked about is written.
+    volume = Volume("big", size=TIB, mkfs=["-O", "^resize_inode", "-N", "65536"])
     path = volume.write("pinned", 4 * MIB)
     daemon = Daemon(flags=()).start(wait_for="Start Service")
     requests = queue.Queue.open()

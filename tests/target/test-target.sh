@@ -30,7 +30,7 @@ say "built $build in $(($(date +%s) - begin)) s"
 
 # filter PROGRAM: what of it is not run under user-mode emulation, as GoogleTest wants it.
 filter() {
-    awk -v program="$1" '$1 == program { printf "%s%s", (found++ ? ":" : "-"), $2 }' \
+    awk -v program="$1" '$1 == "emulation" && $2 == program { printf "%s%s", (n++ ? ":" : "-"), $3 }' \
         "$here/unit-left-out"
 }
 
@@ -39,10 +39,9 @@ passed=0
 failed=0
 for program in "$build"/bin/*_test; do
     name=$(basename "$program")
-    left=$(filter "$name")
-    [ "$left" != '-*' ] || continue
-    if timeout 600 qemu-arm-static -L "$sysroot" "$program" --gtest_brief=1 \
-        --gtest_filter="$left" >"$build/$name.log" 2>&1 </dev/null; then
+    # The tests' own regular expressions recurse once a character: hence the stack.
+    if timeout 600 qemu-arm-static -s 67108864 -L "$sysroot" "$program" --gtest_brief=1 \
+        --gtest_filter="$(filter "$name")" >"$build/$name.log" 2>&1 </dev/null; then
         passed=$((passed + 1))
         printf 'passed   %-20s %s\n' "$name" \
             "$(sed -n 's/^\[==========\] \(.*\) ran\..*/\1/p' "$build/$name.log")"
