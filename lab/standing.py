@@ -37,8 +37,8 @@ def _first_process():
 
 def _stand(ready):
     """The environment's life: builds the scene, says so, waits for SIGTERM, takes it down."""
-    signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGTERM])
     stage = scene.Scene()
+    signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGTERM])  # not before: children inherit it
     os.write(ready, b"ready")
     os.close(ready)
     signal.sigwait([signal.SIGTERM])
