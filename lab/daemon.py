@@ -105,7 +105,7 @@ class Daemon:
                  if not any(text in line for text in self._expected)]
         wrong += [f"did not log the error: {text}" for text in self._expected
                   if not any(text in line for line in errors)]
-        wrong += processes.take_reports()
+        wrong += processes.take_reports(self.pid)
         assert not wrong, "the daemon\n  " + "\n  ".join(wrong)
 
     # The process

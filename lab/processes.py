@@ -47,10 +47,10 @@ def text_of(path):
         return ""
 
 
-def take_reports():
-    """The sanitizer reports written since the last call."""
+def take_reports(pid="*"):
+    """The sanitizer reports not yet taken; those of one process that has ended, or of all."""
     reports = []
-    for path in sorted(glob.glob(_REPORTS + "/*")):
+    for path in sorted(glob.glob(f"{_REPORTS}/*.{pid}")):
         reports.append(text_of(path))
         os.unlink(path)
     return reports
