@@ -24,7 +24,7 @@ SystemLog& Log() {
     return *log;
 }
 
-void Record(int priority, const char* format, va_list args) {
+__attribute__((format(printf, 2, 0))) void Record(int priority, const char* format, va_list args) {
     SystemLog& log = Log();
 
     // The line is put together here and not by the wrapped call: the heap watch must not see it.
@@ -74,6 +74,10 @@ void WriteAll(int fd, const std::string& text) {
 
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
 extern "C" {
+
+void __wrap_syslog(int priority, const char* format, ...) __attribute__((format(printf, 2, 3)));
+void __wrap___syslog_chk(int priority, int flag, const char* format, ...)
+    __attribute__((format(printf, 3, 4)));
 
 void __wrap_syslog(int priority, const char* format, ...) {
     va_list args;

@@ -288,7 +288,7 @@ TEST_F(PinBitmapFileTest, TheFileIsTheBitmapsBytesWrittenInPieces) {
 }
 
 TEST_F(PinBitmapFileTest, TheTailOfALongerFileStays) {
-    for (size_t size : {0, 1, 4096, 5000}) {
+    for (size_t size : {0U, 1U, 4096U, 5000U}) {
         std::vector<uint8_t> bytes = Bytes(std::string(size, '\x11'));
         PinBitmap bitmap = Over(bytes);
         WriteFile(path_, Pattern(9000));

@@ -205,7 +205,7 @@ TEST_F(PinBitmapLoadTest, AByteForEvery512KiBAndNoneForTheTail) {
 }
 
 TEST_F(PinBitmapLoadTest, WithoutAFileNothingIsPinned) {
-    for (uint64_t size : {0, 1, 4095, 4096, 4097}) {
+    for (uint64_t size : {0U, 1U, 4095U, 4096U, 4097U}) {
         HaveDevice(size);
         ExpectLoaded(std::string(size, '\0'), 0,
                      MemoryLines(size) + Lines{kLog.Verbose(kFunction, "Bitmap files (" + file_ +
@@ -216,7 +216,7 @@ TEST_F(PinBitmapLoadTest, WithoutAFileNothingIsPinned) {
 }
 
 TEST_F(PinBitmapLoadTest, AFileOfTheSameSizeIsLoaded) {
-    for (uint64_t size : {0, 1, 4095, 4096}) {
+    for (uint64_t size : {0U, 1U, 4095U, 4096U}) {
         std::string content(size, '\x5a');
         HaveDevice(size);
         WriteFile(file_, content);
@@ -242,7 +242,7 @@ TEST_F(PinBitmapLoadTest, ABitmapOf2MiBIsLoadedWhole) {
 
 // The volume grew: an error line, and yet a success.
 TEST_F(PinBitmapLoadTest, ASmallerFileIsLoadedIntoTheFrontAndReported) {
-    for (uint64_t fileSize : {0, 1, 4095}) {
+    for (uint64_t fileSize : {0U, 1U, 4095U}) {
         std::string content(fileSize, '\x5a');
         HaveDevice(4096);
         WriteFile(file_, content);
@@ -256,7 +256,7 @@ TEST_F(PinBitmapLoadTest, ASmallerFileIsLoadedIntoTheFrontAndReported) {
 
 // The volume shrank or was replaced: every request fails until the file is removed.
 TEST_F(PinBitmapLoadTest, ALargerFileIsAFailure) {
-    for (uint64_t size : {0, 1, 4096}) {
+    for (uint64_t size : {0U, 1U, 4096U}) {
         std::string content(size + 1, '\x5a');
         HaveDevice(size);
         WriteFile(file_, content);
