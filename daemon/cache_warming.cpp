@@ -20,17 +20,28 @@ constexpr size_t kBufferSize = 65536;
 constexpr size_t kBufferAlignment = 4096;  // direct I/O needs it
 constexpr unsigned kSectorShift = 9;
 
-CString AllocateBuffer() {
-    void* buffer = nullptr;
+// What one warming reads with, and into. Lines name the function that warms.
+struct Warming {
+    const char* kLogFunction;
+    CString buffer;
 
-    if (posix_memalign(&buffer, kBufferAlignment, kBufferSize) != 0) {
+    bool AllocateBuffer();
+    int OpenCachedDevice(
+        const char* cachePath) const;  // returns a descriptor, or a negative number
+};
+
+bool Warming::AllocateBuffer() {
+    void* memory = nullptr;
+
+    if (posix_memalign(&memory, kBufferAlignment, kBufferSize) != 0) {
         LogError("Can't allocate memory\n");
-        return nullptr;
+        return false;
     }
-    return CString(static_cast<char*>(buffer));
+    buffer.reset(static_cast<char*>(memory));
+    return true;
 }
 
-int OpenCachedDevice(const char* cachePath) {
+int Warming::OpenCachedDevice(const char* cachePath) const {
     int fd = open(cachePath, O_RDONLY | O_DIRECT);
 
     if (fd < 0) {
@@ -38,6 +49,10 @@ int OpenCachedDevice(const char* cachePath) {
     }
     return fd;
 }
+
+namespace read_extents {
+
+constexpr const char* kLogFunction = "ReadMappingRangesToCache";
 
 int ReadExtent(int fd, const FileMappingEntry& entry, void* buffer, size_t bufferSize) {
     auto startSector = static_cast<unsigned long long>(entry.deviceStartSector);
@@ -60,6 +75,12 @@ int ReadExtent(int fd, const FileMappingEntry& entry, void* buffer, size_t buffe
     return kRequestDone;
 }
 
+}  // namespace read_extents
+
+namespace read_files {
+
+constexpr const char* kLogFunction = "ReadFilesToCache";
+
 int ReadFile(const char* mountPath, int fd, const MappedFile& file, void* buffer) {
     char path[512] = {};
 
@@ -79,8 +100,8 @@ int ReadFile(const char* mountPath, int fd, const MappedFile& file, void* buffer
 
 // ReadFilesToCache between its entry and exit markers.
 int ReadAllFiles(const char* mountPath, const std::vector<MappedFile>& files) {
-    CString buffer = AllocateBuffer();
-    if (buffer == nullptr) {
+    Warming warming = {kLogFunction, nullptr};
+    if (!warming.AllocateBuffer()) {
         return kRequestFailed;
     }
     CString cachePath(SpaceGetCachePathByMountPath(mountPath));
@@ -88,18 +109,24 @@ int ReadAllFiles(const char* mountPath, const std::vector<MappedFile>& files) {
         LogError("Cant' get cache path from volume (%s)", mountPath);
         return kRequestFailed;
     }
-    ScopedFd fd(OpenCachedDevice(cachePath.get()));
+    ScopedFd fd(warming.OpenCachedDevice(cachePath.get()));
     if (!fd.valid()) {
         return kRequestFailed;
     }
     for (const MappedFile& file : files) {
-        int result = ReadFile(mountPath, fd.get(), file, buffer.get());
+        int result = ReadFile(mountPath, fd.get(), file, warming.buffer.get());
         if (result != kRequestDone) {
             return result;
         }
     }
     return kRequestDone;
 }
+
+}  // namespace read_files
+
+namespace reload {
+
+constexpr const char* kLogFunction = "ReloadPinBlocksToCache";
 
 // Reads the run, if there is one, and empties it. Returns 0, or -1.
 int ReadAndEmptyRun(int fd, BitRun& run, void* buffer) {
@@ -144,17 +171,19 @@ int ReadRuns(const PinBitmap& bitmap, int fd, const char* mountPath, void* buffe
 
 // ReloadPinBlocksToCache between its entry and exit markers.
 int ReloadAllRuns(const PinBitmap& bitmap, const char* cachePath, const char* mountPath) {
-    CString buffer = AllocateBuffer();
-    if (buffer == nullptr) {
+    Warming warming = {kLogFunction, nullptr};
+    if (!warming.AllocateBuffer()) {
         return kRequestFailed;
     }
-    ScopedFd fd(OpenCachedDevice(cachePath));
+    ScopedFd fd(warming.OpenCachedDevice(cachePath));
     if (!fd.valid()) {
         return kRequestFailed;
     }
     LogVerbose("Start to read blocks");
-    return ReadRuns(bitmap, fd.get(), mountPath, buffer.get());
+    return ReadRuns(bitmap, fd.get(), mountPath, warming.buffer.get());
 }
+
+}  // namespace reload
 
 }  // namespace
 
@@ -210,7 +239,7 @@ int ReadMappingRangesToCache(const char* mountPath, int fd, const FileMappingTab
             LogVerbose("Space is pending, Interrupted");
             return kRequestInterrupted;
         }
-        if (ReadExtent(fd, entry, buffer, bufferSize) != kRequestDone) {
+        if (read_extents::ReadExtent(fd, entry, buffer, bufferSize) != kRequestDone) {
             return kRequestFailed;
         }
     }
@@ -220,14 +249,14 @@ int ReadMappingRangesToCache(const char* mountPath, int fd, const FileMappingTab
 
 int ReadFilesToCache(const char* mountPath, const std::vector<MappedFile>& files) {
     LogEnter();
-    int result = ReadAllFiles(mountPath, files);
+    int result = read_files::ReadAllFiles(mountPath, files);
     LogLeave();
     return result;
 }
 
 int ReloadPinBlocksToCache(const PinBitmap* bitmap, const char* cachePath, const char* mountPath) {
     LogEnter();
-    int result = ReloadAllRuns(*bitmap, cachePath, mountPath);
+    int result = reload::ReloadAllRuns(*bitmap, cachePath, mountPath);
     LogLeave();
     return result;
 }

@@ -27,6 +27,10 @@ std::string DirectoryOf(const std::string& filePath) {
     return dirname(copy);
 }
 
+namespace get_mapping {
+
+constexpr const char* kLogFunction = "GetMappingTableFromFile";
+
 void NoteUninitialized(const FileMappingTable& table, const std::string& filePath) {
     if (table.entries.size() == 1 && table.entries[0].uninitialized == 1) {
         LogNotice("Only get 1 unitilized entry from file (%s)", filePath.c_str());
@@ -87,6 +91,8 @@ int WaitForExtents(FileSystemDevice& device, const std::string& filePath, unsign
     }
     return TimeOut(table, filePath);
 }
+
+}  // namespace get_mapping
 
 }  // namespace
 
@@ -150,7 +156,7 @@ int GetMappingTableFromFile(FileMappingTable& table, const char* mountPath,
         LogError("Create file system device fail. Path:%s", filePath.c_str());
         return -1;
     }
-    int result = WaitForExtents(*device, filePath, inode, table);
+    int result = get_mapping::WaitForExtents(*device, filePath, inode, table);
     LogLeave();
     return result;
 }

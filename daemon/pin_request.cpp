@@ -9,6 +9,10 @@
 
 namespace {
 
+namespace handle_pin {
+
+constexpr const char* kLogFunction = "HandlePinRequest";
+
 // Maps the files, sets their bits and lists them for the reading. Returns 0, or -1.
 int AddFiles(const std::vector<FileInfo>& infos, PinBitmap* bitmap, const char* mountPath,
              std::vector<MappedFile>& files) {
@@ -47,12 +51,14 @@ int PinFiles(const std::vector<FileInfo>& infos, PinBitmap* bitmap, const char* 
     return ReadFilesToCache(mountPath, files);
 }
 
+}  // namespace handle_pin
+
 }  // namespace
 
 int HandlePinRequest(const std::vector<FileInfo>& infos, PinBitmap* bitmap, const char* mountPath,
                      const char* cachePath, const char* bitmapPath) {
     LogEnter();
-    int result = PinFiles(infos, bitmap, mountPath, cachePath, bitmapPath);
+    int result = handle_pin::PinFiles(infos, bitmap, mountPath, cachePath, bitmapPath);
     LogLeave();
     return result;
 }

@@ -12,6 +12,10 @@
 
 namespace {
 
+namespace update_pin_files {
+
+constexpr const char* kLogFunction = "JsonUpdatePinFileInfo";
+
 void AddFile(Json::Value& files, const char* key, const FileInfo& info) {
     if (files.isMember(key)) {
         LogVerbose("No need to add file (%s) to pin file list", info.szRelativePath);
@@ -29,6 +33,8 @@ void RemoveFile(Json::Value& files, const char* key, const FileInfo& info) {
     files.removeMember(key);
     LogVerbose("Remove file (%s) from pin file list", info.szRelativePath);
 }
+
+}  // namespace update_pin_files
 
 }  // namespace
 
@@ -51,9 +57,9 @@ int JsonUpdatePinFileInfo(Json::Value& document, const Request& request) {
     for (const FileInfo& info : infos) {
         snprintf(key, sizeof(key), "%lu", info.inodeNum);
         if (request.type == kRequestPinFiles) {
-            AddFile(files, key, info);
+            update_pin_files::AddFile(files, key, info);
         } else {
-            RemoveFile(files, key, info);
+            update_pin_files::RemoveFile(files, key, info);
         }
     }
     if (files.empty()) {

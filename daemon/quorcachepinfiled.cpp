@@ -41,6 +41,10 @@ void SetPrintLevel(const ServiceOptions& options) {
     InitDebugFlags();
 }
 
+namespace get_options {
+
+constexpr const char* kLogFunction = "GetOptions";
+
 void TakeOption(int option, ServiceOptions& options) {
     switch (option) {
         case 'f':
@@ -68,6 +72,12 @@ void TakeOption(int option, ServiceOptions& options) {
     }
 }
 
+}  // namespace get_options
+
+namespace start_service {
+
+constexpr const char* kLogFunction = "StartService";
+
 int InitSharedState() {
     g_service.state = kServiceStarted;
     if (pthread_mutex_init(&g_service.mutex, nullptr) != 0) {
@@ -87,6 +97,8 @@ int StartWorker(ServiceOptions& options) {
     }
     return 0;
 }
+
+}  // namespace start_service
 
 }  // namespace
 
@@ -112,7 +124,7 @@ int GetOptions(int argc, char* argv[], ServiceOptions& options) {
     int option = 0;
 
     while ((option = getopt_long(argc, argv, "f:lhyz", kLongOptions, nullptr)) != -1) {
-        TakeOption(option, options);
+        get_options::TakeOption(option, options);
     }
     if (options.configPath == nullptr) {
         LogError("config path is not set");
@@ -139,7 +151,7 @@ int StartService(ServiceOptions& options) {
         LogLeave();
         return -1;
     }
-    if (InitSharedState() != 0 || StartWorker(options) != 0) {
+    if (start_service::InitSharedState() != 0 || start_service::StartWorker(options) != 0) {
         LogLeave();
         return -1;
     }

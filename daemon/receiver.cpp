@@ -19,6 +19,10 @@ bool IsEmpty(const char* text) {
     return text[0] == '\0';
 }
 
+namespace get_requests {
+
+constexpr const char* kLogFunction = "GetRequests";
+
 int OpenQueue() {
     g_msgQueueId = MsgQueueGet(kMsgServerKeyPath);
     if (g_msgQueueId == -1) {
@@ -93,14 +97,17 @@ int HandleMessage(const RequestMsg& msg, const char* configPath) {
     }
 }
 
+}  // namespace get_requests
+
 }  // namespace
 
 void GetRequests(const char* configPath) {
     RequestMsg msg = {};
 
     LogEnter();
-    if (OpenQueue() == 0) {
-        while (Receive(msg) == 0 && HandleMessage(msg, configPath) == 0) {
+    if (get_requests::OpenQueue() == 0) {
+        while (get_requests::Receive(msg) == 0 &&
+               get_requests::HandleMessage(msg, configPath) == 0) {
         }
     }
     LogLeave();

@@ -31,6 +31,10 @@ void CopyText(char (&target)[kSize], const std::string& text) {
     snprintf(target, kSize, "%s", text.c_str());
 }
 
+namespace choose_request {
+
+constexpr const char* kLogFunction = "ConfigParseAndGetNextAvailableRequest";
+
 // Returns 0 with a document whose queue is not empty, or -1. Called and left with the mutex held.
 int WaitForRequests(const char* path, Json::Value& document) {
     uint32_t numRequests = 0;
@@ -157,11 +161,13 @@ int ChooseRequest(const char* path, Request& request, std::string& number) {
     return choice.chosen ? kChoiceRequest : kChoiceNothing;
 }
 
+}  // namespace choose_request
+
 }  // namespace
 
 int ConfigParseAndGetNextAvailableRequest(const char* path, Request& request, std::string& number) {
     LogEnter();
-    int result = ChooseRequest(path, request, number);
+    int result = choose_request::ChooseRequest(path, request, number);
     LogLeave();
     return result;
 }

@@ -67,6 +67,10 @@ int ParseEntry(const std::string& entry, FileInfo& info) {
     return 0;
 }
 
+namespace make_list {
+
+constexpr const char* kLogFunction = "AbsolutePathsToFileInodeList";
+
 enum EntryResult { kEntryFailed = -1, kEntryAppended = 0, kEntryDoesNotFit = 1 };
 
 // Appends one entry behind `length` characters of the list and advances it, or leaves both alone.
@@ -97,6 +101,8 @@ EntryResult AppendEntry(const char* mountPath, const char* path, char* list, siz
     return kEntryAppended;
 }
 
+}  // namespace make_list
+
 }  // namespace
 
 char* FileGetRelativePathByMountPath(const char* mountPath, const char* filePath) {
@@ -122,11 +128,11 @@ int AbsolutePathsToFileInodeList(const char* mountPath, const char* absolutePath
     snprintf(paths, sizeof(paths), "%s", absolutePaths);
     for (char* path = strtok_r(paths, kSeparator, &position); path != nullptr;
          path = strtok_r(nullptr, kSeparator, &position)) {
-        EntryResult result = AppendEntry(mountPath, path, fileInodeList, size, length);
-        if (result == kEntryFailed) {
+        auto result = make_list::AppendEntry(mountPath, path, fileInodeList, size, length);
+        if (result == make_list::kEntryFailed) {
             return -1;
         }
-        if (result == kEntryDoesNotFit) {
+        if (result == make_list::kEntryDoesNotFit) {
             break;
         }
     }

@@ -30,6 +30,10 @@ int32_t TakeRequestNumber(Json::Value& counter) {
     return number;
 }
 
+namespace add_to_json {
+
+constexpr const char* kLogFunction = "JsonAddRequest";
+
 int SetRequestData(Json::Value& stored, const Request& request) {
     char fileList[kTextSize] = {};
 
@@ -45,6 +49,12 @@ int SetRequestData(Json::Value& stored, const Request& request) {
     stored[kDataKey] = fileList;
     return 0;
 }
+
+}  // namespace add_to_json
+
+namespace add_request {
+
+constexpr const char* kLogFunction = "ConfigAddRequest";
 
 // The part of ConfigAddRequest that the service mutex guards.
 int ReadAddAndWrite(const char* path, const Request& request) {
@@ -66,7 +76,20 @@ int ReadAddAndWrite(const char* path, const Request& request) {
     return 0;
 }
 
-int ReadExisting(const char* path, Json::Value& document) {
+}  // namespace add_request
+
+// A request on its way out of the file: what finished and failed ones share. Lines name the
+// function that the request leaves by.
+struct LeavingRequest {
+    const char* kLogFunction;
+    const char* path;  // of the file
+    Json::Value document;
+
+    int Read();                                     // returns 0, or -1
+    int RemoveAndWrite(const std::string& number);  // returns 0, or -1
+};
+
+int LeavingRequest::Read() {
     if (FileExists(path) == 0) {
         LogError("Can't find config file (%s)", path);
         return -1;
@@ -78,7 +101,7 @@ int ReadExisting(const char* path, Json::Value& document) {
     return 0;
 }
 
-int RemoveAndWrite(const char* path, Json::Value& document, const std::string& number) {
+int LeavingRequest::RemoveAndWrite(const std::string& number) {
     if (JsonRemoveRequest(document, number) != 0) {
         LogError("Can't remove request");
         return -1;
@@ -90,26 +113,32 @@ int RemoveAndWrite(const char* path, Json::Value& document, const std::string& n
     return 0;
 }
 
+namespace finish_request {
+
+constexpr const char* kLogFunction = "ConfigUpdatedByFinishedRequest";
+
 // The part of ConfigUpdatedByFinishedRequest that the service mutex guards.
 int ReadFinishAndWrite(const char* path, const Request& request, const std::string& number) {
-    Json::Value document;
+    LeavingRequest leaving = {kLogFunction, path, {}};
     ServiceLock lock;
 
-    if (ReadExisting(path, document) != 0) {
+    if (leaving.Read() != 0) {
         return -1;
     }
-    if (JsonUpdatePinFileInfo(document, request) != 0) {
+    if (JsonUpdatePinFileInfo(leaving.document, request) != 0) {
         LogError("Can't update pin file list");
         return -1;
     }
-    return RemoveAndWrite(path, document, number);
+    return leaving.RemoveAndWrite(number);
 }
+
+}  // namespace finish_request
 
 }  // namespace
 
 int ConfigAddRequest(const char* path, const Request& request) {
     LogEnter();
-    int result = ReadAddAndWrite(path, request);
+    int result = add_request::ReadAddAndWrite(path, request);
     LogLeave();
     return result;
 }
@@ -117,23 +146,23 @@ int ConfigAddRequest(const char* path, const Request& request) {
 int ConfigUpdatedByFinishedRequest(const char* path, const Request& request,
                                    const std::string& number) {
     LogEnter();
-    int result = ReadFinishAndWrite(path, request, number);
+    int result = finish_request::ReadFinishAndWrite(path, request, number);
     LogLeave();
     return result;
 }
 
 int ConfigDropErrorRequest(const char* path, const Request& request, const std::string& number) {
-    Json::Value document;
+    LeavingRequest leaving = {__func__, path, {}};
     ServiceLock lock;
 
-    if (ReadExisting(path, document) != 0) {
+    if (leaving.Read() != 0) {
         return -1;
     }
     if (request.type == kRequestUnpinFiles) {
         LogError("Remove pinned files from the config file if possible");
-        JsonUpdatePinFileInfo(document, request);
+        JsonUpdatePinFileInfo(leaving.document, request);
     }
-    return RemoveAndWrite(path, document, number);
+    return leaving.RemoveAndWrite(number);
 }
 
 int JsonAddRequest(Json::Value& document, const Request& request) {
@@ -160,7 +189,7 @@ int JsonAddRequest(Json::Value& document, const Request& request) {
     Json::Value& stored = document[kRequestsKey][number];
     stored[kTypeKey] = type;
     stored[kMountPathKey] = request.mountPath;
-    if (SetRequestData(stored, request) != 0) {
+    if (add_to_json::SetRequestData(stored, request) != 0) {
         return -1;
     }
     LogVerbose("After request is added: jsConf:%s", document.toStyledString().c_str());

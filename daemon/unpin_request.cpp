@@ -18,6 +18,10 @@ struct UnpinBatch {
 static_assert(offsetof(UnpinBatch, entries[kUnpinBatchEntries]) == kUnpinBatchBytes,
               "8192 bytes go to the driver");
 
+namespace send_ranges {
+
+constexpr const char* kLogFunction = "SendUnpinInfoToDriver";
+
 int SendBatch(const char* cachePath, UnpinBatch& batch, size_t count) {
     LogVerbose("Send unpin inctl to driver, size=%zd", static_cast<ssize_t>(kUnpinBatchBytes));
     if (g_printLevel > 1) {
@@ -29,6 +33,12 @@ int SendBatch(const char* cachePath, UnpinBatch& batch, size_t count) {
     }
     return 0;
 }
+
+}  // namespace send_ranges
+
+namespace handle_unpin {
+
+constexpr const char* kLogFunction = "HandleUnpinRequest";
 
 int ReleaseFiles(const std::vector<FileInfo>& infos, PinBitmap* bitmap, const char* mountPath,
                  const char* cachePath, std::vector<UnpinRange>& ranges) {
@@ -65,12 +75,14 @@ int UnpinFiles(const std::vector<FileInfo>& infos, PinBitmap* bitmap, const char
     return kRequestDone;
 }
 
+}  // namespace handle_unpin
+
 }  // namespace
 
 int HandleUnpinRequest(const std::vector<FileInfo>& infos, PinBitmap* bitmap, const char* mountPath,
                        const char* cachePath, const char* bitmapPath) {
     LogEnter();
-    int result = UnpinFiles(infos, bitmap, mountPath, cachePath, bitmapPath);
+    int result = handle_unpin::UnpinFiles(infos, bitmap, mountPath, cachePath, bitmapPath);
     LogLeave();
     return result;
 }
@@ -107,7 +119,7 @@ int SendUnpinInfoToDriver(const char* cachePath, const std::vector<UnpinRange>& 
     }
     for (const UnpinRange& range : ranges) {
         if (count == kUnpinBatchEntries) {
-            if (SendBatch(cachePath, batch, count) != 0) {
+            if (send_ranges::SendBatch(cachePath, batch, count) != 0) {
                 return -1;
             }
             batch = {};
@@ -118,7 +130,7 @@ int SendUnpinInfoToDriver(const char* cachePath, const std::vector<UnpinRange>& 
     }
     if (count > 0) {
         batch.entries[count] = {};
-        if (SendBatch(cachePath, batch, count) != 0) {
+        if (send_ranges::SendBatch(cachePath, batch, count) != 0) {
             return -1;
         }
     }

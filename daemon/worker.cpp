@@ -24,10 +24,6 @@ namespace {
 
 constexpr unsigned kPauseSeconds = 1;
 
-struct BitmapDeleter {
-    void operator()(PinBitmap* bitmap) const { BitmapFree(bitmap); }
-};
-
 // What one request works on. A destructor would release in another order and keep silent about a
 // bitmap that never came to be, so the release is a step of its own.
 struct RequestResources {
@@ -42,6 +38,10 @@ struct RequestResources {
 bool HasFiles(const Request& request) {
     return request.type == kRequestPinFiles || request.type == kRequestUnpinFiles;
 }
+
+namespace handle_request {
+
+constexpr const char* kLogFunction = "HandleRequest";
 
 int LoadBitmap(RequestResources& resources) {
     uint8_t sizeChanged = 0;  // reported by the log only
@@ -112,6 +112,12 @@ int Dispatch(const Request& request, RequestResources& resources) {
     return kRequestDone;
 }
 
+}  // namespace handle_request
+
+namespace do_requests {
+
+constexpr const char* kLogFunction = "DoRequests";
+
 void ReportDone(const Request& request) {
     const char* type = RequestTypeToString(request.type);
 
@@ -136,6 +142,8 @@ void RunChosenRequest(const char* configPath, const Request& request, const std:
     sleep(kPauseSeconds);
 }
 
+}  // namespace do_requests
+
 }  // namespace
 
 void* DoRequests(void* options) {
@@ -151,7 +159,7 @@ void* DoRequests(void* options) {
             break;
         }
         if (choice == kChoiceRequest) {
-            RunChosenRequest(configPath, request, number);
+            do_requests::RunChosenRequest(configPath, request, number);
         } else {
             sleep(kPauseSeconds);
         }
@@ -196,10 +204,10 @@ int HandleRequest(const Request& request) {
         return kRequestFailed;
     }
     int result = kRequestFailed;
-    if (SetUp(request, resources) == 0) {
-        result = Dispatch(request, resources);
+    if (handle_request::SetUp(request, resources) == 0) {
+        result = handle_request::Dispatch(request, resources);
     }
-    Release(resources);
+    handle_request::Release(resources);
     LogLeave();
     return result;
 }

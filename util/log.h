@@ -38,7 +38,14 @@ enum class LogKind {
 void LogWrite(LogKind kind, const char* file, int line, const char* function, const char* format,
               ...) __attribute__((format(printf, 5, 6)));
 
-#define LogWriteHere(kind, ...) LogWrite(kind, LOG_SOURCE, __LINE__, __func__, __VA_ARGS__)
+// The function that a line names is the one it stands in. The steps of a longer function stand in a
+// scope that declares its name under this one, so that their lines are found by the function that
+// they are known by.
+constexpr const char* kLogFunction = nullptr;
+
+#define LogWriteHere(kind, ...)                                                             \
+    LogWrite(kind, LOG_SOURCE, __LINE__, kLogFunction != nullptr ? kLogFunction : __func__, \
+             __VA_ARGS__)
 #define LogWriteAbove(level, kind, ...)      \
     do {                                     \
         if (g_printLevel > (level)) {        \

@@ -302,16 +302,16 @@ TEST_F(CacheWarmingTest, WrittenExtentsAreReadInTableOrder) {
         EXPECT_EQ(Reads(), "102400+32768 0+65536 204800+4096 ");
         EXPECT_TRUE(log.Shows(
             Lines{kDaemonLog.Enter(kRanges), kDaemonLog.Verbose(kRanges, "Mapping entry size = 4"),
-                  kDaemonLog.Verbose("ReadExtent",
+                  kDaemonLog.Verbose("ReadMappingRangesToCache",
                                      "Read to null (disk start sector = 200 num sectors = 64)")} +
             ReadLines(102400, 32768) +
-            Lines{kDaemonLog.Verbose("ReadExtent",
+            Lines{kDaemonLog.Verbose("ReadMappingRangesToCache",
                                      "Skip uninitialized range (disk start sector = 300 num "
                                      "sectors = 16)"),
-                  kDaemonLog.Verbose("ReadExtent",
+                  kDaemonLog.Verbose("ReadMappingRangesToCache",
                                      "Read to null (disk start sector = 0 num sectors = 128)")} +
             ReadLines(0, 65536) +
-            Lines{kDaemonLog.Verbose("ReadExtent",
+            Lines{kDaemonLog.Verbose("ReadMappingRangesToCache",
                                      "Read to null (disk start sector = 400 num sectors = 8)")} +
             ReadLines(204800, 4096) + Lines{kDaemonLog.Leave(kRanges)}));
     });
@@ -347,8 +347,9 @@ TEST_F(CacheWarmingTest, AnExtentThatCannotBeReadEndsTheFile) {
         EXPECT_EQ(ReadMappingRangesToCache(volume_.mountPath.c_str(), fd_, table, buffer_, 65536),
                   kFailed);
         EXPECT_EQ(Reads(), call == Call::kRead ? "0+4096 8192+4096 " : "0+4096 ");
-        EXPECT_TRUE(log.Has(kDaemonLog.Error(
-            "ReadExtent", "Read fd to null failed (disk start sector = 16 num sectors = 8)")));
+        EXPECT_TRUE(log.Has(
+            kDaemonLog.Error("ReadMappingRangesToCache",
+                             "Read fd to null failed (disk start sector = 16 num sectors = 8)")));
         EXPECT_FALSE(log.Has(kDaemonLog.Leave(kRanges)));
     }
 }
@@ -410,7 +411,7 @@ TEST_F(CacheWarmingTest, FilesAreReadInTheirOrder) {
         return Lines{
             kDaemonLog.Enter(kRanges),
             kDaemonLog.Verbose(kRanges, std::string("Mapping entry size = ") + size),
-            kDaemonLog.Verbose("ReadExtent",
+            kDaemonLog.Verbose("ReadMappingRangesToCache",
                                std::string("Read to null (disk start sector = ") + sectors + ")")};
     };
     EXPECT_TRUE(ShowsOwn(log, Lines{kDaemonLog.Enter(kFiles)} + range("1", "64 num sectors = 8") +
@@ -450,26 +451,26 @@ TEST_F(CacheWarmingTest, FilesThatCannotBeReadAtAll) {
     const Row rows[] = {
         {"no memory",
          [] { FailCall(Call::kPosixMemalign, 1, ENOMEM); },
-         {kDaemonLog.Error("AllocateBuffer", "Can't allocate memory\n")},
+         {kDaemonLog.Error("ReadFilesToCache", "Can't allocate memory\n")},
          0},
         {"no space",
          [] { g_platform.spaces.clear(); },
-         {kDaemonLog.Error("ReadAllFiles", noPath)},
+         {kDaemonLog.Error("ReadFilesToCache", noPath)},
          0},
         {"no cache path",
          [&] { g_platform.cachePaths.clear(); },
-         {kDaemonLog.Error("ReadAllFiles", noPath)},
+         {kDaemonLog.Error("ReadFilesToCache", noPath)},
          0},
         {"no device",
          [&] { FailCall(Call::kOpen, 1, EBUSY); },
-         {kDaemonLog.Error("OpenCachedDevice", "Can't open file (" + volume_.cachePath + ")")},
+         {kDaemonLog.Error("ReadFilesToCache", "Can't open file (" + volume_.cachePath + ")")},
          1},
         {"neither memory nor space",
          [] {
              FailCall(Call::kPosixMemalign, 1, ENOMEM);
              g_platform.spaces.clear();
          },
-         {kDaemonLog.Error("AllocateBuffer", "Can't allocate memory\n")},
+         {kDaemonLog.Error("ReadFilesToCache", "Can't allocate memory\n")},
          0},
     };
     FakePlatform whole = g_platform;
@@ -503,7 +504,7 @@ TEST_F(CacheWarmingTest, AFileThatCannotBeReadEndsTheRequest) {
         EXPECT_EQ(ReadFilesToCache(volume_.mountPath.c_str(), files), kFailed);
         EXPECT_EQ(Reads(), "0+4096 4096+4096 ");
         EXPECT_TRUE(log.Has(kDaemonLog.Error(
-            "ReadFile", "Can't read file (" + volume_.mountPath + "/b) to cache")));
+            "ReadFilesToCache", "Can't read file (" + volume_.mountPath + "/b) to cache")));
         EXPECT_EQ(log.Has(kDaemonLog.Leave(kFiles)), level > 1);
     }
 }
@@ -514,7 +515,8 @@ TEST_F(CacheWarmingTest, ALongPathIsCutInTheMessage) {
     LogCapture log;
 
     EXPECT_EQ(ReadFilesToCache(volume_.mountPath.c_str(), files), kFailed);
-    EXPECT_TRUE(log.Has(kDaemonLog.Error("ReadFile", "Can't read file (" + path + ") to cache")));
+    EXPECT_TRUE(
+        log.Has(kDaemonLog.Error("ReadFilesToCache", "Can't read file (" + path + ") to cache")));
 }
 
 TEST_F(CacheWarmingTest, APendingVolumeIsSeenBeforeEachFile) {
@@ -524,8 +526,8 @@ TEST_F(CacheWarmingTest, APendingVolumeIsSeenBeforeEachFile) {
     BecomePendingAtRead(1);
     EXPECT_EQ(ReadFilesToCache(volume_.mountPath.c_str(), files), kInterrupted);
     EXPECT_EQ(Reads(), "0+4096 ");
-    EXPECT_TRUE(log.Has(kDaemonLog.Verbose("ReadFile", "Space is pending, Interrupted")));
-    EXPECT_FALSE(log.Has(kDaemonLog.Verbose("ReadFile", "Interrupted")));
+    EXPECT_TRUE(log.Has(kDaemonLog.Verbose("ReadFilesToCache", "Space is pending, Interrupted")));
+    EXPECT_FALSE(log.Has(kDaemonLog.Verbose("ReadFilesToCache", "Interrupted")));
     EXPECT_TRUE(log.Has(kDaemonLog.Leave(kFiles)));
     Release();
 }
@@ -538,8 +540,8 @@ TEST_F(CacheWarmingTest, APendingVolumeIsSeenWithinAFile) {
     EXPECT_EQ(ReadFilesToCache(volume_.mountPath.c_str(), files), kInterrupted);
     EXPECT_EQ(Reads(), "0+4096 ");
     EXPECT_TRUE(log.Has(kDaemonLog.Verbose(kRanges, "Space is pending, Interrupted")));
-    EXPECT_TRUE(log.Has(kDaemonLog.Verbose("ReadFile", "Interrupted")));
-    EXPECT_FALSE(log.Has(kDaemonLog.Verbose("ReadFile", "Space is pending, Interrupted")));
+    EXPECT_TRUE(log.Has(kDaemonLog.Verbose("ReadFilesToCache", "Interrupted")));
+    EXPECT_FALSE(log.Has(kDaemonLog.Verbose("ReadFilesToCache", "Space is pending, Interrupted")));
     EXPECT_TRUE(log.Has(kDaemonLog.Leave(kFiles)));
     Release();
 }
@@ -602,7 +604,7 @@ TEST_F(CacheWarmingTest, EveryRunOfSetBitsIsRead) {
                 << row.what;
             std::vector<Piece> reads;
             Lines lines = {kDaemonLog.Enter(kReload),
-                           kDaemonLog.Verbose("ReloadAllRuns", "Start to read blocks")};
+                           kDaemonLog.Verbose("ReloadPinBlocksToCache", "Start to read blocks")};
             for (const BitRun& run : row.runs) {
                 for (uint64_t bit = run.startBit; bit < run.startBit + run.numBits; ++bit) {
                     reads.push_back({bit * 65536, 65536});
@@ -620,7 +622,8 @@ TEST_F(CacheWarmingTest, EveryRunOfSetBitsIsRead) {
             }
             EXPECT_EQ(Reads(), AsText(reads)) << row.what;
             if (row.runs.empty()) {
-                lines.push_back(kDaemonLog.Verbose("ReadRuns", "No pin blocks, no need to reload"));
+                lines.push_back(kDaemonLog.Verbose("ReloadPinBlocksToCache",
+                                                   "No pin blocks, no need to reload"));
             }
             lines.push_back(kDaemonLog.Leave(kReload));
             EXPECT_TRUE(log.Shows(lines)) << row.what;
@@ -644,9 +647,10 @@ TEST_F(CacheWarmingTest, AReloadThatCannotStart) {
         ExpectedLine error;
     };
     const Row rows[] = {
-        {Call::kPosixMemalign, kDaemonLog.Error("AllocateBuffer", "Can't allocate memory\n")},
+        {Call::kPosixMemalign,
+         kDaemonLog.Error("ReloadPinBlocksToCache", "Can't allocate memory\n")},
         {Call::kOpen,
-         kDaemonLog.Error("OpenCachedDevice", "Can't open file (" + volume_.cachePath + ")")},
+         kDaemonLog.Error("ReloadPinBlocksToCache", "Can't open file (" + volume_.cachePath + ")")},
     };
 
     AtEveryLogSetting([&](LogCapture& log) {
@@ -687,14 +691,15 @@ TEST_F(CacheWarmingTest, ARunThatCannotBeReadEndsTheReload) {
                   kFailed)
             << row.what;
         EXPECT_EQ(Reads(), row.reads) << row.what;
-        EXPECT_TRUE(log.Has(kDaemonLog.Error("ReadAndEmptyRun", "Read range to cache failed")));
+        EXPECT_TRUE(
+            log.Has(kDaemonLog.Error("ReloadPinBlocksToCache", "Read range to cache failed")));
         EXPECT_TRUE(log.Has(kDaemonLog.Leave(kReload)));
     }
 }
 
 TEST_F(CacheWarmingTest, APendingVolumeIsSeenAfterEveryBit) {
     const ExpectedLine interrupted =
-        kDaemonLog.Verbose("ReadRuns", "Interrupted due to space is pending");
+        kDaemonLog.Verbose("ReloadPinBlocksToCache", "Interrupted due to space is pending");
     struct Row {
         const char* what;
         uint8_t bits;
@@ -714,7 +719,7 @@ TEST_F(CacheWarmingTest, APendingVolumeIsSeenAfterEveryBit) {
             << row.what;
         EXPECT_EQ(Reads(), row.reads) << row.what;
         EXPECT_TRUE(log.Shows({kDaemonLog.Enter(kReload),
-                               kDaemonLog.Verbose("ReloadAllRuns", "Start to read blocks"),
+                               kDaemonLog.Verbose("ReloadPinBlocksToCache", "Start to read blocks"),
                                interrupted, kDaemonLog.Leave(kReload)}));
     }
     Release();

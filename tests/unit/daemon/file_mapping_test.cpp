@@ -208,8 +208,8 @@ TEST_F(FileMappingTest, AFileWithExtentsIsAskedForOnce) {
         EXPECT_EQ(table_.entries[1].deviceStartSector, 5000U);
         EXPECT_EQ(CallCount(Call::kFsync), 0);
         EXPECT_EQ(SleepsTaken().size(), 0U);
-        EXPECT_TRUE(
-            log.Shows({Start(), kDaemonLog.Verbose("WaitForExtents", "Entry number = 2"), kLeave}));
+        EXPECT_TRUE(log.Shows(
+            {Start(), kDaemonLog.Verbose("GetMappingTableFromFile", "Entry number = 2"), kLeave}));
     });
 }
 
@@ -240,7 +240,7 @@ TEST_F(FileMappingTest, TheDirectoryIsThatOfThePath) {
 
 TEST_F(FileMappingTest, ASingleUninitializedExtentIsAcceptedWithANotice) {
     const ExpectedLine notice = kDaemonLog.Notice(
-        "NoteUninitialized", "Only get 1 unitilized entry from file (" + path_ + ")");
+        "GetMappingTableFromFile", "Only get 1 unitilized entry from file (" + path_ + ")");
     struct Row {
         const char* what;
         std::vector<FileMappingEntry> entries;
@@ -260,7 +260,7 @@ TEST_F(FileMappingTest, ASingleUninitializedExtentIsAcceptedWithANotice) {
             EXPECT_EQ(table_.entries.size(), row.entries.size());
             EXPECT_TRUE(log.Shows(
                 Lines{Start()} + (row.noticed ? Lines{notice} : Lines()) +
-                Lines{kDaemonLog.Verbose("WaitForExtents",
+                Lines{kDaemonLog.Verbose("GetMappingTableFromFile",
                                          "Entry number = " + std::to_string(row.entries.size())),
                       kLeave}))
                 << row.what;
@@ -309,7 +309,8 @@ TEST_F(FileMappingTest, AFailedMappingIsNotTriedAgain) {
             EXPECT_EQ(CallCount(Call::kFsync), 0);
             EXPECT_EQ(SleepsTaken().size(), 0U);
             EXPECT_TRUE(log.Shows(
-                {Start(), kDaemonLog.Error("AskOnce", "Get mapping result fail."), kLeave}));
+                {Start(), kDaemonLog.Error("GetMappingTableFromFile", "Get mapping result fail."),
+                 kLeave}));
         });
     }
 }
@@ -320,7 +321,8 @@ TEST_F(FileMappingTest, APositiveResultIsASuccess) {
 }
 
 TEST_F(FileMappingTest, ASimulatedFailureFailsThatFileOnly) {
-    const ExpectedLine failed = kDaemonLog.Error("AskOnce", "Get mapping result fail.");
+    const ExpectedLine failed =
+        kDaemonLog.Error("GetMappingTableFromFile", "Get mapping result fail.");
 
     WriteFile(debugPath_, path_ + "\n");
     for (int result : {0, -1}) {
@@ -329,8 +331,9 @@ TEST_F(FileMappingTest, ASimulatedFailureFailsThatFileOnly) {
         EXPECT_EQ(Map(), -1);
         EXPECT_EQ(g_platform.Count("GetMappingTable"), 1) << "it is asked all the same";
         EXPECT_EQ(SleepsTaken().size(), 0U);
-        EXPECT_TRUE(log.Shows(
-            {kDaemonLog.Error("AskOnce", "Simulate " + path_ + " get mapping failed"), failed}))
+        EXPECT_TRUE(log.Shows({kDaemonLog.Error("GetMappingTableFromFile",
+                                                "Simulate " + path_ + " get mapping failed"),
+                               failed}))
             << "the simulated failure is named, whatever the library said";
     }
     Answers({{{kEntry}}});
@@ -353,9 +356,9 @@ TEST_F(FileMappingTest, ASimulatedFailureEndsTheWaiting) {
 // --- waiting for a fresh file
 
 ExpectedLine Retry(const std::string& path, int result = 0) {
-    return kDaemonLog.Notice("WaitForExtents", "Retry to get mapping of file (" + path +
-                                                   ") Ret = " + std::to_string(result) +
-                                                   " size = 0");
+    return kDaemonLog.Notice("GetMappingTableFromFile", "Retry to get mapping of file (" + path +
+                                                            ") Ret = " + std::to_string(result) +
+                                                            " size = 0");
 }
 
 TEST_F(FileMappingTest, ExtentsThatAppearLateAreWaitedFor) {
@@ -369,8 +372,8 @@ TEST_F(FileMappingTest, ExtentsThatAppearLateAreWaitedFor) {
         ASSERT_EQ(table_.entries.size(), 1U);
         EXPECT_TRUE(log.Shows({
             Start(),
-            kDaemonLog.Notice("WaitForExtents", "Do fsync"),
-            kDaemonLog.Verbose("WaitForExtents", "Entry number = 1"),
+            kDaemonLog.Notice("GetMappingTableFromFile", "Do fsync"),
+            kDaemonLog.Verbose("GetMappingTableFromFile", "Entry number = 1"),
             kLeave,
         }));
     });
@@ -394,11 +397,12 @@ TEST_F(FileMappingTest, AFileWhoseExtentsNeverAppearTimesOut) {
         EXPECT_EQ(g_platform.calls.back(), "~FileSystemDevice()");
         EXPECT_EQ(CallCount(Call::kFsync), 1);
         EXPECT_EQ(SleepsTaken(), std::vector<unsigned>(60, 1));
-        Lines lines = {Start(), kDaemonLog.Notice("WaitForExtents", "Do fsync")};
-        EXPECT_TRUE(log.Shows(lines + Lines(6, Retry(path_, 3)) +
-                              Lines{kDaemonLog.Error("TimeOut", "Get mapping of file (" + path_ +
-                                                                    ") timeout (60 seconds)"),
-                                    kLeave}));
+        Lines lines = {Start(), kDaemonLog.Notice("GetMappingTableFromFile", "Do fsync")};
+        EXPECT_TRUE(log.Shows(
+            lines + Lines(6, Retry(path_, 3)) +
+            Lines{kDaemonLog.Error("GetMappingTableFromFile",
+                                   "Get mapping of file (" + path_ + ") timeout (60 seconds)"),
+                  kLeave}));
     });
 }
 
@@ -409,7 +413,7 @@ TEST_F(FileMappingTest, TheFirstNoticeComesAfterTheTenthEmptyAnswer) {
         answers.push_back({{kEntry}});
         Answers(answers);
         EXPECT_EQ(Map(), 0);
-        EXPECT_TRUE(log.Shows(Lines{kDaemonLog.Notice("WaitForExtents", "Do fsync")} +
+        EXPECT_TRUE(log.Shows(Lines{kDaemonLog.Notice("GetMappingTableFromFile", "Do fsync")} +
                               Lines(empty / 10, Retry(path_))))
             << empty;
     }
@@ -433,8 +437,8 @@ TEST_F(FileMappingTest, TheSyncComesAfterTheFirstEmptyAnswerAndBeforeTheFirstSle
 }
 
 TEST_F(FileMappingTest, AFileThatCannotBeSyncedTimesOutAtOnce) {
-    const ExpectedLine timeout =
-        kDaemonLog.Error("TimeOut", "Get mapping of file (" + path_ + ") timeout (60 seconds)");
+    const ExpectedLine timeout = kDaemonLog.Error(
+        "GetMappingTableFromFile", "Get mapping of file (" + path_ + ") timeout (60 seconds)");
 
     AtEveryLogSetting([&](LogCapture& log) {
         for (bool opens : {true, false}) {
@@ -445,9 +449,9 @@ TEST_F(FileMappingTest, AFileThatCannotBeSyncedTimesOutAtOnce) {
             EXPECT_EQ(SleepsTaken().size(), 0U);
             EXPECT_TRUE(log.Shows({
                 Start(),
-                kDaemonLog.Notice("WaitForExtents", "Do fsync"),
+                kDaemonLog.Notice("GetMappingTableFromFile", "Do fsync"),
                 kDaemonLog.Error("DoFsync", opens ? "Do fsync failed" : "Can't open file " + path_),
-                kDaemonLog.Error("WaitForExtents", "Do fsync failed"),
+                kDaemonLog.Error("GetMappingTableFromFile", "Do fsync failed"),
                 timeout,
                 kLeave,
             }));
@@ -461,8 +465,9 @@ TEST_F(FileMappingTest, AMappingThatFailsWhileWaitingEndsIt) {
     Answers({{{}}, {{}}, {{}, -1}});
     EXPECT_EQ(Map(), -1);
     EXPECT_EQ(SleepsTaken().size(), 2U);
-    EXPECT_TRUE(log.Shows({kDaemonLog.Notice("WaitForExtents", "Do fsync"),
-                           kDaemonLog.Error("AskOnce", "Get mapping result fail.")}));
+    EXPECT_TRUE(
+        log.Shows({kDaemonLog.Notice("GetMappingTableFromFile", "Do fsync"),
+                   kDaemonLog.Error("GetMappingTableFromFile", "Get mapping result fail.")}));
 }
 
 }  // namespace

@@ -111,7 +111,7 @@ TEST_F(PinRequestTest, AddingIsTraced) {
             kDaemonLog.Verbose(kAdd, "Add file (" + path + ") start"),
             kDaemonLog.Verbose("GetMappingTableFromFile",
                                "Start for file (" + path + "), inode = " + std::to_string(inode)),
-            kDaemonLog.Verbose("WaitForExtents", "Entry number = 2"),
+            kDaemonLog.Verbose("GetMappingTableFromFile", "Entry number = 2"),
             kDaemonLog.Leave("GetMappingTableFromFile"),
             kDaemonLog.Debug(
                 kAdd, "File [" + path + "] start sector=0 num_sector=128 device_start sector =0\n"),
@@ -141,7 +141,7 @@ TEST_F(PinRequestTest, AFileThatCannotBeMappedChangesNeitherBitmapNorTable) {
             kDaemonLog.Verbose(kAdd, "Add file (" + path + ") start"),
             kDaemonLog.Verbose("GetMappingTableFromFile",
                                "Start for file (" + path + "), inode = " + std::to_string(inode)),
-            kDaemonLog.Error("AskOnce", "Get mapping result fail."),
+            kDaemonLog.Error("GetMappingTableFromFile", "Get mapping result fail."),
             kDaemonLog.Leave("GetMappingTableFromFile"),
             kDaemonLog.Verbose(kAdd, "Can't get mapping table of file (" + path + ")"),
         }));
@@ -194,13 +194,13 @@ TEST_F(PinRequestTest, ARequestIsTraced) {
             kDaemonLog.Verbose(kAdd, "Add file (" + path + ") start"),
             kDaemonLog.Verbose("GetMappingTableFromFile",
                                "Start for file (" + path + "), inode = " + std::to_string(inode)),
-            kDaemonLog.Verbose("WaitForExtents", "Entry number = 1"),
+            kDaemonLog.Verbose("GetMappingTableFromFile", "Entry number = 1"),
             kDaemonLog.Leave("GetMappingTableFromFile"),
             kDaemonLog.Verbose(kAdd, "Add file (" + path + ") finish"),
             kDaemonLog.Enter("ReadFilesToCache"),
             kDaemonLog.Enter("ReadMappingRangesToCache"),
             kDaemonLog.Verbose("ReadMappingRangesToCache", "Mapping entry size = 1"),
-            kDaemonLog.Verbose("ReadExtent",
+            kDaemonLog.Verbose("ReadMappingRangesToCache",
                                "Read to null (disk start sector = 0 num sectors = 8)"),
             kDaemonLog.Enter("ReadFdToNull"),
             kDaemonLog.Verbose("ReadFdToNull", "offset byte = 0 num bytes = 4096"),
@@ -233,9 +233,10 @@ TEST_F(PinRequestTest, AFileThatCannotBeMappedFailsTheWholeRequest) {
     EXPECT_EQ(StepsTaken(), "");
     EXPECT_EQ(g_platform.Count("GetMappingTable"), 2) << "the third is never looked at";
     EXPECT_TRUE(log.Shows({
-        kDaemonLog.Error("AskOnce", "Get mapping result fail."),
-        kDaemonLog.Error("AddFiles", "Can't add file (" + volume_.mountPath + "/b) inode (" +
-                                         std::to_string(second) + ") to bitmap"),
+        kDaemonLog.Error("GetMappingTableFromFile", "Get mapping result fail."),
+        kDaemonLog.Error("HandlePinRequest", "Can't add file (" + volume_.mountPath +
+                                                 "/b) inode (" + std::to_string(second) +
+                                                 ") to bitmap"),
     }));
 }
 
@@ -246,8 +247,8 @@ TEST_F(PinRequestTest, AnEmptyRelativePathFailsTheRequest) {
     EXPECT_EQ(Pin({Info("a", inode), Info("", 7), Info("a", inode)}), 1);
     EXPECT_EQ(StepsTaken(), "");
     EXPECT_EQ(g_platform.Count("GetMappingTable"), 1);
-    EXPECT_TRUE(
-        log.Has(kDaemonLog.Error("AddFiles", "Info's relative path should not be empty string")));
+    EXPECT_TRUE(log.Has(
+        kDaemonLog.Error("HandlePinRequest", "Info's relative path should not be empty string")));
     EXPECT_TRUE(log.Has(kDaemonLog.Leave(kHandle)));
 }
 
@@ -263,12 +264,12 @@ TEST_F(PinRequestTest, AFailedStepEndsTheRequest) {
     const std::function<void()> readError = [] { FailCall(Call::kRead, 1, EIO); };
     const Lines notWritten = {
         kUtilLog.Error("BitmapFileWrite", "Write bitmap file (" + volume_.bitmapPath + ") error\n"),
-        kDaemonLog.Error("PinFiles", "Write bitmap failed")};
+        kDaemonLog.Error("HandlePinRequest", "Write bitmap failed")};
     const Lines notSent = {
         kUtilLog.Error("DoIoctl", "Ioctl Error: Send ioctl 65231 Data (0x#) size (8) to " +
                                       volume_.cachePath + ", ret=-1\n"),
         kUtilLog.Error("BitmapDriverUpdate", "Ioctl error"),
-        kDaemonLog.Error("PinFiles", "Can't send bitmap to driver")};
+        kDaemonLog.Error("HandlePinRequest", "Can't send bitmap to driver")};
     const Row rows[] = {
         {"file", [] { FailCall(Call::kPwrite, 1, ENOSPC); }, "file ", notWritten},
         {"file, driver and read",
@@ -289,9 +290,10 @@ TEST_F(PinRequestTest, AFailedStepEndsTheRequest) {
          readError,
          "file driver read ",
          {kDaemonLog.Error("ReadFdToNull", "Read block error (seek = 0 num bytes = 4096"),
-          kDaemonLog.Error("ReadExtent",
+          kDaemonLog.Error("ReadMappingRangesToCache",
                            "Read fd to null failed (disk start sector = 0 num sectors = 8)"),
-          kDaemonLog.Error("ReadFile", "Can't read file (" + volume_.mountPath + "/a) to cache")}},
+          kDaemonLog.Error("ReadFilesToCache",
+                           "Can't read file (" + volume_.mountPath + "/a) to cache")}},
     };
     unsigned long inode = AddFile(volume_, "a", {{0, 8}});
 
@@ -323,7 +325,7 @@ TEST_F(PinRequestTest, ABitmapFileThatCannotBeOpenedFailsTheRequest) {
     EXPECT_TRUE(IoctlsSent().empty());
     EXPECT_TRUE(log.Shows({kUtilLog.Error("BitmapFileWrite",
                                           "Can't open bitmap file (" + volume_.bitmapPath + ") \n"),
-                           kDaemonLog.Error("PinFiles", "Write bitmap failed")}));
+                           kDaemonLog.Error("HandlePinRequest", "Write bitmap failed")}));
 }
 
 TEST_F(PinRequestTest, ADeviceThatCannotBeOpenedFailsTheRequestAfterTheFile) {
@@ -335,7 +337,7 @@ TEST_F(PinRequestTest, ADeviceThatCannotBeOpenedFailsTheRequestAfterTheFile) {
     EXPECT_TRUE(log.Shows(
         {kUtilLog.Error("DoIoctl", "Open device path (" + volume_.cachePath + ") error\n"),
          kUtilLog.Error("BitmapDriverUpdate", "Ioctl error"),
-         kDaemonLog.Error("PinFiles", "Can't send bitmap to driver")}));
+         kDaemonLog.Error("HandlePinRequest", "Can't send bitmap to driver")}));
 }
 
 // File and driver hold the new bits already.
@@ -367,8 +369,8 @@ TEST_F(PinRequestTest, AFileOfOneUninitializedExtentIsPinnedAndNotRead) {
     EXPECT_EQ(ReadFile(volume_.bitmapPath)[0], '\x02');
     EXPECT_EQ(StepsTaken(), "file driver ");
     EXPECT_TRUE(log.Shows(
-        {kDaemonLog.Notice("NoteUninitialized", "Only get 1 unitilized entry from file (" +
-                                                    volume_.mountPath + "/a)")}));
+        {kDaemonLog.Notice("GetMappingTableFromFile", "Only get 1 unitilized entry from file (" +
+                                                          volume_.mountPath + "/a)")}));
 }
 
 }  // namespace

@@ -109,8 +109,9 @@ TEST_F(PinnedFilesTest, AddingIsTraced) {
                                      "data=a#5;b#6")} +
             ParsedLines() +
             Lines{
-                kDaemonLog.Verbose("AddFile", "Add file (a) to pin file list"),
-                kDaemonLog.Verbose("AddFile", "No need to add file (b) to pin file list"),
+                kDaemonLog.Verbose("JsonUpdatePinFileInfo", "Add file (a) to pin file list"),
+                kDaemonLog.Verbose("JsonUpdatePinFileInfo",
+                                   "No need to add file (b) to pin file list"),
                 kDaemonLog.Leave(kFunction),
             }));
     });
@@ -128,8 +129,9 @@ TEST_F(PinnedFilesTest, RemovingIsTraced) {
                                      "mountPath=/v data=a#5;b#6")} +
             ParsedLines() +
             Lines{
-                kDaemonLog.Verbose("RemoveFile", "No need to remove file (a) from pin file list"),
-                kDaemonLog.Verbose("RemoveFile", "Remove file (b) from pin file list"),
+                kDaemonLog.Verbose("JsonUpdatePinFileInfo",
+                                   "No need to remove file (a) from pin file list"),
+                kDaemonLog.Verbose("JsonUpdatePinFileInfo", "Remove file (b) from pin file list"),
                 kDaemonLog.Verbose(kFunction, "Remove volume (/v)"),
                 kDaemonLog.Leave(kFunction),
             }));

@@ -21,7 +21,7 @@ const ExpectedLine kEnter = kDaemonLog.Enter("GetRequests");
 const ExpectedLine kLeave = kDaemonLog.Leave("GetRequests");
 
 ExpectedLine NewMessage(const std::string& type) {
-    return kDaemonLog.Verbose("HandleMessage", "Get a new message. Request type = " + type);
+    return kDaemonLog.Verbose("GetRequests", "Get a new message. Request type = " + type);
 }
 
 class ReceiverTest : public DaemonTest {
@@ -118,14 +118,14 @@ TEST_F(ReceiverTest, TheQueueIsMadeAndItsIdKept) {
         EXPECT_FALSE(receiver.hasReturned());
     }
     EXPECT_TRUE(ShowsOwn(
-        log,
-        {
-            kEnter,
-            kDaemonLog.Verbose("OpenQueue",
-                               "Get server messsage queue id = " + std::to_string(queue_)),
-            kDaemonLog.Error("Receive", std::string("Receive messaged failed: ") + strerror(EIDRM)),
-            kLeave,
-        }));
+        log, {
+                 kEnter,
+                 kDaemonLog.Verbose("GetRequests",
+                                    "Get server messsage queue id = " + std::to_string(queue_)),
+                 kDaemonLog.Error("GetRequests",
+                                  std::string("Receive messaged failed: ") + strerror(EIDRM)),
+                 kLeave,
+             }));
 }
 
 TEST_F(ReceiverTest, AQueueThatCannotBeHadStopsIntake) {
@@ -140,7 +140,7 @@ TEST_F(ReceiverTest, AQueueThatCannotBeHadStopsIntake) {
         EXPECT_TRUE(
             ShowsOwn(log, {
                               kEnter,
-                              kDaemonLog.Error("OpenQueue",
+                              kDaemonLog.Error("GetRequests",
                                                "Create server messsage queue by file "
                                                "(/var/run/quorcachepinfile-msg-server.key) failed"),
                               kLeave,
@@ -164,7 +164,7 @@ TEST_F(ReceiverTest, AFailedReceiveStopsIntake) {
         RunUntilStop();
         EXPECT_EQ(Waiting(), 1U);
         EXPECT_TRUE(log.Shows({kDaemonLog.Error(
-            "Receive", std::string("Receive messaged failed: ") + strerror(error))}));
+            "GetRequests", std::string("Receive messaged failed: ") + strerror(error))}));
     }
 }
 
@@ -186,21 +186,21 @@ TEST_F(ReceiverTest, StoringIsTracedAndSignalledWithoutTheMutex) {
     Send(Reload("/a"));
     RunUntilQueueIsGone(2);
     EXPECT_TRUE(ShowsOwn(
-        log,
-        {
-            kEnter,
-            kDaemonLog.Verbose("OpenQueue",
-                               "Get server messsage queue id = " + std::to_string(queue_)),
-            NewMessage("reloadPinBlocks"),
-            kDaemonLog.Enter("ConfigAddRequest"),
-            kDaemonLog.Enter("JsonAddRequest"),
-            kDaemonLog.Verbose("JsonAddRequest",
-                               "After request is added: jsConf:" + Styled(ConfigDocument())),
-            kDaemonLog.Leave("ConfigAddRequest"),
-            kDaemonLog.Verbose("StoreRequest", "Signal a new request is added"),
-            kDaemonLog.Error("Receive", std::string("Receive messaged failed: ") + strerror(EIDRM)),
-            kLeave,
-        }));
+        log, {
+                 kEnter,
+                 kDaemonLog.Verbose("GetRequests",
+                                    "Get server messsage queue id = " + std::to_string(queue_)),
+                 NewMessage("reloadPinBlocks"),
+                 kDaemonLog.Enter("ConfigAddRequest"),
+                 kDaemonLog.Enter("JsonAddRequest"),
+                 kDaemonLog.Verbose("JsonAddRequest",
+                                    "After request is added: jsConf:" + Styled(ConfigDocument())),
+                 kDaemonLog.Leave("ConfigAddRequest"),
+                 kDaemonLog.Verbose("GetRequests", "Signal a new request is added"),
+                 kDaemonLog.Error("GetRequests",
+                                  std::string("Receive messaged failed: ") + strerror(EIDRM)),
+                 kLeave,
+             }));
 }
 
 TEST_F(ReceiverTest, EachStoredRequestWakesAWaiter) {
@@ -271,15 +271,15 @@ struct StopRow {
 };
 
 TEST_F(ReceiverTest, ABadMessageStopsIntakeAndNothingBehindItIsRead) {
-    const ExpectedLine wrong = kDaemonLog.Error("StoreRequest", "Get wrong message format");
+    const ExpectedLine wrong = kDaemonLog.Error("GetRequests", "Get wrong message format");
     const ExpectedLine noSpace = kDaemonLog.Error("CheckNormalMsg", "Space UUID is not set");
     const ExpectedLine noFiles = kDaemonLog.Error("CheckNormalMsg", "Should provide file paths");
     const ExpectedLine noType =
         kUtilLog.Error("RequestTypeToString", "Convert request type to string errror");
-    const ExpectedLine notAdded = kDaemonLog.Error("ReadAddAndWrite", "Can't add request to json");
+    const ExpectedLine notAdded = kDaemonLog.Error("ConfigAddRequest", "Can't add request to json");
     const ExpectedLine notStored =
-        kDaemonLog.Error("StoreRequest", InConfig("Can't add request to config ("));
-    const Lines notConverted = {kDaemonLog.Error("SetRequestData", "Get relative paths failed"),
+        kDaemonLog.Error("GetRequests", InConfig("Can't add request to config ("));
+    const Lines notConverted = {kDaemonLog.Error("JsonAddRequest", "Get relative paths failed"),
                                 notAdded, notStored};
     std::string v = dir_.path();
     const StopRow rows[] = {
@@ -305,7 +305,7 @@ TEST_F(ReceiverTest, ABadMessageStopsIntakeAndNothingBehindItIsRead) {
              notConverted},
         {"a file that is not there", MakeRequest(2, v, v + "/missing"), "unpinFiles",
          Lines{kUtilLog.Error("FileGetInodeNumber", "Stat file " + v + "/missing error"),
-               kDaemonLog.Error("AppendEntry",
+               kDaemonLog.Error("AbsolutePathsToFileInodeList",
                                 "Cant' get inode number of file (" + v + "/missing)")} +
              notConverted},
         {"%n in the mount path", MakeRequest(1, "/v%n%n%n%s", v + "/a"), "pinFiles",
@@ -363,9 +363,9 @@ TEST_F(ReceiverTest, AFileThatCannotBeReadStopsIntake) {
     RunUntilStop();
     EXPECT_EQ(ConfigText(), before);
     EXPECT_TRUE(log.Has(
-        kDaemonLog.Error("ReadAddAndWrite", InConfig("Can't read data from config file ("))));
+        kDaemonLog.Error("ConfigAddRequest", InConfig("Can't read data from config file ("))));
     EXPECT_TRUE(
-        log.Has(kDaemonLog.Error("StoreRequest", InConfig("Can't add request to config ("))));
+        log.Has(kDaemonLog.Error("GetRequests", InConfig("Can't add request to config ("))));
 }
 
 // --- lengths
@@ -385,7 +385,7 @@ TEST_F(ReceiverTest, AMessageThatIsTooLongStopsIntakeAndStaysInTheQueue) {
         EXPECT_EQ(Waiting(), 1U) << "the next start meets it again";
         EXPECT_FALSE(Exists(config()));
         EXPECT_TRUE(log.Shows({kDaemonLog.Error(
-            "Receive", std::string("Receive messaged failed: ") + strerror(E2BIG))}));
+            "GetRequests", std::string("Receive messaged failed: ") + strerror(E2BIG))}));
     }
 }
 
@@ -428,7 +428,7 @@ TEST_F(ReceiverTest, TheFirstShortMessageIsCompletedWithZeros) {
     Send(&type, sizeof(type));
     RunUntilStop();
     EXPECT_TRUE(log.Shows({kDaemonLog.Error("CheckNormalMsg", "Space UUID is not set"),
-                           kDaemonLog.Error("StoreRequest", "Get wrong message format")}));
+                           kDaemonLog.Error("GetRequests", "Get wrong message format")}));
 }
 
 TEST_F(ReceiverTest, ATextWithoutATerminatorEndsWithItsField) {
@@ -486,18 +486,18 @@ TEST_F(ReceiverTest, PendingSpacesAreTraced) {
             log,
             {
                 kEnter,
-                kDaemonLog.Verbose("OpenQueue",
+                kDaemonLog.Verbose("GetRequests",
                                    "Get server messsage queue id = " + std::to_string(queue_)),
                 NewMessage("addPendingSpace"),
                 kDaemonLog.Verbose("ServiceAddPendingSpaceAtomic", "Add pending space = /a"),
                 NewMessage("addPendingSpace"),
-                kDaemonLog.Verbose("AddPendingSpace", "Space (/a) is already in pending list"),
+                kDaemonLog.Verbose("GetRequests", "Space (/a) is already in pending list"),
                 NewMessage("removePendigSpace"),
                 kDaemonLog.Verbose("ServiceRemovePendingSpaceAtomic", "Remove pending space (/a)"),
                 NewMessage("removePendigSpace"),
-                kDaemonLog.Notice("RemovePendingSpace",
+                kDaemonLog.Notice("GetRequests",
                                   "Space (/a) is not in pending list. Could be a new space"),
-                kDaemonLog.Error("Receive",
+                kDaemonLog.Error("GetRequests",
                                  std::string("Receive messaged failed: ") + strerror(EINTR)),
                 kLeave,
             }));
@@ -535,12 +535,12 @@ TEST_F(ReceiverTest, ALostRaceStopsIntake) {
          false,
          true,
          {kDaemonLog.Error("ServiceAddPendingSpaceAtomic", "Space (/a) is already pending"),
-          kDaemonLog.Error("AddPendingSpace", "Add spend space error")}},
+          kDaemonLog.Error("GetRequests", "Add spend space error")}},
         {kRequestRemovePendingSpace,
          true,
          false,
          {kDaemonLog.Error("ServiceRemovePendingSpaceAtomic", "Space (/a) is not pending"),
-          kDaemonLog.Error("RemovePendingSpace", "Remove pending space error")}},
+          kDaemonLog.Error("GetRequests", "Remove pending space error")}},
     };
     auto list = [](bool pending) {
         using Spaces = PendingSpaceList::Spaces;

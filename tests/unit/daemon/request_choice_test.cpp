@@ -90,7 +90,7 @@ TEST_F(RequestChoiceTest, ChoosingIsTraced) {
                 kUtilLog.Verbose("SpaceHasCacheAndSupportPin", "Volume (/a) support pin"),
                 kUtilLog.Enter("StringToRequestType"),
                 kUtilLog.Leave("StringToRequestType"),
-                kDaemonLog.Verbose("FillRequest",
+                kDaemonLog.Verbose("ConfigParseAndGetNextAvailableRequest",
                                    "Get request (request num = 7 type = reloadPinBlocks data = "),
                 kDaemonLog.Leave(kFunction),
             }));
@@ -186,7 +186,8 @@ TEST_F(RequestChoiceTest, NothingIsRunnableWhenAllVolumesArePending) {
                           kUtilLog.Verbose("SpaceHasCache", "Check Space (a-uuid) ret=0"),
                           kUtilLog.Verbose("SpaceHasCacheAndSupportPinByUUID", "supportPin=1"),
                           kUtilLog.Verbose("SpaceHasCacheAndSupportPin", "Volume (/a) support pin"),
-                          kDaemonLog.Verbose("Consider", "Request num (0) volume (/a) is pending"),
+                          kDaemonLog.Verbose("ConfigParseAndGetNextAvailableRequest",
+                                             "Request num (0) volume (/a) is pending"),
                           kDaemonLog.Leave(kFunction),
                       }));
     });
@@ -219,7 +220,8 @@ TEST_F(RequestChoiceTest, RequestsAheadWhoseVolumeLostItsCacheAreDropped) {
     ExpectedLine noSpace = kUtilLog.Error("SpaceHasCacheAndSupportPin",
                                           "Can't get space uuid from mount path (/gone)");
     EXPECT_TRUE(log.Shows(
-        {noSpace, noSpace, kDaemonLog.Notice("WriteWithoutDropped", "Drop requests finish")}));
+        {noSpace, noSpace,
+         kDaemonLog.Notice("ConfigParseAndGetNextAvailableRequest", "Drop requests finish")}));
 }
 
 TEST_F(RequestChoiceTest, DroppingAllLeavesNothingToRun) {
@@ -287,15 +289,16 @@ TEST_F(RequestChoiceTest, DroppingIsTraced) {
                 kUtilLog.Verbose("SpaceGetUUID", "Get UUID = (null)"),
                 kUtilLog.Error("SpaceHasCacheAndSupportPin",
                                "Can't get space uuid from mount path (/gone)"),
-                kDaemonLog.Verbose("ForgetVolume", "Delete the volume (/gone) from config"),
+                kDaemonLog.Verbose("ConfigParseAndGetNextAvailableRequest",
+                                   "Delete the volume (/gone) from config"),
                 kDaemonLog.Enter("JsonRemoveRequest"),
                 kDaemonLog.Verbose("JsonRemoveRequest", "Remove request num = 5"),
                 kDaemonLog.Leave("JsonRemoveRequest"),
-                kDaemonLog.Verbose("WriteWithoutDropped", "Remove request (5)"),
+                kDaemonLog.Verbose("ConfigParseAndGetNextAvailableRequest", "Remove request (5)"),
             } +
             WriteJsonLines() +
             Lines{
-                kDaemonLog.Notice("WriteWithoutDropped", "Drop requests finish"),
+                kDaemonLog.Notice("ConfigParseAndGetNextAvailableRequest", "Drop requests finish"),
                 kDaemonLog.Leave(kFunction),
             }));
     });
@@ -309,8 +312,8 @@ TEST_F(RequestChoiceTest, ADroppedVolumeStaysPending) {
     SetConfig("{'requestQueue':['5'],'requests':{'5':" + Reload("/gone") + "}}");
     EXPECT_EQ(Choose(), kChoiceNothing);
     EXPECT_TRUE(ServiceIsSpacePending("/gone"));
-    EXPECT_FALSE(
-        log.Has(kDaemonLog.Verbose("ForgetVolume", "Remove space (/gone) from pending list")));
+    EXPECT_FALSE(log.Has(kDaemonLog.Verbose("ConfigParseAndGetNextAvailableRequest",
+                                            "Remove space (/gone) from pending list")));
 }
 
 // Meant: the mutex is held already, so the worker waits for itself, and with it the receiver.
@@ -345,13 +348,14 @@ TEST_F(RequestChoiceTest, AnInconsistentFileIsAnErrorAndStaysAsItIs) {
         std::string content;
         Lines errors;
     };
-    const ExpectedLine notFound =
-        kDaemonLog.Error("Consider", "Can't find request number (5) in config");
-    const ExpectedLine noType = kDaemonLog.Error("FillRequest", "Can't get correct request type");
+    const ExpectedLine notFound = kDaemonLog.Error("ConfigParseAndGetNextAvailableRequest",
+                                                   "Can't find request number (5) in config");
+    const ExpectedLine noType =
+        kDaemonLog.Error("ConfigParseAndGetNextAvailableRequest", "Can't get correct request type");
     const ExpectedLine noSpace = kUtilLog.Error("SpaceHasCacheAndSupportPin",
                                                 "Can't get space uuid from mount path (/gone)");
     const ExpectedLine notRemoved =
-        kDaemonLog.Error("WriteWithoutDropped", "Can't remove request (4)");
+        kDaemonLog.Error("ConfigParseAndGetNextAvailableRequest", "Can't remove request (4)");
     auto request = [](const char* number, const std::string& body) {
         return std::string("{'requestQueue':['") + number + "'],'requests':{'" + number +
                "':" + body + "}}";
@@ -391,7 +395,7 @@ TEST_F(RequestChoiceTest, AnInconsistentFileIsAnErrorAndStaysAsItIs) {
          {kUtilLog.Error("ReadFileToJson", InConfig("Prase file ", " error")),
           kDaemonLog.Error("ConfigGetJsonAndNumRequest",
                            InConfig("Can't read data from config file (")),
-          kDaemonLog.Error("WaitForRequests",
+          kDaemonLog.Error("ConfigParseAndGetNextAvailableRequest",
                            InConfig("Get request from config file (", ") error"))}},
         {"of a wrong shape",
          "{'requestQueue':['5'],'requests':{'5':{'mountPath':[]}}}",
@@ -399,7 +403,7 @@ TEST_F(RequestChoiceTest, AnInconsistentFileIsAnErrorAndStaysAsItIs) {
                            InConfig("Config file (", ") has a member of a wrong kind (requests)")),
           kDaemonLog.Error("ConfigGetJsonAndNumRequest",
                            InConfig("Can't read data from config file (")),
-          kDaemonLog.Error("WaitForRequests",
+          kDaemonLog.Error("ConfigParseAndGetNextAvailableRequest",
                            InConfig("Get request from config file (", ") error"))}},
     };
 
@@ -425,12 +429,12 @@ TEST_F(RequestChoiceTest, AFileThatCannotBeWrittenIsAnError) {
 
     EXPECT_EQ(ConfigParseAndGetNextAvailableRequest(file.path(), request_, number_), kChoiceError);
     EXPECT_FALSE(ServiceMutexIsHeld());
-    EXPECT_TRUE(
-        log.Shows({kUtilLog.Error("SpaceHasCacheAndSupportPin",
-                                  "Can't get space uuid from mount path (/gone)"),
-                   kUtilLog.Error("WriteJsonToFile",
-                                  std::string("Can't open config file (") + file.path() + ")"),
-                   kDaemonLog.Error("WriteWithoutDropped", "Can't write to files")}));
+    EXPECT_TRUE(log.Shows(
+        {kUtilLog.Error("SpaceHasCacheAndSupportPin",
+                        "Can't get space uuid from mount path (/gone)"),
+         kUtilLog.Error("WriteJsonToFile",
+                        std::string("Can't open config file (") + file.path() + ")"),
+         kDaemonLog.Error("ConfigParseAndGetNextAvailableRequest", "Can't write to files")}));
 }
 
 // --- waiting
@@ -449,7 +453,8 @@ TEST_F(RequestChoiceTest, WaitsUntilARequestIsStored) {
             SetConfig(content);
         }
         Lines before = content == nullptr
-                           ? Lines{kDaemonLog.Verbose("WaitForRequests", "Config doesn't exist")}
+                           ? Lines{kDaemonLog.Verbose("ConfigParseAndGetNextAvailableRequest",
+                                                      "Config doesn't exist")}
                            : Lines{kDaemonLog.Enter("ConfigGetJsonAndNumRequest"),
                                    kDaemonLog.Leave("ConfigGetJsonAndNumRequest")};
         {
@@ -457,9 +462,10 @@ TEST_F(RequestChoiceTest, WaitsUntilARequestIsStored) {
             ASSERT_TRUE(waits.Wait());
             // The mutex is not held meanwhile: a request can be stored.
             pthread_mutex_lock(&g_service.mutex);
-            EXPECT_TRUE(ShowsOwn(
-                log, Lines{kDaemonLog.Enter(kFunction)} + before +
-                         Lines{kDaemonLog.Verbose("WaitForRequests", "Go to block mode")}));
+            EXPECT_TRUE(
+                ShowsOwn(log, Lines{kDaemonLog.Enter(kFunction)} + before +
+                                  Lines{kDaemonLog.Verbose("ConfigParseAndGetNextAvailableRequest",
+                                                           "Go to block mode")}));
             pthread_mutex_unlock(&g_service.mutex);
             ASSERT_EQ(ConfigAddRequest(config(), MakeRequest(kRequestReloadPinBlocks, "/b")), 0);
             EXPECT_FALSE(worker.hasEnded());
@@ -472,10 +478,10 @@ TEST_F(RequestChoiceTest, WaitsUntilARequestIsStored) {
         EXPECT_STREQ(request_.mountPath, "/b");
         EXPECT_TRUE(ShowsOwn(
             log, {
-                     kDaemonLog.Verbose("WaitForRequests", "Wake up"),
+                     kDaemonLog.Verbose("ConfigParseAndGetNextAvailableRequest", "Wake up"),
                      kDaemonLog.Enter("ConfigGetJsonAndNumRequest"),
                      kDaemonLog.Leave("ConfigGetJsonAndNumRequest"),
-                     kDaemonLog.Verbose("FillRequest",
+                     kDaemonLog.Verbose("ConfigParseAndGetNextAvailableRequest",
                                         "Get request (request num = 0 type = reloadPinBlocks data "
                                         "= "),
                      kDaemonLog.Leave(kFunction),

@@ -150,12 +150,12 @@ TEST_F(RequestDataTest, EveryStepOfTheListIsTraced) {
             kDaemonLog.Enter("AbsolutePathsToFileInodeList"),
             kDaemonLog.Verbose("FileGetRelativePathByMountPath",
                                "Get relative path = a (addr=0x#)"),
-            kDaemonLog.Verbose("AppendEntry",
+            kDaemonLog.Verbose("AbsolutePathsToFileInodeList",
                                "szFormat=%s%s#%lu pszRelativePath=a szFileInodeList=0x# size=1024 "
                                "len=0"),
             kDaemonLog.Verbose("FileGetRelativePathByMountPath",
                                "Get relative path = b (addr=0x#)"),
-            kDaemonLog.Verbose("AppendEntry",
+            kDaemonLog.Verbose("AbsolutePathsToFileInodeList",
                                "szFormat=%s%s#%lu pszRelativePath=b szFileInodeList=0x# size=1024 "
                                "len=" +
                                    length),
@@ -219,7 +219,7 @@ TEST_F(RequestDataTest, APathOutsideTheVolumeEndsTheList) {
             kDaemonLog.Enter("AbsolutePathsToFileInodeList"),
             kDaemonLog.Verbose("FileGetRelativePathByMountPath",
                                "Get relative path = a (addr=0x#)"),
-            kDaemonLog.Verbose("AppendEntry",
+            kDaemonLog.Verbose("AbsolutePathsToFileInodeList",
                                "szFormat=%s%s#%lu pszRelativePath=a szFileInodeList=0x# size=1024 "
                                "len=0"),
             kDaemonLog.Error(
@@ -245,7 +245,8 @@ TEST_F(RequestDataTest, AFileThatIsNotThereEndsTheList) {
             kDaemonLog.Verbose("FileGetRelativePathByMountPath",
                                "Get relative path = missing (addr=0x#)"),
             kUtilLog.Error("FileGetInodeNumber", "Stat file " + missing + " error"),
-            kDaemonLog.Error("AppendEntry", "Cant' get inode number of file (" + missing + ")"),
+            kDaemonLog.Error("AbsolutePathsToFileInodeList",
+                             "Cant' get inode number of file (" + missing + ")"),
         }));
     });
 }
@@ -279,7 +280,7 @@ TEST_F(RequestDataTest, OnlyTheFirst1023CharactersOfAListCount) {
 }
 
 // Written into a buffer that ends where `size` says, so that a step beyond it shows.
-TEST_F(RequestDataTest, AListThatDoesNotFitIsRefusedAtTheFirstEntryThatDoesNot) {
+TEST_F(RequestDataTest, AListThatDoesNotFitEndsBeforeTheFirstEntryThatDoesNot) {
     std::string path = Make("a");
     std::string entry = "a#" + InodeText(path);
     std::string two = entry + ";" + entry;
@@ -290,10 +291,11 @@ TEST_F(RequestDataTest, AListThatDoesNotFitIsRefusedAtTheFirstEntryThatDoesNot) 
         size_t fits = two.size() < size ? 2 : entry.size() < size ? 1 : 0;
         int result = AbsolutePathsToFileInodeList(mountPath_.c_str(), (path + ";" + path).c_str(),
                                                   list.data(), size);
-        EXPECT_EQ(result, fits == 2 ? 0 : -1) << size;
+        EXPECT_EQ(result, 0) << size;
         EXPECT_STREQ(list.data(), fits == 2 ? two.c_str() : fits == 1 ? entry.c_str() : "") << size;
-        Lines refused = {kDaemonLog.Error(
-            "AppendEntry", "File list is too long to store, file (" + path + ") doesn't fit")};
+        Lines refused = {
+            kDaemonLog.Error("AbsolutePathsToFileInodeList",
+                             "File list is too long to store, it ends before file (" + path + ")")};
         EXPECT_TRUE(log.Shows(fits == 2 ? Lines() : refused)) << size;
     }
 }
@@ -304,14 +306,14 @@ TEST_F(RequestDataTest, ManyShortNamesOverflowTheStoredForm) {
     struct Row {
         const char* what;
         uint64_t inode;
-        int result;
+        bool fits;
         size_t length;
     };
     // 204 paths of 4 characters.
     const Row rows[] = {
-        {"204 entries of 4 characters, and their separators", 12, 0, 204 * 5 - 1},
-        {"204 entries of 5 characters: 170 fit", 123, -1, 170 * 6 - 1},
-        {"204 entries of 12 characters: 78 fit", 4294967295, -1, 78 * 13 - 1},
+        {"204 entries of 4 characters, and their separators", 12, true, 204 * 5 - 1},
+        {"204 entries of 5 characters: 170 fit", 123, false, 170 * 6 - 1},
+        {"204 entries of 12 characters: 78 fit", 4294967295, false, 78 * 13 - 1},
     };
     std::string paths;
 
@@ -324,13 +326,13 @@ TEST_F(RequestDataTest, ManyShortNamesOverflowTheStoredForm) {
         LogCapture log;
         memset(list_, 0, sizeof(list_));
         SetInodeNumber("/v/a", row.inode);
-        EXPECT_EQ(AbsolutePathsToFileInodeList("/v", paths.c_str(), list_, sizeof(list_)),
-                  row.result)
+        EXPECT_EQ(AbsolutePathsToFileInodeList("/v", paths.c_str(), list_, sizeof(list_)), 0)
             << row.what;
         EXPECT_EQ(strlen(list_), row.length) << row.what;
-        Lines refused = {kDaemonLog.Error(
-            "AppendEntry", "File list is too long to store, file (/v/a) doesn't fit")};
-        EXPECT_TRUE(log.Shows(row.result == 0 ? Lines() : refused)) << row.what;
+        Lines refused = {
+            kDaemonLog.Error("AbsolutePathsToFileInodeList",
+                             "File list is too long to store, it ends before file (/v/a)")};
+        EXPECT_TRUE(log.Shows(row.fits ? Lines() : refused)) << row.what;
     }
 }
 

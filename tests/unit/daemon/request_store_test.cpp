@@ -10,8 +10,12 @@
 
 namespace {
 
+struct Leaving;
+
 class RequestStoreTest : public DaemonTest {
   protected:
+    void FailEveryStep(const Leaving& leaving);
+
     // Makes a file below the mount path and returns its entry of a data text.
     std::string Make(const std::string& name) const {
         struct stat status = {};
@@ -168,8 +172,9 @@ TEST_F(RequestStoreTest, PathsThatCannotBeConvertedLeaveTheDocumentHalfChanged) 
             kDaemonLog.Verbose("FileGetRelativePathByMountPath",
                                "Get relative path = missing (addr=0x#)"),
             kUtilLog.Error("FileGetInodeNumber", "Stat file " + missing + " error"),
-            kDaemonLog.Error("AppendEntry", "Cant' get inode number of file (" + missing + ")"),
-            kDaemonLog.Error("SetRequestData", "Get relative paths failed"),
+            kDaemonLog.Error("AbsolutePathsToFileInodeList",
+                             "Cant' get inode number of file (" + missing + ")"),
+            kDaemonLog.Error("JsonAddRequest", "Get relative paths failed"),
         }));
     });
 }
@@ -438,7 +443,7 @@ TEST_F(RequestStoreTest, AddingToAFileThatCannotBeReadIsRefused) {
             EXPECT_FALSE(ServiceMutexIsHeld());
             EXPECT_TRUE(
                 log.Shows(Lines{kDaemonLog.Enter("ConfigAddRequest")} + row.cause +
-                          Lines{kDaemonLog.Error("ReadAddAndWrite",
+                          Lines{kDaemonLog.Error("ConfigAddRequest",
                                                  InConfig("Can't read data from config file (")),
                                 kDaemonLog.Leave("ConfigAddRequest")}))
                 << row.content;
@@ -456,8 +461,8 @@ TEST_F(RequestStoreTest, ARequestThatCannotBeConvertedLeavesTheFileAlone) {
         EXPECT_EQ(ConfigAddRequest(config(), Pin(path)), -1);
         EXPECT_EQ(ConfigText(), text) << "the counter has not advanced";
         EXPECT_FALSE(ServiceMutexIsHeld());
-        EXPECT_TRUE(log.Has(kDaemonLog.Error("SetRequestData", "Get relative paths failed")));
-        EXPECT_TRUE(log.Has(kDaemonLog.Error("ReadAddAndWrite", "Can't add request to json")));
+        EXPECT_TRUE(log.Has(kDaemonLog.Error("JsonAddRequest", "Get relative paths failed")));
+        EXPECT_TRUE(log.Has(kDaemonLog.Error("ConfigAddRequest", "Can't add request to json")));
     }
 }
 
@@ -471,7 +476,7 @@ TEST_F(RequestStoreTest, ATypeWithoutANameLeavesNoFile) {
         kDaemonLog.Enter("ConfigAddRequest"),
         kDaemonLog.Enter("JsonAddRequest"),
         kUtilLog.Error("RequestTypeToString", "Convert request type to string errror"),
-        kDaemonLog.Error("ReadAddAndWrite", "Can't add request to json"),
+        kDaemonLog.Error("ConfigAddRequest", "Can't add request to json"),
         kDaemonLog.Leave("ConfigAddRequest"),
     }));
 }
@@ -492,7 +497,7 @@ TEST_F(RequestStoreTest, AFileThatCannotBeWrittenRefusesTheRequest) {
                                     "'type':'reloadPinBlocks','mountPath':'/v','data':null}}}"))),
             kUtilLog.Enter("WriteJsonToFile"),
             kUtilLog.Error("WriteJsonToFile", "Can't open config file (" + path + ")"),
-            kDaemonLog.Error("ReadAddAndWrite", "Can't write to files"),
+            kDaemonLog.Error("ConfigAddRequest", "Can't write to files"),
             kDaemonLog.Leave("ConfigAddRequest"),
         }));
     });
@@ -640,20 +645,31 @@ TEST_F(RequestStoreTest, ADroppedUnpinSaysThatItTakesFilesOff) {
          kDaemonLog.Error("JsonUpdatePinFileInfo", "Can't get file infos")}));
 }
 
+// The two ways in which a request leaves the file, each with the name that its lines give.
+struct Leaving {
+    const char* name;
+    int (*function)(const char* path, const Request& request, const std::string& number);
+};
+
+constexpr Leaving kLeavings[] = {
+    {"ConfigUpdatedByFinishedRequest", ConfigUpdatedByFinishedRequest},
+    {"ConfigDropErrorRequest", ConfigDropErrorRequest},
+};
+
 // What both do when a step fails. Nothing of the file changes.
-TEST_F(RequestStoreTest, AFailedStepOfFinishingOrDroppingLeavesTheFileAlone) {
+void RequestStoreTest::FailEveryStep(const Leaving& leaving) {
     struct Row {
         const char* what;
         const char* content;  // null: no file
         Lines errors;
     };
     const ExpectedLine notRead =
-        kDaemonLog.Error("ReadExisting", InConfig("Can't read data from config file ("));
-    const ExpectedLine notRemoved = kDaemonLog.Error("RemoveAndWrite", "Can't remove request");
+        kDaemonLog.Error(leaving.name, InConfig("Can't read data from config file ("));
+    const ExpectedLine notRemoved = kDaemonLog.Error(leaving.name, "Can't remove request");
     const Row rows[] = {
         {"no file",
          nullptr,
-         {kDaemonLog.Error("ReadExisting", InConfig("Can't find config file ("))}},
+         {kDaemonLog.Error(leaving.name, InConfig("Can't find config file ("))}},
         {"no JSON",
          "{'a':",
          {kUtilLog.Error("ReadFileToJson", InConfig("Prase file ", " error")), notRead}},
@@ -685,21 +701,25 @@ TEST_F(RequestStoreTest, AFailedStepOfFinishingOrDroppingLeavesTheFileAlone) {
           notRemoved}},
     };
 
-    for (auto function : {ConfigUpdatedByFinishedRequest, ConfigDropErrorRequest}) {
-        for (const Row& row : rows) {
-            LogCapture log;
-            if (row.content != nullptr) {
-                SetConfig(row.content);
-            }
-            std::string before = row.content == nullptr ? "" : ConfigText();
-            EXPECT_EQ(function(config(), MakeRequest(kRequestPinFiles, "/v", "a#5"), "7"), -1)
-                << row.what;
-            EXPECT_EQ(Exists(config()), row.content != nullptr) << row.what;
-            EXPECT_EQ(row.content == nullptr ? "" : ConfigText(), before) << row.what;
-            EXPECT_FALSE(ServiceMutexIsHeld()) << row.what;
-            EXPECT_TRUE(log.Shows(row.errors)) << row.what;
+    for (const Row& row : rows) {
+        LogCapture log;
+        if (row.content != nullptr) {
+            SetConfig(row.content);
         }
-        ASSERT_EQ(unlink(config()), 0);
+        std::string before = row.content == nullptr ? "" : ConfigText();
+        EXPECT_EQ(leaving.function(config(), MakeRequest(kRequestPinFiles, "/v", "a#5"), "7"), -1)
+            << row.what;
+        EXPECT_EQ(Exists(config()), row.content != nullptr) << row.what;
+        EXPECT_EQ(row.content == nullptr ? "" : ConfigText(), before) << row.what;
+        EXPECT_FALSE(ServiceMutexIsHeld()) << row.what;
+        EXPECT_TRUE(log.Shows(row.errors)) << row.what;
+    }
+    ASSERT_EQ(unlink(config()), 0);
+}
+
+TEST_F(RequestStoreTest, AFailedStepOfFinishingOrDroppingLeavesTheFileAlone) {
+    for (const Leaving& leaving : kLeavings) {
+        FailEveryStep(leaving);
     }
 }
 
@@ -725,7 +745,7 @@ TEST_F(RequestStoreTest, MalformedDataKeepsAFinishedRequestQueued) {
             kDaemonLog.Error("RequestDataGetFileInfos", "Parse file inode from string (x) failed"),
             kDaemonLog.Leave("RequestDataGetFileInfos"),
             kDaemonLog.Error("JsonUpdatePinFileInfo", "Can't get file infos"),
-            kDaemonLog.Error("ReadFinishAndWrite", "Can't update pin file list"),
+            kDaemonLog.Error("ConfigUpdatedByFinishedRequest", "Can't update pin file list"),
             kDaemonLog.Leave("ConfigUpdatedByFinishedRequest"),
         }));
 }
@@ -733,15 +753,16 @@ TEST_F(RequestStoreTest, MalformedDataKeepsAFinishedRequestQueued) {
 TEST_F(RequestStoreTest, AFileThatCannotBeWrittenIsReported) {
     SealedFile file(kStored);
 
-    for (auto function : {ConfigUpdatedByFinishedRequest, ConfigDropErrorRequest}) {
+    for (const Leaving& leaving : kLeavings) {
         LogCapture log;
-        EXPECT_EQ(function(file.path(), MakeRequest(kRequestReloadPinBlocks, "/v"), "7"), -1);
+        EXPECT_EQ(leaving.function(file.path(), MakeRequest(kRequestReloadPinBlocks, "/v"), "7"),
+                  -1);
         EXPECT_FALSE(ServiceMutexIsHeld());
-        EXPECT_TRUE(log.Shows(
-            {kUtilLog.Error("WriteJsonToFile",
-                            std::string("Can't open config file (") + file.path() + ")"),
-             kDaemonLog.Error("RemoveAndWrite", std::string("Write json data to config (") +
-                                                    file.path() + ") failed")}));
+        EXPECT_TRUE(
+            log.Shows({kUtilLog.Error("WriteJsonToFile",
+                                      std::string("Can't open config file (") + file.path() + ")"),
+                       kDaemonLog.Error(leaving.name, std::string("Write json data to config (") +
+                                                          file.path() + ") failed")}));
     }
 }
 

@@ -172,7 +172,7 @@ Lines DumpLines(uint64_t first, uint64_t last) {
 
 TEST_F(UnpinRequestTest, SendingIsTraced) {
     const ExpectedLine send =
-        kDaemonLog.Verbose("SendBatch", "Send unpin inctl to driver, size=8192");
+        kDaemonLog.Verbose("SendUnpinInfoToDriver", "Send unpin inctl to driver, size=8192");
 
     AtEveryLogSetting([&](LogCapture& log) {
         EXPECT_EQ(SendUnpinInfoToDriver(volume_.cachePath.c_str(), Ranges(515)), 0);
@@ -211,8 +211,8 @@ TEST_F(UnpinRequestTest, TheBatchThatIsRefusedIsTheLast) {
             EXPECT_EQ(SendUnpinInfoToDriver(volume_.cachePath.c_str(), Ranges(row.count)), -1);
             EXPECT_EQ(IoctlsSent().size(), row.sent);
             EXPECT_FALSE(log.Has(kDaemonLog.Leave(kSend)) && level > 1);
-            EXPECT_TRUE(
-                log.Has(kDaemonLog.Error("SendBatch", "Send unpin inctl to driver failed")));
+            EXPECT_TRUE(log.Has(
+                kDaemonLog.Error("SendUnpinInfoToDriver", "Send unpin inctl to driver failed")));
         }
     }
     LogCapture log;
@@ -223,7 +223,7 @@ TEST_F(UnpinRequestTest, TheBatchThatIsRefusedIsTheLast) {
     EXPECT_TRUE(log.Shows(
         {kUtilLog.Error("DoIoctl", "Ioctl Error: Send ioctl 65232 Data (0x#) size (8192) to " +
                                        volume_.cachePath + ", ret=-1\n"),
-         kDaemonLog.Error("SendBatch", "Send unpin inctl to driver failed")}));
+         kDaemonLog.Error("SendUnpinInfoToDriver", "Send unpin inctl to driver failed")}));
 }
 
 TEST_F(UnpinRequestTest, ADeviceThatCannotBeOpenedGetsNothing) {
@@ -231,8 +231,9 @@ TEST_F(UnpinRequestTest, ADeviceThatCannotBeOpenedGetsNothing) {
 
     EXPECT_EQ(SendUnpinInfoToDriver("/no/such/device", Ranges(600)), -1);
     EXPECT_TRUE(IoctlsSent().empty());
-    EXPECT_TRUE(log.Shows({kUtilLog.Error("DoIoctl", "Open device path (/no/such/device) error\n"),
-                           kDaemonLog.Error("SendBatch", "Send unpin inctl to driver failed")}));
+    EXPECT_TRUE(log.Shows(
+        {kUtilLog.Error("DoIoctl", "Open device path (/no/such/device) error\n"),
+         kDaemonLog.Error("SendUnpinInfoToDriver", "Send unpin inctl to driver failed")}));
 }
 
 // --- one file
@@ -266,7 +267,7 @@ TEST_F(UnpinRequestTest, UnsettingIsTraced) {
             kDaemonLog.Enter(kUnset),
             kDaemonLog.Verbose("GetMappingTableFromFile",
                                "Start for file (" + path + "), inode = " + std::to_string(inode)),
-            kDaemonLog.Verbose("WaitForExtents", "Entry number = 2"),
+            kDaemonLog.Verbose("GetMappingTableFromFile", "Entry number = 2"),
             kDaemonLog.Leave("GetMappingTableFromFile"),
             kDaemonLog.Debug(kUnset, "File [" + path +
                                          "] start sector=0 num_sector=8 device_start sector "
@@ -297,7 +298,7 @@ TEST_F(UnpinRequestTest, AFileThatCannotBeMappedChangesNeitherBitmapNorRanges) {
             kDaemonLog.Enter(kUnset),
             kDaemonLog.Verbose("GetMappingTableFromFile",
                                "Start for file (" + path + "), inode = " + std::to_string(inode)),
-            kDaemonLog.Error("AskOnce", "Get mapping result fail."),
+            kDaemonLog.Error("GetMappingTableFromFile", "Get mapping result fail."),
             kDaemonLog.Leave("GetMappingTableFromFile"),
             kDaemonLog.Error(kUnset, "Get mapping table of file (" + path + ") failed"),
         }));
@@ -347,13 +348,14 @@ TEST_F(UnpinRequestTest, ARequestIsTraced) {
     ASSERT_EQ(Unpin({Info("a", inode)}), 0);
     EXPECT_TRUE(ShowsOwn(
         log,
-        Lines{kDaemonLog.Enter(kHandle), kDaemonLog.Enter(kUnset),
-              kDaemonLog.Verbose("GetMappingTableFromFile",
-                                 "Start for file (" + path + "), inode = " + std::to_string(inode)),
-              kDaemonLog.Verbose("WaitForExtents", "Entry number = 1"),
-              kDaemonLog.Leave("GetMappingTableFromFile"), kDaemonLog.Leave(kUnset),
-              kDaemonLog.Verbose(kSend, "Pass range to driver start"),
-              kDaemonLog.Verbose("SendBatch", "Send unpin inctl to driver, size=8192")} +
+        Lines{
+            kDaemonLog.Enter(kHandle), kDaemonLog.Enter(kUnset),
+            kDaemonLog.Verbose("GetMappingTableFromFile",
+                               "Start for file (" + path + "), inode = " + std::to_string(inode)),
+            kDaemonLog.Verbose("GetMappingTableFromFile", "Entry number = 1"),
+            kDaemonLog.Leave("GetMappingTableFromFile"), kDaemonLog.Leave(kUnset),
+            kDaemonLog.Verbose(kSend, "Pass range to driver start"),
+            kDaemonLog.Verbose("SendUnpinInfoToDriver", "Send unpin inctl to driver, size=8192")} +
             DumpLines(1, 1) + Lines{kDaemonLog.Leave(kSend), kDaemonLog.Leave(kHandle)}));
 }
 
@@ -380,9 +382,9 @@ TEST_F(UnpinRequestTest, AFileThatCannotBeMappedFailsTheWholeRequest) {
     EXPECT_TRUE(IoctlsSent().empty());
     EXPECT_EQ(g_platform.Count("GetMappingTable"), 2) << "the third is never looked at";
     EXPECT_TRUE(log.Shows({
-        kDaemonLog.Error("AskOnce", "Get mapping result fail."),
+        kDaemonLog.Error("GetMappingTableFromFile", "Get mapping result fail."),
         kDaemonLog.Error(kUnset, "Get mapping table of file (" + volume_.mountPath + "/b) failed"),
-        kDaemonLog.Error("ReleaseFiles", "Unset bitmap and append unpin infos failed"),
+        kDaemonLog.Error("HandleUnpinRequest", "Unset bitmap and append unpin infos failed"),
     }));
 }
 
@@ -415,17 +417,17 @@ TEST_F(UnpinRequestTest, AFailedStepEndsTheRequest) {
     const std::function<void()> refuseRanges = [] { FailIoctl(FLASH_CACHE_UNPIN_RANGES, 1, EIO); };
     const Lines notWritten = {
         kUtilLog.Error("BitmapFileWrite", "Write bitmap file (" + volume_.bitmapPath + ") error\n"),
-        kDaemonLog.Error("UnpinFiles", "Write bitmap failed")};
+        kDaemonLog.Error("HandleUnpinRequest", "Write bitmap failed")};
     const Lines bitmapNotSent = {
         kUtilLog.Error("DoIoctl", "Ioctl Error: Send ioctl 65231 Data (0x#) size (8) to " +
                                       volume_.cachePath + ", ret=-1\n"),
         kUtilLog.Error("BitmapDriverUpdate", "Ioctl error"),
-        kDaemonLog.Error("UnpinFiles", "Can't send bitmap to driver")};
+        kDaemonLog.Error("HandleUnpinRequest", "Can't send bitmap to driver")};
     const Lines rangesNotSent = {
         kUtilLog.Error("DoIoctl", "Ioctl Error: Send ioctl 65232 Data (0x#) size (8192) to " +
                                       volume_.cachePath + ", ret=-1\n"),
-        kDaemonLog.Error("SendBatch", "Send unpin inctl to driver failed"),
-        kDaemonLog.Error("UnpinFiles", "Can't send unpin information to driver")};
+        kDaemonLog.Error("SendUnpinInfoToDriver", "Send unpin inctl to driver failed"),
+        kDaemonLog.Error("HandleUnpinRequest", "Can't send unpin information to driver")};
     const Row rows[] = {
         {"file", noSpace, {}, notWritten},
         {"file and driver",

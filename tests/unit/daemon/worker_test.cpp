@@ -162,12 +162,13 @@ TEST_F(WorkerTest, AFailedStepOfSettingUpFailsTheRequest) {
     const std::string uuid = volume_.uuid;
     const std::string ssd = volume_.ssdPath;
     const ExpectedLine noBitmapToFree = kUtilLog.Error("BitmapFree", "Bitmap is already NULL");
-    const ExpectedLine noBitmap = kDaemonLog.Error("LoadBitmap", "Allocate bitmap failed");
+    const ExpectedLine noBitmap = kDaemonLog.Error("HandleRequest", "Allocate bitmap failed");
     const ExpectedLine notSized =
         kUtilLog.Error("BitmapMemAllocateAndInit", "Can't get needed bitmap sizeof");
     const ExpectedLine emptyBitmapFreed =
         kUtilLog.Error("BitmapFree", "Warning: data is NULL for free");
-    const Lines noUuid = {kDaemonLog.Error("SetUp", "Can't get space uuid"), noBitmapToFree};
+    const Lines noUuid = {kDaemonLog.Error("HandleRequest", "Can't get space uuid"),
+                          noBitmapToFree};
     // Enumerations of a request so far: UUID, bitmap path, the bitmap's own lookup of that path.
     auto failEnum = [](int nth) {
         return [nth] {
@@ -190,11 +191,11 @@ TEST_F(WorkerTest, AFailedStepOfSettingUpFailsTheRequest) {
         {"no cache",
          [&] { g_platform.configs.erase(uuid); },
          {kUtilLog.Error("SpaceGetCachePath", "Can't get cache's ssd path"),
-          kDaemonLog.Error("SetUp", "Can't get cache path"), noBitmapToFree}},
+          kDaemonLog.Error("HandleRequest", "Can't get cache path"), noBitmapToFree}},
         {"no cached device",
          [&] { g_platform.cachePaths.erase(ssd); },
          {kUtilLog.Error("SpaceGetCachePath", "Can't get cache path"),
-          kDaemonLog.Error("SetUp", "Can't get cache path"), noBitmapToFree}},
+          kDaemonLog.Error("HandleRequest", "Can't get cache path"), noBitmapToFree}},
         {"neither space nor cache",
          [] {
              g_platform.spaces.clear();
@@ -203,7 +204,8 @@ TEST_F(WorkerTest, AFailedStepOfSettingUpFailsTheRequest) {
          noUuid},
         {"no mount path for the bitmap",
          failEnum(2),
-         {noEnum, noReference, kDaemonLog.Error("SetUp", "Can't get bitmap path"), noBitmapToFree}},
+         {noEnum, noReference, kDaemonLog.Error("HandleRequest", "Can't get bitmap path"),
+          noBitmapToFree}},
         {"no mount path when it is loaded",
          failEnum(3),
          {noEnum, noReference, kUtilLog.Error("BitmapMemAllocateAndInit", "Can't get bitmap path"),
@@ -283,7 +285,7 @@ TEST_F(WorkerTest, MalformedDataFailsTheRequest) {
                 kDaemonLog.Error("RequestDataGetFileInfos",
                                  "Parse file inode from string (b) failed"),
                 kDaemonLog.Leave("RequestDataGetFileInfos"),
-                kDaemonLog.Error("Dispatch",
+                kDaemonLog.Error("HandleRequest",
                                  "Can't parse file inodes from request's data (" + data_ + ";b)"),
                 kDaemonLog.Leave(kRequest),
             }));
@@ -297,7 +299,7 @@ TEST_F(WorkerTest, AFailedHandlerFailsTheRequest) {
         g_platform.mappings[inode_][0].result = -1;
         FailCall(Call::kRead, 1, EIO);
         EXPECT_EQ(HandleRequest(request), 1);
-        EXPECT_TRUE(log.Has(kDaemonLog.Error("Dispatch", "Handle request failed")));
+        EXPECT_TRUE(log.Has(kDaemonLog.Error("HandleRequest", "Handle request failed")));
         EXPECT_TRUE(log.Has(kDaemonLog.Leave(kRequest)));
         FakeSystemReset();
     }
@@ -310,8 +312,8 @@ TEST_F(WorkerTest, AnInterruptedHandlerInterruptsTheRequest) {
     for (const Request& request : {Pin(), Reload()}) {
         LogCapture log(2);
         EXPECT_EQ(HandleRequest(request), 2);
-        EXPECT_TRUE(log.Has(kDaemonLog.Verbose("Dispatch", "Get Interruped")));
-        EXPECT_FALSE(log.Has(kDaemonLog.Error("Dispatch", "Handle request failed")));
+        EXPECT_TRUE(log.Has(kDaemonLog.Verbose("HandleRequest", "Get Interruped")));
+        EXPECT_FALSE(log.Has(kDaemonLog.Error("HandleRequest", "Handle request failed")));
         EXPECT_TRUE(log.Has(kDaemonLog.Leave(kRequest)));
     }
     EXPECT_EQ(HandleRequest(Unpin()), 0) << "an unpin is never interrupted";
@@ -321,15 +323,15 @@ TEST_F(WorkerTest, ASuccessfulRequestIsTraced) {
     LogCapture log(2);
 
     EXPECT_EQ(HandleRequest(Reload()), 0);
-    EXPECT_TRUE(
-        ShowsOwn(log, {
-                          kDaemonLog.Enter(kRequest),
-                          kDaemonLog.Enter("ReloadPinBlocksToCache"),
-                          kDaemonLog.Verbose("ReloadAllRuns", "Start to read blocks"),
-                          kDaemonLog.Verbose("ReadRuns", "No pin blocks, no need to reload"),
-                          kDaemonLog.Leave("ReloadPinBlocksToCache"),
-                          kDaemonLog.Leave(kRequest),
-                      }));
+    EXPECT_TRUE(ShowsOwn(
+        log, {
+                 kDaemonLog.Enter(kRequest),
+                 kDaemonLog.Enter("ReloadPinBlocksToCache"),
+                 kDaemonLog.Verbose("ReloadPinBlocksToCache", "Start to read blocks"),
+                 kDaemonLog.Verbose("ReloadPinBlocksToCache", "No pin blocks, no need to reload"),
+                 kDaemonLog.Leave("ReloadPinBlocksToCache"),
+                 kDaemonLog.Leave(kRequest),
+             }));
 }
 
 // --- one request and the store
@@ -352,29 +354,29 @@ TEST_F(WorkerTest, AFinishedRequestIsTraced) {
     SetConfig("{'requestQueue':['7'],'requests':{'7':" + Stored("reloadPinBlocks") + "}}");
     EXPECT_EQ(HandleRequestAndModifyConfig(config(), Reload(), "7"), 0);
     constexpr char kUpdate[] = "JsonUpdatePinFileInfo";
-    EXPECT_TRUE(
-        ShowsOwn(log, {
-                          kDaemonLog.Enter(kModify),
-                          kDaemonLog.Verbose(kModify, "Handle request (num = 7)"),
-                          kDaemonLog.Enter(kRequest),
-                          kDaemonLog.Enter("ReloadPinBlocksToCache"),
-                          kDaemonLog.Verbose("ReloadAllRuns", "Start to read blocks"),
-                          kDaemonLog.Verbose("ReadRuns", "No pin blocks, no need to reload"),
-                          kDaemonLog.Leave("ReloadPinBlocksToCache"),
-                          kDaemonLog.Leave(kRequest),
-                          kDaemonLog.Enter("ConfigUpdatedByFinishedRequest"),
-                          kDaemonLog.Enter(kUpdate),
-                          kDaemonLog.Verbose(kUpdate, "mount path = " + volume_.mountPath +
-                                                          " request = Request type=reloadPinBlocks "
-                                                          "mountPath=" +
-                                                          volume_.mountPath + " data="),
-                          kDaemonLog.Verbose(kUpdate, "No need to update pin file list"),
-                          kDaemonLog.Enter("JsonRemoveRequest"),
-                          kDaemonLog.Verbose("JsonRemoveRequest", "Remove request num = 7"),
-                          kDaemonLog.Leave("JsonRemoveRequest"),
-                          kDaemonLog.Leave("ConfigUpdatedByFinishedRequest"),
-                          kDaemonLog.Leave(kModify),
-                      }));
+    EXPECT_TRUE(ShowsOwn(
+        log, {
+                 kDaemonLog.Enter(kModify),
+                 kDaemonLog.Verbose(kModify, "Handle request (num = 7)"),
+                 kDaemonLog.Enter(kRequest),
+                 kDaemonLog.Enter("ReloadPinBlocksToCache"),
+                 kDaemonLog.Verbose("ReloadPinBlocksToCache", "Start to read blocks"),
+                 kDaemonLog.Verbose("ReloadPinBlocksToCache", "No pin blocks, no need to reload"),
+                 kDaemonLog.Leave("ReloadPinBlocksToCache"),
+                 kDaemonLog.Leave(kRequest),
+                 kDaemonLog.Enter("ConfigUpdatedByFinishedRequest"),
+                 kDaemonLog.Enter(kUpdate),
+                 kDaemonLog.Verbose(kUpdate, "mount path = " + volume_.mountPath +
+                                                 " request = Request type=reloadPinBlocks "
+                                                 "mountPath=" +
+                                                 volume_.mountPath + " data="),
+                 kDaemonLog.Verbose(kUpdate, "No need to update pin file list"),
+                 kDaemonLog.Enter("JsonRemoveRequest"),
+                 kDaemonLog.Verbose("JsonRemoveRequest", "Remove request num = 7"),
+                 kDaemonLog.Leave("JsonRemoveRequest"),
+                 kDaemonLog.Leave("ConfigUpdatedByFinishedRequest"),
+                 kDaemonLog.Leave(kModify),
+             }));
 }
 
 TEST_F(WorkerTest, AFinishedRequestThatCannotBeRemovedIsStillFinished) {
@@ -421,7 +423,8 @@ TEST_F(WorkerTest, AFailedRequestThatCannotBeDroppedIsStillFailed) {
     EXPECT_TRUE(log.Shows({
         kDaemonLog.Error(kRequest, "Get unhandle request (ack)"),
         kDaemonLog.Error(kModify, "Handle request error (num = 7, type = ack), drop it."),
-        kDaemonLog.Error("ReadExisting", std::string("Can't find config file (") + config() + ")"),
+        kDaemonLog.Error("ConfigDropErrorRequest",
+                         std::string("Can't find config file (") + config() + ")"),
         kDaemonLog.Error(kModify, "Can't drop request"),
     }));
 }
@@ -458,10 +461,11 @@ TEST_F(WorkerTest, RequestsRunInTheirOrderWithASecondBetween) {
     EXPECT_EQ(queued, "2 9 stale | 9 stale | stale | ");
     EXPECT_EQ(SleepsTaken(), std::vector<unsigned>({1, 1, 1}));
     EXPECT_TRUE(log.Shows({
-        kDaemonLog.Notice("ReportDone", "Handle request (type=pinFiles files=" + data_ + ") OK "),
-        kDaemonLog.Notice("ReportDone", "Handle request (type=reloadPinBlocks) OK "),
-        kDaemonLog.Notice("ReportDone", "Handle request (type=unpinFiles files=" + data_ + ") OK "),
-        kDaemonLog.Error("Consider", "Can't find request number (stale) in config"),
+        kDaemonLog.Notice("DoRequests", "Handle request (type=pinFiles files=" + data_ + ") OK "),
+        kDaemonLog.Notice("DoRequests", "Handle request (type=reloadPinBlocks) OK "),
+        kDaemonLog.Notice("DoRequests", "Handle request (type=unpinFiles files=" + data_ + ") OK "),
+        kDaemonLog.Error("ConfigParseAndGetNextAvailableRequest",
+                         "Can't find request number (stale) in config"),
         kDaemonLog.Error("DoRequests", "Get request error"),
     }));
     EXPECT_EQ(ConfigDocument()["requestQueue"].size(), 1U) << "the stale number stays";
@@ -479,9 +483,11 @@ TEST_F(WorkerTest, AFailedRequestIsFollowedAtOnce) {
         kDaemonLog.Error(kModify, "Handle request error (num = 1, type = ack), drop it."),
         kDaemonLog.Error("RequestDataGetFileInfos",
                          "Parse file inode from string (malformed) failed"),
-        kDaemonLog.Error("Dispatch", "Can't parse file inodes from request's data (malformed)"),
+        kDaemonLog.Error("HandleRequest",
+                         "Can't parse file inodes from request's data (malformed)"),
         kDaemonLog.Error(kModify, "Handle request error (num = 2, type = pinFiles), drop it."),
-        kDaemonLog.Error("Consider", "Can't find request number (stale) in config"),
+        kDaemonLog.Error("ConfigParseAndGetNextAvailableRequest",
+                         "Can't find request number (stale) in config"),
         kDaemonLog.Error("DoRequests", "Get request error"),
     }));
 }
@@ -509,12 +515,13 @@ TEST_F(WorkerTest, AnInterruptedRequestRunsAgainWhenItsVolumeIsReleased) {
     // Interrupted in the first read; passed over; interrupted again; both reads.
     EXPECT_EQ(readsAtSleep, std::vector<int>({1, 1, 2, 4}));
     const ExpectedLine interrupted =
-        kDaemonLog.Notice("RunChosenRequest", "Handle request (4). Get interrupted !");
+        kDaemonLog.Notice("DoRequests", "Handle request (4). Get interrupted !");
     EXPECT_TRUE(log.Shows({
         interrupted,
         interrupted,
-        kDaemonLog.Notice("ReportDone", "Handle request (type=pinFiles files=" + data_ + ") OK "),
-        kDaemonLog.Error("Consider", "Can't find request number (stale) in config"),
+        kDaemonLog.Notice("DoRequests", "Handle request (type=pinFiles files=" + data_ + ") OK "),
+        kDaemonLog.Error("ConfigParseAndGetNextAvailableRequest",
+                         "Can't find request number (stale) in config"),
         kDaemonLog.Error("DoRequests", "Get request error"),
     }));
     EXPECT_EQ(ReadFile(volume_.bitmapPath)[0], '\x03');
@@ -533,9 +540,9 @@ TEST_F(WorkerTest, NothingRunnableIsAskedForAgainEverySecond) {
     });
     RunWorker();
     EXPECT_EQ(SleepsTaken(), std::vector<unsigned>({1, 1, 1}));
-    EXPECT_TRUE(
-        log.Shows({kDaemonLog.Error("Consider", "Can't find request number (stale) in config"),
-                   kDaemonLog.Error("DoRequests", "Get request error")}));
+    EXPECT_TRUE(log.Shows({kDaemonLog.Error("ConfigParseAndGetNextAvailableRequest",
+                                            "Can't find request number (stale) in config"),
+                           kDaemonLog.Error("DoRequests", "Get request error")}));
 }
 
 // A finished request that cannot be taken out of the file is run again, and again.
@@ -586,7 +593,7 @@ TEST_F(WorkerTest, TheEndOfTheWorkerIsTraced) {
                                                            ") has a member of a wrong kind (top "
                                                            "level)"),
                 kDaemonLog.Error(kCount, "Can't read data from config file (" + path + ")"),
-                kDaemonLog.Error("WaitForRequests",
+                kDaemonLog.Error("ConfigParseAndGetNextAvailableRequest",
                                  "Get request from config file (" + path + ") error"),
                 kDaemonLog.Leave(kChoose),
                 kDaemonLog.Error("DoRequests", "Get request error"),
