@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <memory>
 #include <regex>
 
 #include "daemon/quorcachepinfiled.h"
@@ -57,6 +58,7 @@ constexpr char kUsage[] =
     "\t\t--verbose: Output verbose information\n"
     "\t\t--debug: Output debug information\n";
 
+constexpr char kMain[] = "DaemonMain";  // as it is called here
 constexpr char kStart[] = "StartService";
 
 // An argument vector as main gets it, the program's path before the rest. Options are read anew.
@@ -96,7 +98,7 @@ class EntryTest : public DaemonTest {
     }
 
     // What getopt_long says goes to standard error; it is not this program's text.
-    static int Get(const Strings& rest, ServiceOptions& options) {
+    int Get(const Strings& rest, ServiceOptions& options) {
         Arguments arguments(rest);
         testing::internal::CaptureStderr();
         int result = GetOptions(arguments.count(), arguments.vector(), options);
@@ -106,9 +108,10 @@ class EntryTest : public DaemonTest {
         return result;
     }
 
-    static int RunMain(const Strings& rest) {
-        Arguments arguments(rest);
-        return DaemonMain(arguments.count(), arguments.vector());
+    // The vector outlives main's return: the process name points into it.
+    int RunMain(const Strings& rest) {
+        arguments_ = std::make_unique<Arguments>(rest);
+        return DaemonMain(arguments_->count(), arguments_->vector());
     }
 
     ServiceOptions Options() const { return {config(), 0, 0}; }
@@ -122,12 +125,12 @@ class EntryTest : public DaemonTest {
         g_processName = kTestProcessName;
     }
 
-    static std::string path_;
-    static std::string errors_;
-};
+    std::string path_;
+    std::string errors_;
 
-std::string EntryTest::path_;
-std::string EntryTest::errors_;
+  private:
+    std::unique_ptr<Arguments> arguments_;
+};
 
 // --- options
 
@@ -316,14 +319,14 @@ TEST_F(EntryTest, MainIsTraced) {
         EXPECT_EQ(RunMain({"-f", config()}), -1);
         EXPECT_STREQ(g_processName, "pinTestProcess");
         EXPECT_TRUE(log.Shows({
-            kDaemonLog.Verbose("main", "Process name = pinTestProcess"),
-            kDaemonLog.Enter("main"),
+            kDaemonLog.Verbose(kMain, "Process name = pinTestProcess"),
+            kDaemonLog.Enter(kMain),
             kDaemonLog.Enter(kStart),
             kDaemonLog.StartUp(std::string("Start Service (Build time: ") + kBuildStamp + ")"),
             kDaemonLog.Error("SetSignalHandler", "Can't set handler"),
             kDaemonLog.Error(kStart, "Can't get signal handler"),
             kDaemonLog.Leave(kStart),
-            kDaemonLog.Error("main", "Can't start service"),
+            kDaemonLog.Error(kMain, "Can't start service"),
         }));
     }
 }
