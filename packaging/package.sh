@@ -22,7 +22,7 @@ make_packages() {
     # One date for everything in the packages, so that the same tree gives the same packages.
     SOURCE_DATE_EPOCH=$(dpkg-parsechangelog -l "$tree/packaging/debian/changelog" -S Timestamp)
     export SOURCE_DATE_EPOCH
-    for architecture in "$(dpkg --print-architecture)" armhf; do
+    for architecture in ${ARCHITECTURES:-"$(dpkg --print-architecture)" armhf}; do
         make_for "$architecture" || {
             tail -n 60 "$out/$architecture.log" >&2
             die "no packages for $architecture; all of the output is in $out/$architecture.log"

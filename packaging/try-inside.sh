@@ -63,6 +63,7 @@ truncate -s 512M /tmp/disk
 mkdir -p /mnt/cache "$volume"
 quorsoftcache --name try --backing /tmp/disk --ssd /tmp/ssd --ssd-size 64M --mount /mnt/cache \
     >/mnt/try/cache.log 2>&1 &
+cache=$!
 until_true test -e /run/quorsoftcache/try.json
 loop=$(losetup --find --show /mnt/cache/device)
 mkfs.ext4 -q -F -J size=4 "$loop"
@@ -128,8 +129,8 @@ for file in "$conf" "$key"; do
 done
 umount "$volume"
 losetup -d "$loop"
-kill -TERM %1
-wait %1 || fail "the cache ended with $?: $(cat /mnt/try/cache.log)"
+kill -TERM "$cache" 2>/dev/null || fail "the cache was gone: $(cat /mnt/try/cache.log)"
+wait "$cache" || fail "the cache ended with $?: $(cat /mnt/try/cache.log)"
 dpkg -P quorcachepinfiled quorcachepinctl quorsoftcache libquor-platform-linux \
     >/mnt/try/dpkg.log 2>&1 || fail "$(cat /mnt/try/dpkg.log)"
 for file in /var/lib/quorcachepinfiled "$key"; do
