@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: MIT
+#include "tests/unit/client/client_test.h"
+
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "tests/unit/support/fake_files.h"
+#include "tests/unit/support/fake_ioctl.h"
+#include "tests/unit/support/fake_platform.h"
+#include "util/message_queue.h"
+
+void ClientTest::SetUp() {
+    UnitTest::SetUp();
+    mount_ = std::filesystem::canonical(dir_.path()).string() + "/vol";
+    device_ = dir_ / "device";
+    std::filesystem::create_directory(mount_);
+    WriteFile(device_, "");
+    g_platform.AddVolume(mount_, "uuid-1", "/dev/ssd1", device_);
+    SetDeviceSize(device_, kDeviceSize);
+    RedirectPath(kMsgServerKeyPath, dir_ / "key");
+    // No test meets a cache that runs on this machine.
+    setenv("QUORSOFTCACHE_REGISTRY", (dir_ / "registry").c_str(), 1);
+}
+
+std::string ClientTest::Make(const std::string& relative, const std::string& content) {
+    const std::filesystem::path path = std::filesystem::path(mount_) / relative;
+    std::filesystem::create_directories(path.parent_path());
+    WriteFile(path, content);
+    return path;
+}
+
+void ClientTest::Place(const std::string& path,
+                       const std::vector<std::pair<uint64_t, uint64_t>>& extents) {
+    FakeMapping mapping;
+    uint64_t fileSector = 0;
+    for (const auto& [start, sectors] : extents) {
+        mapping.entries.push_back({fileSector, sectors, start, 0});
+        fileSector += sectors;
+    }
+    g_platform.mappings[InodeOf(path)] = {mapping};
+}
+
+void ClientTest::WriteBitmap(const std::vector<uint64_t>& units) {
+    std::string bytes(kDeviceSize >> 19, '\0');
+    for (const uint64_t unit : units) {
+        bytes[unit / 8] =
+            static_cast<char>(static_cast<unsigned char>(bytes[unit / 8]) | (1U << (unit % 8)));
+    }
+    WriteFile(mount_ + "/quorcachepinfile.bitmap", bytes);
+}
+
+std::vector<Volume> ClientTest::Volumes() {
+    std::vector<Volume> volumes;
+    EXPECT_TRUE(ListVolumes(volumes));
+    return volumes;
+}
+
+FileRef ClientTest::Examine(const std::string& path, const std::vector<Volume>& volumes) {
+    FileRef file = {};
+    std::string why;
+    EXPECT_TRUE(ExamineFile(path, volumes, file, why)) << path << ": " << why;
+    return file;
+}
+
+uint32_t InodeOf(const std::string& path) {
+    struct stat status = {};
+    EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
+    return static_cast<uint32_t>(status.st_ino);
+}

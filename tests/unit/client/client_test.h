@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+// The fixture of the command's tests: a volume that is a directory, with a cache that keeps pins,
+// and files whose extents the test says.
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
+#include "client/file_check.h"
+#include "client/units.h"
+#include "tests/unit/support/unit_test.h"
+
+class ClientTest : public UnitTest {
+  protected:
+    static constexpr uint64_t kDeviceSize = 64ULL << 20;  // 1024 units, a bitmap of 128 bytes
+
+    void SetUp() override;
+
+    // Makes a file of the volume; returns its absolute path.
+    std::string Make(const std::string& relative, const std::string& content = "x");
+
+    // Says where a file lies: device start sector and number of sectors of each extent.
+    static void Place(const std::string& path,
+                      const std::vector<std::pair<uint64_t, uint64_t>>& extents);
+
+    // Writes the volume's bitmap file with these units set.
+    void WriteBitmap(const std::vector<uint64_t>& units);
+
+    // The volumes as the command lists them.
+    static std::vector<Volume> Volumes();
+
+    // A file as the command examines it; the test fails when it is refused.
+    static FileRef Examine(const std::string& path, const std::vector<Volume>& volumes);
+
+    std::string mount_;   // mount path of the volume
+    std::string device_;  // its cached device
+};
+
+// The low half of a file's inode number.
+uint32_t InodeOf(const std::string& path);

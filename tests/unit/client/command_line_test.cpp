@@ -1,0 +1,195 @@
+// SPDX-License-Identifier: MIT
+// Exit statuses, and what goes to which stream.
+#include "client/command_line.h"
+
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <string.h>
+#include <sys/ipc.h>
+#include <sys/msg.h>
+
+#include "client/exit_status.h"
+#include "tests/unit/client/client_test.h"
+#include "tests/unit/support/fake_platform.h"
+#include "tests/unit/support/queue_space.h"
+#include "util/request.h"
+
+namespace {
+
+struct Result {
+    int status;
+    std::string out;
+    std::string talk;
+};
+
+Result Call(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), "quorcachepinctl");
+    std::vector<char*> pointers;
+    for (std::string& argument : arguments) {
+        pointers.push_back(argument.data());
+    }
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    Result result;
+    result.status = RunCommandLine(static_cast<int>(pointers.size()), pointers.data());
+    result.out = testing::internal::GetCapturedStdout();
+    result.talk = testing::internal::GetCapturedStderr();
+    return result;
+}
+
+class CommandLineTest : public ClientTest {
+  protected:
+    void SetUp() override {
+        ClientTest::SetUp();
+        if (!EnterQueueSpace(true)) {
+            GTEST_SKIP() << "needs root for an IPC namespace of its own: " << strerror(errno);
+        }
+    }
+    int MakeQueue() {
+        WriteFile(dir_ / "key", "");
+        const key_t key = ftok((dir_ / "key").c_str(), 120);
+        const int id = msgget(key, IPC_CREAT | IPC_EXCL | 0644);
+        WriteFile(dir_ / "key", std::to_string(key));
+        return id;
+    }
+    std::string Placed(const std::string& relative) {
+        const std::string path = Make(relative);
+        Place(path, {{0, 128}});
+        return path;
+    }
+};
+
+struct UsageRow {
+    std::vector<std::string> arguments;
+    int status;
+};
+
+TEST_F(CommandLineTest, WhatIsNoCommandIsAUsageErrorAndSaysWhy) {
+    const UsageRow rows[] = {
+        {{}, kExitUsage},
+        {{"frobnicate"}, kExitUsage},
+        {{"pin"}, kExitUsage},
+        {{"pin", "--frobnicate", "x"}, kExitUsage},
+        {{"pin", "x", "--timeout", "soon"}, kExitUsage},
+        {{"pin", "x", "--send-timeout", "-1"}, kExitUsage},
+        {{"reload"}, kExitUsage},
+        {{"reload", "a", "b"}, kExitUsage},
+        {{"explain"}, kExitUsage},
+        {{"map"}, kExitUsage},
+        {{"map", "x", "-o", "x.gif"}, kExitUsage},
+        {{"pin", "-f", "/nothing/there"}, kExitUsage},
+    };
+    for (const UsageRow& row : rows) {
+        const Result result = Call(row.arguments);
+        EXPECT_EQ(result.status, row.status) << testing::PrintToString(row.arguments);
+        EXPECT_NE(result.talk, "") << testing::PrintToString(row.arguments);
+        EXPECT_EQ(result.out, "") << testing::PrintToString(row.arguments);
+    }
+}
+
+TEST_F(CommandLineTest, EveryVerbHelpsWithExamples) {
+    EXPECT_EQ(Call({"--help"}).status, kExitDone);
+    EXPECT_EQ(Call({"--version"}).status, kExitDone);
+    for (const VerbOptionNames& verb : AllOptionNames()) {
+        const Result result = Call({verb.verb, "--help"});
+        EXPECT_EQ(result.status, kExitDone) << verb.verb;
+        EXPECT_EQ(result.talk, "") << verb.verb;
+        EXPECT_NE(result.out.find("Example"), std::string::npos) << verb.verb;
+        EXPECT_NE(result.out.find("quorcachepinctl " + verb.verb + " "), std::string::npos)
+            << verb.verb;
+    }
+}
+
+TEST_F(CommandLineTest, WithoutAQueueNothingIsSent) {
+    const Result result = Call({"pin", Placed("a")});
+    EXPECT_EQ(result.status, kExitNoService);
+    EXPECT_NE(result.talk.find("there is no key file"), std::string::npos) << result.talk;
+    EXPECT_EQ(result.out, "");
+}
+
+TEST_F(CommandLineTest, AFullQueueTimesOutAndSaysHowManyWereSent) {
+    const int queue = MakeQueue();
+    struct msqid_ds record = {};
+    ASSERT_EQ(msgctl(queue, IPC_STAT, &record), 0);
+    record.msg_qbytes = sizeof(Request);
+    ASSERT_EQ(msgctl(queue, IPC_SET, &record), 0);
+    std::vector<std::string> arguments = {"pin", "--send-timeout", "0"};
+    for (int i = 0; i < 60; ++i) {
+        arguments.push_back(Placed("a-name-of-forty-characters-and-a-number-" + std::to_string(i)));
+    }
+    const Result result = Call(arguments);
+    EXPECT_EQ(result.status, kExitTimedOut);
+    EXPECT_NE(result.talk.find("1 of "), std::string::npos) << result.talk;
+    EXPECT_NE(result.out.find("sent in 1 request\n"), std::string::npos) << result.out;
+}
+
+TEST_F(CommandLineTest, NothingIsSentWhenAFileIsRefused) {
+    const int queue = MakeQueue();
+    struct msqid_ds record = {};
+    const Result result = Call({"pin", Placed("a"), Make("b b")});
+    EXPECT_EQ(result.status, kExitRefused);
+    EXPECT_NE(result.talk.find("refused " + mount_ + "/b b: its name holds white space"),
+              std::string::npos)
+        << result.talk;
+    EXPECT_EQ(result.out, "");
+    ASSERT_EQ(msgctl(queue, IPC_STAT, &record), 0);
+    EXPECT_EQ(record.msg_qnum, 0U);
+    EXPECT_EQ(Call({"pin", "-k", Placed("a"), mount_ + "/b b"}).status, kExitPartly);
+    ASSERT_EQ(msgctl(queue, IPC_STAT, &record), 0);
+    EXPECT_EQ(record.msg_qnum, 1U);
+    EXPECT_EQ(Call({"pin", "-k", mount_ + "/b b"}).status, kExitRefused);
+}
+
+TEST_F(CommandLineTest, FilesWithoutExtentsAndVolumesWithoutACacheAreRefused) {
+    MakeQueue();
+    const Result hole = Call({"pin", Make("hole")});
+    EXPECT_EQ(hole.status, kExitRefused);
+    EXPECT_NE(hole.talk.find("no place on the device"), std::string::npos) << hole.talk;
+    const std::string path = Placed("a");
+    g_platform.stats["/dev/ssd1"].supportPin = 0;
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{"pin", path}, {"unpin", path}, {"reload", mount_}}) {
+        const Result result = Call(arguments);
+        EXPECT_EQ(result.status, kExitRefused) << arguments[0];
+        EXPECT_NE(result.talk.find("no cache that keeps pins"), std::string::npos) << result.talk;
+    }
+    // A volume that is being changed may have no cache, and must still be pended and released.
+    EXPECT_EQ(Call({"pend", mount_}).status, kExitDone);
+    EXPECT_EQ(Call({"release", mount_}).status, kExitDone);
+}
+
+TEST_F(CommandLineTest, AnEmptyMountPathIsNeverSent) {
+    const int queue = MakeQueue();
+    struct msqid_ds record = {};
+    g_platform.spaces.push_back({"", "uuid-x"});
+    for (const char* const verb : {"reload", "pend", "release"}) {
+        EXPECT_EQ(Call({verb, ""}).status, kExitRefused) << verb;
+    }
+    ASSERT_EQ(msgctl(queue, IPC_STAT, &record), 0);
+    EXPECT_EQ(record.msg_qnum, 0U);
+}
+
+TEST_F(CommandLineTest, WaitingNeedsTheServicesConfigurationFile) {
+    const int queue = MakeQueue();
+    struct msqid_ds record = {};
+    const std::string path = Placed("a");
+    EXPECT_EQ(Call({"pin", "--wait", path}).status, kExitNoService);
+    EXPECT_EQ(Call({"reload", "--wait", mount_}).status, kExitNoService);
+    ASSERT_EQ(msgctl(queue, IPC_STAT, &record), 0);
+    EXPECT_EQ(record.msg_qnum, 0U) << "nothing is sent that could not be waited for";
+    const Result late = Call({"pin", "--wait", "--config-path", dir_ / "conf", path});
+    EXPECT_EQ(late.status, kExitNoService) << "nobody takes it from the queue";
+}
+
+TEST_F(CommandLineTest, PathsAreListedForOtherPrograms) {
+    const std::string path = Placed("a");
+    WriteFile(dir_ / "conf", R"({"volumes":{")" + mount_ + R"(":{"files":{"1":"b","2":"a"}}}})");
+    EXPECT_EQ(Call({"list", "--paths", "--config-path", dir_ / "conf"}).out,
+              mount_ + "/a\n" + mount_ + "/b\n");
+    EXPECT_EQ(Call({"list", "-0", "--config-path", dir_ / "conf"}).out,
+              mount_ + "/a" + std::string(1, '\0') + mount_ + "/b" + std::string(1, '\0'));
+    EXPECT_EQ(Call({"list", "--paths", "/proc", "--config-path", dir_ / "conf"}).status,
+              kExitRefused);
+}
+
+}  // namespace
