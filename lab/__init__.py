@@ -7,6 +7,7 @@
     cache       a running quorsoftcache: its faults, its counters, its bitmaps
     volume      a file system on a loop device on a cache
     queue       the service's message queue, written and looked at byte by byte
+    command     quorcachepinctl, run as an operator runs it
     daemon      a running quorcachepinfiled: its log, threads, signals, sanitizer reports
     evidence    extents, bits and the configuration file, read without the product's code
     demo        `./run demo`; standing: `./run up` and `./run down`

@@ -8,6 +8,7 @@ from lab import journal, namespaces, processes
 
 NAME = "quorcachepinfiled"
 CONFIGURATION = "/tmp/lab/quorcachepinfile.conf"
+STARTING = "Start Service"  # logged at every level, before there is a worker
 RECEIVING = "Get server messsage queue id = "  # logged at --verbose when intake has begun
 
 _ERROR = re.compile(r" : \*\*\*\*\* ")
@@ -37,7 +38,7 @@ class Daemon:
         self.output = f"{processes.OUTPUT}/{NAME}.out"
         self.since = 0
         self.process = None
-        self.worker = None  # the worker's thread id, known once `start` has waited
+        self.worker = None  # the worker's thread id, known once `start` saw more than STARTING
         self._expected = []
 
     def start(self, wait_for=RECEIVING):
@@ -47,6 +48,7 @@ class Daemon:
         self.process = processes.start(self.arguments, self.output, self.environment)
         if wait_for:
             self.wait_for(wait_for)
+        if wait_for not in (None, STARTING):  # the worker was made before
             self.worker = max(self.threads())  # the youngest; a sanitizer's own thread is older
         return self
 
@@ -134,5 +136,6 @@ class Daemon:
         return self.alive() and self.threads().get(self.pid, "Z") != "Z"
 
     def worker_alive(self):
-        """Whether the worker thread still runs."""
+        """Whether the worker thread still runs; not asked of one only seen STARTING."""
+        assert self.worker, "the worker's thread is not known"
         return self.alive() and self.worker in self.threads()

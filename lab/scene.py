@@ -4,7 +4,7 @@ import os
 import shutil
 
 from lab import libc
-from lab.daemon import Daemon
+from lab.daemon import STARTING, Daemon
 from lab.queue import Queue
 from lab.volume import MIB, Volume
 
@@ -72,7 +72,7 @@ class Scene:
         top = os.open(MOUNT_PATH, os.O_RDONLY)
         libc.call("syncfs", top)
         os.close(top)
-        self.daemon = Daemon(flags=()).start(wait_for="Start Service")
+        self.daemon = Daemon(flags=()).start(wait_for=STARTING)
         self.queue = Queue.open()
 
     def _copy(self, paths, directory):
