@@ -4,6 +4,7 @@
 # Tries out the packages of build/package on a machine of their own: namespaces with this machine's
 # files under an overlay, and systemd as the first process. try-inside.sh is what happens there.
 # Nothing of it reaches this machine's files, queues or services.
+# TRY_DROPIN, lines for the unit's [Service] section, are tried on top of what the unit says.
 set -eu
 . "$(dirname "$0")/../tests/target/common.sh"
 
@@ -37,7 +38,7 @@ mount -t tmpfs mnt "$root/mnt"
 mount --rbind /dev "$root/dev"
 mkdir -p "$root/mnt/try" "$root/mnt/packages"
 mount --bind "$work" "$root/mnt/try"
-mount --bind "$tree/build/package" "$root/mnt/packages"
+mount --bind "${TRY_PACKAGES:-$tree/build/package}" "$root/mnt/packages"
 cp "$tree/packaging/try-inside.sh" "$root/mnt/try-inside.sh"
 
 # Of this machine's services, none but the journal; and packages may start theirs.
@@ -45,6 +46,11 @@ rm -rf "$root"/etc/systemd/system/*.wants "$root"/lib/systemd/system/*.wants \
     "$root/usr/sbin/policy-rc.d"
 mkdir "$root/lib/systemd/system/sysinit.target.wants"
 ln -s ../systemd-journald.service "$root/lib/systemd/system/sysinit.target.wants/"
+if [ -n "${TRY_DROPIN:-}" ]; then
+    mkdir -p "$root/etc/systemd/system/quorcachepinfiled.service.d"
+    printf '[Service]\n%s\n' "$TRY_DROPIN" \
+        >"$root/etc/systemd/system/quorcachepinfiled.service.d/try.conf"
+fi
 cat >"$root/etc/systemd/system/try.service" <<'UNIT'
 [Unit]
 Requires=basic.target
