@@ -3,7 +3,7 @@
 # shellcheck disable=SC1091,SC2154  # common.sh, and what it sets
 # Tests the 32-bit ARM target: builds everything for it, runs the unit tests under user-mode
 # emulation, then unit and system tests and the measurements inside a virtual machine with a real ARM
-# kernel. Exit status 0 when all of it passed.
+# kernel, and counts instructions. Exit status 0 when all of it passed.
 set -eu
 . "$(dirname "$0")/common.sh"
 here=$tree/tests/target
@@ -60,4 +60,5 @@ status=0
 "$here/vm.sh" "$machine_seconds" \
     "python3 -B tests/target/guest_tests.py && python3 -B tests/target/measure.py" || status=$?
 say "the virtual machine took $(($(date +%s) - begin)) s"
-exit "$status"
+[ "$status" -eq 0 ] || exit "$status"
+QUOR_BUILD=$build /usr/bin/python3 -B "$here/instructions.py" "$sysroot"
