@@ -88,7 +88,7 @@ def _pin(stage, judge):
     same = judge.expect(units == evidence.pinned_bits(mount_path) == stage.volume.cache.pinned(),
                         "the bits of the extents, of the bitmap file and of the driver differ")
     screen.fact("bitmap", f"{len(units):,} bits set, " + (
-        "the same in the file's extents, in the bitmap file and in the driver" if same else "WRONG"))
+        "the same in the files' extents, in the bitmap file and in the driver" if same else "WRONG"))
 
 
 def _flood(stage, spare):
