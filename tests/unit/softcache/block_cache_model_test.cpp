@@ -114,16 +114,14 @@ class BlockCacheModelTest : public CacheOnFiles, public ::testing::WithParamInte
         Bytes got(size, 0xEE);
         ASSERT_EQ(cache_->Read(got.data(), size, offset), 0);
         ForEachUnit(offset, size, [this](uint32_t unit) { model_.Read(unit); });
-        ASSERT_TRUE(std::equal(got.begin(), got.end(),
-                               model_.device.begin() + static_cast<ptrdiff_t>(offset)));
+        ASSERT_EQ(memcmp(got.data(), model_.device.data() + offset, size), 0);
     }
 
     void Write(uint64_t offset, size_t size) {
         const Bytes bytes = RandomBytes(size, static_cast<uint32_t>(random_()));
         ASSERT_EQ(cache_->Write(bytes.data(), size, offset), 0);
         ForEachUnit(offset, size, [this](uint32_t unit) { model_.Use(unit); });
-        std::copy(bytes.begin(), bytes.end(),
-                  model_.device.begin() + static_cast<ptrdiff_t>(offset));
+        memcpy(model_.device.data() + offset, bytes.data(), size);
     }
 
     void Punch(uint64_t offset, size_t size) {
@@ -133,15 +131,15 @@ class BlockCacheModelTest : public CacheOnFiles, public ::testing::WithParamInte
             const uint64_t end = std::min<uint64_t>(begin + kUnitSize, model_.device.size());
             model_.Punch(unit, begin >= offset && end <= offset + size);
         });
-        std::fill_n(model_.device.begin() + static_cast<ptrdiff_t>(offset), size, uint8_t{0});
+        memset(model_.device.data() + offset, 0, size);
     }
 
     // Few bits or many, up to more than there are slots; shorter than the device's bitmap or not.
     void Pin() {
-        Bytes bitmap(Random(cache_->MaxPinBytes() + 1), 0);
+        Bytes bitmap(static_cast<size_t>(Random(cache_->MaxPinBytes() + 1)), 0);
         for (uint64_t bits = Random(2 * GetParam().slots + 1); bits > 0 && !bitmap.empty();
              --bits) {
-            const uint64_t bit = Random(bitmap.size() * 8);
+            const auto bit = static_cast<size_t>(Random(bitmap.size() * 8));
             bitmap[bit / 8] = static_cast<uint8_t>(bitmap[bit / 8] | (1u << (bit % 8)));
         }
         cache_->SetPins(bitmap);

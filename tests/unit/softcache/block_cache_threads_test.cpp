@@ -110,5 +110,29 @@ TEST_F(BlockCacheThreadsTest, AUnitThatManyWantAtOnceIsReadOnce) {
     EXPECT_EQ(Counted(), (Counts{7, 1, 0}));
 }
 
+// Every SSD write takes a while here, so a fill that ran beside the write would put back what it
+// read before.
+TEST_F(BlockCacheThreadsTest, AFillDoesNotBringBackWhatAWriteReplaced) {
+    Make(2 * kUnitSize, 1);
+    const OwnedFd slow = OpenFile(dir_ / "ssd", O_RDWR | O_DSYNC);
+    cache_ = std::make_unique<BlockCache>(backing_.get(), slow.get(), 2 * kUnitSize, 1);
+    std::thread filler([this] {
+        Bytes buffer(512);
+        for (uint64_t unit = 0; working_; unit = 1 - unit) {  // one slot: each read is a fill
+            Check(cache_->Read(buffer.data(), buffer.size(), unit * kUnitSize) == 0);
+        }
+    });
+    for (uint32_t round = 0; round < 200 && !wrong_; ++round) {
+        const Bytes bytes = RandomBytes(kStripe, round);
+        Bytes got(kStripe);
+        Check(cache_->Write(bytes.data(), bytes.size(), 0) == 0);
+        std::this_thread::yield();
+        Check(cache_->Read(got.data(), got.size(), 0) == 0 && got == bytes);
+    }
+    working_ = false;
+    filler.join();
+    EXPECT_FALSE(wrong_);
+}
+
 }  // namespace
 }  // namespace softcache

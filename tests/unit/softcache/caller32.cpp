@@ -30,7 +30,7 @@ int main(int argc, char** argv) {
     if (device < 0) {
         return Fail("open");
     }
-    uint64_t size[2] = {0, UINT64_C(0x1122334455667788)};
+    uint64_t size[2] = {UINT64_MAX, UINT64_C(0x1122334455667788)};
     if (ioctl(device, BLKGETSIZE64, size) != 0) {
         return Fail("BLKGETSIZE64");
     }

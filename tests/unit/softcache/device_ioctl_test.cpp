@@ -36,7 +36,7 @@ class DeviceIoctlTest : public ServedOnFiles {
 };
 
 TEST_F(DeviceIoctlTest, TellsTheSizeInEitherWidthOfTheNumber) {
-    uint64_t size = 0;
+    uint64_t size = UINT64_MAX;  // so that it shows which bytes were written
     EXPECT_EQ(Call(0x80081272, &size), 0);
     EXPECT_EQ(reply_.value, kServedDeviceSize);
     EXPECT_EQ(reply_.bytes, 8u) << "which the kernel copies";

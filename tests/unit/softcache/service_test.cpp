@@ -8,11 +8,13 @@
 #include <sys/wait.h>
 
 #include <algorithm>
+#include <chrono>
 #include <memory>
 #include <numeric>
+#include <thread>
 
 #include "platform/quorflashcache.h"
-#include "softcache/unit_table.h"
+#include "softcache/block_cache.h"
 #include "tests/unit/softcache/service_process.h"
 
 namespace softcache {
@@ -228,6 +230,8 @@ TEST_F(ServiceTest, TheDeviceKeepsItsSize) {
     const OwnedFd device = Device();
     EXPECT_EQ(ftruncate(device.get(), 10), -1);
     EXPECT_EQ(errno, EPERM);
+    EXPECT_FALSE(Device(O_RDWR | O_TRUNC).valid());
+    EXPECT_EQ(errno, EPERM);
     EXPECT_EQ(pwrite(device.get(), "x", 1, kMiB), -1);
     EXPECT_EQ(errno, ENOSPC);
     EXPECT_EQ(pwrite(device.get(), "xyz", 3, kMiB - 2), 2) << "as far as it goes";
@@ -271,10 +275,10 @@ TEST_F(ServiceTest, HolesAndZerosReachTheBackingAndTheCache) {
 TEST_F(ServiceTest, AnswersTheRequestsOfTheDriver) {
     ServeBytes(4 * kMiB);  // 64 units, 8 pin bytes
     const OwnedFd device = Device();
-    uint64_t size = 0;
+    uint64_t size = UINT64_MAX;
     EXPECT_EQ(ioctl(device.get(), 0x80081272, &size), 0);
     EXPECT_EQ(size, 4 * kMiB);
-    size = 0;
+    size = UINT64_MAX;
     EXPECT_EQ(ioctl(device.get(), 0x80041272, &size), 0);
     EXPECT_EQ(size, 4 * kMiB);
     EXPECT_EQ(ioctl(device.get(), 0x80041272, 8), -1);
@@ -335,6 +339,30 @@ TEST_F(ServiceTest, FaultsComeByTheControlFile) {
     EXPECT_EQ(entry["state"], 2);
     EXPECT_EQ(entry["supportPin"], 0);
     EXPECT_EQ(Counted(), (Counts{0, 0, 0}));
+}
+
+// One cache as the slow SSD of another one: while a copy is being read its slot must not be taken,
+// or the reader gets another unit's bytes.
+TEST_F(ServiceTest, ACopyThatIsBeingReadIsNotReplaced) {
+    ServeBytes(kUnitSize);
+    const Bytes content = RandomBytes(2 * kUnitSize, 5);
+    const OwnedFd backing = NewFile(dir_ / "other", content);
+    const OwnedFd slowSsd = Device();
+    BlockCache cache(backing.get(), slowSsd.get(), content.size(), 1);
+    const auto readRight = [&](uint32_t unit) {
+        Bytes got(kUnitSize);
+        return cache.Read(got.data(), got.size(), uint64_t{unit} * kUnitSize) == 0 &&
+               memcmp(got.data(), content.data() + unit * kUnitSize, kUnitSize) == 0;
+    };
+    EXPECT_TRUE(readRight(0));
+    ASSERT_EQ(Control("delay-read 3600000"), 0);
+    bool firstRight = false;
+    std::thread reader([&] { firstRight = readRight(0); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_TRUE(readRight(1));
+    ASSERT_EQ(Control("clear-faults"), 0);
+    reader.join();
+    EXPECT_TRUE(firstRight);
 }
 
 TEST_F(ServiceTest, AKilledCacheIsColdAfterwardsButKnowsItsPins) {

@@ -13,6 +13,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -61,10 +62,11 @@ class Random {
 };
 
 inline Bytes RandomBytes(size_t size, uint32_t seed) {
-    Random random(seed);
+    std::mt19937_64 random(seed);
     Bytes bytes(size);
-    for (uint8_t& byte : bytes) {
-        byte = static_cast<uint8_t>(random());
+    for (size_t done = 0; done < size; done += sizeof(uint64_t)) {
+        const auto eight = static_cast<uint64_t>(random());
+        memcpy(bytes.data() + done, &eight, std::min(sizeof(eight), size - done));
     }
     return bytes;
 }
