@@ -58,7 +58,7 @@ mkfs.ext4 -q -F -E nodiscard,lazy_itable_init=1 -d "$work/tree" "$work/tree.ext4
 # Two processors, each emulated by a thread. The disks' changes go to unlinked temporary files.
 run_machine() {
     timeout --foreground -k 10 "$limit" qemu-system-arm \
-        -M virt,highmem=off -cpu cortex-a15 -smp 2 -m 2048 -accel tcg,thread=multi \
+        -M virt,highmem=off -cpu cortex-a15 -smp 2 -m 3072 -accel tcg,thread=multi \
         -nodefaults -no-user-config -nographic -no-reboot -serial stdio -monitor none -net none \
         -kernel "$kernel/vmlinuz" -initrd "$work/initramfs.gz" \
         -append "console=ttyAMA0 quiet loglevel=3 panic=-1 rdinit=/init" \
