@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 // usage: narrow_caller DEVICE
-// A program whose pointers have 4 bytes, on a machine where they have 8: sends the pin bitmap 05 and
-// one released range (sectors 1000 to 1007) to a cached device. Built with -m32 -nostdlib, as a 64-bit
-// machine seldom has a 32-bit C library. Exit status 0 when both were accepted, else a step's number.
+// A program whose pointers have 4 bytes, on a machine where they have 8: sends the pin bitmap 05
+// and one released range (sectors 1000 to 1007) to a cached device. Built with -m32 -nostdlib, as a
+// 64-bit machine seldom has a 32-bit C library. Exit status 0 when both were accepted, else a
+// step's number.
 typedef unsigned int uint32;
 
 enum { kExit = 1, kOpen = 5, kIoctl = 54, kReadWrite = 2 };  // numbers of i386

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Preloaded when instructions are counted, for two things that the user-mode emulator leaves out: it
-// knows no control request of the flash cache (they end here, accepted), and its statx tells no mount.
+// Preloaded when instructions are counted, for two things that the user-mode emulator leaves out:
+// it knows no control request of the flash cache (they end here, accepted), and its statx tells no
+// mount.
 #define _GNU_SOURCE
 #include <fcntl.h>
 #include <stdarg.h>
