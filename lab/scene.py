@@ -2,6 +2,7 @@
 """The scene of the demo: a volume with real files of the machine on it, and the daemon."""
 import os
 import shutil
+import stat
 
 from lab import libc
 from lab.daemon import STARTING, Daemon
@@ -29,8 +30,8 @@ def _candidates():
             path = os.path.join(directory, name)
             status = os.lstat(path)
             key = status.st_dev, status.st_ino
-            plain = os.path.isfile(path) and not os.path.islink(path) and name.isascii()
-            if plain and status.st_size >= _SMALLEST and key not in seen and not set(name) & set(" ;#"):
+            fits = stat.S_ISREG(status.st_mode) and status.st_size >= _SMALLEST
+            if fits and key not in seen and name.isascii() and not set(name) & set(" ;#"):
                 seen.add(key)
                 found.append((status.st_size, path))
     return sorted(found, reverse=True)
