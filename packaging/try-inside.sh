@@ -47,7 +47,8 @@ serves() {
 }
 
 step "install: the service starts, sandboxed, and has sized its queue"
-dpkg -i /mnt/packages/*_"$(dpkg --print-architecture)".deb >/mnt/try/dpkg.log 2>&1 || fail "dpkg -i: $(cat /mnt/try/dpkg.log)"
+dpkg -i /mnt/packages/*_"$(dpkg --print-architecture)".deb >/mnt/try/dpkg.log 2>&1 ||
+    fail "dpkg -i: $(cat /mnt/try/dpkg.log)"
 until_true serves
 pid=$(systemctl show -P MainPID "$unit")
 state() { sed -n "s/^$1:[[:space:]]*//p" "/proc/$pid/status"; }

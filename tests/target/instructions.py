@@ -66,8 +66,9 @@ def run(volume, paths):
 
 
 def main():
-    subprocess.run(["arm-linux-gnueabihf-gcc", f"--sysroot={SYSROOT}", "-O2", "-shared", "-fPIC", "-D_FILE_OFFSET_BITS=64", "-o", SHIM,
-                    os.path.join(os.path.dirname(os.path.abspath(__file__)), "emulator_gaps.c")], check=True)
+    source = os.path.join(os.path.dirname(os.path.abspath(__file__)), "emulator_gaps.c")
+    subprocess.run(["arm-linux-gnueabihf-gcc", f"--sysroot={SYSROOT}", "-O2", "-shared", "-fPIC",
+                    "-D_FILE_OFFSET_BITS=64", "-o", SHIM, source], check=True)
     volume = Volume(cached=False)
     paths = [volume.write(f"f{number}", FILE_BYTES) for number in range(1 + EXTRA)]
     with register(volume):
