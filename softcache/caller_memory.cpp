@@ -12,7 +12,10 @@ static bool RemoteVector(const Caller& caller, uint64_t address, size_t size, io
     if (caller.pid <= 0 || address > UINTPTR_MAX || caller.pointerBytes > sizeof(void*)) {
         return false;
     }
-    remote = {reinterpret_cast<void*>(static_cast<uintptr_t>(address)), size};
+    // Not one of this process's pointers, so its bits are put there and no cast.
+    const auto pointer = static_cast<uintptr_t>(address);
+    memcpy(&remote.iov_base, &pointer, sizeof(pointer));
+    remote.iov_len = size;
     return true;
 }
 
