@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The cache of a space: its configuration, SSD, status and device.
+// The cache of a space: its configuration, SSD and status. Its device: space_cache_path_test.cpp.
 #include <errno.h>
 #include <gtest/gtest.h>
 
@@ -25,7 +25,6 @@ constexpr char kAskConfig[] = "QUORFlashCacheConfigTmpGet(2, uuid)";
 constexpr char kFreeConfig[] = "QUORFlashCacheConfigFree()";
 constexpr char kAskStat[] = "QUORFlashCacheStatGet(3, /dev/ssd)";
 constexpr char kFreeStat[] = "QUORFlashCacheStatFree()";
-constexpr char kAskPath[] = "QUORFlashcacheGetCachePath(/dev/ssd, 512 zeroed)";
 
 class SpaceCacheTest : public UnitTest {
   protected:
@@ -261,67 +260,6 @@ TEST_F(SpaceCacheTest, AMountPathWithoutASpaceSupportsNothing) {
         EXPECT_TRUE(log.Shows({kLog.Verbose("SpaceGetUUID", "Get UUID = (null)"),
                                kLog.Error("SpaceHasCacheAndSupportPin",
                                           "Can't get space uuid from mount path (/mnt/volume/)")}));
-        EXPECT_EQ(TakeCalls(), (Calls{"QUORSpaceInfoEnum(1)", "QUORSpaceInfoFree()"}));
-    });
-}
-
-TEST_F(SpaceCacheTest, TheCachePathIsTheDeviceOfTheSsd) {
-    AtEveryLogSetting([](LogCapture& log) {
-        EXPECT_STREQ(CString(SpaceGetCachePath("uuid")).get(), "/dev/cache");
-        EXPECT_TRUE(log.Shows({}));
-        EXPECT_EQ(TakeCalls(), (Calls{kAskConfig, kFreeConfig, kAskPath}));
-    });
-}
-
-TEST_F(SpaceCacheTest, OnlyTheResult1IsACachePath) {
-    for (int result : {0, -1, 2, 10}) {
-        g_platform.cachePaths["/dev/ssd"].result = result;
-        AtEveryLogSetting([](LogCapture& log) {
-            EXPECT_EQ(SpaceGetCachePath("uuid"), nullptr);
-            EXPECT_TRUE(log.Shows({kLog.Error("SpaceGetCachePath", "Can't get cache path")}));
-        });
-    }
-}
-
-TEST_F(SpaceCacheTest, WithoutAnSsdPathThereIsNoCachePath) {
-    Config().hasSsdPath = false;
-    AtEveryLogSetting([](LogCapture& log) {
-        EXPECT_EQ(SpaceGetCachePath("uuid"), nullptr);
-        EXPECT_TRUE(log.Shows({kLog.Error("SpaceGetCachePath", "Can't get cache's ssd path")}));
-        EXPECT_EQ(TakeCalls(), (Calls{kAskConfig, kFreeConfig}));
-    });
-}
-
-TEST_F(SpaceCacheTest, ACachePathHas511CharactersAtMost) {
-    for (size_t length : {511U, 512U, 513U, 5000U}) {
-        g_platform.cachePaths["/dev/ssd"].path = std::string(length, 'c');
-        EXPECT_EQ(std::string(CString(SpaceGetCachePath("uuid")).get()), std::string(511, 'c'));
-    }
-}
-
-TEST_F(SpaceCacheTest, TheCachePathOfAMountPath) {
-    const ExpectedLine uuid = kLog.Verbose("SpaceGetUUID", "Get UUID = uuid");
-
-    AtEveryLogSetting([&](LogCapture& log) {
-        EXPECT_STREQ(CString(SpaceGetCachePathByMountPath("/mnt/volume")).get(), "/dev/cache");
-        EXPECT_TRUE(log.Shows({uuid}));
-    });
-    g_platform.cachePaths.clear();
-    AtEveryLogSetting([&](LogCapture& log) {
-        EXPECT_EQ(SpaceGetCachePathByMountPath("/mnt/volume"), nullptr);
-        EXPECT_TRUE(
-            log.Shows({uuid, kLog.Error("SpaceGetCachePath", "Can't get cache path"),
-                       kLog.Error("SpaceGetCachePathByMountPath", "Can't get cache path")}));
-    });
-}
-
-TEST_F(SpaceCacheTest, AMountPathWithoutASpaceHasNoCachePath) {
-    AtEveryLogSetting([](LogCapture& log) {
-        TakeCalls();
-        EXPECT_EQ(SpaceGetCachePathByMountPath("/mnt"), nullptr);
-        EXPECT_TRUE(log.Shows({kLog.Verbose("SpaceGetUUID", "Get UUID = (null)"),
-                               kLog.Error("SpaceGetCachePathByMountPath",
-                                          "Can't get space uuid from reference path (/mnt)")}));
         EXPECT_EQ(TakeCalls(), (Calls{"QUORSpaceInfoEnum(1)", "QUORSpaceInfoFree()"}));
     });
 }

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Bitmaps to and from their files.
+// Bitmaps from their files.
 #include <errno.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -16,15 +15,15 @@
 #include "tests/unit/support/fake_system.h"
 #include "tests/unit/support/log_capture.h"
 #include "tests/unit/support/unit_test.h"
+#include "tests/unit/util/bitmap_bytes.h"
 #include "tests/unit/util/lines.h"
 #include "util/pin_bitmap.h"
 
 namespace {
 
 constexpr LogSource kLog = kUtilLog;
-constexpr size_t kSizes[] = {0, 1, 4095, 4096, 4097, 8192, 10000, 2 << 20};
 
-class PinBitmapFileTest : public UnitTest {
+class PinBitmapReadTest : public UnitTest {
   protected:
     void SetUp() override {
         UnitTest::SetUp();
@@ -33,31 +32,6 @@ class PinBitmapFileTest : public UnitTest {
 
     std::string path_;
 };
-
-// Bytes that differ from piece to piece.
-std::string Pattern(size_t size) {
-    std::string bytes(size, '\0');
-    for (size_t i = 0; i < size; ++i) {
-        bytes[i] = static_cast<char>(i * 7 + i / 4096);
-    }
-    return bytes;
-}
-
-// A bitmap over a text's bytes. The bytes are a heap block of just that size.
-PinBitmap Over(std::vector<uint8_t>& bytes) {
-    return PinBitmap{bytes.data(), static_cast<uint32_t>(bytes.size())};
-}
-
-std::vector<uint8_t> Bytes(const std::string& text) {
-    std::vector<uint8_t> bytes(text.begin(), text.end());
-    bytes.shrink_to_fit();
-    bytes.reserve(1);  // an empty bitmap has an address, too
-    return bytes;
-}
-
-std::string Text(const std::vector<uint8_t>& bytes) {
-    return std::string(bytes.begin(), bytes.end());
-}
 
 ExpectedLine NextRead(size_t start, size_t count) {
     return kLog.Debug("BitmapMemInitByFile", "Next read start = " + std::to_string(start) +
@@ -85,8 +59,8 @@ ExpectedLine ReadError(const std::string& path) {
     return kLog.Error("BitmapMemInitByFile", "Read bitmap file (" + path + ") error\n");
 }
 
-TEST_F(PinBitmapFileTest, AFileOfTheBitmapsSizeIsLoadedInPieces) {
-    for (size_t size : kSizes) {
+TEST_F(PinBitmapReadTest, AFileOfTheBitmapsSizeIsLoadedInPieces) {
+    for (size_t size : kFileSizes) {
         std::string content = Pattern(size);
         WriteFile(path_, content);
         AtEveryLogSetting([&](LogCapture& log) {
@@ -101,8 +75,8 @@ TEST_F(PinBitmapFileTest, AFileOfTheBitmapsSizeIsLoadedInPieces) {
     }
 }
 
-TEST_F(PinBitmapFileTest, ASmallerFileIsLoadedIntoTheFront) {
-    for (size_t size : kSizes) {
+TEST_F(PinBitmapReadTest, ASmallerFileIsLoadedIntoTheFront) {
+    for (size_t size : kFileSizes) {
         std::string content = Pattern(size);
         WriteFile(path_, content);
         std::vector<uint8_t> bytes = Bytes(std::string(size + 5000, '\xee'));
@@ -115,8 +89,8 @@ TEST_F(PinBitmapFileTest, ASmallerFileIsLoadedIntoTheFront) {
     }
 }
 
-TEST_F(PinBitmapFileTest, OfALargerFileOnlyTheFrontIsLoaded) {
-    for (size_t size : kSizes) {
+TEST_F(PinBitmapReadTest, OfALargerFileOnlyTheFrontIsLoaded) {
+    for (size_t size : kFileSizes) {
         std::string content = Pattern(size + 5000);
         WriteFile(path_, content);
         std::vector<uint8_t> bytes = Bytes(std::string(size, '\xee'));
@@ -129,7 +103,7 @@ TEST_F(PinBitmapFileTest, OfALargerFileOnlyTheFrontIsLoaded) {
     }
 }
 
-TEST_F(PinBitmapFileTest, AShortReadAdvancesByWhatItBrought) {
+TEST_F(PinBitmapReadTest, AShortReadAdvancesByWhatItBrought) {
     std::string content = Pattern(9000);
 
     WriteFile(path_, content);
@@ -148,7 +122,7 @@ TEST_F(PinBitmapFileTest, AShortReadAdvancesByWhatItBrought) {
     });
 }
 
-TEST_F(PinBitmapFileTest, AReadThatFailsKeepsWhatCameBefore) {
+TEST_F(PinBitmapReadTest, AReadThatFailsKeepsWhatCameBefore) {
     std::string content = Pattern(9000);
 
     WriteFile(path_, content);
@@ -163,7 +137,7 @@ TEST_F(PinBitmapFileTest, AReadThatFailsKeepsWhatCameBefore) {
     });
 }
 
-TEST_F(PinBitmapFileTest, AFileThatEndsEarlyIsAReadErrorAndNoEndlessLoop) {
+TEST_F(PinBitmapReadTest, AFileThatEndsEarlyIsAReadErrorAndNoEndlessLoop) {
     std::vector<uint8_t> bytes = Bytes(std::string(9000, '\xee'));
     PinBitmap bitmap = Over(bytes);
 
@@ -179,7 +153,7 @@ TEST_F(PinBitmapFileTest, AFileThatEndsEarlyIsAReadErrorAndNoEndlessLoop) {
                                                    NextRead(4500, 4096), ReadError(path_)}));
 }
 
-TEST_F(PinBitmapFileTest, LoadingTakesABitmapWithDataAndAPath) {
+TEST_F(PinBitmapReadTest, LoadingTakesABitmapWithDataAndAPath) {
     std::vector<uint8_t> bytes = Bytes("x");
     PinBitmap bitmap = Over(bytes);
     PinBitmap empty = {};
@@ -199,7 +173,7 @@ TEST_F(PinBitmapFileTest, LoadingTakesABitmapWithDataAndAPath) {
     EXPECT_TRUE(OpensTried().empty());
 }
 
-TEST_F(PinBitmapFileTest, AFileWithoutASizeIsNotLoaded) {
+TEST_F(PinBitmapReadTest, AFileWithoutASizeIsNotLoaded) {
     std::vector<uint8_t> bytes = Bytes("x");
     PinBitmap bitmap = Over(bytes);
 
@@ -225,7 +199,7 @@ void MakeSocket(const std::string& path) {
     close(fd);
 }
 
-TEST_F(PinBitmapFileTest, WhatCannotBeOpenedIsNotLoaded) {
+TEST_F(PinBitmapReadTest, WhatCannotBeOpenedIsNotLoaded) {
     std::vector<uint8_t> bytes = Bytes("x");
     PinBitmap bitmap = Over(bytes);
 
@@ -243,7 +217,7 @@ TEST_F(PinBitmapFileTest, WhatCannotBeOpenedIsNotLoaded) {
     EXPECT_EQ(Text(bytes), "x");
 }
 
-TEST_F(PinBitmapFileTest, APipeIsNotWaitedFor) {
+TEST_F(PinBitmapReadTest, APipeIsNotWaitedFor) {
     std::vector<uint8_t> bytes = Bytes("x");
     PinBitmap bitmap = Over(bytes);
 
@@ -251,125 +225,6 @@ TEST_F(PinBitmapFileTest, APipeIsNotWaitedFor) {
     EXPECT_EQ(BitmapMemInitByFile(path_.c_str(), &bitmap), 0);
     EXPECT_EQ(Text(bytes), "x");
     EXPECT_EQ(BitmapFileWrite(&bitmap, path_.c_str()), -1);
-}
-
-Lines WriteLines(size_t size, const std::string& path) {
-    return {kLog.Verbose("BitmapFileWrite", "Bytes to write = " + std::to_string(size)),
-            kLog.Verbose("BitmapFileWrite", "Write to bitmap file (" + path + ") size (" +
-                                                std::to_string(size) + ") Finish")};
-}
-
-ExpectedLine WriteError(const std::string& path) {
-    return kLog.Error("BitmapFileWrite", "Write bitmap file (" + path + ") error\n");
-}
-
-TEST_F(PinBitmapFileTest, TheFileIsTheBitmapsBytesWrittenInPieces) {
-    mode_t mask = umask(0);
-
-    for (size_t size : kSizes) {
-        std::string content = Pattern(size);
-        std::vector<uint8_t> bytes = Bytes(content);
-        PinBitmap bitmap = Over(bytes);
-        AtEveryLogSetting([&](LogCapture& log) {
-            struct stat status = {};
-            unlink(path_.c_str());
-            int writes = CallCount(Call::kPwrite);
-            EXPECT_EQ(BitmapFileWrite(&bitmap, path_.c_str()), 0);
-            EXPECT_TRUE(ReadFile(path_) == content) << size;
-            EXPECT_EQ(CallCount(Call::kPwrite) - writes, static_cast<int>((size + 4095) / 4096));
-            EXPECT_TRUE(log.Shows(WriteLines(size, path_)));
-            EXPECT_EQ(stat(path_.c_str(), &status), 0);
-            EXPECT_EQ(status.st_mode, static_cast<mode_t>(S_IFREG | 0644));
-        });
-    }
-    umask(mask);
-    EXPECT_EQ(CallCount(Call::kFsync), 0);
-    EXPECT_EQ(OpensTried().back().flags & (O_ACCMODE | O_TRUNC), O_RDWR);
-}
-
-TEST_F(PinBitmapFileTest, TheTailOfALongerFileStays) {
-    for (size_t size : {0U, 1U, 4096U, 5000U}) {
-        std::vector<uint8_t> bytes = Bytes(std::string(size, '\x11'));
-        PinBitmap bitmap = Over(bytes);
-        WriteFile(path_, Pattern(9000));
-        EXPECT_EQ(BitmapFileWrite(&bitmap, path_.c_str()), 0);
-        EXPECT_TRUE(ReadFile(path_) == std::string(size, '\x11') + Pattern(9000).substr(size))
-            << size;
-    }
-}
-
-TEST_F(PinBitmapFileTest, AShorterFileGrows) {
-    std::vector<uint8_t> bytes = Bytes(Pattern(9000));
-    PinBitmap bitmap = Over(bytes);
-
-    WriteFile(path_, "short");
-    EXPECT_EQ(BitmapFileWrite(&bitmap, path_.c_str()), 0);
-    EXPECT_TRUE(ReadFile(path_) == Pattern(9000));
-}
-
-TEST_F(PinBitmapFileTest, AShortWriteAdvancesByWhatItTook) {
-    std::vector<uint8_t> bytes = Bytes(Pattern(9000));
-    PinBitmap bitmap = Over(bytes);
-
-    AtEveryLogSetting([&](LogCapture& log) {
-        unlink(path_.c_str());
-        int writes = CallCount(Call::kPwrite);
-        ShortenCall(Call::kPwrite, 1, 1);
-        ShortenCall(Call::kPwrite, 3, 4000);
-        EXPECT_EQ(BitmapFileWrite(&bitmap, path_.c_str()), 0);
-        EXPECT_TRUE(ReadFile(path_) == Pattern(9000));
-        EXPECT_EQ(CallCount(Call::kPwrite) - writes, 4);
-        EXPECT_TRUE(log.Shows(WriteLines(9000, path_)));
-    });
-}
-
-TEST_F(PinBitmapFileTest, AWriteThatFailsKeepsWhatWasWrittenBefore) {
-    std::vector<uint8_t> bytes = Bytes(Pattern(9000));
-    PinBitmap bitmap = Over(bytes);
-
-    AtEveryLogSetting([&](LogCapture& log) {
-        unlink(path_.c_str());
-        FailCall(Call::kPwrite, 2, ENOSPC);
-        EXPECT_EQ(BitmapFileWrite(&bitmap, path_.c_str()), -1);
-        EXPECT_TRUE(ReadFile(path_) == Pattern(9000).substr(0, 4096));
-        EXPECT_TRUE(log.Shows({WriteLines(9000, path_)[0], WriteError(path_)}));
-    });
-}
-
-TEST_F(PinBitmapFileTest, AWriteThatTakesNothingIsAFailureAndNoEndlessLoop) {
-    std::vector<uint8_t> bytes = Bytes("x");
-    PinBitmap bitmap = Over(bytes);
-    LogCapture log(2);
-
-    ShortenCall(Call::kPwrite, 1, 0);
-    EXPECT_EQ(BitmapFileWrite(&bitmap, path_.c_str()), -1);
-    EXPECT_TRUE(log.Shows({WriteLines(1, path_)[0], WriteError(path_)}));
-}
-
-TEST_F(PinBitmapFileTest, AFullDevice) {
-    std::vector<uint8_t> bytes = Bytes("x");
-    PinBitmap bitmap = Over(bytes);
-    LogCapture log(2);
-
-    EXPECT_EQ(BitmapFileWrite(&bitmap, "/dev/full"), -1);
-    EXPECT_TRUE(log.Shows({WriteLines(1, "")[0], WriteError("/dev/full")}));
-}
-
-TEST_F(PinBitmapFileTest, WhatCannotBeOpenedIsNotWritten) {
-    std::vector<uint8_t> bytes = Bytes("x");
-    PinBitmap bitmap = Over(bytes);
-
-    WriteFile(dir_ / "elsewhere", "y");
-    ASSERT_EQ(symlink("elsewhere", (dir_ / "link").c_str()), 0);
-    for (const std::string& path : {dir_.path(), dir_ / "missing/bitmap", dir_ / "link"}) {
-        AtEveryLogSetting([&](LogCapture& log) {
-            EXPECT_EQ(BitmapFileWrite(&bitmap, path.c_str()), -1);
-            EXPECT_TRUE(log.Shows(
-                {WriteLines(1, path)[0],
-                 kLog.Error("BitmapFileWrite", "Can't open bitmap file (" + path + ") \n")}));
-        });
-    }
-    EXPECT_EQ(ReadFile(dir_ / "elsewhere"), "y");
 }
 
 }  // namespace
