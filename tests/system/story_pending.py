@@ -1,4 +1,5 @@
 # SPDX-License-Identifier: MIT
+# labels: concurrent
 """A volume that is being changed is left alone, and its requests are taken up when it is released."""
 from lab import evidence, journal, queue as queues
 
