@@ -44,18 +44,26 @@ void PlanForVolume(const ConfigState& state, const Volume* volume,
                    const std::set<uint32_t>& leaving, FileJob& job) {
     const UnitRuns released = UnitsOf(job, volume);
     std::set<uint32_t> seen = leaving;
-    const auto consider = [&](const PinnedNow& now) {
-        if (now.why.empty() && seen.insert(now.stored.inode).second &&
-            !CommonRuns(RunsOf(now.file.extents), released).empty()) {
-            job.mended.push_back(now.file);
+    const auto consider = [&](const std::vector<StoredFile>& files) {
+        for (const StoredFile& stored : files) {
+            if (seen.count(stored.inode) > 0) {
+                continue;
+            }
+            const PinnedNow now = LookAtStored(stored, *volume, job.volumes, job.mapper);
+            if (!now.why.empty()) {
+                continue;
+            }
+            seen.insert(stored.inode);
+            if (!CommonRuns(RunsOf(now.file.extents), released).empty()) {
+                job.mended.push_back(now.file);
+            }
         }
     };
-    for (const PinnedNow& now : LookAtPinned(state, *volume, job.volumes, job.mapper)) {
-        consider(now);
+    const auto pinned = state.pinned.find(volume->mountPath);
+    if (pinned != state.pinned.end()) {
+        consider(pinned->second);
     }
-    for (const StoredFile& stored : QueuedToPin(state, volume->mountPath)) {
-        consider(LookAtStored(stored, *volume, job.volumes, job.mapper));
-    }
+    consider(QueuedToPin(state, volume->mountPath));
 }
 
 }  // namespace

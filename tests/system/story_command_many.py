@@ -1,0 +1,41 @@
+# SPDX-License-Identifier: MIT
+# timeout: 900
+"""Two thousand files from a list are pinned, and unpinned again with nothing left over."""
+import os
+
+from lab import command, evidence
+
+
+def test_two_thousand_files(stage):
+    volume = stage.volume("v")
+    os.mkdir(volume.path("m"))
+    paths = [volume.path(f"m/{n:04}") for n in range(2000)]
+    for number, path in enumerate(paths):
+        with open(path, "wb") as file:
+            file.write(os.urandom(3000 + number * 37 % 9000))
+    os.sync()
+    daemon = stage.daemon(wait_for="Start Service", flags=())
+    stage.queue()  # published, so that the command finds it
+
+    pinned = command.report("pin", "--wait", "-f", "-", given="\n".join(paths))
+
+    assert [file["path"] for file in pinned["files"]] == paths
+    assert pinned["requests"] == pinned["sent"] < 50
+    assert pinned["holds"][0]["wrong"] == []
+    units = evidence.units(paths)
+    assert evidence.pinned_bits(volume.mount_path) == volume.cache.pinned() == units
+    assert evidence.pinned_files(daemon.configuration, volume.mount_path) == evidence.listing(
+        volume.mount_path, paths)
+    command.done("check")
+
+    listed = command.run("list", "-0")
+    assert sorted(listed.output.split("\0")[:-1]) == paths
+    report = command.report("unpin", "--wait", "-0", "-f", "-", given=listed.output)
+
+    assert report["holds"][0]["wrong"] == report["mended"] == []
+    assert evidence.pinned_bits(volume.mount_path) == volume.cache.pinned() == set()
+    assert evidence.configuration(daemon.configuration) == {
+        "nextRequestNum": pinned["sent"] + report["sent"], "requestQueue": None, "requests": {},
+        "volumes": {}}
+    assert sorted(volume.cache.stats()["releasedRanges"]) == sorted(evidence.ranges(paths))
+    assert command.done("list") == ["nothing is pinned"]

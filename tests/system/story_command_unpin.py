@@ -1,0 +1,95 @@
+# SPDX-License-Identifier: MIT
+"""quorcachepinctl unpin: released, and what shared a unit with it pinned again."""
+from lab import command, evidence
+
+
+def neighbours(volume):
+    """Small files, several of which share units with one another."""
+    return [volume.write(f"small/{n}", 6000) for n in range(40)]
+
+
+def test_what_is_released_is_off_the_list_and_out_of_the_bitmap(stage):
+    volume = stage.volume()
+    kept, let_go = volume.write("kept", 3_000_000), volume.write("let-go", 2_000_000)
+    daemon = stage.daemon()
+    command.done("pin", "--wait", kept, let_go)
+    report = command.report("unpin", "--wait", let_go)
+    one, = report["holds"]
+    assert one["unitsSet"] == one["unitsWithDriver"] == 0 and one["wrong"] == []
+    assert evidence.pinned_bits(volume.mount_path) == volume.cache.pinned() == evidence.units([kept])
+    assert evidence.pinned_files(daemon.configuration, volume.mount_path) == evidence.listing(
+        volume.mount_path, [kept])
+
+
+def test_files_that_lose_a_shared_unit_are_pinned_again(stage):
+    volume = stage.volume()
+    files = neighbours(volume)
+    let_go, kept = files[10:15], files[:10] + files[15:]
+    assert evidence.units(let_go) & evidence.units(kept)
+    daemon = stage.daemon()
+    command.done("pin", "--wait", *files)
+
+    report = command.report("unpin", "--wait", *let_go)
+
+    assert evidence.pinned_bits(volume.mount_path) == volume.cache.pinned() == evidence.units(kept)
+    assert evidence.units(kept) <= volume.cache.resident()
+    assert evidence.pinned_files(daemon.configuration, volume.mount_path) == evidence.listing(
+        volume.mount_path, kept)
+    sharers = [path for path in kept if evidence.units([path]) & evidence.units(let_go)]
+    assert sorted(file["path"] for file in report["mended"]) == sorted(sharers)
+    assert report["mendedHolds"][0]["wrong"] == []
+    command.done("check")
+
+
+def test_mending_needs_no_wait(stage):
+    volume = stage.volume()
+    files = neighbours(volume)
+    daemon = stage.daemon()
+    command.done("pin", "--wait", *files)
+    lines = command.done("unpin", files[10])
+    assert lines[0] == f"{volume.mount_path}: unpin of 1 file sent in 1 request"
+    assert "units with them; pinned again by 1 request" in lines[1]
+    daemon.until_done("unpinFiles")
+    daemon.until_done("pinFiles", 2)
+    assert evidence.pinned_bits(volume.mount_path) == evidence.units(files[:10] + files[11:])
+
+
+def test_without_mending_the_services_own_rule_shows(stage):
+    volume = stage.volume()
+    files = neighbours(volume)
+    stage.daemon()
+    command.done("pin", "--wait", *files)
+    command.report("unpin", "--wait", "--no-mend", files[10])
+    assert evidence.pinned_bits(volume.mount_path) == (
+        evidence.units(files) - evidence.units([files[10]]))
+    assert command.run("check").status == 1
+
+
+def test_what_is_only_queued_to_be_pinned_is_mended_too(stage):
+    volume = stage.volume()
+    files = neighbours(volume)
+    one, others = files[10], files[:10] + files[11:]
+    daemon = stage.daemon()
+    command.done("pin", "--wait", one)
+    command.done("pend", volume.mount_path)
+    command.done("pin", *others)
+    daemon.wait_for("Signal a new request is added", 2)
+    lines = command.done("unpin", one)
+    assert lines[1].endswith("pinned again by 1 request")
+    command.done("release", volume.mount_path)
+    daemon.until_done("unpinFiles")
+    daemon.until_done("pinFiles", 3)
+    assert evidence.pinned_bits(volume.mount_path) == evidence.units(others)
+
+
+def test_a_dry_run_says_what_would_be_pinned_again(stage):
+    volume = stage.volume()
+    files = neighbours(volume)
+    stage.daemon()
+    command.done("pin", "--wait", *files)
+    price, = command.report("unpin", "--dry-run", files[10])["price"]
+    sharers = [path for path in files if path != files[10]
+               and evidence.units([path]) & evidence.units([files[10]])]
+    assert price["mendedFiles"] == len(sharers) > 0
+    assert price["pinnedUnitsThen"] == len(evidence.units(files[:10] + files[11:]))
+    assert evidence.pinned_bits(volume.mount_path) == evidence.units(files)
