@@ -145,8 +145,8 @@ def test_a_full_queue_is_worked_off(stage):
             sent += 1
     except BlockingIOError:
         pass
-    assert queue.state().messages == 1024  # and one in the hands of the receiver that sleeps in its call
-    assert sent == 1025
+    assert queue.state().messages == 1024
+    assert sent in (1024, 1025)  # one more when the receiver already slept in its call
     os.kill(daemon.pid, signal.SIGCONT)
 
     queue.until_empty()
