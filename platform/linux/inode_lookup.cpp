@@ -51,54 +51,60 @@ int OpenHandle(int directory, const char* name, dev_t device, uint32_t inode, ui
     return handle.Release();
 }
 
-// Makes the handle a descriptor that can be read from; the file is the same whatever its name means
-// by now.
-int OpenForReading(int handle) {
-    return open(("/proc/self/fd/" + std::to_string(handle)).c_str(), O_RDONLY | O_CLOEXEC);
-}
+struct Found {
+    UniqueFd handle{-1};
+    uint64_t number = 0;  // of the inode, whole
+    std::string name;
+};
 
-}  // namespace
-
-int OpenFileByInode(const std::string& path, dev_t device, uint32_t inode, std::string& name) {
-    const Directory directory = OpenDirectory(path, device);
-    if (!directory) {
-        return -1;
-    }
-    UniqueFd found(-1);
-    uint64_t foundNumber = 0;
-    std::string foundName;
+// Looks the directory through for the one file that is meant. Returns false, having said why, when
+// the directory cannot be read, or several files are; true also when none is.
+bool Search(DIR* directory, const std::string& path, dev_t device, uint32_t inode, Found& found) {
     errno = 0;
-    while (const dirent* const entry = readdir(directory.get())) {
-        if (LowHalf(entry->d_ino) == inode) {
-            uint64_t number = 0;
-            UniqueFd handle(
-                OpenHandle(dirfd(directory.get()), entry->d_name, device, inode, number));
-            if (handle.Valid() && found.Valid() && number != foundNumber) {
-                Report("inode %u in directory %s is ambiguous: %s and %s", inode, path.c_str(),
-                       foundName.c_str(), entry->d_name);
-                return -1;
-            }
-            if (handle.Valid() && !found.Valid()) {
-                found.Reset(handle.Release());
-                foundNumber = number;
-                foundName = entry->d_name;
-            }
+    while (const dirent* const entry = readdir(directory)) {
+        uint64_t number = 0;
+        UniqueFd handle(LowHalf(entry->d_ino) != inode
+                            ? -1
+                            : OpenHandle(dirfd(directory), entry->d_name, device, inode, number));
+        if (handle.Valid() && found.handle.Valid() && number != found.number) {
+            Report("inode %u in directory %s is ambiguous: %s and %s", inode, path.c_str(),
+                   found.name.c_str(), entry->d_name);
+            return false;
+        }
+        if (handle.Valid()) {
+            found.handle.Reset(handle.Release());
+            found.number = number;
+            found.name = entry->d_name;
         }
         errno = 0;
     }
     if (errno != 0) {
         Report("directory %s cannot be read: %s", path.c_str(), strerror(errno));
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+int OpenFileByInode(const std::string& directory, dev_t device, uint32_t inode, std::string& name) {
+    const Directory entries = OpenDirectory(directory, device);
+    Found found;
+    if (!entries || !Search(entries.get(), directory, device, inode, found)) {
         return -1;
     }
-    if (!found.Valid()) {
-        Report("no regular file with inode %u in directory %s", inode, path.c_str());
+    if (!found.handle.Valid()) {
+        Report("no regular file with inode %u in directory %s", inode, directory.c_str());
         return -1;
     }
-    const int file = OpenForReading(found.Get());
+    // By its handle: the file is the same whatever its name means by now.
+    const std::string handlePath = "/proc/self/fd/" + std::to_string(found.handle.Get());
+    const int file = open(handlePath.c_str(), O_RDONLY | O_CLOEXEC);
     if (file < 0) {
-        Report("file %s/%s cannot be opened: %s", path.c_str(), foundName.c_str(), strerror(errno));
+        Report("file %s/%s cannot be opened: %s", directory.c_str(), found.name.c_str(),
+               strerror(errno));
         return -1;
     }
-    name = foundName;
+    name = found.name;
     return file;
 }

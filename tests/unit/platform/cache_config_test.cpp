@@ -78,6 +78,24 @@ TEST_F(CacheConfigTest, AnotherFileInThePlaceOfTheBackingFileDoesNotMatch) {
     EXPECT_EQ(SsdOf(kUuidA), "= 0");
 }
 
+TEST_F(CacheConfigTest, TheBackingFileIsNotTheOneWithTheSameInodeElsewhere) {
+    // As two caches have it: each presents its device under the same inode number.
+    for (const char* const name : {"one", "two"}) {
+        ASSERT_EQ(mount("small", MakeDirectory(name).c_str(), "tmpfs", 0, nullptr), 0);
+    }
+    const std::string one = MakeImage("ext4", "one/device", {"-U", kUuidA});
+    const std::string two = MakeImage("ext4", "two/device", {"-U", kUuidB});
+    ASSERT_EQ(InodeOf(one), InodeOf(two)) << "the numbers differ: the test proves nothing";
+    MountImage(one, "a");
+    MountImage(two, "b");
+    const LivingEntry cacheOne("vol1", EntryText("/ssd-one", one));
+    EXPECT_EQ(SsdOf(kUuidA), "/ssd-one");
+    EXPECT_EQ(SsdOf(kUuidB), "= 0");
+    const LivingEntry cacheTwo("vol2", EntryText("/ssd-two", two));
+    EXPECT_EQ(SsdOf(kUuidA), "/ssd-one");
+    EXPECT_EQ(SsdOf(kUuidB), "/ssd-two");
+}
+
 TEST_F(CacheConfigTest, IsFoundWhenTheCachedDeviceIsTheBlockDeviceItself) {
     const std::string a = MountImage(MakeImage("ext4", "a.img", {"-U", kUuidA}), "a");
     const std::string b = MountImage(MakeImage("ext4", "b.img", {"-U", kUuidB}), "b");

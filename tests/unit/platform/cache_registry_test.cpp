@@ -5,9 +5,6 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
-#include <atomic>
-#include <thread>
-
 #include "platform/quorflashcache.h"
 #include "tests/unit/platform/registry_fixture.h"
 
@@ -65,21 +62,33 @@ TEST_F(CacheRegistryTest, TheEntryOfAProcessThatWasKilledIsALeftover) {
     close(ready[1]);
 }
 
-TEST_F(CacheRegistryTest, ALivingCacheIsNeverMissedWhileItReplacesItsFile) {
+TEST_F(CacheRegistryTest, ALivingCacheIsNotMissedWhileItReplacesItsFile) {
     LivingEntry cache("vol1", EntryText("/ssd1", "/dev1"));
-    std::atomic<bool> stop{false};
-    std::thread writer([&] {
-        while (!stop) {
-            cache.Replace(EntryText("/ssd1", "/dev1"));
+    int replaced = 0;
+    SetFlockHook([&] {  // between the opening of the file and the test of its lock
+        if (replaced < 5) {
+            cache.Replace(EntryText("/ssd1", "/dev1", ++replaced, 1));
         }
     });
-    int missed = 0;
-    for (int i = 0; i < 3000; ++i) {
-        missed += StatOf("/ssd1") == "1 1" ? 0 : 1;
-    }
-    stop = true;
-    writer.join();
-    EXPECT_EQ(missed, 0);
+    EXPECT_EQ(StatOf("/ssd1"), "5 1");
+    EXPECT_EQ(LogLines(), std::vector<std::string>{});
+}
+
+TEST_F(CacheRegistryTest, AFileThatIsReplacedAllTheTimeIsNotWaitedForForEver) {
+    LivingEntry cache("vol1", EntryText("/ssd1", "/dev1"));
+    SetFlockHook([&] { cache.Replace(EntryText("/ssd1", "/dev1")); });
+    EXPECT_EQ(StatOf("/ssd1"), "= 0");
+    SetFlockHook(nullptr);
+    EXPECT_EQ(StatOf("/ssd1"), "1 1");
+    EXPECT_EQ(LogLines(), std::vector<std::string>{"libquorstoragecore: cache registry file " +
+                                                   EntryPath("vol1") +
+                                                   " is passed over: Device or resource busy"});
+}
+
+TEST_F(CacheRegistryTest, AFileThatIsRemovedWhileItIsLookedAtIsNoEntry) {
+    { const LivingEntry cache("vol1", EntryText("/ssd1", "/dev1")); }
+    SetFlockHook([] { unlink(EntryPath("vol1").c_str()); });
+    EXPECT_EQ(StatOf("/ssd1"), "= 0");
     EXPECT_EQ(LogLines(), std::vector<std::string>{});
 }
 

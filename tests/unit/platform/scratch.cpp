@@ -1,29 +1,19 @@
 // SPDX-License-Identifier: MIT
 #include "tests/unit/platform/scratch.h"
 
-#include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <sched.h>
-#include <stdarg.h>
-#include <stdio.h>
 #include <string.h>
-#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <syslog.h>
 #include <unistd.h>
 
 #include <fstream>
-#include <mutex>
 #include <sstream>
 
 namespace {
-
-std::mutex g_logMutex;
-std::vector<std::string> g_log;
-IoctlHook g_ioctlHook;
 
 // The reason why nothing can be mounted here, or an empty text. Leaves the machine's namespace
 // once.
@@ -44,47 +34,6 @@ std::string EnterNamespace() {
 
 }  // namespace
 
-// The libraries' calls of these two functions come here: a definition in the program goes before
-// that of the C library.
-extern "C" void syslog(int priority, const char* format, ...) {
-    char line[16384];
-    va_list arguments;
-    va_start(arguments, format);
-    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the checker misses the va_start above
-    vsnprintf(line, sizeof line, format, arguments);
-    va_end(arguments);
-    const std::lock_guard<std::mutex> lock(g_logMutex);
-    g_log.push_back((priority == LOG_ERR ? "" : "[not LOG_ERR] ") + std::string(line));
-}
-
-extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
-    va_list arguments;
-    va_start(arguments, request);
-    void* const argument = va_arg(arguments, void*);
-    va_end(arguments);
-    return g_ioctlHook ? g_ioctlHook(fd, request, argument) : RealIoctl(fd, request, argument);
-}
-
-int RealIoctl(int fd, unsigned long request, void* argument) {
-    using Ioctl = int (*)(int, unsigned long, ...);
-    static const Ioctl next = reinterpret_cast<Ioctl>(dlsym(RTLD_NEXT, "ioctl"));
-    return next(fd, request, argument);
-}
-
-void SetIoctlHook(IoctlHook hook) {
-    g_ioctlHook = std::move(hook);
-}
-
-std::vector<std::string> LogLines() {
-    const std::lock_guard<std::mutex> lock(g_logMutex);
-    return g_log;
-}
-
-void ClearLog() {
-    const std::lock_guard<std::mutex> lock(g_logMutex);
-    g_log.clear();
-}
-
 void ScratchTest::SetUp() {
     const std::string reason = EnterNamespace();
     if (!reason.empty()) {
@@ -95,6 +44,7 @@ void ScratchTest::SetUp() {
 
 void ScratchTest::TearDown() {
     SetIoctlHook(nullptr);
+    SetFlockHook(nullptr);
     umount2(kScratch, MNT_DETACH);  // and all that is mounted below
 }
 

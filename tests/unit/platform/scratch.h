@@ -7,21 +7,12 @@
 #include <gtest/gtest.h>
 #include <stdint.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
+#include "tests/unit/platform/libc_hooks.h"
+
 constexpr char kScratch[] = "/mnt";
-
-// The lines that the libraries have sent to the system log since the last ClearLog.
-std::vector<std::string> LogLines();
-void ClearLog();
-
-// Called in the place of every ioctl of the libraries while set; calls what it does not answer
-// itself through RealIoctl.
-using IoctlHook = std::function<int(int fd, unsigned long request, void* argument)>;
-void SetIoctlHook(IoctlHook hook);
-int RealIoctl(int fd, unsigned long request, void* argument);
 
 class ScratchTest : public testing::Test {
   protected:

@@ -59,8 +59,9 @@ TEST_F(SpacesTest, ListsMountedVolumesWithTheirUuidsInTheOrderOfMounting) {
 TEST_F(SpacesTest, MountPointsAreListedLetterForLetter) {
     const std::string image = MakeImage("ext4", "a.img", {"-U", kUuidA});
     const char* const names[] = {
-        "with blank", "tab\there", "back\\slash",  "new\nline", "#hash", "\\040", " edge ",
-        "%s%n",       "a;b",       "colon:comma,", "\xc3\xa4",  "\xff",  "\\",    "quote\"'",
+        "with blank", "tab\there", "back\\slash", "new\nline", "#hash",
+        "\\040",      " edge ",    "%s%n",        "a;b",       "colon:comma,",
+        "\xc3\xa4",   "\xff",      "\\",          "quote\"'",  "gone (deleted)",
     };
     for (const char* const name : names) {
         const std::string mountPoint = MountImage(image, name);

@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: MIT
+#include "tests/unit/platform/libc_hooks.h"
+
+// Not fcntl.h: its struct flock would be hidden by the function of that name.
+#include <dlfcn.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <syslog.h>
+
+#include <mutex>
+#include <utility>
+
+namespace {
+
+std::mutex g_logMutex;
+std::vector<std::string> g_log;
+IoctlHook g_ioctlHook;
+std::function<void()> g_flockHook;
+
+}  // namespace
+
+extern "C" void syslog(int priority, const char* format, ...) {
+    char line[16384];
+    va_list arguments;
+    va_start(arguments, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the checker misses the va_start above
+    vsnprintf(line, sizeof line, format, arguments);
+    va_end(arguments);
+    const std::lock_guard<std::mutex> lock(g_logMutex);
+    g_log.push_back((priority == LOG_ERR ? "" : "[not LOG_ERR] ") + std::string(line));
+}
+
+extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
+    va_list arguments;
+    va_start(arguments, request);
+    void* const argument = va_arg(arguments, void*);
+    va_end(arguments);
+    return g_ioctlHook ? g_ioctlHook(fd, request, argument) : RealIoctl(fd, request, argument);
+}
+
+extern "C" int flock(int fd, int operation) noexcept {
+    if (const std::function<void()> hook = std::exchange(g_flockHook, nullptr)) {
+        hook();  // its own locks come here, too, and find no hook
+        g_flockHook = hook;
+    }
+    using Flock = int (*)(int, int);
+    static const Flock next = reinterpret_cast<Flock>(dlsym(RTLD_NEXT, "flock"));
+    return next(fd, operation);
+}
+
+int RealIoctl(int fd, unsigned long request, void* argument) {
+    using Ioctl = int (*)(int, unsigned long, ...);
+    static const Ioctl next = reinterpret_cast<Ioctl>(dlsym(RTLD_NEXT, "ioctl"));
+    return next(fd, request, argument);
+}
+
+void SetIoctlHook(IoctlHook hook) {
+    g_ioctlHook = std::move(hook);
+}
+
+void SetFlockHook(std::function<void()> hook) {
+    g_flockHook = std::move(hook);
+}
+
+std::vector<std::string> LogLines() {
+    const std::lock_guard<std::mutex> lock(g_logMutex);
+    return g_log;
+}
+
+void ClearLog() {
+    const std::lock_guard<std::mutex> lock(g_logMutex);
+    g_log.clear();
+}
