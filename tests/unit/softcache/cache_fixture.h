@@ -24,7 +24,9 @@ class CacheOnFiles : public ::testing::Test {
     void ReadAndCheck(uint64_t offset, size_t size) {
         Bytes got(size, 0xEE);
         ASSERT_EQ(cache_->Read(got.data(), size, offset), 0) << offset << "+" << size;
-        ASSERT_EQ(memcmp(got.data(), content_.data() + offset, size), 0) << offset << "+" << size;
+        const Bytes expected(content_.begin() + static_cast<ptrdiff_t>(offset),
+                             content_.begin() + static_cast<ptrdiff_t>(offset + size));
+        ASSERT_TRUE(got == expected) << offset << "+" << size;
     }
 
     void ReadUnit(uint32_t unit) { ReadAndCheck(uint64_t{unit} * kUnitSize, 512); }
