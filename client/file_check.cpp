@@ -2,10 +2,11 @@
 #include "client/file_check.h"
 
 #include <errno.h>
-#include <libgen.h>
 #include <limits.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "client/output.h"
