@@ -4,7 +4,6 @@
 #pragma once
 
 #include <stdint.h>
-#include <sys/stat.h>
 
 #include <string>
 #include <vector>

@@ -5,6 +5,7 @@
 #include <fts.h>
 #include <glob.h>
 #include <string.h>
+#include <sys/stat.h>
 
 #include <fstream>
 #include <iostream>

@@ -161,7 +161,7 @@ int Sweep(const VolumePlan& plan, const std::string& configPath, const SendOptio
         return kExitTimedOut;
     }
     if (!ClearInFile(plan.check->view.bitmapPath, plan.check->surplus, why)) {
-        report.obstacles.push_back(why);
+        report.obstacles.push_back(Printable(why));
         return kExitDone;
     }
     report.unitsCleared += surplus;
@@ -201,7 +201,7 @@ int CarryOut(VolumePlan& plan, const std::vector<Volume>& volumes, const std::st
         return status;
     }
     if (!plan.entries.empty() && !links.Make(plan.entries, why)) {
-        report.obstacles.push_back(why);
+        report.obstacles.push_back(Printable(why));
         return kExitDone;
     }
     AddPush(plan);

@@ -5,6 +5,7 @@
 #include <map>
 #include <set>
 
+#include "client/output.h"
 #include "client/units.h"
 
 namespace {
@@ -18,7 +19,7 @@ PinnedNow LookAtStored(const StoredFile& stored, const Volume& volume,
         return now;
     }
     if (now.file.volume->mountPath != volume.mountPath) {
-        now.why = "now lies on volume " + now.file.volume->mountPath;
+        now.why = "now lies on volume " + Printable(now.file.volume->mountPath);
     } else if (now.file.inode != stored.inode) {
         now.why = "replaced: inode " + std::to_string(stored.inode) + " was pinned, inode " +
                   std::to_string(now.file.inode) + " is there now";

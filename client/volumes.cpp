@@ -2,7 +2,6 @@
 #include "client/volumes.h"
 
 #include <errno.h>
-#include <limits.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
