@@ -205,7 +205,15 @@ void DaemonTest::SetUp() {
 void DaemonTest::TearDown() {
     EXPECT_FALSE(ServiceMutexIsHeld());
     g_service.pendingSpaces.Publish(nullptr);
+    if (configFd_ >= 0) {
+        close(configFd_);
+    }
     UnitTest::TearDown();
+}
+
+void DaemonTest::UseConfigInMemory() {
+    configFd_ = memfd_create("configuration file", 0);
+    configPath_ = "/proc/self/fd/" + std::to_string(configFd_);
 }
 
 void DaemonTest::SetConfig(const std::string& text) {

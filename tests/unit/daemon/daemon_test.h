@@ -120,6 +120,9 @@ class DaemonTest : public UnitTest {
     std::string ConfigText() const;
     Json::Value ConfigDocument() const;
 
+    // Puts the configuration file where rewriting it costs next to nothing. It exists from then on.
+    void UseConfigInMemory();
+
     // A volume with a cache that supports pinning: a directory for the mount path and a file for
     // the cached device, both named by `name`, and fakes that answer for them.
     struct Volume {
@@ -142,4 +145,5 @@ class DaemonTest : public UnitTest {
 
   private:
     std::string configPath_;
+    int configFd_ = -1;
 };

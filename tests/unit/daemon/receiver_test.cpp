@@ -66,14 +66,11 @@ class ReceiverTest : public DaemonTest {
 
     void RemoveQueue() const { EXPECT_EQ(msgctl(queue_, IPC_RMID, nullptr), 0); }
 
-    // Runs the receiver until it has taken what waits and then finds the queue gone; it must end
-    // its thread and not return.
-    void RunUntilQueueIsGone(int receives) {
-        Background receiver([this] { GetRequests(config()); });
-        receives_.Wait(receives);
-        RemoveQueue();
-        EXPECT_TRUE(receiver.Ends());
-        EXPECT_FALSE(receiver.hasReturned());
+    // Runs the receiver until it has taken so many messages and then finds the queue gone; it must
+    // end its thread and not return.
+    void Receive(int messages) {
+        FailCall(Call::kMsgrcv, messages + 1, EIDRM);
+        RunUntilStop();
     }
 
     // Runs the receiver until it stops by itself.
@@ -108,15 +105,9 @@ std::string StoredVolumes(const Json::Value& document) {
 
 TEST_F(ReceiverTest, TheQueueIsMadeAndItsIdKept) {
     LogCapture log(2);
-    {
-        Background receiver([this] { GetRequests(config()); });
-        ASSERT_TRUE(receives_.Wait());
-        queue_ = g_msgQueueId;
-        EXPECT_EQ(queue_, msgget(static_cast<key_t>(std::stol(ReadFile(dir_ / "key"))), 0));
-        RemoveQueue();
-        EXPECT_TRUE(receiver.Ends());
-        EXPECT_FALSE(receiver.hasReturned());
-    }
+    Receive(0);
+    queue_ = g_msgQueueId;
+    EXPECT_EQ(queue_, msgget(static_cast<key_t>(std::stol(ReadFile(dir_ / "key"))), 0));
     EXPECT_TRUE(ShowsOwn(
         log, {
                  kEnter,
@@ -151,7 +142,7 @@ TEST_F(ReceiverTest, AQueueThatCannotBeHadStopsIntake) {
 TEST_F(ReceiverTest, AQueueOfAnEarlierStartIsServed) {
     MakeQueue();
     Send(Reload("/a"));
-    RunUntilQueueIsGone(2);
+    Receive(1);
     EXPECT_EQ(StoredVolumes(ConfigDocument()), "/a ");
 }
 
@@ -176,7 +167,7 @@ TEST_F(ReceiverTest, RequestsAreStoredInTheOrderOfTheirArrival) {
     for (const char* volume : {"/a", "/b", "/c", "/d", "/e"}) {
         Send(Reload(volume));
     }
-    RunUntilQueueIsGone(6);
+    Receive(5);
     EXPECT_EQ(StoredVolumes(ConfigDocument()), "/a /b /c /d /e ");
 }
 
@@ -184,7 +175,7 @@ TEST_F(ReceiverTest, StoringIsTracedAndSignalledWithoutTheMutex) {
     MakeQueue();
     LogCapture log(2);
     Send(Reload("/a"));
-    RunUntilQueueIsGone(2);
+    Receive(1);
     EXPECT_TRUE(ShowsOwn(
         log, {
                  kEnter,
@@ -238,7 +229,7 @@ TEST_F(ReceiverTest, EveryTypeButThePendingOnesIsStored) {
     for (const Row& row : rows) {
         Send(MakeRequest(row.type, dir_.path(), row.needsFiles ? path : ""));
     }
-    RunUntilQueueIsGone(6);
+    Receive(5);
     Json::Value document = ConfigDocument();
     ASSERT_EQ(document["requestQueue"].size(), 5U);
     for (Json::ArrayIndex i = 0; i < 5; ++i) {
@@ -350,7 +341,7 @@ TEST_F(ReceiverTest, WhatWasStoredBeforeABadMessageStays) {
     EXPECT_TRUE(log.Has(kLeave));
 
     // The next start goes on with what is left.
-    RunUntilQueueIsGone(4);
+    Receive(1);
     EXPECT_EQ(StoredVolumes(ConfigDocument()), "/a /b ");
 }
 
@@ -399,7 +390,7 @@ TEST_F(ReceiverTest, AShortMessageKeepsTheBytesOfTheOneBefore) {
     Send(&second, offsetof(Request, mountPath));      // the type alone
     Send(&second, offsetof(Request, mountPath) + 6);  // up to the end of "/other"
     Send(&second, 0);
-    RunUntilQueueIsGone(5);
+    Receive(4);
     EXPECT_EQ(StoredVolumes(ConfigDocument()),
               "/the-first-volume /the-first-volume /otherirst-volume /otherirst-volume ");
 }
@@ -414,7 +405,7 @@ TEST_F(ReceiverTest, AShortMessageKeepsTheDataOfTheOneBefore) {
     MakeQueue();
     Send(MakeRequest(kRequestPinFiles, dir_.path(), path));
     Send(&unpin, sizeof(unpin));
-    RunUntilQueueIsGone(3);
+    Receive(2);
     Json::Value document = ConfigDocument();
     EXPECT_EQ(document["requests"]["1"]["type"].asString(), "unpinFiles");
     EXPECT_EQ(document["requests"]["1"]["data"].asString(), "a#5");
@@ -434,14 +425,14 @@ TEST_F(ReceiverTest, TheFirstShortMessageIsCompletedWithZeros) {
 TEST_F(ReceiverTest, ATextWithoutATerminatorEndsWithItsField) {
     MakeQueue();
     Send(MakeRequest(kRequestReloadPinBlocks, "/" + Text(511), Text(1024, 'd')));
-    RunUntilQueueIsGone(2);
+    Receive(1);
     EXPECT_EQ(StoredVolumes(ConfigDocument()), "/" + Text(510) + " ");
 }
 
 TEST_F(ReceiverTest, AMountPathOf511CharactersIsStoredWhole) {
     MakeQueue();
     Send(MakeRequest(kRequestReloadPinBlocks, "/" + Text(510)));
-    RunUntilQueueIsGone(2);
+    Receive(1);
     EXPECT_EQ(StoredVolumes(ConfigDocument()), "/" + Text(510) + " ");
 }
 
@@ -453,7 +444,7 @@ TEST_F(ReceiverTest, AMessageFillsItsFields) {
     SetInodeNumber(path, 5);
     MakeQueue();
     Send(MakeRequest(kRequestPinFiles, dir_.path(), filler + path));
-    RunUntilQueueIsGone(2);
+    Receive(1);
     EXPECT_EQ(ConfigDocument()["requests"]["0"]["data"].asString(), "a#5");
 }
 
@@ -465,7 +456,7 @@ TEST_F(ReceiverTest, PendingSpacesAreKeptAndNeverStored) {
     Send(MakeRequest(kRequestAddPendingSpace, "/b"));
     Send(MakeRequest(kRequestAddPendingSpace, ""));
     Send(MakeRequest(kRequestRemovePendingSpace, "/a"));
-    RunUntilQueueIsGone(5);
+    Receive(4);
     EXPECT_FALSE(ServiceIsSpacePending("/a"));
     EXPECT_TRUE(ServiceIsSpacePending("/b"));
     EXPECT_TRUE(ServiceIsSpacePending(""));
@@ -507,7 +498,7 @@ TEST_F(ReceiverTest, PendingSpacesAreTraced) {
 TEST_F(ReceiverTest, APendingTextWithoutATerminatorEndsWithItsField) {
     MakeQueue();
     Send(MakeRequest(kRequestAddPendingSpace, "/" + Text(511)));
-    RunUntilQueueIsGone(2);
+    Receive(1);
     EXPECT_TRUE(ServiceIsSpacePending(("/" + Text(510)).c_str()));
 }
 

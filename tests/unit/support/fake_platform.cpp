@@ -13,13 +13,14 @@
 #include "platform/quorstoragecore.h"
 #include "tests/unit/support/fake_heap.h"
 
-FakePlatform g_platform;
+// Never destroyed, like all below: calls still come when the program ends.
+FakePlatform& g_platform = *new FakePlatform;
 
 namespace {
 
 std::mutex g_mutex;
-std::map<const void*, std::string> g_held;
-std::map<std::string, size_t> g_mappingsAnswered;
+auto& g_held = *new std::map<const void*, std::string>;
+auto& g_mappingsAnswered = *new std::map<std::string, size_t>;
 
 void Record(const std::string& call) {
     {

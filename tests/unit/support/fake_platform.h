@@ -85,7 +85,7 @@ struct FakePlatform {
 };
 
 // Answers are set before threads use them, or in onCall. Calls are recorded under a lock.
-extern FakePlatform g_platform;
+extern FakePlatform& g_platform;
 
 void FakePlatformReset();
 
