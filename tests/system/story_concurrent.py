@@ -1,6 +1,5 @@
 # SPDX-License-Identifier: MIT
 # labels: concurrent
-# timeout: 300
 """Intake, pending changes and the worker at once for half a minute; then everything still agrees."""
 import random
 import threading
