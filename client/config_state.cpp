@@ -19,7 +19,7 @@
 namespace {
 
 constexpr int kReadAttempts = 50;
-constexpr long kReadPause = 20 * 1000 * 1000;  // nanoseconds
+constexpr long kReadPause = 20L * 1000 * 1000;  // nanoseconds
 
 // Members of a value that may be null or of another kind.
 std::string TextOf(const Json::Value& value) {

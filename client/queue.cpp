@@ -18,7 +18,7 @@
 
 namespace {
 
-constexpr long kRetryNanoseconds = 20 * 1000 * 1000;
+constexpr long kRetryNanoseconds = 20L * 1000 * 1000;
 
 struct FileCloser {
     void operator()(FILE* file) const { fclose(file); }

@@ -41,7 +41,8 @@ std::string Styled(const Json::Value& value);
 // True while somebody holds the service mutex.
 bool ServiceMutexIsHeld();
 
-// Puts a new mutex in the place of one that was left locked by a thread that has ended.
+// Puts a new mutex in the place of one that a test has changed, or left locked by a thread that has
+// ended.
 void ReplaceServiceMutex();
 
 // A text of `count` times `c`.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "daemon/request_choice.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "daemon/request_store.h"
@@ -334,6 +335,21 @@ TEST_F(RequestChoiceTest, AnEmptyPendingEntryBlocksTheWorkerForGood) {
         testing::ExitedWithCode(0), "");
 }
 
+// What stands behind that wait, with a mutex that the service has not: the empty entry goes, and
+// the line names the request's volume.
+TEST_F(RequestChoiceTest, WithAnotherMutexTheEmptyPendingEntryWouldGo) {
+    pthread_mutex_t recursive = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+    LogCapture log(2);
+
+    ServiceAddPendingSpaceAtomic("");
+    g_service.mutex = recursive;
+    SetConfig("{'requestQueue':['5'],'requests':{'5':" + Reload("/gone") + "}}");
+    EXPECT_EQ(Choose(), kChoiceNothing);
+    EXPECT_FALSE(ServiceIsSpacePending(""));
+    EXPECT_TRUE(log.Has(kDaemonLog.Verbose(kFunction, "Remove space (/gone) from pending list")));
+    ReplaceServiceMutex();
+}
+
 TEST_F(RequestChoiceTest, AnEmptyPendingEntryDoesNotMatterWhileNothingIsDropped) {
     ServiceAddPendingSpaceAtomic("");
     SetConfig("{'requestQueue':['5'],'requests':{'5':" + Reload("/a") + "}}");
@@ -420,6 +436,12 @@ TEST_F(RequestChoiceTest, AnInconsistentFileIsAnErrorAndStaysAsItIs) {
         EXPECT_EQ(Choose(), kChoiceError) << row.what;
         EXPECT_TRUE(traced.Has(kDaemonLog.Leave(kFunction))) << row.what;
     }
+}
+
+TEST_F(RequestChoiceTest, ADirectoryInThePlaceOfTheFileIsAnError) {
+    ASSERT_EQ(mkdir(config(), 0755), 0);
+    EXPECT_EQ(Choose(), kChoiceError);
+    EXPECT_FALSE(ServiceMutexIsHeld());
 }
 
 TEST_F(RequestChoiceTest, AFileThatCannotBeWrittenIsAnError) {

@@ -766,6 +766,16 @@ TEST_F(RequestStoreTest, AFileThatCannotBeWrittenIsReported) {
     }
 }
 
+TEST_F(RequestStoreTest, ADirectoryInThePlaceOfTheFileIsRefused) {
+    Request request = MakeRequest(kRequestReloadPinBlocks, "/v");
+
+    ASSERT_EQ(mkdir(config(), 0755), 0);
+    EXPECT_EQ(ConfigAddRequest(config(), request), -1);
+    EXPECT_EQ(ConfigUpdatedByFinishedRequest(config(), request, "7"), -1);
+    EXPECT_EQ(ConfigDropErrorRequest(config(), request, "7"), -1);
+    EXPECT_FALSE(ServiceMutexIsHeld());
+}
+
 TEST_F(RequestStoreTest, EverySequenceHoldsTheMutexFromReadToWrite) {
     Request request = MakeRequest(kRequestReloadPinBlocks, "/v");
     const std::function<int()> sequences[] = {
