@@ -91,8 +91,9 @@ CLI::App& AddVolumeVerb(CLI::App& app, const VerbHelp& help, int (*run)(const Vo
 void AddRequestVerbs(CLI::App& app, Parsed& parsed) {
     AddFileVerb(app, kPinHelp, PinVerb, parsed);
     AddFileVerb(app, kUnpinHelp, UnpinVerb, parsed)
-        .add_flag("!--no-mend", parsed.file.mend,
-                  "Do not pin again the files that share units with those unpinned");
+        .add_flag_callback(
+            "--no-mend", [&parsed] { parsed.file.mend = false; },
+            "Do not pin again the files that share units with those unpinned");
     AddWaiting(AddVolumeVerb(app, kReloadHelp, ReloadVerb, parsed), parsed.volume.send);
     AddVolumeVerb(app, kPendHelp, PendVerb, parsed);
     AddVolumeVerb(app, kReleaseHelp, ReleaseVerb, parsed);

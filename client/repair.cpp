@@ -1,29 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "client/repair.h"
 
-#include <errno.h>
-#include <fcntl.h>
-#include <string.h>
-#include <sys/stat.h>
-#include <time.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <memory>
 
 #include "client/exit_status.h"
 #include "client/output.h"
-#include "client/progress.h"
-#include "client/queue.h"
 #include "client/sending.h"
 #include "client/stale_entries.h"
+#include "client/sweep.h"
 #include "client/watch.h"
-#include "util/scoped.h"
 
 namespace {
-
-constexpr long kQuietPoll = 100 * 1000 * 1000;  // nanoseconds
-constexpr unsigned kQuietPatience = 60;         // seconds
 
 // What is to be done on one volume.
 struct VolumePlan {
@@ -97,82 +84,6 @@ std::vector<FileRef> PushByRelease(const VolumePlan& plan, const std::vector<Vol
     return {bitmap};
 }
 
-// Whether the volume has no request anywhere, so that the service does not use its bitmap file.
-bool IsQuiet(const std::string& configPath, const std::string& mountPath, int64_t& nextNumber) {
-    ConfigState state;
-    QueueFacts facts;
-    std::string why;
-    if (!ReadQueueFacts(facts, why) || facts.messages > 0 ||
-        !ReadConfigState(configPath, state, why)) {
-        return false;
-    }
-    nextNumber = state.nextNumber;
-    return std::none_of(state.queue.begin(), state.queue.end(), [&](const StoredRequest& request) {
-        return request.mountPath == mountPath;
-    });
-}
-
-bool WaitUntilQuiet(const std::string& configPath, const std::string& mountPath, unsigned patience,
-                    int64_t& nextNumber) {
-    const double deadline = MonotonicSeconds() + patience;
-    while (!IsQuiet(configPath, mountPath, nextNumber)) {
-        if (MonotonicSeconds() >= deadline) {
-            return false;
-        }
-        const struct timespec pause = {0, kQuietPoll};
-        nanosleep(&pause, nullptr);
-    }
-    return true;
-}
-
-// Clears units in the bitmap file. Returns false, with the reason in `why`.
-bool ClearInFile(const std::string& path, const UnitSet& units, std::string& why) {
-    const ScopedFd fd(open(path.c_str(), O_RDWR | O_CLOEXEC));
-    bool good = fd.valid();
-    for (size_t i = 0; good && i < units.Bytes().size(); ++i) {
-        const auto at = static_cast<off_t>(i);
-        uint8_t byte = 0;
-        if (units.Bytes()[i] == 0 || pread(fd.get(), &byte, 1, at) != 1) {
-            continue;  // behind the end there is nothing set
-        }
-        byte &= static_cast<uint8_t>(~units.Bytes()[i]);
-        good = pwrite(fd.get(), &byte, 1, at) == 1;
-    }
-    if (!good) {
-        why = path + ": " + strerror(errno);
-    }
-    return good;
-}
-
-// Clears the surplus while the volume is quiet. Returns kExitDone also when that cannot be.
-int Sweep(const VolumePlan& plan, const std::string& configPath, const SendOptions& options,
-          RepairReport& report) {
-    const std::string name = Printable(plan.check->mountPath);
-    const uint64_t surplus = plan.check->surplus.Count();
-    int64_t before = 0;
-    int64_t after = 0;
-    std::string why;
-    if (surplus == 0) {
-        return kExitDone;
-    }
-    const unsigned patience = options.timeout > 0 ? options.timeout : kQuietPatience;
-    if (!WaitUntilQuiet(configPath, plan.check->mountPath, patience, before)) {
-        Say(name + ": its requests did not come to an end; nothing was changed");
-        return kExitTimedOut;
-    }
-    if (!ClearInFile(plan.check->view.bitmapPath, plan.check->surplus, why)) {
-        report.obstacles.push_back(Printable(why));
-        return kExitDone;
-    }
-    report.unitsCleared += surplus;
-    report.actions.push_back(Counted(surplus, "unit") + " that no file needs cleared in " +
-                             Printable(plan.check->view.bitmapPath));
-    if (!IsQuiet(configPath, plan.check->mountPath, after) || after != before) {
-        report.obstacles.push_back(name + ": a request came in meanwhile; check again");
-    }
-    return kExitDone;
-}
-
 // Sends the messages and waits for them.
 int SendAndWait(std::vector<Message>& messages, const std::string& configPath,
                 const SendOptions& options, RepairReport& report, std::vector<Watched>& requests) {
@@ -196,7 +107,7 @@ int CarryOut(VolumePlan& plan, const std::vector<Volume>& volumes, const std::st
     StaleEntryLinks links(*plan.volume);
     std::vector<Watched> requests;
     std::string why;
-    int status = Sweep(plan, configPath, options, report);
+    int status = SweepVolume(*plan.check, volumes, configPath, options.timeout, report);
     if (status != kExitDone) {
         return status;
     }

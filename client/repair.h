@@ -4,16 +4,13 @@
 // What can be done by requests is done by requests: files are pinned again; a file that was
 // replaced is pinned in its new form. Two things no plain request can do:
 //
-// - The list knows a file by its inode, and an unpin request takes the inode from the file that
-// lies
-//   at the path now. The entry of a file that is gone is therefore reached by way of the stored
-//   form, in which everything behind the first "#" of an entry is the inode: an unpin request for
-//   the name "gone#N" is read as one for inode N. The service finds no such file, drops the request
-//   and takes N off its list. The name is a hard link in a directory of ours, there only until the
+// - The list knows a file by its inode, and an unpin request takes the inode from what lies at the
+//   path now. The entry of a file that is gone is therefore reached by way of the stored form, in
+//   which everything behind the first "#" of an entry is the inode: an unpin request for the name
+//   "gone#N" is read as one for inode N. The service finds no such file, drops the request and
+//   takes N off its list. The name is a hard link in a directory of ours, there only until the
 //   request is stored.
-// - Bits over space that no file has any more are in no file's extents. They are cleared in the
-//   bitmap file, while the volume has no request that could be reading it; the next request of the
-//   volume hands the bitmap to the driver.
+// - Bits over space that no file has any more are in no file's extents; see sweep.h.
 #pragma once
 
 #include <string>

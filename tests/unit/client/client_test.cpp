@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "tests/unit/client/client_test.h"
 
+#include <errno.h>
 #include <stdlib.h>
+#include <string.h>
+#include <sys/ipc.h>
+#include <sys/msg.h>
 #include <sys/stat.h>
 
 #include <filesystem>
@@ -9,7 +13,9 @@
 #include "tests/unit/support/fake_files.h"
 #include "tests/unit/support/fake_ioctl.h"
 #include "tests/unit/support/fake_platform.h"
+#include "tests/unit/support/queue_space.h"
 #include "util/message_queue.h"
+#include "util/request.h"
 
 void ClientTest::SetUp() {
     UnitTest::SetUp();
@@ -62,6 +68,26 @@ FileRef ClientTest::Examine(const std::string& path, const std::vector<Volume>& 
     std::string why;
     EXPECT_TRUE(ExamineFile(path, volumes, file, why)) << path << ": " << why;
     return file;
+}
+
+void QueueClientTest::SetUp() {
+    ClientTest::SetUp();
+    if (!EnterQueueSpace(true)) {
+        GTEST_SKIP() << "needs root for an IPC namespace of its own: " << strerror(errno);
+    }
+}
+
+int QueueClientTest::MakeQueue(size_t requests) {
+    struct msqid_ds record = {};
+    const std::string keyFile = dir_ / "key";
+    WriteFile(keyFile, "");
+    const key_t key = ftok(keyFile.c_str(), 120);
+    const int id = msgget(key, IPC_CREAT | IPC_EXCL | 0644);
+    EXPECT_EQ(msgctl(id, IPC_STAT, &record), 0) << strerror(errno);
+    record.msg_qbytes = requests * sizeof(Request);
+    EXPECT_EQ(msgctl(id, IPC_SET, &record), 0) << strerror(errno);
+    WriteFile(keyFile, std::to_string(key));
+    return id;
 }
 
 uint32_t InodeOf(const std::string& path) {

@@ -38,5 +38,15 @@ class ClientTest : public UnitTest {
     std::string device_;  // its cached device
 };
 
+// The same, in an IPC namespace of its own in which the service's queue can be made.
+class QueueClientTest : public ClientTest {
+  protected:
+    void SetUp() override;
+
+    // Makes the queue and its key file as the service does, with room for so many requests. Returns
+    // its id.
+    int MakeQueue(size_t requests = 1024);
+};
+
 // The low half of a file's inode number.
 uint32_t InodeOf(const std::string& path);

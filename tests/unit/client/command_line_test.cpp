@@ -2,16 +2,12 @@
 // Exit statuses, and what goes to which stream.
 #include "client/command_line.h"
 
-#include <errno.h>
 #include <gtest/gtest.h>
-#include <string.h>
-#include <sys/ipc.h>
 #include <sys/msg.h>
 
 #include "client/exit_status.h"
 #include "tests/unit/client/client_test.h"
 #include "tests/unit/support/fake_platform.h"
-#include "tests/unit/support/queue_space.h"
 #include "util/request.h"
 
 namespace {
@@ -37,21 +33,8 @@ Result Call(std::vector<std::string> arguments) {
     return result;
 }
 
-class CommandLineTest : public ClientTest {
+class CommandLineTest : public QueueClientTest {
   protected:
-    void SetUp() override {
-        ClientTest::SetUp();
-        if (!EnterQueueSpace(true)) {
-            GTEST_SKIP() << "needs root for an IPC namespace of its own: " << strerror(errno);
-        }
-    }
-    int MakeQueue() {
-        WriteFile(dir_ / "key", "");
-        const key_t key = ftok((dir_ / "key").c_str(), 120);
-        const int id = msgget(key, IPC_CREAT | IPC_EXCL | 0644);
-        WriteFile(dir_ / "key", std::to_string(key));
-        return id;
-    }
     std::string Placed(const std::string& relative) {
         const std::string path = Make(relative);
         Place(path, {{0, 128}});

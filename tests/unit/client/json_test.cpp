@@ -1,29 +1,21 @@
 // SPDX-License-Identifier: MIT
 // The shapes of --json, verb by verb, as the manual gives them.
-#include <errno.h>
 #include <gtest/gtest.h>
 #include <json/json.h>
-#include <string.h>
-#include <sys/ipc.h>
-#include <sys/msg.h>
 
 #include <memory>
 
 #include "client/command_line.h"
 #include "tests/unit/client/client_test.h"
-#include "tests/unit/support/queue_space.h"
 
 namespace {
 
 constexpr uint64_t kUnit = 128;  // sectors
 
-class JsonTest : public ClientTest {
+class JsonTest : public QueueClientTest {
   protected:
     void SetUp() override {
-        ClientTest::SetUp();
-        if (!EnterQueueSpace(true)) {
-            GTEST_SKIP() << "needs root for an IPC namespace of its own: " << strerror(errno);
-        }
+        QueueClientTest::SetUp();
         config_ = dir_ / "conf";
         WriteFile(config_, "{}");
     }
@@ -66,12 +58,6 @@ class JsonTest : public ClientTest {
                                R"(":{"files":{")" + std::to_string(InodeOf(path)) +
                                R"(":"photos/a.jpg"}}}})");
         return path;
-    }
-    void MakeQueue() {
-        WriteFile(dir_ / "key", "");
-        const key_t key = ftok((dir_ / "key").c_str(), 120);
-        ASSERT_NE(msgget(key, IPC_CREAT | IPC_EXCL | 0644), -1);
-        WriteFile(dir_ / "key", std::to_string(key));
     }
 
     std::string config_;

@@ -2,10 +2,7 @@
 // The key file, read carefully, and sending into a real queue.
 #include "client/queue.h"
 
-#include <errno.h>
 #include <gtest/gtest.h>
-#include <string.h>
-#include <sys/ipc.h>
 #include <sys/msg.h>
 
 #include "tests/unit/client/client_test.h"
@@ -53,29 +50,7 @@ TEST(KeyFile, IsReadAsTheServiceReadsItAndNeverTrusted) {
     EXPECT_FALSE(ReadKeyFile(dir.path().c_str(), key, why)) << "a directory";
 }
 
-class QueueTest : public ClientTest {
-  protected:
-    void SetUp() override {
-        ClientTest::SetUp();
-        if (!EnterQueueSpace(true)) {
-            GTEST_SKIP() << "needs root for an IPC namespace of its own: " << strerror(errno);
-        }
-    }
-    // Makes the queue as the service does, with room for so many requests.
-    void MakeQueue(size_t requests) {
-        struct msqid_ds record = {};
-        WriteFile(dir_ / "key", "");
-        const key_t key = ftok((dir_ / "key").c_str(), 120);
-        id_ = msgget(key, IPC_CREAT | IPC_EXCL | 0644);
-        ASSERT_NE(id_, -1);
-        ASSERT_EQ(msgctl(id_, IPC_STAT, &record), 0);
-        record.msg_qbytes = requests * sizeof(Request);
-        ASSERT_EQ(msgctl(id_, IPC_SET, &record), 0);
-        WriteFile(dir_ / "key", std::to_string(key));
-    }
-
-    int id_ = -1;
-};
+using QueueTest = QueueClientTest;
 
 TEST_F(QueueTest, AMissingQueueIsNamedByItsKey) {
     std::string why;
@@ -88,13 +63,13 @@ TEST_F(QueueTest, AMissingQueueIsNamedByItsKey) {
 }
 
 TEST_F(QueueTest, AMessageArrivesAsTheServiceReadsIt) {
-    MakeQueue(2);
+    const int id = MakeQueue(2);
     std::string why;
     const Message message = {kRequestPinFiles, "/m", "/m/a", "a#1", 1, {}};
-    ASSERT_EQ(OpenServerQueue(why), id_);
-    ASSERT_EQ(SendMessage(id_, message, 1, why), SendOutcome::kSent) << why;
+    ASSERT_EQ(OpenServerQueue(why), id);
+    ASSERT_EQ(SendMessage(id, message, 1, why), SendOutcome::kSent) << why;
     RequestMsg received = {};
-    ASSERT_EQ(msgrcv(id_, &received, sizeof(received.body), 1, IPC_NOWAIT),
+    ASSERT_EQ(msgrcv(id, &received, sizeof(received.body), 1, IPC_NOWAIT),
               static_cast<ssize_t>(sizeof(Request)));
     EXPECT_EQ(received.body.type, 1);
     EXPECT_STREQ(received.body.mountPath, "/m");
@@ -102,11 +77,11 @@ TEST_F(QueueTest, AMessageArrivesAsTheServiceReadsIt) {
 }
 
 TEST_F(QueueTest, AFullQueueIsGivenUpOnAfterAWhile) {
-    MakeQueue(1);
+    const int id = MakeQueue(1);
     std::string why;
     const Message message = {kRequestReloadPinBlocks, "/m", "", "", 0, {}};
-    EXPECT_EQ(SendMessage(id_, message, 1, why), SendOutcome::kSent);
-    EXPECT_EQ(SendMessage(id_, message, 1, why), SendOutcome::kFull);
+    EXPECT_EQ(SendMessage(id, message, 1, why), SendOutcome::kSent);
+    EXPECT_EQ(SendMessage(id, message, 1, why), SendOutcome::kFull);
     EXPECT_NE(why.find("stayed full for 1 second;"), std::string::npos) << why;
     QueueFacts facts;
     ASSERT_TRUE(ReadQueueFacts(facts, why));
@@ -114,14 +89,14 @@ TEST_F(QueueTest, AFullQueueIsGivenUpOnAfterAWhile) {
     EXPECT_EQ(facts.bytes, sizeof(Request));
     EXPECT_EQ(facts.limit, sizeof(Request));
     EXPECT_EQ(facts.mode, 0644U);
-    EXPECT_EQ(facts.id, id_);
+    EXPECT_EQ(facts.id, id);
 }
 
 TEST_F(QueueTest, AQueueThatWasRemovedIsAFailure) {
-    MakeQueue(1);
+    const int id = MakeQueue(1);
     std::string why;
-    ASSERT_EQ(msgctl(id_, IPC_RMID, nullptr), 0);
-    EXPECT_EQ(SendMessage(id_, VolumeMessage(kRequestReloadPinBlocks, "/m"), 1, why),
+    ASSERT_EQ(msgctl(id, IPC_RMID, nullptr), 0);
+    EXPECT_EQ(SendMessage(id, VolumeMessage(kRequestReloadPinBlocks, "/m"), 1, why),
               SendOutcome::kFailed);
     EXPECT_NE(why, "");
 }

@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: MIT
+#include "client/sweep.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "client/exit_status.h"
+#include "client/output.h"
+#include "client/progress.h"
+#include "client/queue.h"
+#include "client/repair.h"
+#include "util/scoped.h"
+
+namespace {
+
+constexpr long kQuietPoll = 100L * 1000 * 1000;  // nanoseconds
+constexpr unsigned kQuietPatience = 60;          // seconds
+
+// Whether the volume has no request anywhere, so that the service does not use its bitmap file.
+bool IsQuiet(const std::string& configPath, const std::string& mountPath, ConfigState& state) {
+    QueueFacts facts;
+    std::string why;
+    if (!ReadQueueFacts(facts, why) || facts.messages > 0 ||
+        !ReadConfigState(configPath, state, why)) {
+        return false;
+    }
+    return std::none_of(state.queue.begin(), state.queue.end(), [&](const StoredRequest& request) {
+        return request.mountPath == mountPath;
+    });
+}
+
+bool WaitUntilQuiet(const std::string& configPath, const std::string& mountPath, unsigned patience,
+                    ConfigState& state) {
+    const double deadline = MonotonicSeconds() + patience;
+    while (!IsQuiet(configPath, mountPath, state)) {
+        if (MonotonicSeconds() >= deadline) {
+            return false;
+        }
+        const struct timespec pause = {0, kQuietPoll};
+        nanosleep(&pause, nullptr);
+    }
+    return true;
+}
+
+// Why it cannot be told which bits are needed; empty when it can.
+std::string WhyUncertain(const VolumeCheck& check) {
+    for (const FileCheck& file : check.files) {
+        if (file.condition == FileCondition::kUnmappable) {
+            return "no unit is cleared while it cannot be told where " +
+                   Printable(file.now.stored.relative) + " lies";
+        }
+    }
+    return "";
+}
+
+// Clears units in the bitmap file. Returns false, with the reason in `why`.
+bool ClearInFile(const std::string& path, const UnitSet& units, std::string& why) {
+    const ScopedFd fd(open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
+    bool good = fd.valid();
+    for (size_t i = 0; good && i < units.Bytes().size(); ++i) {
+        const auto at = static_cast<off_t>(i);
+        uint8_t byte = 0;
+        if (units.Bytes()[i] == 0 || pread(fd.get(), &byte, 1, at) != 1) {
+            continue;  // behind the end there is nothing set
+        }
+        byte &= static_cast<uint8_t>(~units.Bytes()[i]);
+        good = pwrite(fd.get(), &byte, 1, at) == 1;
+    }
+    if (!good) {
+        why = Printable(path) + ": " + strerror(errno);
+    }
+    return good;
+}
+
+// Clears the surplus of a quiet volume as it is now.
+void ClearSurplus(const VolumeCheck& now, RepairReport& report) {
+    const uint64_t surplus = now.surplus.Count();
+    std::string why = WhyUncertain(now);
+    if (surplus == 0) {
+        return;
+    }
+    if (!why.empty() || !ClearInFile(now.view.bitmapPath, now.surplus, why)) {
+        report.obstacles.push_back(why);
+        return;
+    }
+    report.unitsCleared += surplus;
+    report.actions.push_back(Counted(surplus, "unit") + " that no file needs cleared in " +
+                             Printable(now.view.bitmapPath));
+}
+
+}  // namespace
+
+int SweepVolume(const VolumeCheck& found, const std::vector<Volume>& volumes,
+                const std::string& configPath, unsigned patience, RepairReport& report) {
+    const std::string name = Printable(found.mountPath);
+    ConfigState before;
+    ConfigState after;
+    if (found.surplus.Count() == 0) {
+        return kExitDone;
+    }
+    if (!WaitUntilQuiet(configPath, found.mountPath, patience > 0 ? patience : kQuietPatience,
+                        before)) {
+        Say(name + ": its requests did not come to an end; nothing was changed");
+        return kExitTimedOut;
+    }
+    // What was found may have been a request's doing that has ended since.
+    for (const VolumeCheck& now : CheckVolumes(before, volumes, found.mountPath)) {
+        ClearSurplus(now, report);
+    }
+    if (!IsQuiet(configPath, found.mountPath, after) || after.nextNumber != before.nextNumber) {
+        report.obstacles.push_back(name + ": a request came in meanwhile; check again");
+    }
+    return kExitDone;
+}
