@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <iterator>
 
 #include "client/output.h"
 #include "client/picture.h"
@@ -56,6 +57,18 @@ Layout LayoutFor(uint64_t units, size_t columns) {
     return layout;
 }
 
+// Offsets of rows in the largest unit that makes all of them whole numbers.
+std::string RowLabel(uint64_t offset, uint64_t pitch) {
+    constexpr const char* kUnits[] = {"KiB", "MiB", "GiB", "TiB"};
+    size_t unit = 0;
+    unsigned shift = 10;
+    while (unit + 1 < std::size(kUnits) && pitch >> (shift + 10) != 0) {
+        ++unit;
+        shift += 10;
+    }
+    return std::to_string(offset >> shift) + " " + kUnits[unit];
+}
+
 // Where the cache tells: green when it holds all pinned units of the mark, red when none.
 std::string TonedMark(const char* mark, const UnitSet& set, const UnitSet* held, uint64_t first,
                       uint64_t end) {
@@ -74,8 +87,9 @@ std::string TonedMark(const char* mark, const UnitSet& set, const UnitSet* held,
 
 void PrintPanel(const UnitSet& set, const UnitSet* held, const Layout& layout) {
     const Marks marks = ChooseMarks();
-    for (uint64_t first = 0; first < layout.units; first += layout.perMark * layout.perRow) {
-        const std::string label = HumanBytes(first * kUnitBytes);
+    const uint64_t rowUnits = layout.perMark * layout.perRow;
+    for (uint64_t first = 0; first < layout.units; first += rowUnits) {
+        const std::string label = RowLabel(first * kUnitBytes, rowUnits * kUnitBytes);
         std::string line(kLabelColumns - std::min(label.size(), kLabelColumns), ' ');
         line += label + " ";
         for (uint64_t mark = 0; mark < layout.perRow; ++mark) {

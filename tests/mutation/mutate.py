@@ -19,9 +19,11 @@ Lines that begin with neither sign are comments. The old lines must stand in the
 import argparse
 import concurrent.futures
 import dataclasses
+import os
 import pathlib
 import queue
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -30,7 +32,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 COPIED = ["CMakeLists.txt", "CMakePresets.json", "platform", "util", "daemon", "tests/CMakeLists.txt",
           "tests/unit/CMakeLists.txt", "tests/unit/support", "tests/unit/util", "tests/unit/daemon"]
 TESTS_OF = {"util": ["util_test", "daemon_test"], "daemon": ["daemon_test", "util_test"]}
-TEST_SECONDS = 180
+TEST_SECONDS = 45  # they take one or two; a change that makes them hang is caught too
 
 
 @dataclasses.dataclass
@@ -99,14 +101,21 @@ class Workshop:
             sys.exit(f"mutate: {' '.join(map(str, command))}\n{done.stdout}{done.stderr}")
 
     def passes(self, test):
+        """In a session of its own, so that nothing of it is left and its signals reach nobody."""
         program = next(p for p in self.build.rglob(test) if p.is_file())
+        running = subprocess.Popen([program, "--gtest_fail_fast", "--gtest_brief=1"], cwd=self.build,
+                                   stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                                   stderr=subprocess.DEVNULL, start_new_session=True)
         try:
-            done = subprocess.run([program, "--gtest_fail_fast", "--gtest_brief=1"], cwd=self.build,
-                                  stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                                  stderr=subprocess.DEVNULL, timeout=TEST_SECONDS)
+            return running.wait(TEST_SECONDS) == 0
         except subprocess.TimeoutExpired:
             return False
-        return done.returncode == 0
+        finally:
+            try:
+                os.killpg(running.pid, signal.SIGKILL)
+            except ProcessLookupError:
+                pass
+            running.wait()
 
     def try_out(self, mutation):
         """Returns "caught", "SURVIVED", or what kept the change from being tried."""
@@ -152,8 +161,6 @@ def run(mutations, jobs):
     outcomes = {}
     with tempfile.TemporaryDirectory(prefix="mutate.") as directory:
         workshops = queue.Queue()
-        for job in range(jobs):
-            workshops.put(Workshop(pathlib.Path(directory) / str(job)))
 
         def work(mutation):
             workshop = workshops.get()
@@ -163,6 +170,9 @@ def run(mutations, jobs):
                 workshops.put(workshop)
 
         with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
+            rooms = [pathlib.Path(directory) / str(job) for job in range(jobs)]
+            for workshop in pool.map(Workshop, rooms):
+                workshops.put(workshop)
             for mutation, outcome in pool.map(work, mutations):
                 outcomes.setdefault(outcome.split(" ")[0], []).append(mutation)
                 print(f"{outcome:8}  {mutation.title()}  ({mutation.place})", flush=True)

@@ -182,8 +182,8 @@ struct MarkRow {
 
 TEST(Picture, TheTerminalsMarksCountTheBits) {
     const MarkRow rows[] = {
-        {"one unit a mark", {0x05, 0x80, 0xff, 0xff}, "    0 bytes #.#............#"},
-        {"nothing", {0, 0}, "    0 bytes ................"},
+        {"one unit a mark", {0x05, 0x80, 0xff, 0xff}, "      0 MiB #.#............#"},
+        {"nothing", {0, 0}, "      0 MiB ................"},
     };
     for (const MarkRow& row : rows) {
         VolumeView view;
@@ -208,8 +208,29 @@ TEST(Picture, AMarkOfSeveralUnitsShowsHowMany) {
     testing::internal::CaptureStdout();
     PrintMap(view, 30);
     const std::string text = testing::internal::GetCapturedStdout();
-    EXPECT_NE(text.find("    0 bytes -#+.............\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("      0 MiB -#+.............\n"), std::string::npos) << text;
     EXPECT_NE(text.find("a mark is 4 units"), std::string::npos) << text;
+}
+
+// Where the last row begins: a whole number of the unit, never 3.8 GiB for 3840 MiB.
+TEST(Picture, RowsBeginAtWholeNumbers) {
+    const std::pair<size_t, const char*> rows[] = {
+        {4096 / 8, "    240 MiB "},
+        {65536 / 8, "   3840 MiB "},
+        {(1 << 20) / 8, "     60 GiB "},
+        {(1 << 24) / 8, "    960 GiB "},
+    };
+    for (const auto& [bytes, label] : rows) {
+        VolumeView view;
+        view.mountPath = "/m";
+        view.bits = UnitSet(bytes);
+        testing::internal::CaptureStdout();
+        PrintMap(view, 80);
+        const std::string text = testing::internal::GetCapturedStdout();
+        const size_t at = text.rfind(label);
+        ASSERT_NE(at, std::string::npos) << text;
+        EXPECT_EQ(text.compare(at + 12, 3, "..."), 0) << text;
+    }
 }
 
 }  // namespace
