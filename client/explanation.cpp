@@ -45,7 +45,7 @@ void CountAll(Explanation& explanation) {
     explanation.driver = view.residency.pinned.CountIn(explanation.runs);
     explanation.resident = view.residency.resident.CountIn(explanation.runs);
     explanation.neverWritten =
-        BytesOf(explanation.file.extents, false) - BytesOf(explanation.file.extents, true);
+        BytesOf(explanation.file.extents) - BytesOf(WrittenOf(explanation.file.extents));
 }
 
 void FindSharers(const std::vector<Volume>& volumes, Mapper& mapper, Explanation& explanation) {

@@ -78,6 +78,28 @@ std::string WhyNotPinned(const Group& group, const FileRef& file, Mapper& mapper
     return "";
 }
 
+// Counts what was pinned and is not in the cache. What was never written is not read either.
+void CountAbsent(const Group& group, Holding& holding) {
+    const Residency& residency = group.view.residency;
+    UnitRuns written;
+    for (const FileRef& file : group.files) {
+        const UnitRuns runs = RunsOf(WrittenOf(file.extents));
+        written.insert(written.end(), runs.begin(), runs.end());
+    }
+    if (residency.known) {
+        holding.absent = SetOf(group.view, written).CountWithout(residency.resident);
+    }
+    if (holding.absent > 0) {
+        const uint64_t pinned = group.view.bits.Count() * kUnitBytes;
+        holding.whyAbsent =
+            pinned > residency.cacheSize
+                ? HumanBytes(pinned) + " are pinned, the cache holds " +
+                      HumanBytes(residency.cacheSize)
+                : "the reading was interrupted or failed, the service's log tells why; reload "
+                  "reads again";
+    }
+}
+
 Holding HoldingOfPinned(const Group& group, Mapper& mapper) {
     Holding holding;
     UnitRuns all;
@@ -89,10 +111,11 @@ Holding HoldingOfPinned(const Group& group, Mapper& mapper) {
             holding.wrong.push_back({file.path, why});
         }
         all.insert(all.end(), runs.begin(), runs.end());
-        holding.bytes += BytesOf(file.extents, false);
+        holding.bytes += BytesOf(file.extents);
         ++holding.files;
     }
     CountUnitsOf(group.view, SetOf(group.view, all), holding);
+    CountAbsent(group, holding);
     return holding;
 }
 
@@ -126,11 +149,18 @@ Holding HoldingOfReleased(const Group& group, const UnitSet& needed) {
                                                     "service's log tells why"});
         }
         all.Put(units.Runs());
-        holding.bytes += BytesOf(file.extents, false);
+        holding.bytes += BytesOf(file.extents);
         ++holding.files;
     }
     CountUnitsOf(group.view, all, holding);
     return holding;
+}
+
+void PrintAbsent(const Holding& holding) {
+    if (holding.absent > 0) {
+        Print("  " + Toned(Tone::kBad, "not in the cache") + " " + Counted(holding.absent, "unit") +
+              ": " + holding.whyAbsent);
+    }
 }
 
 }  // namespace
@@ -154,8 +184,9 @@ std::vector<Holding> HoldingAfterUnpin(const ConfigState& state, const std::vect
 }
 
 bool AllHold(const std::vector<Holding>& holdings) {
-    return std::all_of(holdings.begin(), holdings.end(),
-                       [](const Holding& holding) { return holding.wrong.empty(); });
+    return std::all_of(holdings.begin(), holdings.end(), [](const Holding& holding) {
+        return holding.wrong.empty() && holding.absent == 0;
+    });
 }
 
 Json::Value HoldingToJson(const std::vector<Holding>& holdings) {
@@ -169,9 +200,11 @@ Json::Value HoldingToJson(const std::vector<Holding>& holdings) {
         item["unitsSet"] = static_cast<Json::UInt64>(holding.set);
         item["unitsWithDriver"] = Json::Value();
         item["unitsResident"] = Json::Value();
+        item["unitsAbsent"] = Json::Value();
         if (holding.cacheTells) {
             item["unitsWithDriver"] = static_cast<Json::UInt64>(holding.driver);
             item["unitsResident"] = static_cast<Json::UInt64>(holding.resident);
+            item["unitsAbsent"] = static_cast<Json::UInt64>(holding.absent);
         }
         item["wrong"] = RefusalsToJson(holding.wrong);
         list.append(item);
@@ -196,6 +229,7 @@ void PrintHolding(const std::vector<Holding>& holdings, bool pinned) {
                      std::to_string(holding.resident);
         }
         Print(units);
+        PrintAbsent(holding);
         for (const Refusal& wrong : holding.wrong) {
             Print("  " + Toned(Tone::kBad, pinned ? "not pinned" : "not released") + " " +
                   Printable(wrong.path) + ": " + wrong.reason);
@@ -208,6 +242,7 @@ void PrintMendedHolding(const std::vector<Holding>& holdings) {
         const size_t good = holding.files - holding.wrong.size();
         Print("  " + Counted(good, "pinned file", "pinned files") + " that shared units " +
               (good == 1 ? "is" : "are") + " whole again");
+        PrintAbsent(holding);
         for (const Refusal& wrong : holding.wrong) {
             Print("  " + Toned(Tone::kBad, "no longer whole") + " " + Printable(wrong.path) + ": " +
                   wrong.reason);

@@ -22,6 +22,8 @@ struct Holding {
     bool cacheTells = false;     // the next two are known
     uint64_t driver = 0;         // of the wanted units, set in the bitmap that the driver has
     uint64_t resident = 0;       // of the wanted units, in the cache now
+    uint64_t absent = 0;         // after a pin: written, wanted, and not in the cache
+    std::string whyAbsent;       // in words, when any is
     std::vector<Refusal> wrong;  // files for which it does not hold, each with the reason
 };
 
@@ -35,7 +37,7 @@ std::vector<Holding> HoldingAfterPin(const ConfigState& state, const std::vector
 std::vector<Holding> HoldingAfterUnpin(const ConfigState& state, const std::vector<FileRef>& files,
                                        const std::vector<Volume>& volumes, Mapper& mapper);
 
-// Whether everything holds.
+// Whether everything holds, and what is pinned is in the cache.
 bool AllHold(const std::vector<Holding>& holdings);
 
 Json::Value HoldingToJson(const std::vector<Holding>& holdings);

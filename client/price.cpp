@@ -83,7 +83,7 @@ std::vector<Price> PriceOf(const FileJob& job) {
         Price& price = PriceFor(prices, file.volume->mountPath);
         ++price.files;
         price.extents += file.extents.size();
-        price.bytes += BytesOf(file.extents, false);
+        price.bytes += BytesOf(file.extents);
     }
     for (const FileRef& file : job.mended) {
         ++PriceFor(prices, file.volume->mountPath).mendedFiles;

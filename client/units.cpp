@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <iterator>
 
 #include "util/pin_bitmap.h"
 #include "util/scoped.h"
@@ -154,12 +155,17 @@ UnitRuns CommonRuns(const UnitRuns& left, const UnitRuns& right) {
     return common;
 }
 
-uint64_t BytesOf(const std::vector<FileMappingEntry>& extents, bool onlyWritten) {
+std::vector<FileMappingEntry> WrittenOf(const std::vector<FileMappingEntry>& extents) {
+    std::vector<FileMappingEntry> written;
+    std::copy_if(extents.begin(), extents.end(), std::back_inserter(written),
+                 [](const FileMappingEntry& extent) { return extent.uninitialized != 1; });
+    return written;
+}
+
+uint64_t BytesOf(const std::vector<FileMappingEntry>& extents) {
     uint64_t bytes = 0;
     for (const FileMappingEntry& extent : extents) {
-        if (!onlyWritten || extent.uninitialized != 1) {
-            bytes += extent.numSectors * kSectorBytes;
-        }
+        bytes += extent.numSectors * kSectorBytes;
     }
     return bytes;
 }

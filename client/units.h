@@ -63,8 +63,11 @@ uint64_t CountUnits(const UnitRuns& runs);
 // Returns the units that are in both.
 UnitRuns CommonRuns(const UnitRuns& left, const UnitRuns& right);
 
-// Returns the bytes of the extents, those never written left out when `onlyWritten`.
-uint64_t BytesOf(const std::vector<FileMappingEntry>& extents, bool onlyWritten);
+// Returns those of the extents that were ever written; the service reads no others.
+std::vector<FileMappingEntry> WrittenOf(const std::vector<FileMappingEntry>& extents);
+
+// Returns the bytes of the extents.
+uint64_t BytesOf(const std::vector<FileMappingEntry>& extents);
 
 // Reads a file of raw bits. Returns false, with errno set, when it cannot be read.
 bool ReadUnitSet(const std::string& path, UnitSet& set);

@@ -185,7 +185,7 @@ ProgressView Observer::View() {
         mostRead_ = 0;
     }
     for (const Watched& request : requests_) {
-        const uint64_t bytes = BytesOf(request.message.reading, true);
+        const uint64_t bytes = BytesOf(WrittenOf(request.message.reading));
         view.bytes += bytes;
         if (request.state == WatchState::kLeft) {
             view.bytesDone += bytes;

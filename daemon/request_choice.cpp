@@ -65,6 +65,7 @@ int ForgetVolume(Choice& choice, const char* mountPath, const Request& output) {
         }
         LogVerbose("Remove space (%s) from pending list", mountPath);
     }
+    // Looked at, hence created: a missing "volumes" reaches the file as null.
     Json::Value& volumes = choice.document[kVolumesKey];
     if (volumes.isMember(mountPath)) {
         LogVerbose("Delete the volume (%s) from config", mountPath);
@@ -114,10 +115,7 @@ int Consider(Choice& choice, const std::string& number, Request& request) {
 }
 
 int ScanQueue(Choice& choice, Request& request, std::string& number) {
-    // Looked at, hence created: a missing "volumes" reaches the file as null.
     Json::Value& queue = choice.document[kRequestQueueKey];
-    choice.document[kRequestsKey];
-    choice.document[kVolumesKey];
 
     for (Json::ArrayIndex i = 0; i < queue.size() && !choice.chosen; ++i) {
         std::string current = queue[i].asString();

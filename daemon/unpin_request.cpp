@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "daemon/unpin_request.h"
 
-#include <string.h>
+#include <array>
 
 #include "daemon/file_mapping.h"
 #include "daemon/request_result.h"
@@ -11,11 +11,9 @@
 namespace {
 
 // Room for the all-zero entry behind a full batch; it is not sent.
-struct UnpinBatch {
-    UnpinRange entries[kUnpinBatchEntries + 1];
-};
+using UnpinBatch = std::array<UnpinRange, kUnpinBatchEntries + 1>;
 
-static_assert(offsetof(UnpinBatch, entries[kUnpinBatchEntries]) == kUnpinBatchBytes,
+static_assert(sizeof(UnpinRange) * kUnpinBatchEntries == kUnpinBatchBytes,
               "8192 bytes go to the driver");
 
 namespace send_ranges {
@@ -25,9 +23,9 @@ constexpr const char* kLogFunction = "SendUnpinInfoToDriver";
 int SendBatch(const char* cachePath, UnpinBatch& batch, size_t count) {
     LogVerbose("Send unpin inctl to driver, size=%zd", static_cast<ssize_t>(kUnpinBatchBytes));
     if (g_printLevel > 1) {
-        DumpRanges(batch.entries, count);
+        DumpRanges(batch.data(), count);
     }
-    if (DoIoctl(cachePath, FLASH_CACHE_UNPIN_RANGES, batch.entries, kUnpinBatchBytes) != 0) {
+    if (DoIoctl(cachePath, FLASH_CACHE_UNPIN_RANGES, batch.data(), kUnpinBatchBytes) != 0) {
         LogError("Send unpin inctl to driver failed");
         return -1;
     }
@@ -126,10 +124,10 @@ int SendUnpinInfoToDriver(const char* cachePath, const std::vector<UnpinRange>& 
             count = 0;
             continue;  // the range that was due is passed over, on purpose
         }
-        batch.entries[count++] = range;
+        batch[count++] = range;
     }
     if (count > 0) {
-        batch.entries[count] = {};
+        batch[count] = {};
         if (send_ranges::SendBatch(cachePath, batch, count) != 0) {
             return -1;
         }

@@ -19,11 +19,11 @@ class Judge:
         return right
 
 
-def _run(arguments, why=""):
-    """Shows a quorcachepinctl command and what it says."""
+def _run(*arguments, why=""):
+    """Shows a quorcachepinctl command and what it says; its progress too, on a terminal."""
     screen.command("quorcachepinctl " + " ".join(arguments), why)
     told = subprocess.run([namespaces.program("quorcachepinctl"), *arguments], text=True, check=False,
-                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+                          stdout=subprocess.PIPE)
     for line in told.stdout.splitlines():
         screen.say("  " + screen.clip(line, screen.width() - 2))
     if told.returncode:
@@ -58,28 +58,10 @@ def _set_the_scene():
     return stage
 
 
-def _queued(stage):
-    """The stored requests in order, as (number, type, file entries)."""
-    document = evidence.configuration(stage.daemon.configuration) or {}
-    rows = []
-    for number in document.get("requestQueue") or []:
-        request = document["requests"][number]
-        rows.append((number, request["type"], (request["data"] or "").split(";")))
-    return rows
-
-
 def _pin(stage, judge):
-    """Pins the one set, the volume pending meanwhile so that the queue can be seen."""
     mount_path = stage.volume.mount_path
-    _run(["pend", mount_path], "its requests wait, so that the queue can be seen")
-    _run(["pin", "-r", f"{mount_path}/{scene.KEEP}"])
-    journal.until(lambda: sum(len(files) for _, _, files in _queued(stage)) == len(stage.keep),
-                  "the requests were not stored")
-    queued = _queued(stage)
-    _list("queue", [f"{number}  {kind}  {len(files):2} files  {files[0]}; ..."
-                    for number, kind, files in queued])
-    _run(["release", mount_path])
-    done = stage.daemon.until_done("pinFiles", len(queued))
+    _run("pin", "--wait", "-r", f"{mount_path}/{scene.KEEP}")
+    done = stage.daemon.until_done("pinFiles")
     _list("log", [line.split(" ", 1)[1] for line in done])
     listed = evidence.pinned_files(stage.daemon.configuration, mount_path)
     judge.expect(listed == evidence.listing(mount_path, stage.keep), "the list of pinned files is not keep/")
@@ -133,11 +115,23 @@ def _compare(stage, judge):
                   ("", "", "wanted", "before flood", "after flood", "read again")], rows, wrong)
 
 
+def _queued_files(stage):
+    """How many files the stored requests name."""
+    document = evidence.configuration(stage.daemon.configuration) or {}
+    return sum(len(document["requests"][number]["data"].split(";"))
+               for number in document.get("requestQueue") or [])
+
+
 def _unpin(stage, judge):
+    """Releases the set, the volume pending meanwhile so that the queue can be seen."""
     volume, keep = stage.volume, stage.keep
     already = len(volume.cache.stats()["releasedRanges"])
-    queued = len(stage.daemon.logged("type=pinFiles"))
-    _run(["unpin", "-r", f"{volume.mount_path}/{scene.KEEP}"])
+    _run("pend", volume.mount_path, why="its requests wait, so that the queue can be seen")
+    _run("unpin", "-r", f"{volume.mount_path}/{scene.KEEP}")
+    journal.until(lambda: _queued_files(stage) == len(keep), "the requests were not stored")
+    queued = len(evidence.configuration(stage.daemon.configuration)["requestQueue"])
+    _run("status")
+    _run("release", volume.mount_path)
     stage.daemon.until_done("unpinFiles", queued)
     released = volume.cache.stats()["releasedRanges"][already:]
     size = sum(sectors for _, sectors in released) * evidence.SECTOR
@@ -160,6 +154,8 @@ def _show():
     stage = _set_the_scene()
     _pin(stage, judge)
     _compare(stage, judge)
+    _run("check", stage.volume.mount_path)
+    _run("map", stage.volume.mount_path, "--width", "80")
     _unpin(stage, judge)
     try:
         stage.close()

@@ -35,7 +35,8 @@ class HoldingTest : public ClientTest {
     Holding AfterPin() {
         const std::vector<Holding> holdings = HoldingAfterPin(state_, files_, mapper_);
         EXPECT_EQ(holdings.size(), 1U);
-        EXPECT_EQ(AllHold(holdings), holdings.at(0).wrong.empty());
+        EXPECT_EQ(AllHold(holdings),
+                  holdings.at(0).wrong.empty() && holdings.at(0).whyAbsent.empty());
         return holdings.at(0);
     }
     Holding AfterUnpin() {
@@ -114,6 +115,34 @@ TEST_F(HoldingTest, TheDriversBitmapCountsWhereTheCacheTells) {
     EXPECT_EQ(holding.resident, 1U);
     ASSERT_EQ(holding.wrong.size(), 1U);
     EXPECT_EQ(holding.wrong[0].path, files_[1].path);
+}
+
+TEST_F(HoldingTest, WhatWasPinnedAndIsNotInTheCacheIsSaidWithTheReason) {
+    Add("a", {{0, 3 * kUnit}}, true);
+    WriteBitmap({0, 1, 2});
+    LetTheCacheTell("\x01", "\x07");
+    Holding holding = AfterPin();
+    EXPECT_TRUE(holding.wrong.empty());
+    EXPECT_EQ(holding.absent, 2U);
+    EXPECT_NE(holding.whyAbsent.find("reload reads again"), std::string::npos);
+
+    WriteFile(mount_ + "/quorcachepinfile.bitmap", std::string(128, '\xff'));
+    holding = AfterPin();
+    EXPECT_EQ(holding.absent, 2U);
+    EXPECT_EQ(holding.whyAbsent, "64.0 MiB are pinned, the cache holds 1.0 MiB");
+    testing::internal::CaptureStdout();
+    PrintHolding({holding}, true);
+    EXPECT_NE(testing::internal::GetCapturedStdout().find(
+                  "  not in the cache 2 units: 64.0 MiB are pinned, the cache holds 1.0 MiB\n"),
+              std::string::npos);
+}
+
+TEST_F(HoldingTest, WhatWasNeverWrittenNeedNotBeInTheCache) {
+    Add("a", {{0, 3 * kUnit}}, true);
+    files_[0].extents[0].uninitialized = 1;
+    WriteBitmap({0, 1, 2});
+    LetTheCacheTell("", "\x07");
+    EXPECT_EQ(AfterPin().absent, 0U);
 }
 
 TEST_F(HoldingTest, ACacheWhoseProcessIsGoneTellsNothing) {

@@ -142,8 +142,8 @@ TEST(Units, AnExtentThatTouchesAUnitHasIt) {
 
 TEST(Units, WrittenBytesLeaveOutWhatWasNeverWritten) {
     const std::vector<FileMappingEntry> extents = {{0, 8, 0, 0}, {8, 16, 100, 1}};
-    EXPECT_EQ(BytesOf(extents, false), 24U * 512);
-    EXPECT_EQ(BytesOf(extents, true), 8U * 512);
+    EXPECT_EQ(BytesOf(extents), 24U * 512);
+    EXPECT_EQ(BytesOf(WrittenOf(extents)), 8U * 512);
 }
 
 TEST(Units, AFileOfRawBitsIsReadWhole) {

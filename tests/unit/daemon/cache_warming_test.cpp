@@ -397,6 +397,13 @@ void ExpectDirectOpen(const std::string& cachePath) {
     EXPECT_EQ(opens[0].flags & O_DIRECT, O_DIRECT);
 }
 
+// Whether reads past the page cache could go into the buffer, whatever the device's block size.
+void ExpectAlignedReads() {
+    for (const ReadRecord& record : ReadsTried()) {
+        EXPECT_EQ(record.buffer % 4096, 0U) << record.offset;
+    }
+}
+
 TEST_F(CacheWarmingTest, FilesAreReadInTheirOrder) {
     LogCapture log(2);
     std::vector<MappedFile> files = {{"b", Table({Entry(64, 8)})}, {"a/c", Table({Entry(0, 16)})}};
@@ -406,6 +413,7 @@ TEST_F(CacheWarmingTest, FilesAreReadInTheirOrder) {
     EXPECT_EQ(ReadFilesToCache(volume_.mountPath.c_str(), files), kDone);
     EXPECT_EQ(Reads(), "32768+4096 0+8192 ");
     EXPECT_EQ(CallCount(Call::kPosixMemalign), 1) << "one buffer for all";
+    ExpectAlignedReads();
     ExpectDirectOpen(volume_.cachePath);
     auto range = [](const char* size, const char* sectors) {
         return Lines{

@@ -294,7 +294,7 @@ TEST_F(EntryTest, OptionsSetThePrintLevelAndTheDebugFileHasTheLastWord) {
     };
 
     for (const Row& row : rows) {
-        LogCapture log;
+        LogCapture log(1);
         Strings arguments = row.options;
         FakePlatformReset();
         if (row.fileLevel != nullptr) {

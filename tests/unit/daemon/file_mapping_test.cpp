@@ -184,6 +184,15 @@ TEST_F(FileMappingTest, DoFsync) {
     EXPECT_TRUE(log.Shows({}));
 }
 
+TEST_F(FileMappingTest, AFifoIsNotWaitedFor) {
+    const std::string fifo = path_ + "-fifo";
+    LogCapture log;
+
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    EXPECT_EQ(DoFsync(fifo.c_str()), -1);
+    EXPECT_TRUE(log.Shows({kDaemonLog.Error("DoFsync", "Do fsync failed")}));
+}
+
 TEST_F(FileMappingTest, AFileThatCannotBeSyncedIsClosedAndReported) {
     AtEveryLogSetting([&](LogCapture& log) {
         EXPECT_EQ(DoFsync((path_ + "-missing").c_str()), -1);

@@ -4,6 +4,9 @@
 #include <errno.h>
 #include <unistd.h>
 
+#include <memory>
+#include <new>
+
 #include "daemon/service.h"
 #include "tests/unit/daemon/daemon_test.h"
 
@@ -164,6 +167,18 @@ TEST_F(PendingSpacesTest, AReadTakesNoLock) {
     });
     EXPECT_TRUE(reader.Ends());
     pthread_mutex_unlock(&g_service.mutex);
+}
+
+// At exit: the worker may be asking still, and the exit may have interrupted a change.
+TEST_F(PendingSpacesTest, TheEndOfTheListFreesNothing) {
+    alignas(PendingSpaceList) static char place[sizeof(PendingSpaceList)];
+    auto* const list = new (place) PendingSpaceList;
+
+    list->Publish(std::make_shared<const Spaces>(Spaces{"/volume1"}));
+    const std::weak_ptr<const Spaces> published = list->Snapshot();
+    list->~PendingSpaceList();
+    EXPECT_FALSE(published.expired());
+    AllowLeftovers();
 }
 
 TEST_F(PendingSpacesTest, AnEmptyListIsPublishedAsNone) {

@@ -115,8 +115,8 @@ TEST_F(WorkerTest, AVolumeThatHasGrownIsServed) {
     WriteFile(volume_.bitmapPath, "\x80");
     EXPECT_EQ(HandleRequest(Pin()), 0);
     EXPECT_EQ(ReadFile(volume_.bitmapPath), std::string("\x83\0\0\0\0\0\0\0", 8));
-    EXPECT_TRUE(log.Shows(
-        {kUtilLog.Error("LoadFile", "Bitmap size changed. Could be due to volume expansion")}));
+    EXPECT_TRUE(log.Shows({kUtilLog.Error(
+        "BitmapMemAllocateAndInit", "Bitmap size changed. Could be due to volume expansion")}));
 }
 
 TEST_F(WorkerTest, OnlyThreeTypesAreRun) {
@@ -202,6 +202,13 @@ TEST_F(WorkerTest, AFailedStepOfSettingUpFailsTheRequest) {
              g_platform.configs.clear();
          },
          noUuid},
+        {"neither cached device nor mount path",
+         [&] {
+             g_platform.cachePaths.erase(ssd);
+             failEnum(2)();
+         },
+         {kUtilLog.Error("SpaceGetCachePath", "Can't get cache path"),
+          kDaemonLog.Error("HandleRequest", "Can't get cache path"), noBitmapToFree}},
         {"no mount path for the bitmap",
          failEnum(2),
          {noEnum, noReference, kDaemonLog.Error("HandleRequest", "Can't get bitmap path"),
@@ -227,18 +234,21 @@ TEST_F(WorkerTest, AFailedStepOfSettingUpFailsTheRequest) {
           noBitmap, emptyBitmapFreed}},
         {"no memory for the bits",
          [] { FailCall(Call::kCalloc, 2, ENOMEM); },
-         {kUtilLog.Error("AllocateData", "Can't allocate bitmap memory"), emptyBitmapFreed,
-          noBitmap}},
+         {kUtilLog.Error("BitmapMemAllocateAndInit", "Can't allocate bitmap memory"),
+          emptyBitmapFreed, noBitmap}},
         {"a bitmap file that is too large",
          [&] { WriteFile(volume_.bitmapPath, std::string(9, '\0')); },
-         {kUtilLog.Error("LoadFile", "Incorrect bitmap size (8), file size (9)"), noBitmap}},
+         {kUtilLog.Error("BitmapMemAllocateAndInit", "Incorrect bitmap size (8), file size (9)"),
+          noBitmap}},
         {"a bitmap file that cannot be read",
          [&] {
              WriteFile(volume_.bitmapPath, std::string(8, '\0'));
              FailCall(Call::kPread, 1, EIO);
          },
-         {kUtilLog.Error("ReadPieces", "Read bitmap file (" + volume_.bitmapPath + ") error\n"),
-          kUtilLog.Error("LoadFile", "Read bitmap file to bitmap memory error"), noBitmap}},
+         {kUtilLog.Error("BitmapMemInitByFile",
+                         "Read bitmap file (" + volume_.bitmapPath + ") error\n"),
+          kUtilLog.Error("BitmapMemAllocateAndInit", "Read bitmap file to bitmap memory error"),
+          noBitmap}},
     };
     FakePlatform whole = g_platform;
 

@@ -67,12 +67,13 @@ bool FailsWithErrno(Call call) {
     return outcome.fails;
 }
 
-void NoteRead(int fd, size_t size) {
+void NoteRead(int fd, const void* buffer, size_t size) {
     SystemState& state = State();
     std::lock_guard<std::mutex> lock(state.mutex);
 
     if (state.recordsReads) {
-        state.reads.push_back({static_cast<uint64_t>(__real_lseek64(fd, 0, SEEK_CUR)), size});
+        state.reads.push_back({static_cast<uint64_t>(__real_lseek64(fd, 0, SEEK_CUR)), size,
+                               reinterpret_cast<uintptr_t>(buffer)});
     }
 }
 
@@ -177,7 +178,7 @@ unsigned __wrap_sleep(unsigned seconds) {
 }
 
 ssize_t __wrap_read(int fd, void* data, size_t size) {
-    NoteRead(fd, size);
+    NoteRead(fd, data, size);
     CallOutcome outcome = EnterCall(Call::kRead);
 
     errno = outcome.fails ? outcome.error : errno;

@@ -66,8 +66,9 @@ std::vector<unsigned> SleepsTaken();
 
 // Reads asked for, in order, also those that failed; only those after RecordReads.
 struct ReadRecord {
-    uint64_t offset = 0;  // of the descriptor, bytes
-    size_t size = 0;      // bytes asked for
+    uint64_t offset = 0;   // of the descriptor, bytes
+    size_t size = 0;       // bytes asked for
+    uintptr_t buffer = 0;  // where they were to go
 };
 void RecordReads();
 std::vector<ReadRecord> ReadsTried();

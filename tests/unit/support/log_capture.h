@@ -13,12 +13,14 @@
 
 #include "tests/unit/support/expected_line.h"
 
-// Takes every line from its construction to its destruction and sets g_printLevel, g_logToSyslog
-// and g_processName for as long. With the target kStdout, descriptor 1 leads to a file meanwhile:
-// what else is printed then (a failed assertion too) shows when the capture ends.
+// At the level it has unless another is given, a line's shape tells its kind (at 1 it does not),
+// and neither trace nor markers are shown. Takes every line from its construction to its
+// destruction and sets g_printLevel, g_logToSyslog and g_processName for as long. With the target
+// kStdout, descriptor 1 leads to a file meanwhile: what else is printed then (a failed assertion
+// too) shows when the capture ends.
 class LogCapture {
   public:
-    explicit LogCapture(int32_t level = 1, LogTarget target = LogTarget::kSyslog);
+    explicit LogCapture(int32_t level = 0, LogTarget target = LogTarget::kSyslog);
     ~LogCapture();
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
