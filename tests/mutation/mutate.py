@@ -131,6 +131,8 @@ class Workshop:
             for test in TESTS_OF.get(room, ["util_test", "daemon_test"]):
                 built = subprocess.run(["ninja", "-C", self.build, "-j1", test],
                                        stdin=subprocess.DEVNULL, capture_output=True)
+                if b"static assertion failed" in built.stdout:
+                    return "caught"
                 if built.returncode != 0:
                     return "DOES NOT COMPILE"
                 if not self.passes(test):
