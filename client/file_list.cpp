@@ -2,7 +2,6 @@
 #include "client/file_list.h"
 
 #include <errno.h>
-#include <fts.h>
 #include <glob.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -12,15 +11,12 @@
 #include <memory>
 #include <set>
 
+#include "client/directory_walk.h"
 #include "client/output.h"
 #include "util/scoped.h"
 #include "util/space.h"
 
 namespace {
-
-struct FtsCloser {
-    void operator()(FTS* walk) const { fts_close(walk); }
-};
 
 // What the walk below one directory passed over.
 struct PassedOver {
@@ -41,7 +37,7 @@ class Collector {
   private:
     void TakeFile(const std::string& path, bool named);
     void Walk(const std::string& directory);
-    void TakeFound(const FTSENT& entry, PassedOver& passed);
+    void TakeFound(const WalkEntry& entry, PassedOver& passed);
     void Note(const std::string& directory, const PassedOver& passed);
 
     const FileListOptions& options_;
@@ -116,43 +112,22 @@ bool Collector::TakeList(const std::string& path, std::string& why) {
     return true;
 }
 
-void Collector::TakeFound(const FTSENT& entry, PassedOver& passed) {
-    if (entry.fts_info == FTS_DNR || entry.fts_info == FTS_ERR || entry.fts_info == FTS_NS) {
-        list_.refusals.push_back({entry.fts_path, strerror(entry.fts_errno)});
-        return;
-    }
-    if (entry.fts_info != FTS_F || !S_ISREG(entry.fts_statp->st_mode)) {
+void Collector::TakeFound(const WalkEntry& entry, PassedOver& passed) {
+    if (entry.error != 0) {
+        list_.refusals.push_back({entry.path, strerror(entry.error)});
+    } else if (!S_ISREG(entry.status.st_mode)) {
         ++passed.others;
-    } else if (entry.fts_statp->st_size == 0 && !options_.takeEmpty) {
+    } else if (entry.status.st_size == 0 && !options_.takeEmpty) {
         ++passed.empty;
     } else {
-        TakeFile(entry.fts_path, false);
+        TakeFile(entry.path, false);
     }
 }
 
 void Collector::Walk(const std::string& directory) {
-    std::string root = directory;
-    char* const roots[] = {root.data(), nullptr};
-    const auto byName = [](const FTSENT** left, const FTSENT** right) {
-        return strcmp((*left)->fts_name, (*right)->fts_name);
-    };
-    const std::unique_ptr<FTS, FtsCloser> walk(fts_open(roots, FTS_PHYSICAL | FTS_NOCHDIR, byName));
-    if (!walk) {
-        list_.refusals.push_back({directory, strerror(errno)});
-        return;
-    }
     PassedOver passed;
-    dev_t device = 0;
-    while (FTSENT* const entry = fts_read(walk.get())) {
-        if (entry->fts_level == 0 && entry->fts_info == FTS_D) {
-            device = entry->fts_statp->st_dev;
-        } else if (entry->fts_info == FTS_D && entry->fts_statp->st_dev != device) {
-            fts_set(walk.get(), entry, FTS_SKIP);
-            ++passed.mounts;
-        } else if (entry->fts_info != FTS_D && entry->fts_info != FTS_DP) {
-            TakeFound(*entry, passed);
-        }
-    }
+    passed.mounts =
+        WalkBelow(directory, [this, &passed](const WalkEntry& entry) { TakeFound(entry, passed); });
     Note(directory, passed);
 }
 

@@ -4,7 +4,7 @@ import os
 import re
 import signal
 
-from lab import journal, namespaces, processes
+from lab import journal, namespaces, processes, sandbox
 
 NAME = "quorcachepinfiled"
 CONFIGURATION = "/tmp/lab/quorcachepinfile.conf"
@@ -45,7 +45,8 @@ class Daemon:
         """Starts it and waits for a line that contains `wait_for` (None: does not wait)."""
         os.makedirs(os.path.dirname(self.configuration), exist_ok=True)
         self.since = journal.position()
-        self.process = processes.start(self.arguments, self.output, self.environment)
+        launch = sandbox.start if sandbox.inside() else processes.start
+        self.process = launch(self.arguments, self.output, self.environment)
         if wait_for:
             self.wait_for(wait_for)
         if wait_for not in (None, STARTING):  # the worker was made before

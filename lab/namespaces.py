@@ -94,7 +94,7 @@ def _furnish():
     return journal.listen()
 
 
-def _unmount_volumes():
+def unmount_volumes():
     """Unmounts what is left on /mnt and /tmp, newest first, while the caches under it still serve."""
     with open("/proc/self/mountinfo", "rb") as table:
         points = [os.fsdecode(re.sub(rb"\\(\d{3})", lambda octal: bytes([int(octal[1], 8)]),
@@ -143,10 +143,12 @@ def _pass_on(child):
     signal.signal(signal.SIGINT, signal.SIG_IGN)
 
 
-def _first_process(main):
+def _first_process(main, become):
     """Process 1: furnishes, runs `main` in a child, reaps whatever is orphaned, ends with the child."""
     libc.die_with_parent(signal.SIGKILL)
     endpoint = _furnish()
+    if become:
+        become(endpoint)
 
     def body():
         signal.signal(signal.SIGINT, signal.default_int_handler)
@@ -158,28 +160,29 @@ def _first_process(main):
     while True:
         ended, code = os.wait()
         if ended == child:
-            _unmount_volumes()
+            unmount_volumes()
             return _status(code)
 
 
-def _outer(main, started):
+def _outer(main, started, become):
     libc.die_with_parent(signal.SIGKILL)
     libc.unshare(libc.CLONE_NEWNS | libc.CLONE_NEWIPC | libc.CLONE_NEWPID)
-    child = _fork(lambda: _first_process(main))
+    child = _fork(lambda: _first_process(main, become))
     _pass_on(child)
     started(child)
     return _status(os.waitpid(child, 0)[1])
 
 
-def run(main, started=lambda first: None):
+def run(main, started=lambda first: None, become=None):
     """Runs `main()` in an environment of its own; returns its exit status (128 + n for a signal).
 
     started: told the first process's id, as the machine sees it, for `enter`.
+    become: takes over the first process, with the system log's socket, in the place of `main`.
 
     The environment is gone when this returns, also when `main` was killed; and it ends at once, by
     the kernel's hand, when the calling process does.
     """
-    child = _fork(lambda: _outer(main, started))
+    child = _fork(lambda: _outer(main, started, become))
     before = [signal.getsignal(number) for number in (signal.SIGTERM, signal.SIGINT)]
     _pass_on(child)
     try:

@@ -1,6 +1,8 @@
 # SPDX-License-Identifier: MIT
 """Runs one story in an environment of its own: run_story.py FILE [pytest's arguments].
 
+With QUOR_SANDBOX=1 the daemon runs under the packaged unit's restrictions.
+
 Exit status: 0 all of it passed, 1 something failed, 77 nothing failed and something was skipped.
 With CI=true a skip is a failure.
 """
@@ -8,7 +10,7 @@ import os
 import sys
 
 sys.path.insert(0, os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__)))))
-from lab import namespaces  # noqa: E402  (found through the line above)
+from lab import namespaces, sandbox  # noqa: E402  (found through the line above)
 
 SKIPPED = 77
 
@@ -45,4 +47,12 @@ def tell(arguments):
 
 
 if __name__ == "__main__":
-    sys.exit(namespaces.run(lambda: tell([os.path.abspath(sys.argv[1]), *sys.argv[2:]])))
+    story = [os.path.abspath(sys.argv[1]), *sys.argv[2:]]
+    if sandbox.wanted():
+        sys.exit(sandbox.run([sys.executable, "-B", os.path.abspath(__file__), *story]))
+    if sandbox.inside():
+        try:
+            sys.exit(tell(story))
+        finally:
+            namespaces.unmount_volumes()
+    sys.exit(namespaces.run(lambda: tell(story)))

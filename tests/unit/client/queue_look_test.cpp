@@ -29,7 +29,8 @@ class QueueLookTest : public ClientTest {
         ASSERT_EQ(msgsnd(id_, &msg, bytes, IPC_NOWAIT), 0) << strerror(errno);
     }
     void SendRaw(long mtype, size_t bytes) const {
-        std::vector<long> words(bytes / sizeof(long) + 2, 0x7878787878787878);
+        std::vector<long> words(bytes / sizeof(long) + 2);
+        memset(words.data(), 'x', words.size() * sizeof(long));
         words[0] = mtype;
         ASSERT_EQ(msgsnd(id_, words.data(), bytes, IPC_NOWAIT), 0) << strerror(errno);
     }

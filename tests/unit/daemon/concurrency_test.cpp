@@ -314,7 +314,7 @@ void ConcurrencyTest::CheckRound(LogCapture& log) {
 TEST_F(ConcurrencyTest, NothingIsLostAndNothingIsDoneTwice) {
     const auto end = Clock::now() + Duration();
     ServiceOptions options = {config(), 0, 0};
-    LogCapture log;
+    LogCapture log(1);
     int rounds = 0;
 
     {
