@@ -96,15 +96,28 @@ std::string ConfigArgument(std::vector<std::string> arguments) {
     return path;
 }
 
-// Turns a path of the service into one of this process, which may see other mounts.
+std::string DirectoryOf(const std::string& path) {
+    return path.substr(0, path.find_last_of('/') + 1);
+}
+
+// Whether both lie in one directory; the files need not be there.
+bool AreInOneDirectory(const std::string& left, const std::string& right) {
+    struct stat one = {};
+    struct stat other = {};
+    return stat(DirectoryOf(left).c_str(), &one) == 0 &&
+           stat(DirectoryOf(right).c_str(), &other) == 0 && one.st_dev == other.st_dev &&
+           one.st_ino == other.st_ino;
+}
+
+// Turns a path of the service into one of this process, which sees other mounts when the service is
+// confined: through its root only where the path leads elsewhere.
 std::string PathFromHere(const std::string& task, const std::string& path) {
     if (path.empty()) {
         return "";
     }
     const std::string absolute = path[0] == '/' ? path : ReadLink(task + "/cwd") + "/" + path;
-    const bool sameMounts = ReadLink(task + "/ns/mnt") == ReadLink("/proc/self/ns/mnt") &&
-                            ReadLink(task + "/root") == ReadLink("/proc/self/root");
-    return sameMounts ? absolute : task + "/root" + absolute;
+    const std::string through = task + "/root" + absolute;
+    return AreInOneDirectory(absolute, through) ? absolute : through;
 }
 
 std::string UserOf(const std::string& task) {
@@ -193,6 +206,7 @@ bool FindConfigPath(const std::string& given, std::string& path, std::string& wh
         path = given;
         return true;
     }
+    path.clear();
     for (const ServiceProcess& service : FindServices()) {
         if (!path.empty() && service.configPath != path) {
             why =

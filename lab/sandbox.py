@@ -15,7 +15,9 @@ import time
 from lab import journal, libc, namespaces
 
 UNIT = os.path.join(namespaces.ROOT, "packaging/debian/quorcachepinfiled.service")
-_WISH = "QUOR_SANDBOX"  # 1: wanted; "inside": this process runs in one
+NAME = "sandbox"
+_VARIABLE = "QUOR_SANDBOX"  # 1: wanted; "inside": this process runs in one
+WISH = f"{_VARIABLE}=1"
 _CGROUPS = "/sys/fs/cgroup"
 _UNITS = "/run/systemd/system"
 _PROGRAMS = "/run/lab/sandbox"
@@ -23,11 +25,11 @@ _PASSED_ON = ("PATH", "CI", "QUOR_BUILD", "LANG", "LC_ALL", "TERM", "HOME")
 
 
 def wanted():
-    return os.environ.get(_WISH) == "1"
+    return os.environ.get(_VARIABLE) == "1"
 
 
 def inside():
-    return os.environ.get(_WISH) == "inside"
+    return os.environ.get(_VARIABLE) == "inside"
 
 
 def _quote(text):
@@ -73,7 +75,7 @@ ExecStart={" ".join(map(_quote, command))}
 StandardOutput=append:/proc/{collector}/fd/1
 StandardError=inherit
 TimeoutStartSec=infinity
-{"".join(_assign(*row) for row in {**environment, _WISH: "inside"}.items())}""")
+{"".join(_assign(*row) for row in {**environment, _VARIABLE: "inside"}.items())}""")
     # What is mounted later is seen by the services, as on a machine that systemd has booted.
     libc.mount("none", "/", flags=libc.MS_REC | libc.MS_SHARED)
     os.execve("/lib/systemd/systemd", ["systemd", "--unit=lab.service", "--log-level=err",
@@ -165,6 +167,17 @@ StateDirectory=
         _systemctl("daemon-reload")
         _systemctl("start", name)
         self.pid = int(_systemctl("show", "-P", "ExecMainPID", name) or 0)
+        self._confined()
+
+    def _confined(self):
+        """Demands that the restrictions are there, so that no story passes without them."""
+        try:
+            with open(f"/proc/{self.pid}/status", encoding="utf-8") as file:
+                state = dict(line.rstrip("\n").split(":\t", 1) for line in file)
+        except FileNotFoundError:
+            return  # ended already
+        found = state["NoNewPrivs"], state["Seccomp"], int(state["CapBnd"], 16)
+        assert "Z" in state["State"] or found == ("1", "2", 2), f"not confined: {found}"
 
     def poll(self):
         if self.returncode is None and os.path.exists(self._end):

@@ -5,12 +5,15 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <signal.h>
 #include <string.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
+#include <functional>
 
 #include "tests/unit/support/queue_space.h"
 #include "tests/unit/support/unit_test.h"
@@ -20,7 +23,10 @@ namespace {
 // A process that is called as the service is and does nothing; it ends with the test.
 class Impostor {
   public:
-    Impostor(const std::string& program, std::vector<std::string> arguments) {
+    // `prepare` runs in the process before it takes the name.
+    Impostor(
+        const std::string& program, std::vector<std::string> arguments,
+        const std::function<bool()>& prepare = [] { return true; }) {
         int ready[2] = {};
         EXPECT_EQ(pipe2(ready, O_CLOEXEC), 0);
         pid_ = fork();
@@ -32,7 +38,7 @@ class Impostor {
             }
             pointers.push_back(nullptr);
             int input[2] = {};
-            if (pipe(input) == 0 && dup2(input[0], STDIN_FILENO) == 0) {
+            if (pipe(input) == 0 && dup2(input[0], STDIN_FILENO) == 0 && prepare()) {
                 execv(program.c_str(), pointers.data());
             }
             _exit(127);
@@ -68,6 +74,28 @@ class ServiceProcessTest : public testing::Test {
     TempDir dir_;
     std::string program_;
 };
+
+TEST_F(ServiceProcessTest, APathOfAConfinedServiceIsItsOwnOnlyWhereItLeadsElsewhere) {
+    const std::string state = dir_ / "state";
+    std::filesystem::create_directory(state);
+    const auto confine = [] {
+        return unshare(CLONE_NEWNS) == 0 &&
+               mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    };
+    std::string path;
+    std::string why;
+    {
+        const Impostor service(program_, {"--config-path", state + "/conf"}, confine);
+        ASSERT_TRUE(FindConfigPath("", path, why)) << why;
+        EXPECT_EQ(path, state + "/conf") << "the same directory, seen through other mounts";
+    }
+    const Impostor service(program_, {"--config-path", state + "/conf"}, [&] {
+        return confine() && mount("own", state.c_str(), "tmpfs", 0, nullptr) == 0;
+    });
+    ASSERT_TRUE(FindConfigPath("", path, why)) << why;
+    EXPECT_EQ(path.substr(0, 6), "/proc/");
+    EXPECT_EQ(path.substr(path.find("/root/") + 5), state + "/conf");
+}
 
 TEST_F(ServiceProcessTest, NothingIsFoundInANewIpcNamespace) {
     std::string path;
