@@ -38,8 +38,9 @@ cp "$tree/tests/target/vm-init" "$work/initramfs/init"
 chmod 755 "$work/initramfs/init"
 (cd "$work/initramfs" && find . | cpio -o -H newc --quiet) | gzip -1 >"$work/initramfs.gz"
 
-for part in lab tests docs packaging; do
-    [ ! -d "$tree/$part" ] || cp -a "$tree/$part" "$work/tree/"
+mkdir "$work/tree/client"
+for part in lab tests docs packaging client/completion; do
+    cp -a "$tree/$part" "$work/tree/$part"
 done
 for part in bin lib; do
     mkdir "$work/tree/build/armhf/$part"
@@ -51,6 +52,7 @@ for part in bin lib; do
     done
 done
 printf '%s\n' "$command" >"$work/tree/target-command"
+printf '%s\n' "$tree" >"$work/tree/built-at"
 chmod 755 "$work/tree/tests/target/vm-guest"
 mkfs.ext4 -q -F -E nodiscard,lazy_itable_init=1 -d "$work/tree" "$work/tree.ext4" 256M >/dev/null
 
