@@ -5,8 +5,11 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 
+#include <algorithm>
+
 #include "client/exit_status.h"
 #include "client/help.h"
+#include "client/output.h"
 #include "client/verbs.h"
 
 namespace {
@@ -157,18 +160,45 @@ void Build(CLI::App& app, Parsed& parsed) {
     AddMapAndDoctor(app, parsed);
 }
 
+// The library takes "[a,b]" for a list of two; such an argument can only be a path, and is written
+// as one.
+std::vector<std::string> WithoutLists(int argc, char* argv[]) {
+    std::vector<std::string> arguments(argv, argv + argc);
+    for (std::string& argument : arguments) {
+        if (argument.size() > 1 && argument.front() == '[' && argument.back() == ']') {
+            argument.insert(0, "./");
+        }
+    }
+    return arguments;
+}
+
+bool HasVerb(const CLI::App& app, const std::string& name) {
+    const std::vector<const CLI::App*> verbs = app.get_subcommands({});
+    return std::any_of(verbs.begin(), verbs.end(),
+                       [&name](const CLI::App* verb) { return verb->get_name() == name; });
+}
+
 }  // namespace
 
 int RunCommandLine(int argc, char* argv[]) {
     CLI::App app;
     Parsed parsed;
     Build(app, parsed);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kExitDone : kExitUsage;
+    if (argc > 1 && argv[1][0] != '-' && !HasVerb(app, argv[1])) {
+        Say("there is no verb " + Printable(argv[1]) + "; --help lists them");
+        return kExitUsage;
     }
-    return parsed.exitStatus;
+    const std::vector<std::string> arguments = WithoutLists(argc, argv);
+    std::vector<const char*> pointers;
+    for (const std::string& argument : arguments) {
+        pointers.push_back(argument.c_str());
+    }
+    try {
+        app.parse(argc, pointers.data());
+    } catch (const CLI::ParseError& error) {
+        parsed.exitStatus = app.exit(error) == 0 ? kExitDone : kExitUsage;
+    }
+    return FinishOutput() || parsed.exitStatus != kExitDone ? parsed.exitStatus : kExitPartly;
 }
 
 std::vector<VerbOptionNames> AllOptionNames() {

@@ -100,6 +100,10 @@ void Examination::Queue() {
             text + " instead of " + std::to_string(kMsgQueueNumRequests),
             "doctor --fix, which needs CAP_SYS_RESOURCE or a kernel.msgmnb of " +
                 std::to_string(kWantedBytes));
+    } else if ((queue_.mode & 0022U) != 0) {
+        Add("queue", Health::kDoubtful, text + ": others than its owner may send",
+            "stop the service, remove the queue (ipcrm -q " + std::to_string(queue_.id) +
+                "), start the service");
     } else if ((queue_.mode & 0600U) != 0600U) {
         Add("queue", Health::kBad, text, "its owner must be able to read and write it (mode 0644)");
     } else {
@@ -131,7 +135,9 @@ void Examination::Messages() {
             "message " + std::to_string(i + 1) + " of " + std::to_string(messages.size()) + " (" +
                 message.what + ") " + message.problem,
             removable ? "doctor --fix takes it away, then start the service again"
-                      : "doctor --fix takes it away once it is the first");
+            : message.blocks || message.endsIntake
+                ? "doctor --fix takes it away once it is the first"
+                : "none: the service takes it, whatever comes of it");
         ++bad;
     }
     if (bad == 0) {
@@ -161,7 +167,8 @@ void Examination::KernelLimits() {
 void Examination::Services() {
     const std::vector<ServiceProcess> services = FindServices();
     if (services.empty()) {
-        Add("service", Health::kBad, "does not run here", "start quorcachepinfiled");
+        Add("service", Health::kBad, NoServiceText(),
+            geteuid() == 0 ? "start quorcachepinfiled" : "run this as root");
         result_.serviceMissing = true;
     }
     if (services.size() > 1) {
@@ -177,7 +184,14 @@ void Examination::Services() {
 void Examination::Service(const ServiceProcess& service) {
     const std::string text = "process " + std::to_string(service.pid) + " of " + service.user + " ";
     result_.serviceMissing = result_.serviceMissing || !service.intakeAlive || !service.workerAlive;
-    if (service.intakeAlive && service.workerAlive) {
+    const bool standsStill =
+        service.intakeAlive && result_.queue != -1 && MessagesStandStill(result_.queue);
+    if (standsStill) {
+        result_.serviceMissing = true;
+        Add("service", Health::kBad,
+            text + "takes none of the messages that wait: it hangs, or was stopped",
+            "continue it (kill -CONT), or start it again");
+    } else if (service.intakeAlive && service.workerAlive) {
         Add("service", Health::kGood, text + "takes requests and carries them out");
     }
     if (!service.intakeAlive) {

@@ -103,7 +103,7 @@ int ListVerb(const ListOptions& options) {
     }
     if (status != kExitDone) {
         Say(why);
-    } else if (options.paths || options.nulSeparated) {
+    } else if ((options.paths || options.nulSeparated) && !options.common.json) {
         PrintPaths(service.state, chosen, options.nulSeparated);
         return status;
     }

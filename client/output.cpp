@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "client/output.h"
 
+#include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -9,6 +10,7 @@
 
 #include <algorithm>
 
+#include "client/exit_status.h"
 #include "client/text.h"
 
 namespace {
@@ -80,6 +82,19 @@ void AppendPadded(std::string& line, const std::string& cell, size_t width, bool
     line += right ? padding + cell : cell + padding;
 }
 
+std::string g_lastSaid;
+
+// Replaces texts that a JSON document cannot hold.
+void MakeUtf8(Json::Value& value) {
+    if (value.isString() && !IsUtf8(value.asString())) {
+        value = Printable(value.asString());
+    } else if (value.isArray() || value.isObject()) {
+        for (Json::Value& member : value) {
+            MakeUtf8(member);
+        }
+    }
+}
+
 }  // namespace
 
 std::string Printable(const std::string& text) {
@@ -138,6 +153,7 @@ std::string Counted(uint64_t count, const char* one, const char* many) {
 }
 
 void Say(const std::string& text) {
+    g_lastSaid = text;
     fflush(stdout);
     fprintf(stderr, "quorcachepinctl: %s\n", text.c_str());
 }
@@ -175,13 +191,28 @@ void Table::Show(const std::string& indent) const {
 
 Json::Value NewReport(const char* verb) {
     Json::Value report(Json::objectValue);
+    g_lastSaid.clear();
     report["schema"] = kJsonSchema;
     report["verb"] = verb;
     return report;
 }
 
+bool FinishOutput() {
+    errno = 0;
+    if (fflush(stdout) == 0 && ferror(stdout) == 0) {
+        return true;
+    }
+    Say(std::string("standard output cannot be written") +
+        (errno != 0 ? std::string(": ") + strerror(errno) : ""));
+    return false;
+}
+
 void PrintReport(Json::Value& report, int exitStatus) {
     report["exitStatus"] = exitStatus;
+    if ((exitStatus == kExitNoService || exitStatus == kExitTimedOut) && !g_lastSaid.empty()) {
+        report["error"] = g_lastSaid;
+    }
+    MakeUtf8(report);
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "  ";
     builder["emitUTF8"] = true;

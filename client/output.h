@@ -27,6 +27,10 @@ std::string Counted(uint64_t count, const char* one, const char* many = nullptr)
 // Prints one line "quorcachepinctl: TEXT" on standard error. The text must be printable.
 void Say(const std::string& text);
 
+// Writes out what is buffered of standard output. Returns false, having said why, when some of what
+// was printed could not be written.
+bool FinishOutput();
+
 // Prints one line of result on standard output. The text must be printable.
 void Print(const std::string& text);
 
@@ -53,5 +57,7 @@ class Table {
 // Returns a document with the members that every verb's JSON begins with.
 Json::Value NewReport(const char* verb);
 
-// Completes the document with the exit status and prints it on standard output.
+// Completes the document with the exit status and, when that is kExitNoService or kExitTimedOut,
+// with what was said last as the reason; prints it on standard output. Texts that are no UTF-8 are
+// written as Printable has them.
 void PrintReport(Json::Value& report, int exitStatus);

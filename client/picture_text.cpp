@@ -14,6 +14,7 @@ namespace {
 
 constexpr uint64_t kMostRows = 16;  // of a panel
 constexpr size_t kLabelColumns = 11;
+constexpr size_t kFewestMarks = 16;  // of a row that has a label
 
 struct Marks {
     const char* none;
@@ -43,12 +44,14 @@ struct Layout {
     uint64_t units;
     uint64_t perMark;
     uint64_t perRow;  // marks
+    bool labels;      // offsets at the left, unless it is too narrow for them
 };
 
 // Rows hold a power of two of marks, so that they begin at round offsets.
 Layout LayoutFor(uint64_t units, size_t columns) {
-    Layout layout = {units, 1, 16};
-    while (layout.perRow * 2 + kLabelColumns + 1 <= columns && layout.perRow < 128) {
+    Layout layout = {units, 1, 1, columns >= kLabelColumns + 1 + kFewestMarks};
+    const size_t room = columns - (layout.labels ? kLabelColumns + 1 : 0);
+    while (layout.perRow * 2 <= room && layout.perRow < 128) {
         layout.perRow *= 2;
     }
     while (layout.perMark * layout.perRow * kMostRows < units) {
@@ -90,8 +93,11 @@ void PrintPanel(const UnitSet& set, const UnitSet* held, const Layout& layout) {
     const uint64_t rowUnits = layout.perMark * layout.perRow;
     for (uint64_t first = 0; first < layout.units; first += rowUnits) {
         const std::string label = RowLabel(first * kUnitBytes, rowUnits * kUnitBytes);
-        std::string line(kLabelColumns - std::min(label.size(), kLabelColumns), ' ');
-        line += label + " ";
+        std::string line;
+        if (layout.labels) {
+            line.append(kLabelColumns - std::min(label.size(), kLabelColumns), ' ');
+            line += label + " ";
+        }
         for (uint64_t mark = 0; mark < layout.perRow; ++mark) {
             const uint64_t begin = first + mark * layout.perMark;
             const uint64_t end = std::min(begin + layout.perMark, layout.units);

@@ -141,7 +141,8 @@ void PrintPrice(const std::vector<Price>& prices, const FileJob& job) {
                                             " at the device's end, which cannot be pinned"});
         }
         if (price.mendedFiles > 0) {
-            table.Add({"pinned again", Counted(price.mendedFiles, "file") + " that shares units"});
+            table.Add({"pinned again", Counted(price.mendedFiles, "file that shares units",
+                                               "files that share units")});
         }
         table.Add({"cache", CacheText(price)});
         table.Add({"requests", std::to_string(price.requests)});

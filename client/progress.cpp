@@ -91,11 +91,15 @@ void Progress::Show(const ProgressView& view) {
         readingSince_ = now;
         readingFrom_ = view.bytesDone;
     }
+    if (view.state != state_) {
+        state_ = view.state;
+        stateSince_ = now;
+    }
     const bool changed = view.state != shownState_;
+    const bool stuck = changed && view.stuck && now - stateSince_ >= kStuckPause;
     if (terminal_ && (changed || now - lastShown_ >= kBarPause)) {
         ShowBar(view);
-    } else if (!terminal_ &&
-               now - lastShown_ >= (changed && view.stuck ? kStuckPause : kLinePause)) {
+    } else if (!terminal_ && (stuck || now - lastShown_ >= kLinePause)) {
         ShowLine(view);
     } else {
         return;

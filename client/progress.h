@@ -36,6 +36,8 @@ class Progress {
     double lastShown_;
     double readingSince_ = 0;   // when the first byte was seen read; 0 before
     uint64_t readingFrom_ = 0;  // bytes done then
+    std::string state_;
+    double stateSince_ = 0;
     std::string shownState_;
 };
 

@@ -5,6 +5,7 @@
 #include <string.h>
 #include <sys/msg.h>
 #include <sys/stat.h>
+#include <time.h>
 
 #include <algorithm>
 #include <fstream>
@@ -22,6 +23,8 @@ namespace {
 
 constexpr size_t kDefaultMost = 8192;
 constexpr size_t kMostMessages = 100000;
+constexpr int kStillPolls = 24;  // over a second: the time of the last receive has whole seconds
+constexpr long kStillPause = 50L * 1000 * 1000;  // nanoseconds
 
 // Room for the longest message that the kernel lets through, in words for its alignment.
 class MessageBuffer {
@@ -146,6 +149,26 @@ size_t FirstForService(const std::vector<WaitingMessage>& messages) {
         messages.begin(), messages.end(),
         [](const WaitingMessage& message) { return message.mtype == kRequestMsgType; });
     return static_cast<size_t>(first - messages.begin());
+}
+
+bool MessagesStandStill(int queue) {
+    std::vector<WaitingMessage> messages;
+    std::string why;
+    struct msqid_ds before = {};
+    if (!LookAtMessages(queue, messages, why) || FirstForService(messages) == messages.size() ||
+        msgctl(queue, IPC_STAT, &before) != 0) {
+        return false;
+    }
+    for (int i = 0; i < kStillPolls; ++i) {
+        const struct timespec pause = {0, kStillPause};
+        struct msqid_ds now = {};
+        nanosleep(&pause, nullptr);
+        if (msgctl(queue, IPC_STAT, &now) != 0 || now.msg_rtime != before.msg_rtime ||
+            now.msg_qnum < before.msg_qnum) {
+            return false;
+        }
+    }
+    return true;
 }
 
 bool TakeAwayBad(int queue, std::vector<std::string>& taken, std::string& why) {

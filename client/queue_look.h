@@ -25,6 +25,10 @@ bool LookAtMessages(int queue, std::vector<WaitingMessage>& messages, std::strin
 // Returns the index of the first message that the service would receive, or the number of messages.
 size_t FirstForService(const std::vector<WaitingMessage>& messages);
 
+// Watches for a second or so whether the service takes what waits for it. Returns true when
+// messages that it would receive wait and none was taken: it hangs, or was stopped.
+bool MessagesStandStill(int queue);
+
 // Takes away all messages of types that the service never reads, and those that the service would
 // meet first and that block it or end its intake. Describes each in `taken`. Returns false, with
 // the reason in `why`, when one could not be taken.

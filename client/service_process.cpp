@@ -172,6 +172,10 @@ std::vector<ServiceProcess> FindServices() {
     return services;
 }
 
+const char* NoServiceText() {
+    return geteuid() == 0 ? "does not run here" : "is not seen: only root sees where it runs";
+}
+
 bool ReadPosition(const ServiceProcess& service, const std::string& devicePath,
                   uint64_t& position) {
     const std::string task = TaskPath(service.pid, service.thread);

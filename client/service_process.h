@@ -20,6 +20,9 @@ struct ServiceProcess {
 // Stores the running services that share this process's IPC namespace, by process id.
 std::vector<ServiceProcess> FindServices();
 
+// What to say when there are none, in a few words.
+const char* NoServiceText();
+
 // Looks again. Returns false when the process has ended.
 bool RefreshService(ServiceProcess& service);
 

@@ -4,6 +4,7 @@
 #include <set>
 
 #include "client/exit_status.h"
+#include "client/queue_look.h"
 
 namespace {
 
@@ -49,6 +50,8 @@ Status ReadStatus(const StatusOptions& options) {
     std::set<std::string> wanted;
     status.services = FindServices();
     status.queueKnown = ReadQueueFacts(status.queue, status.queueWhy);
+    status.standsStill = status.queueKnown && !status.services.empty() &&
+                         status.services.front().intakeAlive && MessagesStandStill(status.queue.id);
     status.stored = ReadServiceState(options.common);
     for (const StoredRequest& request : status.stored.state.queue) {
         status.requests.push_back({request, ParseStoredFiles(request.data).size(), "", 0});
@@ -70,6 +73,6 @@ Status ReadStatus(const StatusOptions& options) {
 int ExitStatusOf(const Status& status) {
     const bool good = !status.services.empty() && status.services.front().intakeAlive &&
                       status.services.front().workerAlive && status.queueKnown &&
-                      status.stored.known;
+                      status.stored.known && !status.standsStill;
     return good ? kExitDone : kExitNoService;
 }

@@ -21,6 +21,7 @@ struct RequestStatus {
 
 struct Status {
     std::vector<ServiceProcess> services;
+    bool standsStill = false;  // messages wait, and it takes none
     bool queueKnown = false;
     QueueFacts queue;
     std::string queueWhy;

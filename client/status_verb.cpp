@@ -24,12 +24,14 @@ void PrintService(const Status& status) {
     const std::string dead = Toned(Tone::kBad, "no, until it is started again");
     Table table("ll");
     if (status.services.empty()) {
-        table.Add({"service", Toned(Tone::kBad, "does not run here")});
+        table.Add({"service", Toned(Tone::kBad, NoServiceText())});
     }
     for (const ServiceProcess& service : status.services) {
         table.Add({"service", "process " + std::to_string(service.pid) + " of " + service.user});
-        table.Add(
-            {"", "takes requests: " + (service.intakeAlive ? Toned(Tone::kGood, "yes") : dead)});
+        const std::string taking = status.standsStill
+                                       ? Toned(Tone::kBad, "no: it hangs, or was stopped")
+                                       : Toned(Tone::kGood, "yes");
+        table.Add({"", "takes requests: " + (service.intakeAlive ? taking : dead)});
         table.Add(
             {"", "carries them out: " + (service.workerAlive ? Toned(Tone::kGood, "yes") : dead)});
     }

@@ -2,8 +2,12 @@
 // Exit statuses, and what goes to which stream.
 #include "client/command_line.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
+
 #include <sys/msg.h>
+#include <filesystem>
 
 #include "client/exit_status.h"
 #include "tests/unit/client/client_test.h"
@@ -81,6 +85,50 @@ TEST_F(CommandLineTest, EveryVerbHelpsWithExamples) {
         EXPECT_NE(result.out.find("quorcachepinctl " + verb.verb + " "), std::string::npos)
             << verb.verb;
     }
+}
+
+TEST_F(CommandLineTest, AVerbThatIsNoneIsNamed) {
+    const Result result = Call({"frob\033nicate"});
+    EXPECT_EQ(result.status, kExitUsage);
+    EXPECT_EQ(result.talk,
+              "quorcachepinctl: there is no verb frob\\x1bnicate; --help lists them\n");
+}
+
+TEST_F(CommandLineTest, ANameInBracketsIsOneName) {
+    const std::string before = std::filesystem::current_path();
+    MakeQueue();
+    WriteFile(dir_ / "conf", "{}");
+    for (const char* const name : {"[a,b]", "[c]", "a", "b", "c"}) {
+        Placed(name);
+    }
+    WriteFile(mount_ + "/[list]", mount_ + "/a\n");
+    std::filesystem::current_path(mount_);
+    const Result named =
+        Call({"pin", "-n", "--json", "--config-path", dir_ / "conf", "[a,b]", "[c]"});
+    const Result listed =
+        Call({"pin", "-n", "--json", "--config-path", dir_ / "conf", "-f", "[list]"});
+    std::filesystem::current_path(before);
+    EXPECT_EQ(named.status, kExitDone) << named.talk;
+    EXPECT_NE(named.out.find("/[a,b]\""), std::string::npos) << named.out;
+    EXPECT_NE(named.out.find("/[c]\""), std::string::npos);
+    EXPECT_EQ(named.out.find("/a\""), std::string::npos);
+    EXPECT_EQ(named.out.find("/c\""), std::string::npos);
+    EXPECT_EQ(listed.status, kExitDone) << listed.talk;
+    EXPECT_NE(listed.out.find("/a\""), std::string::npos);
+}
+
+TEST_F(CommandLineTest, WhatCannotBePrintedIsAFailure) {
+    WriteFile(dir_ / "conf", "{}");
+    const std::string conf = dir_ / "conf";
+    const char* arguments[] = {"quorcachepinctl", "list", "--config-path", conf.c_str()};
+    EXPECT_EXIT(
+        {
+            const int full = open("/dev/full", O_WRONLY);
+            dup2(full, STDOUT_FILENO);
+            exit(RunCommandLine(4, const_cast<char**>(arguments)));
+        },
+        testing::ExitedWithCode(kExitPartly),
+        "standard output cannot be written: No space left on device");
 }
 
 TEST_F(CommandLineTest, WithoutAQueueNothingIsSent) {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include "client/exit_status.h"
 #include "client/text.h"
 
 namespace {
@@ -103,6 +104,24 @@ TEST(Output, CountsAgreeWithTheirWords) {
     EXPECT_EQ(Counted(0, "file"), "0 files");
     EXPECT_EQ(Counted(1, "file"), "1 file");
     EXPECT_EQ(Counted(2, "entry", "entries"), "2 entries");
+}
+
+TEST(Output, AReportIsUtf8AndNamesTheReasonOfAFailure) {
+    Json::Value report = NewReport("list");
+    report["paths"].append("/m/\xe4");
+    testing::internal::CaptureStderr();
+    Say("nobody is there");
+    testing::internal::GetCapturedStderr();
+    testing::internal::CaptureStdout();
+    PrintReport(report, kExitNoService);
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(report["paths"][0], "/m/\\xe4");
+    EXPECT_EQ(report["error"], "nobody is there");
+    Json::Value good = NewReport("list");
+    testing::internal::CaptureStdout();
+    PrintReport(good, kExitDone);
+    testing::internal::GetCapturedStdout();
+    EXPECT_FALSE(good.isMember("error"));
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 
 #include <random>
 #include <regex>
+#include <sstream>
 
 #include "tests/unit/support/unit_test.h"
 
@@ -230,6 +231,26 @@ TEST(Picture, RowsBeginAtWholeNumbers) {
         const size_t at = text.rfind(label);
         ASSERT_NE(at, std::string::npos) << text;
         EXPECT_EQ(text.compare(at + 12, 3, "..."), 0) << text;
+    }
+}
+
+// Down to a column; labels go first.
+TEST(Picture, TheTerminalsWidthIsKept) {
+    for (const size_t columns : {1U, 5U, 20U, 27U, 28U, 79U}) {
+        VolumeView view;
+        view.mountPath = "/m";
+        view.bits = UnitSet(512);
+        testing::internal::CaptureStdout();
+        PrintMap(view, columns);
+        std::istringstream text(testing::internal::GetCapturedStdout());
+        int rows = 0;
+        for (std::string line; std::getline(text, line);) {
+            if (line.find("..") != std::string::npos || line == ".") {
+                EXPECT_LE(line.size(), columns) << line;
+                ++rows;
+            }
+        }
+        EXPECT_GT(rows, 3) << columns;
     }
 }
 

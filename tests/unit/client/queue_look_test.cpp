@@ -7,6 +7,9 @@
 #include <string.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
+#include <unistd.h>
+
+#include <thread>
 
 #include "client/packing.h"
 #include "tests/unit/client/client_test.h"
@@ -122,6 +125,22 @@ TEST_F(QueueLookTest, AGoodQueueIsLeftAlone) {
     EXPECT_TRUE(TakeAwayBad(id_, taken, why));
     EXPECT_TRUE(taken.empty());
     EXPECT_EQ(Left().size(), 1U);
+}
+
+TEST_F(QueueLookTest, MessagesThatNobodyTakesStandStill) {
+    EXPECT_FALSE(MessagesStandStill(id_)) << "none waits";
+    SendRaw(7, 100);
+    EXPECT_FALSE(MessagesStandStill(id_)) << "none that the service would take";
+    Send(Volume(kRequestReloadPinBlocks, mount_));
+    EXPECT_TRUE(MessagesStandStill(id_));
+    Send(Volume(kRequestReloadPinBlocks, mount_));
+    std::thread service([this] {
+        RequestMsg taken = {};
+        usleep(200000);
+        EXPECT_GT(msgrcv(id_, &taken, sizeof(taken.body), 1, 0), 0);
+    });
+    EXPECT_FALSE(MessagesStandStill(id_));
+    service.join();
 }
 
 }  // namespace
