@@ -44,7 +44,8 @@ def test_pinned_files_stay_in_the_cache(stage, kind):
     volume.flood(spare=units | evidence.units(others))
     assert units <= volume.cache.resident()
     assert not evidence.units(others) & volume.cache.resident()
-    assert volume.read(chosen) == (len(units), len(units))
+    hits, asked = volume.read(chosen)
+    assert hits == asked >= len(units)  # more where the kernel reads a unit in pieces
 
 
 def test_a_second_request_adds_to_the_first(stage):
