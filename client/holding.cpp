@@ -123,13 +123,15 @@ Holding HoldingOfPinned(const Group& group, Mapper& mapper) {
 UnitSet NeededBy(const ConfigState& state, const Group& group, const std::vector<Volume>& volumes,
                  Mapper& mapper) {
     UnitSet needed(group.view.bits.Bytes().size());
-    for (const PinnedNow& now : LookAtPinned(state, *group.volume, volumes, mapper)) {
-        needed.Put(RunsOf(now.file.extents));
-    }
-    for (const StoredFile& stored : QueuedToPin(state, group.volume->mountPath)) {
-        std::vector<FileMappingEntry> extents;
-        mapper.Map(group.volume->mountPath, stored.relative, stored.inode, extents);
-        needed.Put(RunsOf(extents));
+    for (const Volume* const mount : MountsOf(*group.volume, volumes)) {
+        for (const PinnedNow& now : LookAtPinned(state, *mount, volumes, mapper)) {
+            needed.Put(RunsOf(now.file.extents));
+        }
+        for (const StoredFile& stored : QueuedToPin(state, mount->mountPath)) {
+            std::vector<FileMappingEntry> extents;
+            mapper.Map(mount->mountPath, stored.relative, stored.inode, extents);
+            needed.Put(RunsOf(extents));
+        }
     }
     return needed;
 }

@@ -50,6 +50,10 @@ VolumePlan MakePlan(const VolumeCheck& check, const Volume& volume,
             } else {
                 report.obstacles.push_back(name + ": what is there now is not pinned: " + why);
             }
+        } else if (file.condition == FileCondition::kOtherName && file.missing > 0) {
+            report.obstacles.push_back(name + ": " + file.now.why + "; its " +
+                                       Counted(file.missing, "missing unit") +
+                                       " can only be pinned, or its entry released, by that name");
         } else if (file.condition == FileCondition::kUnmappable) {
             report.obstacles.push_back(name + ": " + file.now.why);
         }
@@ -107,7 +111,7 @@ int CarryOut(VolumePlan& plan, const std::vector<Volume>& volumes, const std::st
     StaleEntryLinks links(*plan.volume);
     std::vector<Watched> requests;
     std::string why;
-    int status = SweepVolume(*plan.check, volumes, configPath, options.timeout, report);
+    int status = SweepVolume(*plan.check, configPath, options.timeout, report);
     if (status != kExitDone) {
         return status;
     }

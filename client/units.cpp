@@ -64,6 +64,14 @@ uint64_t UnitSet::Count() const {
     return count;
 }
 
+uint64_t UnitSet::RoomFor(const UnitRuns& runs) const {
+    uint64_t count = 0;
+    for (const UnitRun& run : runs) {
+        count += std::min(run.last + 1, Room()) - std::min(run.first, Room());
+    }
+    return count;
+}
+
 uint64_t UnitSet::CountIn(const UnitRuns& runs) const {
     uint64_t count = 0;
     for (const UnitRun& run : runs) {
