@@ -50,10 +50,16 @@ int StatusOf(const Findings& findings) {
     return kExitDone;
 }
 
-// Whether there is a service that would carry out what is sent.
-bool ServiceWorks() {
+// Whether there is a service that would carry out what is sent, and whose file was read: by another
+// one's list every pin would seem to be left over.
+bool ServiceWorks(const std::string& configPath) {
+    if (IsAnothersConfig(configPath)) {
+        Say("--repair: " + Printable(configPath) +
+            " is not the configuration file of the service that runs; nothing was changed");
+        return false;
+    }
     for (const ServiceProcess& service : FindServices()) {
-        if (service.intakeAlive && service.workerAlive) {
+        if (service.intakeAlive && service.workerAlive && IsConfigOf(service, configPath)) {
             return true;
         }
     }
@@ -94,9 +100,10 @@ int CheckVerb(const CheckOptions& options) {
     }
     if (status == kExitPartly && options.repair) {
         RepairReport repair;
-        status = ServiceWorks() ? Repair(findings.checks, findings.volumes, findings.service,
-                                         options.send, repair)
-                                : kExitNoService;
+        status =
+            ServiceWorks(findings.service.configPath)
+                ? Repair(findings.checks, findings.volumes, findings.service, options.send, repair)
+                : kExitNoService;
         report["repair"]["requests"] = static_cast<Json::UInt64>(repair.requests);
         report["repair"]["unitsCleared"] = static_cast<Json::UInt64>(repair.unitsCleared);
         report["repair"]["actions"] = ToJson(repair.actions);
