@@ -2,6 +2,7 @@
 """quorcachepinctl check: what changed since it was pinned is found, and set right."""
 import contextlib
 import os
+import signal
 
 import pytest
 
@@ -283,3 +284,21 @@ def test_a_name_that_the_service_cut_at_a_blank_stays_pinned(stage):
     assert evidence.pinned_bits(volume.mount_path) == volume.cache.pinned() == units
     os.rename(other, volume.path("t/c"))
     assert conditions(command.report("check"))[other] == "under another name"
+
+
+def test_a_repair_that_is_not_waited_for_says_what_it_sent(stage):
+    volume = stage.volume()
+    path = volume.write("a", 700_000)
+    daemon = stage.daemon()
+    command.done("pin", "--wait", path)
+    append(path, 3_000_000)
+    os.kill(daemon.pid, signal.SIGSTOP)
+    try:
+        result = command.run("check", "--repair", "--timeout", "1")
+    finally:
+        os.kill(daemon.pid, signal.SIGCONT)
+    assert result.status == 4
+    assert "  repair: a: pinned again" in result.lines()
+    assert result.lines()[-1] == "  1 request sent, not waited for to the end"
+    daemon.until_done("pinFiles", 2)
+    settled(volume, daemon, [path])
