@@ -17,7 +17,9 @@ enum class FileCondition {
     kMissingBits,  // it grew, was rewritten, or a unit it shares was cleared
     kGone,         // nothing lies at its path
     kReplaced,     // another file lies at its path
-    kUnmappable,   // it is there, and its extents cannot be told
+    kOtherName,    // its inode lies in its directory under another name: renamed, cut by the
+                   // service, or given to another file since; which, only its owner can tell
+    kUnmappable,   // it, or its extents, cannot be told
 };
 
 struct FileCheck {
@@ -29,11 +31,14 @@ struct FileCheck {
 
 struct VolumeCheck {
     std::string mountPath;
-    bool mounted = false;  // the platform lists the volume; else nothing below is known
+    bool mounted = false;    // the platform lists the volume; else nothing below is known
+    std::string bitmapWith;  // the mount path at which the bitmap is checked; empty when it is here
+    std::vector<std::string> mountPaths;  // of the device: this one and all others
     VolumeView view;
-    std::vector<FileCheck> files;
-    size_t queued = 0;           // requests of the volume that are not done
-    UnitSet wanted;              // what pinned files, and files queued to be pinned, lie in
+    std::vector<FileCheck> files;  // pinned by this mount path
+    std::string uncertain;       // why it cannot be told which units are needed; empty when it can
+    size_t queued = 0;           // requests of the device that are not done
+    UnitSet wanted;              // what is pinned, or queued to be, by any of the mount paths
     UnitSet surplus;             // set bits that none of them needs
     uint64_t missing = 0;        // wanted by pinned files and not set
     uint64_t withoutBit = 0;     // wanted, behind the last bit

@@ -25,6 +25,11 @@ std::string FileText(const FileCheck& file) {
                    " not set: it grew, was rewritten, or a unit it shares was cleared";
         case FileCondition::kGone:
             return "gone";
+        case FileCondition::kOtherName:
+            return file.now.why + (file.missing == 0
+                                       ? ""
+                                       : "; " + Counted(file.missing, "unit") + " of " +
+                                             std::to_string(file.units) + " not set");
         default:
             return file.now.why;
     }
@@ -69,15 +74,19 @@ void PrintCheck(const VolumeCheck& check) {
     const bool clean = IsClean(check);
     std::string text = std::to_string(good) + " of " + Counted(check.files.size(), "file") +
                        " good, " + Counted(check.view.bits.Count(), "unit") + " set";
+    if (!check.bitmapWith.empty()) {
+        text += "; its bitmap is checked with " + Printable(check.bitmapWith);
+    }
     if (!check.mounted) {
         text = "not mounted, cannot be checked";
     }
     Print(Toned(Tone::kStrong, Printable(check.mountPath)) + ": " +
           Toned(clean ? Tone::kGood : Tone::kBad, text));
     for (const FileCheck& file : check.files) {
+        const bool held = file.condition == FileCondition::kOtherName && file.missing == 0;
         if (file.condition != FileCondition::kGood) {
             Print("  " + Printable(file.now.stored.relative) + ": " +
-                  Toned(Tone::kBad, FileText(file)));
+                  Toned(held ? Tone::kWarn : Tone::kBad, FileText(file)));
         }
     }
     PrintFindings(check);
@@ -92,6 +101,8 @@ Json::Value CheckToJson(const std::vector<VolumeCheck>& checks) {
         Json::Value item;
         item["mountPath"] = check.mountPath;
         item["mounted"] = check.mounted;
+        item["bitmapWith"] =
+            check.bitmapWith.empty() ? Json::Value() : Json::Value(check.bitmapWith);
         item["clean"] = IsClean(check);
         item["files"] = Json::Value(Json::arrayValue);
         for (const FileCheck& file : check.files) {

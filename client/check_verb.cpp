@@ -50,10 +50,16 @@ int StatusOf(const Findings& findings) {
     return kExitDone;
 }
 
-// Whether there is a service that would carry out what is sent.
-bool ServiceWorks() {
+// Whether there is a service that would carry out what is sent, and whose file was read: by another
+// one's list every pin would seem to be left over.
+bool ServiceWorks(const std::string& configPath) {
+    if (IsAnothersConfig(configPath)) {
+        Say("--repair: " + Printable(configPath) +
+            " is not the configuration file of the service that runs; nothing was changed");
+        return false;
+    }
     for (const ServiceProcess& service : FindServices()) {
-        if (service.intakeAlive && service.workerAlive) {
+        if (service.intakeAlive && service.workerAlive && IsConfigOf(service, configPath)) {
             return true;
         }
     }
@@ -69,14 +75,39 @@ Json::Value ToJson(const std::vector<std::string>& texts) {
     return list;
 }
 
-void PrintRepair(const RepairReport& repair) {
+void PrintRepair(const RepairReport& repair, bool done) {
     for (const std::string& action : repair.actions) {
         Print("  repair: " + action);
     }
     for (const std::string& obstacle : repair.obstacles) {
         Print("  " + Toned(Tone::kBad, "not repaired") + ": " + obstacle);
     }
-    Print("  " + Counted(repair.requests, "request") + " sent and done; checked again:");
+    Print("  " + Counted(repair.requests, "request") + " sent" +
+          (done ? " and done; checked again:" : ", not waited for to the end"));
+}
+
+// Repairs what was found and looks again. Returns an exit status.
+int RepairAndLook(const CheckOptions& options, Findings& findings, Json::Value& report) {
+    RepairReport repair;
+    const bool works = ServiceWorks(findings.service.configPath);
+    int status =
+        works ? Repair(findings.checks, findings.volumes, findings.service, options.send, repair)
+              : kExitNoService;
+    report["repair"]["requests"] = static_cast<Json::UInt64>(repair.requests);
+    report["repair"]["unitsCleared"] = static_cast<Json::UInt64>(repair.unitsCleared);
+    report["repair"]["actions"] = ToJson(repair.actions);
+    report["repair"]["obstacles"] = ToJson(repair.obstacles);
+    if (works && !options.common.json) {
+        PrintRepair(repair, status == kExitDone);
+    }
+    if (status == kExitDone && (status = Look(options, findings)) == kExitDone) {
+        status = StatusOf(findings);
+        report["volumesAfterRepair"] = CheckToJson(findings.checks);
+        if (!options.common.json) {
+            PrintChecks(findings.checks);
+        }
+    }
+    return status;
 }
 
 }  // namespace
@@ -93,22 +124,7 @@ int CheckVerb(const CheckOptions& options) {
         }
     }
     if (status == kExitPartly && options.repair) {
-        RepairReport repair;
-        status = ServiceWorks() ? Repair(findings.checks, findings.volumes, findings.service,
-                                         options.send, repair)
-                                : kExitNoService;
-        report["repair"]["requests"] = static_cast<Json::UInt64>(repair.requests);
-        report["repair"]["unitsCleared"] = static_cast<Json::UInt64>(repair.unitsCleared);
-        report["repair"]["actions"] = ToJson(repair.actions);
-        report["repair"]["obstacles"] = ToJson(repair.obstacles);
-        if (status == kExitDone && (status = Look(options, findings)) == kExitDone) {
-            status = StatusOf(findings);
-            report["volumesAfterRepair"] = CheckToJson(findings.checks);
-            if (!options.common.json) {
-                PrintRepair(repair);
-                PrintChecks(findings.checks);
-            }
-        }
+        status = RepairAndLook(options, findings, report);
     }
     if (options.common.json) {
         PrintReport(report, status);

@@ -39,13 +39,7 @@ std::vector<Group> GroupByVolume(const ConfigState& state, const std::vector<Fil
     return groups;
 }
 
-// Units that have a bit.
-UnitSet SetOf(const VolumeView& view, const UnitRuns& runs) {
-    UnitSet set(view.bits.Bytes().size());
-    set.Put(runs);
-    return set;
-}
-
+// Counts the wanted units, which must be those that have a bit, in the bitmaps.
 void CountUnitsOf(const VolumeView& view, const UnitSet& wanted, Holding& holding) {
     holding.wanted = wanted.Count();
     holding.set = holding.wanted - wanted.CountWithout(view.bits);
@@ -64,15 +58,16 @@ std::string WhyNotPinned(const Group& group, const FileRef& file, Mapper& mapper
         return "is no longer there, or has no place on the device any more";
     }
     runs = RunsOf(extents);
-    const UnitSet wanted = SetOf(group.view, runs);
+    const UnitSet& bits = group.view.bits;
+    const uint64_t wanted = bits.RoomFor(runs);
     if (group.listed.count(file.inode) == 0) {
         return "is not on the service's list: its request was dropped, the service's log tells why";
     }
-    const uint64_t missing = wanted.CountWithout(group.view.bits);
+    const uint64_t missing = wanted - bits.CountIn(runs);
     if (missing > 0) {
-        return Counted(missing, "unit") + " of " + std::to_string(wanted.Count()) + " not set";
+        return Counted(missing, "unit") + " of " + std::to_string(wanted) + " not set";
     }
-    if (group.view.residency.known && wanted.CountWithout(group.view.residency.pinned) > 0) {
+    if (group.view.residency.known && group.view.residency.pinned.CountIn(runs) < wanted) {
         return "its units are set in the file and not in the driver's bitmap";
     }
     return "";
@@ -81,13 +76,12 @@ std::string WhyNotPinned(const Group& group, const FileRef& file, Mapper& mapper
 // Counts what was pinned and is not in the cache. What was never written is not read either.
 void CountAbsent(const Group& group, Holding& holding) {
     const Residency& residency = group.view.residency;
-    UnitRuns written;
-    for (const FileRef& file : group.files) {
-        const UnitRuns runs = RunsOf(WrittenOf(file.extents));
-        written.insert(written.end(), runs.begin(), runs.end());
-    }
     if (residency.known) {
-        holding.absent = SetOf(group.view, written).CountWithout(residency.resident);
+        UnitSet written(group.view.bits.Bytes().size());
+        for (const FileRef& file : group.files) {
+            written.Put(RunsOf(WrittenOf(file.extents)));
+        }
+        holding.absent = written.CountWithout(residency.resident);
     }
     if (holding.absent > 0) {
         const uint64_t pinned = group.view.bits.Count() * kUnitBytes;
@@ -102,7 +96,7 @@ void CountAbsent(const Group& group, Holding& holding) {
 
 Holding HoldingOfPinned(const Group& group, Mapper& mapper) {
     Holding holding;
-    UnitRuns all;
+    UnitSet all(group.view.bits.Bytes().size());
     holding.mountPath = group.volume->mountPath;
     for (const FileRef& file : group.files) {
         UnitRuns runs;
@@ -110,11 +104,11 @@ Holding HoldingOfPinned(const Group& group, Mapper& mapper) {
         if (!why.empty()) {
             holding.wrong.push_back({file.path, why});
         }
-        all.insert(all.end(), runs.begin(), runs.end());
+        all.Put(runs);
         holding.bytes += BytesOf(file.extents);
         ++holding.files;
     }
-    CountUnitsOf(group.view, SetOf(group.view, all), holding);
+    CountUnitsOf(group.view, all, holding);
     CountAbsent(group, holding);
     return holding;
 }
@@ -123,44 +117,58 @@ Holding HoldingOfPinned(const Group& group, Mapper& mapper) {
 UnitSet NeededBy(const ConfigState& state, const Group& group, const std::vector<Volume>& volumes,
                  Mapper& mapper) {
     UnitSet needed(group.view.bits.Bytes().size());
-    for (const PinnedNow& now : LookAtPinned(state, *group.volume, volumes, mapper)) {
-        needed.Put(RunsOf(now.file.extents));
-    }
-    for (const StoredFile& stored : QueuedToPin(state, group.volume->mountPath)) {
-        std::vector<FileMappingEntry> extents;
-        mapper.Map(group.volume->mountPath, stored.relative, stored.inode, extents);
-        needed.Put(RunsOf(extents));
+    for (const Volume* const mount : MountsOf(*group.volume, volumes)) {
+        for (const PinnedNow& now : LookAtPinned(state, *mount, volumes, mapper)) {
+            needed.Put(RunsOf(now.file.extents));
+        }
+        for (const StoredFile& stored : QueuedToPin(state, mount->mountPath)) {
+            std::vector<FileMappingEntry> extents;
+            mapper.Map(mount->mountPath, stored.relative, stored.inode, extents);
+            needed.Put(RunsOf(extents));
+        }
     }
     return needed;
 }
 
+// Why an unpin of the file does not hold, empty when it does. The sets are what the bitmap
+// file and the driver's bitmap hold that no pinned file needs: none of its units may be in them.
+std::string WhyNotReleased(const Group& group, const FileRef& file, const UnitRuns& runs,
+                           const UnitSet& bitsLeft, const UnitSet& driverLeft) {
+    const uint64_t left = bitsLeft.CountIn(runs);
+    const uint64_t withDriver = driverLeft.CountIn(runs);
+    if (group.listed.count(file.inode) != 0) {
+        return "is still on the service's list";
+    }
+    if (left > 0) {
+        return Counted(left, "unit") +
+               " still set: its request was dropped, the service's log tells why";
+    }
+    if (withDriver > 0) {
+        return Counted(withDriver, "unit") +
+               " still with the driver: its request was dropped before the driver took it, the "
+               "service's log tells why; check --repair hands the bitmap over";
+    }
+    return "";
+}
+
 Holding HoldingOfReleased(const Group& group, const UnitSet& needed) {
+    const UnitSet bitsLeft = group.view.bits.Without(needed);
+    const UnitSet driverLeft = group.view.residency.pinned.Without(needed);
     Holding holding;
     UnitSet all(group.view.bits.Bytes().size());
     holding.mountPath = group.volume->mountPath;
     for (const FileRef& file : group.files) {
-        const UnitSet units = SetOf(group.view, RunsOf(file.extents)).Without(needed);
-        const uint64_t left = units.Count() - units.CountWithout(group.view.bits);
-        if (group.listed.count(file.inode) != 0) {
-            holding.wrong.push_back({file.path, "is still on the service's list"});
-        } else if (left > 0) {
-            holding.wrong.push_back({file.path, Counted(left, "unit") +
-                                                    " still set: its request was dropped, the "
-                                                    "service's log tells why"});
+        const UnitRuns runs = RunsOf(file.extents);
+        const std::string why = WhyNotReleased(group, file, runs, bitsLeft, driverLeft);
+        if (!why.empty()) {
+            holding.wrong.push_back({file.path, why});
         }
-        all.Put(units.Runs());
+        all.Put(runs);
         holding.bytes += BytesOf(file.extents);
         ++holding.files;
     }
-    CountUnitsOf(group.view, all, holding);
+    CountUnitsOf(group.view, all.Without(needed), holding);
     return holding;
-}
-
-void PrintAbsent(const Holding& holding) {
-    if (holding.absent > 0) {
-        Print("  " + Toned(Tone::kBad, "not in the cache") + " " + Counted(holding.absent, "unit") +
-              ": " + holding.whyAbsent);
-    }
 }
 
 }  // namespace
@@ -187,65 +195,4 @@ bool AllHold(const std::vector<Holding>& holdings) {
     return std::all_of(holdings.begin(), holdings.end(), [](const Holding& holding) {
         return holding.wrong.empty() && holding.absent == 0;
     });
-}
-
-Json::Value HoldingToJson(const std::vector<Holding>& holdings) {
-    Json::Value list(Json::arrayValue);
-    for (const Holding& holding : holdings) {
-        Json::Value item;
-        item["volume"] = holding.mountPath;
-        item["files"] = static_cast<Json::UInt64>(holding.files);
-        item["bytes"] = static_cast<Json::UInt64>(holding.bytes);
-        item["units"] = static_cast<Json::UInt64>(holding.wanted);
-        item["unitsSet"] = static_cast<Json::UInt64>(holding.set);
-        item["unitsWithDriver"] = Json::Value();
-        item["unitsResident"] = Json::Value();
-        item["unitsAbsent"] = Json::Value();
-        if (holding.cacheTells) {
-            item["unitsWithDriver"] = static_cast<Json::UInt64>(holding.driver);
-            item["unitsResident"] = static_cast<Json::UInt64>(holding.resident);
-            item["unitsAbsent"] = static_cast<Json::UInt64>(holding.absent);
-        }
-        item["wrong"] = RefusalsToJson(holding.wrong);
-        list.append(item);
-    }
-    return list;
-}
-
-void PrintHolding(const std::vector<Holding>& holdings, bool pinned) {
-    for (const Holding& holding : holdings) {
-        const size_t good = holding.files - holding.wrong.size();
-        const std::string head =
-            (pinned ? "pinned " : "released ") + std::to_string(good) +
-            (holding.wrong.empty() ? "" : " of " + std::to_string(holding.files)) +
-            (holding.files == 1 ? " file, " : " files, ") + HumanBytes(holding.bytes);
-        Print(Toned(Tone::kStrong, Printable(holding.mountPath)) + ": " +
-              Toned(holding.wrong.empty() ? Tone::kGood : Tone::kBad, head));
-        std::string units = "  units " + std::string(pinned ? "wanted " : "concerned ") +
-                            std::to_string(holding.wanted) +
-                            (pinned ? ", bits set " : ", still set ") + std::to_string(holding.set);
-        if (holding.cacheTells) {
-            units += ", with the driver " + std::to_string(holding.driver) + ", in the cache " +
-                     std::to_string(holding.resident);
-        }
-        Print(units);
-        PrintAbsent(holding);
-        for (const Refusal& wrong : holding.wrong) {
-            Print("  " + Toned(Tone::kBad, pinned ? "not pinned" : "not released") + " " +
-                  Printable(wrong.path) + ": " + wrong.reason);
-        }
-    }
-}
-
-void PrintMendedHolding(const std::vector<Holding>& holdings) {
-    for (const Holding& holding : holdings) {
-        const size_t good = holding.files - holding.wrong.size();
-        Print("  " + Counted(good, "pinned file", "pinned files") + " that shared units " +
-              (good == 1 ? "is" : "are") + " whole again");
-        PrintAbsent(holding);
-        for (const Refusal& wrong : holding.wrong) {
-            Print("  " + Toned(Tone::kBad, "no longer whole") + " " + Printable(wrong.path) + ": " +
-                  wrong.reason);
-        }
-    }
 }

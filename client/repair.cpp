@@ -2,6 +2,7 @@
 #include "client/repair.h"
 
 #include <algorithm>
+#include <set>
 
 #include "client/exit_status.h"
 #include "client/output.h"
@@ -12,13 +13,32 @@
 
 namespace {
 
+// What a request is to do for one file; told once the request has been sent.
+struct PlannedAction {
+    RequestType type;
+    uint32_t inode;  // that the request names
+    std::string name;
+    std::string done;  // in words
+};
+
 // What is to be done on one volume.
 struct VolumePlan {
     const VolumeCheck* check;
     const Volume* volume;
     std::vector<FileRef> pins;      // to be pinned (again)
     std::vector<uint32_t> entries;  // inodes to take off the list
+    std::vector<PlannedAction> actions;
 };
+
+void PlanPin(const FileRef& file, const std::string& name, const char* done, VolumePlan& plan) {
+    plan.pins.push_back(file);
+    plan.actions.push_back({kRequestPinFiles, file.inode, name, done});
+}
+
+void PlanEntry(uint32_t inode, const std::string& name, const char* done, VolumePlan& plan) {
+    plan.entries.push_back(inode);
+    plan.actions.push_back({kRequestUnpinFiles, inode, name, done});
+}
 
 // Stores the file at a path that a list entry names, when it can be pinned.
 bool FileToFollow(const FileCheck& file, const Volume& volume, const std::vector<Volume>& volumes,
@@ -30,26 +50,28 @@ bool FileToFollow(const FileCheck& file, const Volume& volume, const std::vector
 
 VolumePlan MakePlan(const VolumeCheck& check, const Volume& volume,
                     const std::vector<Volume>& volumes, RepairReport& report) {
-    VolumePlan plan = {&check, &volume, {}, {}};
+    VolumePlan plan = {&check, &volume, {}, {}, {}};
     Mapper mapper;
     for (const FileCheck& file : check.files) {
         const std::string name = Printable(file.now.stored.relative);
         FileRef found;
         std::string why;
         if (file.condition == FileCondition::kMissingBits) {
-            plan.pins.push_back(file.now.file);
-            report.actions.push_back(name + ": pinned again");
+            PlanPin(file.now.file, name, "pinned again", plan);
         } else if (file.condition == FileCondition::kGone) {
-            plan.entries.push_back(file.now.stored.inode);
-            report.actions.push_back(name + ": taken off the list");
+            PlanEntry(file.now.stored.inode, name, "taken off the list", plan);
         } else if (file.condition == FileCondition::kReplaced) {
-            plan.entries.push_back(file.now.stored.inode);
+            PlanEntry(file.now.stored.inode, name, "the file that was pinned taken off the list",
+                      plan);
             if (FileToFollow(file, volume, volumes, mapper, found, why)) {
-                plan.pins.push_back(found);
-                report.actions.push_back(name + ": the file that is there now is pinned");
+                PlanPin(found, name, "the file that is there now is pinned", plan);
             } else {
                 report.obstacles.push_back(name + ": what is there now is not pinned: " + why);
             }
+        } else if (file.condition == FileCondition::kOtherName && file.missing > 0) {
+            report.obstacles.push_back(name + ": " + file.now.why + "; its " +
+                                       Counted(file.missing, "missing unit") +
+                                       " can only be pinned, or its entry released, by that name");
         } else if (file.condition == FileCondition::kUnmappable) {
             report.obstacles.push_back(name + ": " + file.now.why);
         }
@@ -102,28 +124,55 @@ int SendAndWait(std::vector<Message>& messages, const std::string& configPath,
                : WaitForRequests(requests, {configPath, state.nextNumber, options.timeout});
 }
 
-int CarryOut(VolumePlan& plan, const std::vector<Volume>& volumes, const std::string& configPath,
-             const SendOptions& options, RepairReport& report) {
-    StaleEntryLinks links(*plan.volume);
-    std::vector<Watched> requests;
-    std::string why;
-    int status = SweepVolume(*plan.check, volumes, configPath, options.timeout, report);
-    if (status != kExitDone) {
-        return status;
+// Tells what the requests that were sent do, and what was not asked for.
+void RecordActions(const VolumePlan& plan, const std::vector<Watched>& requests,
+                   RepairReport& report) {
+    std::set<std::pair<RequestType, uint32_t>> sent;
+    for (const Watched& request : requests) {
+        for (const StoredFile& file : ParseStoredFiles(request.message.stored)) {
+            sent.insert({request.message.type, file.inode});
+        }
     }
-    if (!plan.entries.empty() && !links.Make(plan.entries, why)) {
-        report.obstacles.push_back(Printable(why));
-        return kExitDone;
+    for (const PlannedAction& action : plan.actions) {
+        if (sent.count({action.type, action.inode}) > 0) {
+            report.actions.push_back(action.name + ": " + action.done);
+        } else {
+            report.obstacles.push_back(action.name + ": its request was not sent (" + action.done +
+                                       ")");
+        }
     }
+}
+
+// The plan's requests, in order; each file that a release names must still be there.
+std::vector<Message> MessagesOf(VolumePlan& plan, const std::vector<FileRef>& links,
+                                const std::vector<Volume>& volumes) {
     AddPush(plan);
-    std::vector<Message> messages = PackFiles(kRequestUnpinFiles, links.Files());
+    std::vector<Message> messages = PackFiles(kRequestUnpinFiles, links);
     const auto add = [&messages](const std::vector<Message>& more) {
         messages.insert(messages.end(), more.begin(), more.end());
     };
     add(PackFiles(kRequestUnpinFiles, PushByRelease(plan, volumes)));
     add(PackFiles(kRequestPinFiles, plan.pins));
+    return messages;
+}
+
+int CarryOut(VolumePlan& plan, const std::vector<Volume>& volumes, const std::string& configPath,
+             const SendOptions& options, RepairReport& report) {
+    StaleEntryLinks links(*plan.volume);
+    std::vector<Watched> requests;
+    std::string why;
+    int status = SweepVolume(*plan.check, configPath, options.timeout, report);
+    if (status != kExitDone) {
+        return status;
+    }
+    // Without the links the entries stay; the files can be pinned all the same.
+    if (!plan.entries.empty() && !links.Make(plan.entries, why)) {
+        report.obstacles.push_back(Printable(why));
+    }
+    std::vector<Message> messages = MessagesOf(plan, links.Files(), volumes);
     status = SendAndWait(messages, configPath, options, report, requests);
-    if (!plan.entries.empty() && !std::all_of(requests.begin(), requests.end(), WasStored)) {
+    RecordActions(plan, requests, report);
+    if (!links.Files().empty() && !std::all_of(requests.begin(), requests.end(), WasStored)) {
         links.Keep();
         Say("requests that name files in " + Printable(links.Directory()) +
             " were not read yet; the directory must stay until they are");

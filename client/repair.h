@@ -23,11 +23,12 @@
 struct RepairReport {
     size_t requests = 0;                 // sent
     uint64_t unitsCleared = 0;           // in bitmap files
-    std::vector<std::string> actions;    // what was done, in words
+    std::vector<std::string> actions;    // what was done or, by requests that were sent, asked for
     std::vector<std::string> obstacles;  // what could not be done, in words
 };
 
 // Repairs the volumes that are not clean and waits for the requests. Returns kExitDone when all
-// requests are done, whatever they came to, else the exit status.
+// requests are done, whatever they came to, else the exit status. The report tells what was done
+// either way.
 int Repair(const std::vector<VolumeCheck>& checks, const std::vector<Volume>& volumes,
            const ServiceState& service, const SendOptions& options, RepairReport& report);

@@ -2,6 +2,7 @@
 #include "client/service_process.h"
 
 #include <ctype.h>
+#include <errno.h>
 #include <getopt.h>
 #include <limits.h>
 #include <pwd.h>
@@ -15,6 +16,9 @@
 #include <fstream>
 #include <set>
 #include <sstream>
+
+#include "client/output.h"
+#include "client/volume_view.h"
 
 namespace {
 
@@ -97,7 +101,17 @@ std::string ConfigArgument(std::vector<std::string> arguments) {
 }
 
 std::string DirectoryOf(const std::string& path) {
-    return path.substr(0, path.find_last_of('/') + 1);
+    const size_t slash = path.find_last_of('/');
+    return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
+
+std::string NameOf(const std::string& path) {
+    return path.substr(path.find_last_of('/') + 1);
+}
+
+bool IsMissing(const std::string& path) {
+    struct stat status = {};
+    return stat(path.c_str(), &status) != 0 && errno == ENOENT;
 }
 
 // Whether both lie in one directory; the files need not be there.
@@ -127,6 +141,12 @@ std::string UserOf(const std::string& task) {
     }
     const struct passwd* const user = getpwuid(status.st_uid);
     return user != nullptr ? user->pw_name : std::to_string(status.st_uid);
+}
+
+bool IsConfigOfAny(const std::vector<ServiceProcess>& services, const std::string& path) {
+    return std::any_of(services.begin(), services.end(), [&path](const ServiceProcess& service) {
+        return IsConfigOf(service, path);
+    });
 }
 
 bool IsService(const std::string& task) {
@@ -205,8 +225,26 @@ std::vector<std::string> PlatformLibraries(const ServiceProcess& service) {
     return {paths.begin(), paths.end()};
 }
 
+bool IsConfigOf(const ServiceProcess& service, const std::string& path) {
+    if (service.configPath == path || AreOneFile(service.configPath, path)) {
+        return true;
+    }
+    return IsMissing(path) && IsMissing(service.configPath) &&
+           NameOf(path) == NameOf(service.configPath) &&
+           AreInOneDirectory(path, service.configPath);
+}
+
+bool IsAnothersConfig(const std::string& path) {
+    const std::vector<ServiceProcess> services = FindServices();
+    return !services.empty() && !IsConfigOfAny(services, path);
+}
+
 bool FindConfigPath(const std::string& given, std::string& path, std::string& why) {
     if (!given.empty()) {
+        if (IsMissing(given) && !IsConfigOfAny(FindServices(), given)) {
+            why = "configuration file " + Printable(given) + ": " + strerror(ENOENT);
+            return false;
+        }
         path = given;
         return true;
     }

@@ -33,6 +33,14 @@ bool ReadPosition(const ServiceProcess& service, const std::string& devicePath, 
 // Returns the paths of the platform's libraries that the process has mapped.
 std::vector<std::string> PlatformLibraries(const ServiceProcess& service);
 
+// Whether the service's configuration file is the one at `path`, which it may have yet to write.
+bool IsConfigOf(const ServiceProcess& service, const std::string& path);
+
+// Whether services run and none of them keeps its state in the file at `path`: what the file says
+// is then not what they do.
+bool IsAnothersConfig(const std::string& path);
+
 // Finds the configuration file: the one given, else that of the running service. Returns false,
-// with the reason in `why`.
+// with the reason in `why`. One that was given must be there, unless a running service has yet to
+// write it: else a slip of the pen would read as nothing being pinned.
 bool FindConfigPath(const std::string& given, std::string& path, std::string& why);

@@ -5,30 +5,10 @@
 #include <map>
 #include <set>
 
-#include "client/output.h"
 #include "client/units.h"
+#include "client/volume_view.h"
 
 namespace {
-
-// Resolves a stored file to what lies at its path now.
-PinnedNow LookAtStored(const StoredFile& stored, const Volume& volume,
-                       const std::vector<Volume>& volumes, Mapper& mapper) {
-    PinnedNow now = {stored, {}, ""};
-    const std::string path = PathInRequest(volume.mountPath, stored.relative);
-    if (!ExamineFile(path, volumes, now.file, now.why)) {
-        return now;
-    }
-    if (now.file.volume->mountPath != volume.mountPath) {
-        now.why = "now lies on volume " + Printable(now.file.volume->mountPath);
-    } else if (now.file.inode != stored.inode) {
-        now.why = "replaced: inode " + std::to_string(stored.inode) + " was pinned, inode " +
-                  std::to_string(now.file.inode) + " is there now";
-    } else if (mapper.MapFresh(volume.mountPath, now.file.relative, now.file.inode,
-                               now.file.extents) == MapOutcome::kFailed) {
-        now.why = "its extents cannot be told";
-    }
-    return now;
-}
 
 // The units of all files of the job on one volume.
 UnitRuns UnitsOf(const FileJob& job, const Volume* volume) {
@@ -41,21 +21,21 @@ UnitRuns UnitsOf(const FileJob& job, const Volume* volume) {
     return RunsOf(extents);
 }
 
-void PlanForVolume(const ConfigState& state, const Volume* volume,
-                   const std::set<uint32_t>& leaving, FileJob& job) {
-    const UnitRuns released = UnitsOf(job, volume);
-    std::set<uint32_t> seen = leaving;
+// Plans for the files of `volume`, another mount path of the same device or the same, that lie in
+// the units released. `seen`: inodes that leave its list or are mended already.
+void PlanForMount(const ConfigState& state, const Volume* volume, const UnitRuns& released,
+                  std::set<uint32_t>& seen, FileJob& job) {
     const auto consider = [&](const std::vector<StoredFile>& files) {
         for (const StoredFile& stored : files) {
             if (seen.count(stored.inode) > 0) {
                 continue;
             }
             const PinnedNow now = LookAtStored(stored, *volume, job.volumes, job.mapper);
-            if (!now.why.empty()) {
+            if (now.state != PinnedState::kThere) {
                 continue;
             }
-            seen.insert(stored.inode);
             if (!CommonRuns(RunsOf(now.file.extents), released).empty()) {
+                seen.insert(stored.inode);
                 job.mended.push_back(now.file);
             }
         }
@@ -68,18 +48,6 @@ void PlanForVolume(const ConfigState& state, const Volume* volume,
 }
 
 }  // namespace
-
-std::vector<PinnedNow> LookAtPinned(const ConfigState& state, const Volume& volume,
-                                    const std::vector<Volume>& volumes, Mapper& mapper) {
-    std::vector<PinnedNow> all;
-    const auto pinned = state.pinned.find(volume.mountPath);
-    if (pinned != state.pinned.end()) {
-        for (const StoredFile& stored : pinned->second) {
-            all.push_back(LookAtStored(stored, volume, volumes, mapper));
-        }
-    }
-    return all;
-}
 
 std::vector<StoredFile> QueuedToPin(const ConfigState& state, const std::string& mountPath) {
     std::vector<StoredFile> files;
@@ -105,8 +73,13 @@ void PlanMending(const ConfigState& state, FileJob& job) {
     for (const FileRef& file : job.list.files) {
         leaving[file.volume].insert(file.inode);
     }
+    // Another mount path of the device has a list of its own, of which the requests take nothing.
+    std::map<const Volume*, std::set<uint32_t>> seen = leaving;
     for (const auto& [volume, inodes] : leaving) {
-        PlanForVolume(state, volume, inodes, job);
+        const UnitRuns released = UnitsOf(job, volume);
+        for (const Volume* const mount : MountsOf(*volume, job.volumes)) {
+            PlanForMount(state, mount, released, seen[mount], job);
+        }
     }
     job.mending = PackFiles(kRequestPinFiles, job.mended);
 }

@@ -8,17 +8,7 @@
 
 #include "client/config_state.h"
 #include "client/file_job.h"
-
-// A pinned file as it is now.
-struct PinnedNow {
-    StoredFile stored;
-    FileRef file;     // filled, with its extents (none when it is empty now), when `why` is empty
-    std::string why;  // why it is not what was pinned: gone, replaced, not to be mapped
-};
-
-// Looks at every file that the configuration lists as pinned on the volume.
-std::vector<PinnedNow> LookAtPinned(const ConfigState& state, const Volume& volume,
-                                    const std::vector<Volume>& volumes, Mapper& mapper);
+#include "client/pinned_now.h"
 
 // Returns the files of requests queued for the volume that pin; files that an unpin request behind
 // them names again are left out.

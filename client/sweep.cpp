@@ -21,23 +21,25 @@ namespace {
 constexpr long kQuietPoll = 100L * 1000 * 1000;  // nanoseconds
 constexpr unsigned kQuietPatience = 60;          // seconds
 
-// Whether the volume has no request anywhere, so that the service does not use its bitmap file.
-bool IsQuiet(const std::string& configPath, const std::string& mountPath, ConfigState& state) {
+// Whether the device has no request anywhere, under whichever mount path, so that the service does
+// not use its bitmap file.
+bool IsQuiet(const std::string& configPath, const VolumeCheck& found, ConfigState& state) {
     QueueFacts facts;
     std::string why;
     if (!ReadQueueFacts(facts, why) || facts.messages > 0 ||
         !ReadConfigState(configPath, state, why)) {
         return false;
     }
+    const std::vector<std::string>& paths = found.mountPaths;
     return std::none_of(state.queue.begin(), state.queue.end(), [&](const StoredRequest& request) {
-        return request.mountPath == mountPath;
+        return std::count(paths.begin(), paths.end(), request.mountPath) > 0;
     });
 }
 
-bool WaitUntilQuiet(const std::string& configPath, const std::string& mountPath, unsigned patience,
+bool WaitUntilQuiet(const std::string& configPath, const VolumeCheck& found, unsigned patience,
                     ConfigState& state) {
     const double deadline = MonotonicSeconds() + patience;
-    while (!IsQuiet(configPath, mountPath, state)) {
+    while (!IsQuiet(configPath, found, state)) {
         if (MonotonicSeconds() >= deadline) {
             return false;
         }
@@ -45,17 +47,6 @@ bool WaitUntilQuiet(const std::string& configPath, const std::string& mountPath,
         nanosleep(&pause, nullptr);
     }
     return true;
-}
-
-// Why it cannot be told which bits are needed; empty when it can.
-std::string WhyUncertain(const VolumeCheck& check) {
-    for (const FileCheck& file : check.files) {
-        if (file.condition == FileCondition::kUnmappable) {
-            return "no unit is cleared while it cannot be told where " +
-                   Printable(file.now.stored.relative) + " lies";
-        }
-    }
-    return "";
 }
 
 // Clears units in the bitmap file. Returns false, with the reason in `why`.
@@ -80,7 +71,7 @@ bool ClearInFile(const std::string& path, const UnitSet& units, std::string& why
 // Clears the surplus of a quiet volume as it is now.
 void ClearSurplus(const VolumeCheck& now, RepairReport& report) {
     const uint64_t surplus = now.surplus.Count();
-    std::string why = WhyUncertain(now);
+    std::string why = now.uncertain;
     if (surplus == 0) {
         return;
     }
@@ -95,24 +86,29 @@ void ClearSurplus(const VolumeCheck& now, RepairReport& report) {
 
 }  // namespace
 
-int SweepVolume(const VolumeCheck& found, const std::vector<Volume>& volumes,
-                const std::string& configPath, unsigned patience, RepairReport& report) {
+int SweepVolume(const VolumeCheck& found, const std::string& configPath, unsigned patience,
+                RepairReport& report) {
     const std::string name = Printable(found.mountPath);
     ConfigState before;
     ConfigState after;
+    std::vector<Volume> volumes;
     if (found.surplus.Count() == 0) {
         return kExitDone;
     }
-    if (!WaitUntilQuiet(configPath, found.mountPath, patience > 0 ? patience : kQuietPatience,
-                        before)) {
+    if (!WaitUntilQuiet(configPath, found, patience > 0 ? patience : kQuietPatience, before)) {
         Say(name + ": its requests did not come to an end; nothing was changed");
         return kExitTimedOut;
     }
-    // What was found may have been a request's doing that has ended since.
+    // What was found may have been a request's doing that has ended since; the device may have been
+    // mounted once more.
+    if (!ListVolumes(volumes)) {
+        report.obstacles.push_back(name + ": the volumes cannot be listed");
+        return kExitDone;
+    }
     for (const VolumeCheck& now : CheckVolumes(before, volumes, found.mountPath)) {
         ClearSurplus(now, report);
     }
-    if (!IsQuiet(configPath, found.mountPath, after) || after.nextNumber != before.nextNumber) {
+    if (!IsQuiet(configPath, found, after) || after.nextNumber != before.nextNumber) {
         report.obstacles.push_back(name + ": a request came in meanwhile; check again");
     }
     return kExitDone;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Clearing the bits that no pinned file needs: no request can name them, as they are in no file's
-// extents. They are cleared in the bitmap file, while the volume has no request that could be using
+// extents. They are cleared in the bitmap file, while its device has no request that could be using
 // it; the volume's next request hands the bitmap to the driver.
 #pragma once
 
@@ -11,8 +11,8 @@
 
 struct RepairReport;
 
-// Waits until the volume has no request, for `patience` seconds (0 = a minute), looks at it anew
-// and clears what nobody needs then. Says what it did or could not do in the report. Returns
-// kExitDone then too, else the exit status.
-int SweepVolume(const VolumeCheck& found, const std::vector<Volume>& volumes,
-                const std::string& configPath, unsigned patience, RepairReport& report);
+// Waits until the volume's device has no request, for `patience` seconds (0 = a minute), looks at
+// it anew and clears what nobody needs then. Says what it did or could not do in the report.
+// Returns kExitDone then too, else the exit status.
+int SweepVolume(const VolumeCheck& found, const std::string& configPath, unsigned patience,
+                RepairReport& report);

@@ -50,8 +50,15 @@ void UnitSet::Remove(uint64_t unit) {
 
 void UnitSet::Put(const UnitRuns& runs) {
     for (const UnitRun& run : runs) {
-        for (uint64_t unit = run.first; unit <= run.last && unit < Room(); ++unit) {
-            Put(unit);
+        const uint64_t stop = std::min(run.last + 1, Room());
+        for (uint64_t unit = run.first; unit < stop;) {
+            if (unit % 8 == 0 && stop - unit >= 8) {
+                bytes_[static_cast<size_t>(unit / 8)] = 0xff;
+                unit += 8;
+            } else {
+                Put(unit);
+                ++unit;
+            }
         }
     }
 }
@@ -60,6 +67,14 @@ uint64_t UnitSet::Count() const {
     uint64_t count = 0;
     for (const uint8_t byte : bytes_) {
         count += CountBits(byte);
+    }
+    return count;
+}
+
+uint64_t UnitSet::RoomFor(const UnitRuns& runs) const {
+    uint64_t count = 0;
+    for (const UnitRun& run : runs) {
+        count += std::min(run.last + 1, Room()) - std::min(run.first, Room());
     }
     return count;
 }
@@ -73,7 +88,13 @@ uint64_t UnitSet::CountIn(const UnitRuns& runs) const {
 }
 
 uint64_t UnitSet::CountWithout(const UnitSet& other) const {
-    return Without(other).Count();
+    const size_t common = std::min(bytes_.size(), other.bytes_.size());
+    uint64_t count = 0;
+    for (size_t i = 0; i < bytes_.size(); ++i) {
+        const uint8_t others = i < common ? other.bytes_[i] : uint8_t{0};
+        count += CountBits(static_cast<uint8_t>(bytes_[i] & ~others));
+    }
+    return count;
 }
 
 UnitSet UnitSet::Without(const UnitSet& other) const {

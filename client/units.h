@@ -39,6 +39,8 @@ class UnitSet {
     void Remove(uint64_t unit);
     void Put(const UnitRuns& runs);
     uint64_t Count() const;
+    // Units of the runs that could be in the set.
+    uint64_t RoomFor(const UnitRuns& runs) const;
     // Units of the runs that are in the set.
     uint64_t CountIn(const UnitRuns& runs) const;
     // Units that are in this set and not in the other.

@@ -5,6 +5,7 @@
 #include <stdint.h>
 
 #include <string>
+#include <vector>
 
 #include "client/residency.h"
 #include "client/units.h"
@@ -22,3 +23,12 @@ struct VolumeView {
 };
 
 VolumeView LookAt(const Volume& volume);
+
+std::string BitmapPathOf(const Volume& volume);
+
+// Whether both paths lead to one file that is there.
+bool AreOneFile(const std::string& path, const std::string& other);
+
+// The mount paths of the volume's device, this one and each other once, in the order of `volumes`.
+// However often a device is mounted, its units and mostly its bitmap file are the same.
+std::vector<const Volume*> MountsOf(const Volume& volume, const std::vector<Volume>& volumes);

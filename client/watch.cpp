@@ -82,11 +82,15 @@ class Observer {
 bool Observer::ServiceWorks() {
     if (service_.pid == 0) {
         const std::vector<ServiceProcess> services = FindServices();
-        if (services.empty()) {
+        const auto ours =
+            std::find_if(services.begin(), services.end(), [this](const ServiceProcess& service) {
+                return IsConfigOf(service, options_.configPath);
+            });
+        if (ours == services.end()) {
             Say("the service does not run here; the requests wait until it is started");
             return false;
         }
-        service_ = services.front();
+        service_ = *ours;
     }
     if (!RefreshService(service_)) {
         Say("the service has ended; what it has not finished waits until it is started again");
@@ -208,6 +212,12 @@ ProgressView Observer::View() {
 }  // namespace
 
 int WaitForRequests(std::vector<Watched>& requests, const WaitOptions& options) {
+    if (IsAnothersConfig(options.configPath)) {
+        Say("--wait: " + Printable(options.configPath) +
+            " is not the configuration file of the service that runs, so what becomes of the "
+            "requests cannot be told");
+        return kExitNoService;
+    }
     Observer observer(requests, options);
     const InterruptGuard guard;
     Progress progress;

@@ -1,10 +1,12 @@
 # SPDX-License-Identifier: MIT
 """quorcachepinctl check: what changed since it was pinned is found, and set right."""
+import contextlib
 import os
+import signal
 
 import pytest
 
-from lab import command, evidence
+from lab import command, evidence, libc
 
 # What the service logs when an entry whose file is gone is taken off its list.
 STALE_ENTRY = ("Get mapping result fail.", "Get mapping table of file", "Unset bitmap and append unpin",
@@ -190,3 +192,113 @@ def test_without_a_service_nothing_is_repaired(stage):
     result = command.run("check", "--repair", "--config-path", daemon.configuration)
     assert result.status == 3 and "--repair: the service does not run" in result.talk
     assert evidence.bitmap_file(volume.mount_path) == before
+
+
+@contextlib.contextmanager
+def mounted(source, target, **options):
+    """Something mounted at `target`, for so long."""
+    os.makedirs(target, exist_ok=True)
+    libc.mount(source, target, **options)
+    try:
+        yield
+    finally:
+        libc.unmount(target)
+
+
+def test_a_volume_at_a_second_mount_point_keeps_its_pins(stage):
+    volume = stage.volume()
+    files = [volume.write(f"small/{n}", 6000) for n in range(20)]
+    daemon = stage.daemon()
+    command.done("pin", "--wait", *files)
+    with mounted(volume.mount_path, "/mnt/again", flags=libc.MS_BIND):
+        for words in ((), (volume.mount_path,), ("/mnt/again",)):
+            report = command.report("check", "--repair", *words)
+            assert [entry["unitsSurplus"] for entry in report["volumes"]] == [0]
+        settled(volume, daemon, files)
+
+        # Pinned by the other path too, and released there: it is still pinned by the first.
+        twice = [f"/mnt/again/small/{n}" for n in range(3)]
+        command.done("pin", "--wait", *twice)
+        report = command.report("check")
+        assert [entry["bitmapWith"] for entry in report["volumes"]].count(None) == 1
+        command.done("unpin", "--wait", *twice)
+        settled(volume, daemon, files)
+
+
+def test_nothing_is_repaired_by_the_configuration_file_of_another(stage):
+    volume = stage.volume()
+    path = volume.write("a", 700_000)
+    daemon = stage.daemon()
+    command.done("pin", "--wait", path)
+    before = evidence.bitmap_file(volume.mount_path)
+    missing, other = "/tmp/lab/typo.conf", "/tmp/lab/other.conf"
+    with open(other, "w", encoding="utf-8") as file:
+        file.write("{}")
+    for words in (("check", "--repair"), ("list",), ("pin", "--wait", path)):
+        result = command.run(*words, "--config-path", missing)
+        assert result.status == 3 and f"{missing}: No such file" in result.talk
+    result = command.run("check", "--repair", "--config-path", other)
+    assert result.status == 3
+    assert "is not the configuration file of the service that runs" in result.talk
+    result = command.run("pin", "--wait", "--config-path", other, path)
+    assert result.status == 3
+    assert "is not the configuration file of the service that runs" in result.talk
+    command.done("reload", "--wait", volume.mount_path)
+    assert evidence.bitmap_file(volume.mount_path) == before
+    settled(volume, daemon, [path])
+
+
+def test_what_lies_under_another_mount_is_not_gone(stage):
+    volume = stage.volume()
+    paths = [volume.write(name, 700_000) for name in ("t/sub/x", "t/y")]
+    daemon = stage.daemon()
+    command.done("pin", "--wait", *paths)
+    before = evidence.bitmap_file(volume.mount_path)
+    with mounted("none", volume.path("t/sub"), kind="tmpfs"):
+        report = command.report("check", status=1)
+        assert conditions(report) == {paths[0]: "unmappable", paths[1]: "good"}
+        lines = command.run("check", "--repair").lines()
+        assert any("no unit is cleared while it cannot be told where t/sub/x lies" in line
+                   for line in lines)
+        assert evidence.bitmap_file(volume.mount_path) == before
+        with open(paths[0], "w", encoding="utf-8") as file:
+            file.write("not on the volume")
+        assert conditions(command.report("check", status=1))[paths[0]] == "unmappable"
+        command.run("check", "--repair")
+    settled(volume, daemon, paths)
+
+
+def test_a_name_that_the_service_cut_at_a_blank_stays_pinned(stage):
+    volume = stage.volume()
+    path, other = volume.write("t/my file", 700_000), volume.write("t/b", 700_000)
+    daemon, queue = stage.daemon(), stage.queue()
+    queue.pin(volume.mount_path, [path])
+    daemon.until_done("pinFiles")
+    command.done("pin", "--wait", other)
+    assert str(os.stat(path).st_ino) in evidence.pinned_files(daemon.configuration, volume.mount_path)
+    for words in (("check",), ("check", "--repair")):
+        report = command.report(*words)
+        assert conditions(report) == {volume.path("t/my"): "under another name", other: "good"}
+        assert report["volumes"][0]["unitsSurplus"] == 0
+    units = evidence.units([path, other])
+    assert evidence.pinned_bits(volume.mount_path) == volume.cache.pinned() == units
+    os.rename(other, volume.path("t/c"))
+    assert conditions(command.report("check"))[other] == "under another name"
+
+
+def test_a_repair_that_is_not_waited_for_says_what_it_sent(stage):
+    volume = stage.volume()
+    path = volume.write("a", 700_000)
+    daemon = stage.daemon()
+    command.done("pin", "--wait", path)
+    append(path, 3_000_000)
+    os.kill(daemon.pid, signal.SIGSTOP)
+    try:
+        result = command.run("check", "--repair", "--timeout", "1")
+    finally:
+        os.kill(daemon.pid, signal.SIGCONT)
+    assert result.status == 4
+    assert "  repair: a: pinned again" in result.lines()
+    assert result.lines()[-1] == "  1 request sent, not waited for to the end"
+    daemon.until_done("pinFiles", 2)
+    settled(volume, daemon, [path])

@@ -93,3 +93,20 @@ def test_a_dry_run_says_what_would_be_pinned_again(stage):
     assert price["mendedFiles"] == len(sharers) > 0
     assert price["pinnedUnitsThen"] == len(evidence.units(files[:10] + files[11:]))
     assert evidence.pinned_bits(volume.mount_path) == evidence.units(files)
+
+
+def test_a_driver_that_did_not_take_the_bitmap_is_not_called_released(stage):
+    volume = stage.volume()
+    kept, let_go = volume.write("kept", 700_000), volume.write("let-go", 700_000)
+    daemon = stage.daemon()
+    daemon.expect("Ioctl Error: Send ioctl", "Ioctl error", "Can't send bitmap to driver",
+                  "Handle request failed", "drop it.", "Remove pinned files from the config")
+    command.done("pin", "--wait", kept, let_go)
+    volume.cache.control("refuse-control 1")
+    left = len(evidence.units([let_go]) - evidence.units([kept]))
+    report = command.report("unpin", "--wait", "--no-mend", let_go, status=1)
+    one, = report["holds"]
+    assert one["unitsSet"] == 0 and one["unitsWithDriver"] == left
+    assert f"{left} units still with the driver" in one["wrong"][0]["reason"]
+    command.done("check", "--repair")
+    assert volume.cache.pinned() == evidence.units([kept])

@@ -162,6 +162,20 @@ TEST_F(HoldingTest, AnUnpinHoldsWhenTheFilesAreOffTheListAndTheirBitsClear) {
     EXPECT_NE(AfterUnpin().wrong[0].reason.find("1 unit still set"), std::string::npos);
 }
 
+TEST_F(HoldingTest, AnUnpinDoesNotHoldWhileTheDriverHasItsUnits) {
+    Add("kept", {{2 * kUnit, kUnit}}, true);
+    files_.clear();
+    Add("a", {{0, 3 * kUnit}}, false);
+    WriteBitmap({2});
+    LetTheCacheTell("", "\x07");
+    Holding holding = AfterUnpin();
+    ASSERT_EQ(holding.wrong.size(), 1U);
+    EXPECT_EQ(holding.wrong[0].reason.find("2 units still with the driver"), 0U)
+        << holding.wrong[0].reason;
+    WriteFile(dir_ / "pinned", "\x04");
+    EXPECT_TRUE(AfterUnpin().wrong.empty());
+}
+
 TEST_F(HoldingTest, AUnitThatAPinnedFileNeedsMayStaySet) {
     Add("kept", {{kUnit, kUnit}}, true);
     files_.clear();

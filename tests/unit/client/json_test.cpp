@@ -160,10 +160,11 @@ TEST_F(JsonTest, CheckTellsConditionsAndCounts) {
     const Json::Value report = Report({"check"}, 1);
     EXPECT_EQ(Shape(report), "exitStatus:n schema:n verb:s volumes:a");
     const Json::Value& volume = report["volumes"][0];
-    EXPECT_EQ(Shape(volume),
-              "bitmapFileTooLong:b clean:b files:a mountPath:s mounted:b requestsQueued:n "
-              "unitsDriverLacks:0 unitsDriverSurplus:0 unitsMissing:n unitsSet:n unitsSurplus:n "
-              "unitsWanted:n unitsWithoutBit:n");
+    EXPECT_EQ(
+        Shape(volume),
+        "bitmapFileTooLong:b bitmapWith:0 clean:b files:a mountPath:s mounted:b requestsQueued:n "
+        "unitsDriverLacks:0 unitsDriverSurplus:0 unitsMissing:n unitsSet:n unitsSurplus:n "
+        "unitsWanted:n unitsWithoutBit:n");
     EXPECT_EQ(Shape(volume["files"][0]), "condition:s inode:n path:s units:n unitsMissing:n");
     EXPECT_EQ(volume["files"][0]["condition"], "missing bits");
     EXPECT_EQ(volume["unitsMissing"], 1);

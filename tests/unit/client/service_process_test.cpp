@@ -103,8 +103,33 @@ TEST_F(ServiceProcessTest, NothingIsFoundInANewIpcNamespace) {
     EXPECT_TRUE(FindServices().empty());
     EXPECT_FALSE(FindConfigPath("", path, why));
     EXPECT_NE(why.find("--config-path"), std::string::npos);
-    EXPECT_TRUE(FindConfigPath("/given", path, why));
-    EXPECT_EQ(path, "/given");
+}
+
+TEST_F(ServiceProcessTest, AGivenConfigurationFileMustBeThere) {
+    std::string path;
+    std::string why;
+    WriteFile(dir_ / "conf", "{}");
+    EXPECT_TRUE(FindConfigPath(dir_ / "conf", path, why));
+    EXPECT_EQ(path, dir_ / "conf");
+    EXPECT_FALSE(FindConfigPath(dir_ / "cnof", path, why));
+    EXPECT_EQ(why, "configuration file " + (dir_ / "cnof") + ": No such file or directory");
+    const Impostor service(program_, {"-f", dir_ / "cnof"});
+    EXPECT_TRUE(FindConfigPath(dir_ / "cnof", path, why)) << "its service has yet to write it";
+    EXPECT_FALSE(FindConfigPath(dir_ / "cnfo", path, why));
+}
+
+TEST_F(ServiceProcessTest, AnothersConfigurationFileIsKnown) {
+    WriteFile(dir_ / "conf", "{}");
+    WriteFile(dir_ / "other", "{}");
+    std::filesystem::create_symlink(dir_ / "conf", dir_ / "link");
+    EXPECT_FALSE(IsAnothersConfig(dir_ / "other")) << "no service runs";
+    const Impostor service(program_, {"-f", dir_ / "conf"});
+    EXPECT_FALSE(IsAnothersConfig(dir_ / "conf"));
+    EXPECT_FALSE(IsAnothersConfig(dir_ / "link")) << "the same file";
+    EXPECT_TRUE(IsAnothersConfig(dir_ / "other"));
+    EXPECT_TRUE(IsAnothersConfig(dir_ / "conf.missing"));
+    const Impostor second(program_, {"-f", dir_ / "other"});
+    EXPECT_FALSE(IsAnothersConfig(dir_ / "other"));
 }
 
 struct OptionRow {

@@ -6,6 +6,8 @@
 #include <stdio.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 #include "client/exit_status.h"
 #include "client/repair.h"
 #include "tests/unit/client/client_test.h"
@@ -48,9 +50,7 @@ class SweepTest : public QueueClientTest {
         volumes_ = Volumes();
         return CheckVolumes(state, volumes_, mount_).at(0);
     }
-    int Sweep(const VolumeCheck& found) {
-        return SweepVolume(found, volumes_, dir_ / "conf", 1, report_);
-    }
+    int Sweep(const VolumeCheck& found) { return SweepVolume(found, dir_ / "conf", 1, report_); }
     std::string Bitmap() { return ReadFile(mount_ + "/quorcachepinfile.bitmap"); }
 
     std::string path_;
@@ -103,6 +103,22 @@ TEST_F(SweepTest, NothingIsClearedWhileTheVolumeHasARequest) {
                   ": its requests did not come to an end; nothing was changed\n");
     EXPECT_EQ(Bitmap(), before);
     EXPECT_TRUE(report_.actions.empty());
+}
+
+TEST_F(SweepTest, ARequestOfAnotherMountPathOfTheDeviceIsWaitedForToo) {
+    const std::string before = Bitmap();
+    const std::string again = mount_ + "-again";
+    std::filesystem::create_directory_symlink(mount_, again);
+    g_platform.AddVolume(again, "uuid-1", "/dev/ssd1", device_);
+    volumes_ = Volumes();
+    const VolumeCheck found = CheckVolumes(ConfigState(), volumes_, again).at(0);
+    EXPECT_EQ(found.surplus.Count(), 5U);
+    List(Queued("reloadPinBlocks", ""));
+    EXPECT_EQ(Sweep(found), kExitTimedOut);
+    EXPECT_EQ(Bitmap(), before);
+    List("");
+    EXPECT_EQ(Sweep(found), kExitDone);
+    EXPECT_EQ(report_.unitsCleared, 3U) << "units 8 and 9 are needed by the other mount path";
 }
 
 TEST_F(SweepTest, AVolumeWithoutSurplusIsNotWaitedFor) {

@@ -100,6 +100,7 @@ TEST(Units, SetsDoWhatSetsDo) {
         EXPECT_EQ(ModelOf(a.Runs()), modelA);
         EXPECT_EQ(ModelOf(a.Without(b)), Without(modelA, modelB));
         EXPECT_EQ(a.CountWithout(b), Without(modelA, modelB).size());
+        EXPECT_EQ(a.RoomFor(right), Below(ModelOf(right), bytes * 8).size());
         EXPECT_EQ(a.CountIn(right), Common(modelA, ModelOf(right)).size());
         EXPECT_EQ(ModelOf(CommonRuns(left, right)), Common(ModelOf(left), ModelOf(right)));
         const uint64_t first = random() % 900;
