@@ -94,13 +94,26 @@ void AddPush(VolumePlan& plan) {
     }
 }
 
-// Where nothing is pinned: releasing the bitmap file itself, which is never pinned, does the same.
-std::vector<FileRef> PushByRelease(const VolumePlan& plan, const std::vector<Volume>& volumes) {
+bool BitmapChanges(const VolumeCheck& check) {
+    return check.surplus.Count() > 0 || check.driverLacks > 0 || check.driverSurplus > 0;
+}
+
+// Where nothing can be pinned: releasing the bitmap file itself, which is never pinned, does the
+// same. It clears the units that the file lies in, so that none of them may be needed.
+std::vector<FileRef> PushByRelease(const VolumePlan& plan, const std::vector<Volume>& volumes,
+                                   RepairReport& report) {
     FileRef bitmap;
     std::string why;
     Mapper mapper;
-    if (!plan.pins.empty() || !ExamineFile(plan.check->view.bitmapPath, volumes, bitmap, why) ||
+    if (!plan.pins.empty() || !BitmapChanges(*plan.check) ||
+        !ExamineFile(plan.check->view.bitmapPath, volumes, bitmap, why) ||
         !MapForRequest(mapper, bitmap, why)) {
+        return {};
+    }
+    if (plan.check->wanted.CountIn(RunsOf(bitmap.extents)) > 0) {
+        report.obstacles.push_back(Printable(plan.check->mountPath) +
+                                   ": no request is sent to hand the driver the bitmap; the next "
+                                   "that pins a file does");
         return {};
     }
     return {bitmap};
@@ -145,13 +158,13 @@ void RecordActions(const VolumePlan& plan, const std::vector<Watched>& requests,
 
 // The plan's requests, in order; each file that a release names must still be there.
 std::vector<Message> MessagesOf(VolumePlan& plan, const std::vector<FileRef>& links,
-                                const std::vector<Volume>& volumes) {
+                                const std::vector<Volume>& volumes, RepairReport& report) {
     AddPush(plan);
     std::vector<Message> messages = PackFiles(kRequestUnpinFiles, links);
     const auto add = [&messages](const std::vector<Message>& more) {
         messages.insert(messages.end(), more.begin(), more.end());
     };
-    add(PackFiles(kRequestUnpinFiles, PushByRelease(plan, volumes)));
+    add(PackFiles(kRequestUnpinFiles, PushByRelease(plan, volumes, report)));
     add(PackFiles(kRequestPinFiles, plan.pins));
     return messages;
 }
@@ -169,7 +182,7 @@ int CarryOut(VolumePlan& plan, const std::vector<Volume>& volumes, const std::st
     if (!plan.entries.empty() && !links.Make(plan.entries, why)) {
         report.obstacles.push_back(Printable(why));
     }
-    std::vector<Message> messages = MessagesOf(plan, links.Files(), volumes);
+    std::vector<Message> messages = MessagesOf(plan, links.Files(), volumes, report);
     status = SendAndWait(messages, configPath, options, report, requests);
     RecordActions(plan, requests, report);
     if (!links.Files().empty() && !std::all_of(requests.begin(), requests.end(), WasStored)) {

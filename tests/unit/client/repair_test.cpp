@@ -3,13 +3,13 @@
 #include "client/repair.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
+#include <sys/msg.h>
 
 #include <filesystem>
 
 #include "client/exit_status.h"
 #include "tests/unit/client/client_test.h"
-#include "tests/unit/support/fake_platform.h"
+#include "util/request.h"
 
 namespace {
 
@@ -78,6 +78,31 @@ TEST_F(RepairTest, WithoutLinksFilesAreStillPinnedAgain) {
     ASSERT_EQ(report_.obstacles.size(), 2U);
     EXPECT_NE(report_.obstacles[0].find("Operation not permitted"), std::string::npos);
     EXPECT_EQ(report_.obstacles[1], "gone: its request was not sent (taken off the list)");
+}
+
+TEST_F(RepairTest, TheBitmapFileIsNotReleasedWhereItLiesInAUnitThatIsNeeded) {
+    const std::string cut = Make("my file");
+    Place(cut, {{3 * kUnit, 8}});
+    WriteBitmap({3, 9});
+    WriteFile(dir_ / "conf", R"({"nextRequestNum":8,"volumes":{")" + mount_ + R"(":{"files":{")" +
+                                 std::to_string(InodeOf(cut)) + R"(":"my","5":"gone"}}}})");
+    Place(mount_ + "/quorcachepinfile.bitmap", {{3 * kUnit + 8, 8}});
+    const int queue = MakeQueue();
+    EXPECT_EQ(RepairAll(), kExitNoService) << talk_;
+    EXPECT_EQ(report_.requests, 1U) << "that for the entry";
+    EXPECT_EQ(report_.unitsCleared, 1U);
+    ASSERT_EQ(report_.obstacles.size(), 1U);
+    EXPECT_NE(report_.obstacles[0].find("no request is sent to hand the driver the bitmap"),
+              std::string::npos);
+
+    Place(mount_ + "/quorcachepinfile.bitmap", {{4 * kUnit, 8}});
+    WriteBitmap({3, 9});
+    report_ = RepairReport();
+    RequestMsg received = {};
+    ASSERT_GT(msgrcv(queue, &received, sizeof(received.body), 0, IPC_NOWAIT), 0);
+    EXPECT_EQ(RepairAll(), kExitNoService) << talk_;
+    EXPECT_EQ(report_.requests, 2U);
+    EXPECT_EQ(report_.obstacles, Texts());
 }
 
 }  // namespace
