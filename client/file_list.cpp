@@ -101,6 +101,11 @@ bool Collector::TakeList(const std::string& path, std::string& why) {
     std::istream& stream = path == "-" ? std::cin : file;
     std::string line;
     while (std::getline(stream, line, options_.nulSeparated ? '\0' : '\n')) {
+        // A path ends at NUL: of several in one line only the first would be taken.
+        if (line.find('\0') != std::string::npos) {
+            why = "list " + Printable(path) + " holds NUL: use -0; nothing was sent";
+            return false;
+        }
         if (!line.empty()) {
             TakeArgument(line);
         }

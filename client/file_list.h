@@ -23,6 +23,6 @@ struct FileList {
 };
 
 // Collects and checks the files. Returns false, with the reason in `why`, when a list cannot be
-// read.
+// read or has NUL in a line.
 bool CollectFiles(const FileListOptions& options, const std::vector<Volume>& volumes,
                   FileList& list, std::string& why);

@@ -117,6 +117,19 @@ TEST_F(FileListTest, AListThatCannotBeReadIsAnError) {
     EXPECT_NE(why.find("nothing"), std::string::npos);
 }
 
+TEST_F(FileListTest, NulInAListOfLinesIsAnError) {
+    const std::string a = Make("a");
+    const std::string b = Make("b");
+    FileListOptions options;
+    options.lists = {dir_ / "list"};
+    WriteFile(dir_ / "list", a + std::string(1, '\0') + b + std::string(1, '\0'));
+    FileList list;
+    std::string why;
+    EXPECT_FALSE(CollectFiles(options, Volumes(), list, why));
+    EXPECT_NE(why.find("use -0"), std::string::npos) << why;
+    EXPECT_TRUE(list.files.empty());
+}
+
 TEST_F(FileListTest, PatternsAreExpandedHereWhenAskedFor) {
     Make("x1.jpg");
     Make("x2.jpg");
