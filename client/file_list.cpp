@@ -55,6 +55,7 @@ bool IsBitmapFile(const FileRef& file) {
 void Collector::TakeFile(const std::string& path, bool named) {
     FileRef file = {};
     std::string why;
+    list_.named.push_back(path);
     if (!ExamineFile(path, volumes_, file, why)) {
         list_.refusals.push_back({path, why});
     } else if (file.size == 0 && !options_.takeEmpty) {

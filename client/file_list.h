@@ -19,6 +19,7 @@ struct FileListOptions {
 struct FileList {
     std::vector<FileRef> files;      // in order, none twice
     std::vector<Refusal> refusals;   // in order
+    std::vector<std::string> named;  // the paths of both as they were given or found
     std::vector<std::string> notes;  // what was passed over below directories, in words
 };
 

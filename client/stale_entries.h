@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Taking entries off the service's list whose file is gone (see repair.h).
+// Taking entries off the service's list whose file is gone, was replaced or is empty (see
+// repair.h).
 #pragma once
 
 #include <stdint.h>
@@ -7,7 +8,15 @@
 #include <string>
 #include <vector>
 
+#include "client/config_state.h"
 #include "client/file_check.h"
+
+// An entry of the service's list that no plain request can name.
+struct StaleEntry {
+    const Volume* volume;  // alive as long as the list of volumes
+    StoredFile stored;
+    std::string state;  // in words: "gone", "replaced", "empty", "out of reach"...
+};
 
 // A directory of hard links whose names, in the stored form, mean other inodes.
 class StaleEntryLinks {
