@@ -104,6 +104,10 @@ int FileVerb::Send() {
     }
     int status = SendAll(job_.sending, options_.send.patience, job_.sent);
     const bool went = status == kExitDone || status == kExitPartly;
+    if (!job_.mending.empty() && job_.sent > 0 && job_.sent < job_.sending.size()) {
+        Say("pinned files that share units with those released were not all pinned again; run "
+            "check --repair");
+    }
     std::vector<Watched> requests = ToWatch(job_.sending, job_.sent);
     if (went && options_.send.wait) {
         status = std::max(status, Wait(requests));
