@@ -58,7 +58,11 @@ int FileVerb::Plan() {
     if (options_.mend && before_.known) {
         PlanMending(before_.state, job_);
     } else if (options_.mend && !job_.messages.empty()) {
-        Say("pinned files that share units with these are not looked for: " + before_.why);
+        Say("pinned files that share units with these cannot be looked for: " + before_.why);
+        if (!options_.dryRun) {
+            Say("nothing was sent; --config-path tells where the list is, --no-mend sends without");
+            return kExitNoService;
+        }
     }
     return kExitDone;
 }

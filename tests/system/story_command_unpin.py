@@ -169,3 +169,17 @@ def test_what_was_not_pinned_is_told(stage):
     assert f"{other} was not pinned" in result.talk and f"{pinned} was not" not in result.talk
     assert "  1 of them was not pinned before" in result.lines()
     command.done("check")
+
+
+def test_without_the_list_nothing_is_sent_unless_nothing_is_to_be_mended(stage):
+    volume = stage.volume()
+    path = volume.write("a", 700_000)
+    daemon, queue = stage.daemon(), stage.queue()
+    command.done("pin", "--wait", path)
+    daemon.stop()
+    result = command.run("unpin", path)
+    assert result.status == 3 and "nothing was sent" in result.talk
+    assert queue.state().messages == 0
+    command.done("unpin", "--no-mend", path)
+    command.done("unpin", "--config-path", daemon.configuration, path)
+    assert queue.state().messages == 2
