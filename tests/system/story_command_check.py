@@ -1,10 +1,12 @@
 # SPDX-License-Identifier: MIT
 """quorcachepinctl check: what changed since it was pinned is found, and set right."""
 import os
+import signal
+import time
 
 import pytest
 
-from lab import command, evidence
+from lab import command, evidence, journal
 
 # What the service logs when an entry whose file is gone is taken off its list.
 STALE_ENTRY = ("Get mapping result fail.", "Get mapping table of file", "Unset bitmap and append unpin",
@@ -190,3 +192,40 @@ def test_without_a_service_nothing_is_repaired(stage):
     result = command.run("check", "--repair", "--config-path", daemon.configuration)
     assert result.status == 3 and "--repair: the service does not run" in result.talk
     assert evidence.bitmap_file(volume.mount_path) == before
+
+
+def test_a_hang_up_leaves_no_directory_behind_and_one_left_by_a_kill_is_removed(stage):
+    volume = stage.volume()
+    paths = [volume.write(name, 700_000) for name in "abc"]
+    daemon = stage.daemon()
+    daemon.expect(*STALE_ENTRY)
+    command.done("pin", "--wait", *paths)
+
+    def left():
+        return [name for name in os.listdir(volume.mount_path) if name.startswith(".quor")]
+
+    def end_by(number):
+        """Ends a repair by a signal while its requests wait in a stopped service's queue."""
+        os.kill(daemon.pid, signal.SIGSTOP)
+        process = command.start("check", "--repair")
+        journal.until(left, lambda: "no directory of links")
+        time.sleep(1)
+        process.send_signal(number)
+        result = command.finish(process)
+        kept = left()
+        os.kill(daemon.pid, signal.SIGCONT)
+        return result, kept
+    os.unlink(paths[0])
+    result, kept = end_by(signal.SIGHUP)
+    assert result.status == 128 + signal.SIGTERM and "the directory must stay" in result.talk
+    assert kept == left() and len(kept) == 1
+    listed = evidence.listing(volume.mount_path, paths[1:])
+    journal.until(lambda: evidence.pinned_files(daemon.configuration, volume.mount_path) == listed,
+                  lambda: "the entry stays on the list")
+    assert kept == left()
+    assert command.run("pin", "--dry-run", "-r", volume.mount_path).status == 0
+
+    time.sleep(7)
+    os.unlink(paths[1])
+    command.done("check", "--repair")
+    settled(volume, daemon, paths[2:])
