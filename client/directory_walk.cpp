@@ -41,8 +41,9 @@ int ListNames(const std::string& path, std::vector<std::string>& names) {
 
 class Walk {
   public:
-    Walk(dev_t device, const std::function<void(const WalkEntry&)>& visit)
-        : device_(device), visit_(visit) {}
+    Walk(dev_t device, const std::function<void(const WalkEntry&)>& visit,
+         const std::function<bool(const std::string&)>& skip)
+        : device_(device), visit_(visit), skip_(skip) {}
 
     void Enter(const WalkEntry& directory) {
         std::vector<std::string> names;
@@ -67,26 +68,28 @@ class Walk {
             visit_(entry);
         } else if (entry.status.st_dev != device_) {
             ++mounts_;
-        } else {
+        } else if (!skip_(path)) {
             Enter(entry);
         }
     }
 
     const dev_t device_;
     const std::function<void(const WalkEntry&)>& visit_;
+    const std::function<bool(const std::string&)>& skip_;
     size_t mounts_ = 0;
 };
 
 }  // namespace
 
-size_t WalkBelow(const std::string& directory, const std::function<void(const WalkEntry&)>& visit) {
+size_t WalkBelow(const std::string& directory, const std::function<void(const WalkEntry&)>& visit,
+                 const std::function<bool(const std::string&)>& skip) {
     WalkEntry top = {directory, {}, 0};
     if (lstat(directory.c_str(), &top.status) != 0) {
         top.error = errno;
         visit(top);
         return 0;
     }
-    Walk walk(top.status.st_dev, visit);
+    Walk walk(top.status.st_dev, visit, skip);
     walk.Enter(top);
     return walk.mounts();
 }

@@ -2,6 +2,7 @@
 // explain: everything about one file.
 #include "client/exit_status.h"
 #include "client/explanation.h"
+#include "client/list_match.h"
 #include "client/output.h"
 #include "client/verbs.h"
 
@@ -120,6 +121,21 @@ Json::Value ToJson(const Explanation& explanation) {
     return item;
 }
 
+// The entries of the service's list that name a path which cannot be examined.
+std::vector<StaleEntry> EntriesAt(const ExplainOptions& options,
+                                  const std::vector<Volume>& volumes) {
+    const ServiceState service = ReadServiceState(options.common);
+    return service.known ? ListIndex(service.state, volumes).At(options.path)
+                         : std::vector<StaleEntry>();
+}
+
+void SayEntries(const std::vector<StaleEntry>& entries) {
+    for (const StaleEntry& entry : entries) {
+        Say("inode " + std::to_string(entry.stored.inode) + " is pinned under that name and is " +
+            entry.state + "; unpin or check --repair takes its entry off the list");
+    }
+}
+
 }  // namespace
 
 int ExplainVerb(const ExplainOptions& options) {
@@ -128,8 +144,11 @@ int ExplainVerb(const ExplainOptions& options) {
     std::vector<Volume> volumes;
     std::string why;
     if (!ListVolumes(volumes) || !ExamineFile(options.path, volumes, explanation.file, why)) {
+        const std::vector<StaleEntry> entries = EntriesAt(options, volumes);
         Say(Printable(options.path) + ": " + why);
+        SayEntries(entries);
         report["refused"] = RefusalsToJson({{options.path, why}});
+        report["staleEntries"] = StaleToJson(entries);
         if (options.common.json) {
             PrintReport(report, kExitRefused);
         }

@@ -68,7 +68,7 @@ bool MapForRequest(Mapper& mapper, FileRef& file, std::string& why) {
     }
 }
 
-int PrepareFiles(const FileVerbOptions& options, FileJob& job) {
+int CollectJob(const FileVerbOptions& options, FileJob& job) {
     std::string why;
     if (!ListVolumes(job.volumes)) {
         Say("the volumes cannot be listed");
@@ -79,13 +79,17 @@ int PrepareFiles(const FileVerbOptions& options, FileJob& job) {
         return kExitUsage;
     }
     RefuseUnservable(job);
+    return kExitDone;
+}
+
+int PackJob(const FileVerbOptions& options, bool others, FileJob& job) {
+    const bool any = others || !job.list.files.empty();
     SayRefusals(job.list);
     job.messages = PackFiles(job.type, job.list.files);
-    if (job.list.refusals.empty() || (options.keepGoing && !job.list.files.empty())) {
+    if (job.list.refusals.empty() || (options.keepGoing && any)) {
         return kExitDone;
     }
-    Say(job.list.files.empty() ? "nothing was sent"
-                               : "nothing was sent; --keep-going sends the other files");
+    Say(any ? "nothing was sent; --keep-going sends the other files" : "nothing was sent");
     return kExitRefused;
 }
 

@@ -24,9 +24,14 @@ struct FileJob {
     size_t sent = 0;                // of those
 };
 
-// Fills the job's files and messages, and says on standard error what is refused and why. Returns
-// kExitDone when the messages may be sent, else the exit status.
-int PrepareFiles(const FileVerbOptions& options, FileJob& job);
+// Fills the job's volumes, files and refusals. Returns kExitDone, or the exit status of what kept
+// it from that, having said so.
+int CollectJob(const FileVerbOptions& options, FileJob& job);
+
+// Says on standard error what is refused and why, and packs the files. `others` tells that there is
+// something to do besides them. Returns kExitDone when the messages may be sent, else the exit
+// status.
+int PackJob(const FileVerbOptions& options, bool others, FileJob& job);
 
 // Maps the file; false, with the reason in `why`, when the service could not.
 bool MapForRequest(Mapper& mapper, FileRef& file, std::string& why);

@@ -3,6 +3,7 @@
 
 #include <errno.h>
 #include <glob.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 
@@ -12,6 +13,7 @@
 #include <set>
 
 #include "client/directory_walk.h"
+#include "client/leftovers.h"
 #include "client/output.h"
 #include "util/scoped.h"
 #include "util/space.h"
@@ -52,9 +54,22 @@ bool IsBitmapFile(const FileRef& file) {
     return bitmap && PathInRequest(file.volume->mountPath, file.relative) == bitmap.get();
 }
 
+// Whether it is a directory of the command's own (see leftovers.h): at the top of a volume.
+bool IsLinkDirectory(const std::string& path, const std::vector<Volume>& volumes) {
+    const size_t slash = path.find_last_of('/');
+    if (slash == std::string::npos || !IsLinkDirectoryName(path.substr(slash + 1))) {
+        return false;
+    }
+    const CString resolved(realpath(path.c_str(), nullptr));
+    const Volume* const volume = FindVolumeOf(resolved ? resolved.get() : "", volumes);
+    return volume != nullptr &&
+           PathBelow(volume->mountPath, resolved.get()) == path.substr(slash + 1);
+}
+
 void Collector::TakeFile(const std::string& path, bool named) {
     FileRef file = {};
     std::string why;
+    list_.named.push_back(path);
     if (!ExamineFile(path, volumes_, file, why)) {
         list_.refusals.push_back({path, why});
     } else if (file.size == 0 && !options_.takeEmpty) {
@@ -101,6 +116,11 @@ bool Collector::TakeList(const std::string& path, std::string& why) {
     std::istream& stream = path == "-" ? std::cin : file;
     std::string line;
     while (std::getline(stream, line, options_.nulSeparated ? '\0' : '\n')) {
+        // A path ends at NUL: of several in one line only the first would be taken.
+        if (line.find('\0') != std::string::npos) {
+            why = "list " + Printable(path) + " holds NUL: use -0; nothing was sent";
+            return false;
+        }
         if (!line.empty()) {
             TakeArgument(line);
         }
@@ -126,8 +146,9 @@ void Collector::TakeFound(const WalkEntry& entry, PassedOver& passed) {
 
 void Collector::Walk(const std::string& directory) {
     PassedOver passed;
-    passed.mounts =
-        WalkBelow(directory, [this, &passed](const WalkEntry& entry) { TakeFound(entry, passed); });
+    passed.mounts = WalkBelow(
+        directory, [this, &passed](const WalkEntry& entry) { TakeFound(entry, passed); },
+        [this](const std::string& path) { return IsLinkDirectory(path, volumes_); });
     Note(directory, passed);
 }
 

@@ -19,10 +19,11 @@ struct FileListOptions {
 struct FileList {
     std::vector<FileRef> files;      // in order, none twice
     std::vector<Refusal> refusals;   // in order
+    std::vector<std::string> named;  // the paths of both as they were given or found
     std::vector<std::string> notes;  // what was passed over below directories, in words
 };
 
 // Collects and checks the files. Returns false, with the reason in `why`, when a list cannot be
-// read.
+// read or has NUL in a line.
 bool CollectFiles(const FileListOptions& options, const std::vector<Volume>& volumes,
                   FileList& list, std::string& why);

@@ -36,10 +36,11 @@ constexpr VerbHelp kUnpinHelp = {
     "unpin", "Release files from their volume's cache",
     "The service clears a unit of 64 KiB for all files that share it. Pinned files that share\n"
     "units with the released ones are therefore pinned again, unless --no-mend is given.\n"
+    "What is on the service's list and whose file is gone, replaced or empty is taken off too.\n"
     "\n"
     "Examples:\n"
     "  quorcachepinctl unpin --wait /mnt/pool1/db/index.db\n"
-    "  quorcachepinctl list --paths /mnt/pool1 | quorcachepinctl unpin -f -"};
+    "  quorcachepinctl list -0 /mnt/pool1 | quorcachepinctl unpin -0 -f -"};
 
 constexpr VerbHelp kReloadHelp = {"reload", "Read a volume's pinned units into its cache again",
                                   "Example:\n"

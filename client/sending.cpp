@@ -1,12 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include "client/sending.h"
 
+#include <time.h>
+
 #include "client/exit_status.h"
+#include "client/interruption.h"
 #include "client/output.h"
+#include "client/progress.h"
 #include "client/queue.h"
 #include "client/service_process.h"
 
 namespace {
+
+constexpr long kRetryNanoseconds = 20L * 1000 * 1000;
 
 // A request can be sent while nobody takes it: it waits in the queue. That should not surprise.
 void WarnWhenNobodyListens() {
@@ -32,9 +38,39 @@ bool CheckAgain(Message& message) {
     return !vanished.empty();
 }
 
+// Sends one message, trying for `patience` seconds while the queue is full or until a signal comes.
+SendOutcome SendOne(int queue, const Message& message, unsigned patience, std::string& why) {
+    const double deadline = MonotonicSeconds() + patience;
+    for (;;) {
+        if (InterruptNote::Signal() != 0) {
+            why = "interrupted";
+            return SendOutcome::kFailed;
+        }
+        const SendOutcome outcome = SendMessage(queue, message, 0, why);
+        if (outcome != SendOutcome::kFull) {
+            return outcome;
+        }
+        if (MonotonicSeconds() >= deadline) {
+            why = "the queue stayed full for " + Counted(patience, "second") +
+                  "; the service does not take requests";
+            return outcome;
+        }
+        const struct timespec pause = {0, kRetryNanoseconds};
+        nanosleep(&pause, nullptr);
+    }
+}
+
+int StatusOf(SendOutcome outcome) {
+    if (InterruptNote::Signal() != 0) {
+        return 128 + InterruptNote::Signal();
+    }
+    return outcome == SendOutcome::kFull ? kExitTimedOut : kExitNoService;
+}
+
 }  // namespace
 
 int SendAll(std::vector<Message>& messages, unsigned patience, size_t& sent) {
+    const InterruptNote note;
     std::string why;
     bool partly = false;
     sent = 0;
@@ -52,11 +88,11 @@ int SendAll(std::vector<Message>& messages, unsigned patience, size_t& sent) {
                 continue;
             }
         }
-        const SendOutcome outcome = SendMessage(queue, messages[sent], patience, why);
+        const SendOutcome outcome = SendOne(queue, messages[sent], patience, why);
         if (outcome != SendOutcome::kSent) {
             Say(why + "; " + std::to_string(sent) + " of " + Counted(messages.size(), "request") +
                 " sent");
-            return outcome == SendOutcome::kFull ? kExitTimedOut : kExitNoService;
+            return StatusOf(outcome);
         }
         ++sent;
     }

@@ -8,18 +8,40 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "client/leftovers.h"
 #include "util/scoped.h"
 #include "util/space.h"
 
+namespace {
+
+void TakeForTerminate(int) {
+    raise(SIGTERM);
+}
+
+}  // namespace
+
+StaleEntryLinks::StaleEntryLinks(const Volume& volume) : volume_(volume) {
+    struct sigaction take = {};
+    take.sa_handler = TakeForTerminate;
+    // nohup's wish is kept.
+    hangUpSaved_ = sigaction(SIGHUP, nullptr, &hangUp_) == 0 && hangUp_.sa_handler != SIG_IGN &&
+                   sigaction(SIGHUP, &take, nullptr) == 0;
+}
+
 StaleEntryLinks::~StaleEntryLinks() {
-    if (keep_) {
-        return;
+    if (!keep_) {
+        for (const std::string& path : paths_) {
+            unlink(path.c_str());
+        }
+        if (!directory_.empty()) {
+            rmdir(directory_.c_str());
+        }
     }
-    for (const std::string& path : paths_) {
-        unlink(path.c_str());
+    if (lock_ != -1) {
+        close(lock_);
     }
-    if (!directory_.empty()) {
-        rmdir(directory_.c_str());
+    if (hangUpSaved_) {
+        sigaction(SIGHUP, &hangUp_, nullptr);
     }
 }
 
@@ -42,8 +64,10 @@ bool StaleEntryLinks::Link(const std::string& target, uint32_t inode, std::strin
 }
 
 bool StaleEntryLinks::Make(const std::vector<uint32_t>& inodes, std::string& why) {
-    std::string directory = PathInRequest(volume_.mountPath, ".quorcachepinctl-XXXXXX");
-    if (mkdtemp(directory.data()) == nullptr) {
+    std::string directory;
+    RemoveLeftovers(volume_.mountPath);
+    lock_ = MakeLinkDirectory(volume_.mountPath, directory);
+    if (lock_ == -1) {
         why = directory + ": " + strerror(errno);
         return false;
     }

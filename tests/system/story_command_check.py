@@ -3,10 +3,11 @@
 import contextlib
 import os
 import signal
+import time
 
 import pytest
 
-from lab import command, evidence, libc
+from lab import command, evidence, journal, libc
 
 # What the service logs when an entry whose file is gone is taken off its list.
 STALE_ENTRY = ("Get mapping result fail.", "Get mapping table of file", "Unset bitmap and append unpin",
@@ -302,3 +303,40 @@ def test_a_repair_that_is_not_waited_for_says_what_it_sent(stage):
     assert result.lines()[-1] == "  1 request sent, not waited for to the end"
     daemon.until_done("pinFiles", 2)
     settled(volume, daemon, [path])
+
+
+def test_a_hang_up_leaves_no_directory_behind_and_one_left_by_a_kill_is_removed(stage):
+    volume = stage.volume()
+    paths = [volume.write(name, 700_000) for name in "abc"]
+    daemon = stage.daemon()
+    daemon.expect(*STALE_ENTRY)
+    command.done("pin", "--wait", *paths)
+
+    def left():
+        return [name for name in os.listdir(volume.mount_path) if name.startswith(".quor")]
+
+    def end_by(number):
+        """Ends a repair by a signal while its requests wait in a stopped service's queue."""
+        os.kill(daemon.pid, signal.SIGSTOP)
+        process = command.start("check", "--repair")
+        journal.until(left, lambda: "no directory of links")
+        time.sleep(1)
+        process.send_signal(number)
+        result = command.finish(process)
+        kept = left()
+        os.kill(daemon.pid, signal.SIGCONT)
+        return result, kept
+    os.unlink(paths[0])
+    result, kept = end_by(signal.SIGHUP)
+    assert result.status == 128 + signal.SIGTERM and "the directory must stay" in result.talk
+    assert kept == left() and len(kept) == 1
+    listed = evidence.listing(volume.mount_path, paths[1:])
+    journal.until(lambda: evidence.pinned_files(daemon.configuration, volume.mount_path) == listed,
+                  lambda: "the entry stays on the list")
+    assert kept == left()
+    assert command.run("pin", "--dry-run", "-r", volume.mount_path).status == 0
+
+    time.sleep(7)
+    os.unlink(paths[1])
+    command.done("check", "--repair")
+    settled(volume, daemon, paths[2:])

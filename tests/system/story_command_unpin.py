@@ -1,6 +1,17 @@
 # SPDX-License-Identifier: MIT
 """quorcachepinctl unpin: released, and what shared a unit with it pinned again."""
-from lab import command, evidence
+import os
+
+from lab import command, evidence, journal
+
+# What the service logs when an entry whose file is gone is taken off its list.
+STALE_ENTRY = ("Get mapping result fail.", "Get mapping table of file", "Unset bitmap and append unpin",
+               "Handle request failed", "Handle request error", "Remove pinned files from the config")
+
+
+def leftovers(volume):
+    """Directories of the command's own at the top of the volume."""
+    return [name for name in os.listdir(volume.mount_path) if name.startswith(".quor")]
 
 
 def neighbours(volume):
@@ -110,3 +121,82 @@ def test_a_driver_that_did_not_take_the_bitmap_is_not_called_released(stage):
     assert f"{left} units still with the driver" in one["wrong"][0]["reason"]
     command.done("check", "--repair")
     assert volume.cache.pinned() == evidence.units([kept])
+
+
+def test_a_path_whose_file_was_replaced_is_released_with_its_entry(stage):
+    volume = stage.volume()
+    kept, path = volume.write("kept", 700_000), volume.write("a", 700_000)
+    daemon = stage.daemon()
+    daemon.expect(*STALE_ENTRY)
+    command.done("pin", "--wait", kept, path)
+    inode = os.stat(path).st_ino
+    os.rename(volume.write("a.new", 500_000), path)
+
+    report = command.report("unpin", "--wait", path)
+    assert [(entry["path"], entry["inode"], entry["state"]) for entry in report["staleEntries"]] == [
+        (path, inode, "replaced")]
+    assert report["stillListed"] == report["notPinned"] == []
+    assert evidence.pinned_files(daemon.configuration, volume.mount_path) == evidence.listing(
+        volume.mount_path, [kept])
+    assert leftovers(volume) == []
+
+
+def test_everything_that_is_listed_can_be_released(stage):
+    volume = stage.volume()
+    paths = [volume.write(f"{name}/{name}", 700_000) for name in "abcdef"]
+    daemon = stage.daemon()
+    daemon.expect(*STALE_ENTRY)
+    command.done("pin", "--wait", *paths)
+    os.unlink(paths[0])
+    os.rmdir(os.path.dirname(paths[0]))
+    os.truncate(paths[1], 0)
+    os.rename(volume.write("new", 500_000), paths[2])
+    os.rename(paths[3], volume.path("away"))
+    listed = command.run("list", "-0", volume.mount_path).output
+
+    lines = command.done("unpin", "-0", "-f", "-", given=listed)
+    assert "4 entries whose file is gone, replaced or empty: to be taken off the list" in lines[-1]
+    assert leftovers(volume) == []
+    daemon.until_done("unpinFiles")
+    journal.until(lambda: not evidence.pinned_files(daemon.configuration, volume.mount_path),
+                  lambda: "entries stay on the list")
+    command.done("check", "--repair")
+    assert evidence.pinned_bits(volume.mount_path) == volume.cache.pinned() == set()
+
+
+def test_after_a_wait_the_entry_of_a_truncated_file_is_off_the_list(stage):
+    volume = stage.volume()
+    path = volume.write("a", 700_000)
+    daemon = stage.daemon()
+    daemon.expect(*STALE_ENTRY)
+    command.done("pin", "--wait", path)
+    os.truncate(path, 0)
+    lines = command.done("unpin", "--wait", path)
+    assert lines[0].startswith("  1 entry whose file is gone, replaced or empty: off the list")
+    assert evidence.pinned_files(daemon.configuration, volume.mount_path) == {}
+
+
+def test_what_was_not_pinned_is_told(stage):
+    volume = stage.volume()
+    pinned, other = volume.write("a", 700_000), volume.write("b", 700_000)
+    stage.daemon()
+    command.done("pin", "--wait", pinned)
+    result = command.run("unpin", "--wait", pinned, other)
+    assert result.status == 0
+    assert f"{other} was not pinned" in result.talk and f"{pinned} was not" not in result.talk
+    assert "  1 of them was not pinned before" in result.lines()
+    command.done("check")
+
+
+def test_without_the_list_nothing_is_sent_unless_nothing_is_to_be_mended(stage):
+    volume = stage.volume()
+    path = volume.write("a", 700_000)
+    daemon, queue = stage.daemon(), stage.queue()
+    command.done("pin", "--wait", path)
+    daemon.stop()
+    result = command.run("unpin", path)
+    assert result.status == 3 and "nothing was sent" in result.talk
+    assert queue.state().messages == 0
+    command.done("unpin", "--no-mend", path)
+    command.done("unpin", "--config-path", daemon.configuration, path)
+    assert queue.state().messages == 2

@@ -75,6 +75,22 @@ TEST_F(FileListTest, WhatAWalkPassesOverIsSaidAndWhatItCannotStoreIsRefused) {
                                   ": 1 empty file, 1 entry that is no regular file"}));
 }
 
+TEST_F(FileListTest, DirectoriesOfTheCommandsOwnAreNotWalked) {
+    Make("a");
+    Make(".quorcachepinctl-Ab12Cd/gone#120");
+    Make(".quorcachepinctl-Ab12Cd/target");
+    Make(".quorcachepinctl/b");
+    Make("d/.quorcachepinctl-Ab12Cd/c");
+    FileListOptions options;
+    options.recursive = true;
+    options.paths = {mount_};
+    EXPECT_EQ(Collect(options), (Names{".quorcachepinctl/b", "a", "d/.quorcachepinctl-Ab12Cd/c"}));
+    EXPECT_EQ(Refused(), Names());
+    options.paths = {mount_ + "/d/.."};
+    EXPECT_EQ(Collect(options).size(), 3U);
+    EXPECT_EQ(Refused(), Names());
+}
+
 TEST_F(FileListTest, AnEmptyFileThatIsNamedIsRefused) {
     FileListOptions options;
     options.paths = {Make("empty", "")};
@@ -115,6 +131,19 @@ TEST_F(FileListTest, AListThatCannotBeReadIsAnError) {
     std::string why;
     EXPECT_FALSE(CollectFiles(options, Volumes(), list, why));
     EXPECT_NE(why.find("nothing"), std::string::npos);
+}
+
+TEST_F(FileListTest, NulInAListOfLinesIsAnError) {
+    const std::string a = Make("a");
+    const std::string b = Make("b");
+    FileListOptions options;
+    options.lists = {dir_ / "list"};
+    WriteFile(dir_ / "list", a + std::string(1, '\0') + b + std::string(1, '\0'));
+    FileList list;
+    std::string why;
+    EXPECT_FALSE(CollectFiles(options, Volumes(), list, why));
+    EXPECT_NE(why.find("use -0"), std::string::npos) << why;
+    EXPECT_TRUE(list.files.empty());
 }
 
 TEST_F(FileListTest, PatternsAreExpandedHereWhenAskedFor) {

@@ -86,7 +86,8 @@ TEST_F(JsonTest, PinTellsFilesAndRefusals) {
     MakeQueue();
     const Json::Value report = Report({"pin", path}, 0);
     EXPECT_EQ(Shape(report),
-              "dryRun:b exitStatus:n files:a mended:a refused:a requests:n schema:n sent:n verb:s");
+              "dryRun:b exitStatus:n files:a mended:a notPinned:a refused:a requests:n schema:n "
+              "sent:n staleEntries:a verb:s");
     EXPECT_EQ(Shape(report["files"][0]), "inode:n path:s size:n volume:s");
     EXPECT_EQ(report["files"][0]["path"], path);
     EXPECT_EQ(report["sent"], 1);
@@ -123,6 +124,22 @@ TEST_F(JsonTest, ADryRunTellsThePriceAndSendsNothing) {
     EXPECT_EQ(unpin["mendedFiles"], 1) << "shares unit 5";
     EXPECT_EQ(unpin["pinnedUnitsThen"], 2) << "the mended file's two";
     EXPECT_EQ(unpin["requests"], 2);
+}
+
+TEST_F(JsonTest, UnpinTellsWhatWasNotPinnedAndWhatNoPlainRequestReaches) {
+    const std::string gone = PinHalf();
+    const std::string other = Make("b");
+    Place(other, {{9 * kUnit, 8}});
+    unlink(gone.c_str());
+    const Json::Value report = Report({"unpin", "--dry-run", gone, other}, 0);
+    EXPECT_EQ(report["notPinned"].size(), 1U);
+    EXPECT_EQ(report["notPinned"][0], other);
+    ASSERT_EQ(report["staleEntries"].size(), 1U);
+    EXPECT_EQ(Shape(report["staleEntries"][0]), "inode:n path:s state:s volume:s");
+    EXPECT_EQ(report["staleEntries"][0]["path"], gone);
+    EXPECT_EQ(report["staleEntries"][0]["state"], "gone");
+    EXPECT_EQ(report["refused"].size(), 0U);
+    EXPECT_EQ(Report({"unpin", gone}, 3)["sent"], 0) << "no service that would read the request";
 }
 
 TEST_F(JsonTest, ListTellsFilesByVolume) {
@@ -196,7 +213,13 @@ TEST_F(JsonTest, ExplainTellsExtentsUnitsAndNeighbours) {
     EXPECT_EQ(Shape(file["shares"][0]), "path:s units:n");
     EXPECT_EQ(file["shares"][0]["path"], path);
     EXPECT_EQ(Report({"explain", path}, 0)["file"]["pinned"], true);
-    EXPECT_EQ(Report({"explain", mount_ + "/nothing"}, 5)["refused"].size(), 1U);
+    const Json::Value refused = Report({"explain", mount_ + "/nothing"}, 5);
+    EXPECT_EQ(refused["refused"].size(), 1U);
+    EXPECT_EQ(refused["staleEntries"].size(), 0U);
+    unlink(path.c_str());
+    const Json::Value gone = Report({"explain", path}, 5);
+    ASSERT_EQ(gone["staleEntries"].size(), 1U) << "it is on the list all the same";
+    EXPECT_EQ(gone["staleEntries"][0]["state"], "gone");
 }
 
 TEST_F(JsonTest, MapTellsRuns) {
