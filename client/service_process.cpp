@@ -200,7 +200,8 @@ bool ReadPosition(const ServiceProcess& service, const std::string& devicePath,
                   uint64_t& position) {
     const std::string task = TaskPath(service.pid, service.thread);
     for (const pid_t fd : NumbersIn(task + "/fd")) {
-        if (ReadLink(task + "/fd/" + std::to_string(fd)) != devicePath) {
+        // Not by name: in a confined service's namespace the file may have another one.
+        if (!AreOneFile(task + "/fd/" + std::to_string(fd), devicePath)) {
             continue;
         }
         const std::string info = ReadAll(task + "/fdinfo/" + std::to_string(fd));

@@ -196,6 +196,8 @@ TEST_F(ServiceProcessTest, AnEndIsNoticedAndAnOpenDescriptorsPositionIsRead) {
     self.pid = self.thread = getpid();
     EXPECT_TRUE(ReadPosition(self, dir_ / "device", position));
     EXPECT_EQ(position, 700U);
+    ASSERT_EQ(link((dir_ / "device").c_str(), (dir_ / "other name").c_str()), 0);
+    EXPECT_TRUE(ReadPosition(self, dir_ / "other name", position));
     close(fd);
 }
 
