@@ -114,15 +114,6 @@ bool IsMissing(const std::string& path) {
     return stat(path.c_str(), &status) != 0 && errno == ENOENT;
 }
 
-// Whether both lie in one directory; the files need not be there.
-bool AreInOneDirectory(const std::string& left, const std::string& right) {
-    struct stat one = {};
-    struct stat other = {};
-    return stat(DirectoryOf(left).c_str(), &one) == 0 &&
-           stat(DirectoryOf(right).c_str(), &other) == 0 && one.st_dev == other.st_dev &&
-           one.st_ino == other.st_ino;
-}
-
 // Turns a path of the service into one of this process, which sees other mounts when the service is
 // confined: through its root only where the path leads elsewhere.
 std::string PathFromHere(const std::string& task, const std::string& path) {
@@ -131,7 +122,8 @@ std::string PathFromHere(const std::string& task, const std::string& path) {
     }
     const std::string absolute = path[0] == '/' ? path : ReadLink(task + "/cwd") + "/" + path;
     const std::string through = task + "/root" + absolute;
-    return AreInOneDirectory(absolute, through) ? absolute : through;
+    // The file itself need not be there yet.
+    return AreOneFile(DirectoryOf(absolute), DirectoryOf(through)) ? absolute : through;
 }
 
 std::string UserOf(const std::string& task) {
@@ -232,7 +224,7 @@ bool IsConfigOf(const ServiceProcess& service, const std::string& path) {
     }
     return IsMissing(path) && IsMissing(service.configPath) &&
            NameOf(path) == NameOf(service.configPath) &&
-           AreInOneDirectory(path, service.configPath);
+           AreOneFile(DirectoryOf(path), DirectoryOf(service.configPath));
 }
 
 bool IsAnothersConfig(const std::string& path) {
