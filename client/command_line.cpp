@@ -7,10 +7,12 @@
 
 #include <algorithm>
 
-#include "client/exit_status.h"
+#include "client/show/exit_status.h"
 #include "client/help.h"
-#include "client/output.h"
-#include "client/verbs.h"
+#include "client/show/output.h"
+#include "client/verbs/verbs.h"
+
+namespace client {
 
 namespace {
 
@@ -127,7 +129,7 @@ void AddCheckAndExplain(CLI::App& app, Parsed& parsed) {
 std::string WhyNotPictureName(const std::string& path) {
     const size_t dot = path.find_last_of('.');
     const std::string end = dot == std::string::npos ? "" : path.substr(dot);
-    return end == ".png" || end == ".svg" ? "" : "the name must end in .png or .svg";
+    return end == ".svg" ? "" : "the name must end in .svg";
 }
 
 void AddMapAndDoctor(CLI::App& app, Parsed& parsed) {
@@ -135,7 +137,7 @@ void AddMapAndDoctor(CLI::App& app, Parsed& parsed) {
     map.add_option("VOLUME", parsed.map.volume, "Mount path of the volume, or any path in it")
         ->type_name("")
         ->required();
-    map.add_option("-o,--output", parsed.map.output, "Write a picture, .png or .svg")
+    map.add_option("-o,--output", parsed.map.output, "Write a picture, .svg")
         ->type_name("FILE")
         ->check(CLI::Validator(WhyNotPictureName, ""));
     map.add_option("--width", parsed.map.width, "Columns to draw in (default: the terminal's)")
@@ -219,3 +221,5 @@ std::vector<VerbOptionNames> AllOptionNames() {
     }
     return all;
 }
+
+}  // namespace client

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+namespace client {
+
 // Parses the command line and runs its verb. Returns the exit status.
 int RunCommandLine(int argc, char* argv[]);
 
@@ -16,3 +18,5 @@ struct VerbOptionNames {
 
 // Returns what the command line knows, for those that must know it too: completion and manual.
 std::vector<VerbOptionNames> AllOptionNames();
+
+}  // namespace client

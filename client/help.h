@@ -2,6 +2,8 @@
 // The words of --help.
 #pragma once
 
+namespace client {
+
 struct VerbHelp {
     const char* name;
     const char* text;
@@ -87,9 +89,11 @@ constexpr VerbHelp kMapHelp = {"map",
                                "Draw a volume's units: which are pinned, which are in the cache",
                                "Examples:\n"
                                "  quorcachepinctl map /mnt/pool1\n"
-                               "  quorcachepinctl map /mnt/pool1 -o pool1.png"};
+                               "  quorcachepinctl map /mnt/pool1 -o pool1.svg"};
 
 constexpr VerbHelp kDoctorHelp = {"doctor", "Look for what keeps the service from working",
                                   "Examples:\n"
                                   "  quorcachepinctl doctor\n"
                                   "  quorcachepinctl doctor --fix"};
+
+}  // namespace client

@@ -10,5 +10,5 @@ int main(int argc, char* argv[]) {
     // What the shared functions would write to the system log speaks of the service, not of this
     // command, which says itself what failed.
     setlogmask(LOG_MASK(LOG_EMERG));
-    return RunCommandLine(argc, argv);
+    return client::RunCommandLine(argc, argv);
 }

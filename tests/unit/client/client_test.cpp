@@ -17,6 +17,8 @@
 #include "util/message_queue.h"
 #include "util/request.h"
 
+namespace client {
+
 void ClientTest::SetUp() {
     UnitTest::SetUp();
     mount_ = std::filesystem::canonical(dir_.path()).string() + "/vol";
@@ -95,3 +97,5 @@ uint32_t InodeOf(const std::string& path) {
     EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
     return static_cast<uint32_t>(status.st_ino);
 }
+
+}  // namespace client

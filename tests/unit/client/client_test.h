@@ -8,9 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "client/file_check.h"
-#include "client/units.h"
+#include "client/request/file_check.h"
+#include "client/volume/units.h"
 #include "tests/unit/support/unit_test.h"
+
+namespace client {
 
 class ClientTest : public UnitTest {
   protected:
@@ -50,3 +52,5 @@ class QueueClientTest : public ClientTest {
 
 // The low half of a file's inode number.
 uint32_t InodeOf(const std::string& path);
+
+}  // namespace client

@@ -9,10 +9,12 @@
 #include <sys/msg.h>
 #include <filesystem>
 
-#include "client/exit_status.h"
+#include "client/show/exit_status.h"
 #include "tests/unit/client/client_test.h"
 #include "tests/unit/support/fake_platform.h"
 #include "util/request.h"
+
+namespace client {
 
 namespace {
 
@@ -224,3 +226,5 @@ TEST_F(CommandLineTest, PathsAreListedForOtherPrograms) {
 }
 
 }  // namespace
+
+}  // namespace client

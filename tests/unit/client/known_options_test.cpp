@@ -12,6 +12,8 @@
 #include "client/command_line.h"
 #include "tests/unit/support/unit_test.h"
 
+namespace client {
+
 namespace {
 
 const std::string kBash = COMPLETION_DIRECTORY "/quorcachepinctl.bash";
@@ -106,3 +108,5 @@ TEST(KnownOptions, TheManualDescribesThem) {
 }
 
 }  // namespace
+
+}  // namespace client

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: MIT
+// A volume's units as a picture: which are pinned, and, where the cache tells, which it holds.
+#pragma once
+
+#include <stdint.h>
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include "client/volume/volume_view.h"
+
+namespace client {
+
+enum CellState : uint8_t {
+    kCellNone = 0,      // behind the last unit
+    kCellFree,          // neither pinned nor, as far as is known, in the cache
+    kCellResident,      // in the cache, not pinned
+    kCellPinned,        // pinned; in the cache too, where that is known
+    kCellPinnedAbsent,  // pinned and not in the cache, wholly or in part
+};
+constexpr size_t kCellStates = 5;
+
+// Cells stand row by row, from the device's begin. A cell of several units shows the last state in
+// the order above that any of them has.
+struct Picture {
+    std::string mountPath;
+    uint64_t units = 0;
+    uint64_t unitsPerCell = 1;
+    uint32_t columns = 0;
+    uint32_t rows = 0;
+    bool cacheTells = false;
+    std::vector<CellState> cells;                // columns * rows
+    std::array<uint64_t, kCellStates> counts{};  // units of each state
+};
+
+// Lays the volume's units out in cells, as many as a picture file shows well.
+Picture MakePicture(const VolumeView& view);
+
+// Where the cells are in a picture file, in pixels.
+struct PictureFrame {
+    uint32_t width;
+    uint32_t height;
+    uint32_t left;  // of the first cell
+    uint32_t top;
+    uint32_t side;  // of a cell
+};
+PictureFrame FrameOf(const Picture& picture);
+
+// A state's colour, 0xRRGGBB, and what it means in this picture, in a few words.
+uint32_t CellColour(CellState state);
+const char* CellMeaning(const Picture& picture, CellState state);
+
+// The states that the legend names, in order.
+std::vector<CellState> LegendOf(const Picture& picture);
+
+// Every how many rows the offset stands at the left.
+uint32_t RowsPerLabel(const PictureFrame& frame);
+
+// Writes the picture. Returns false, with the reason in `why`.
+bool WriteSvg(const Picture& picture, const std::string& path, std::string& why);
+
+// Prints the volume's units as marks, fitted to `columns`.
+void PrintMap(const VolumeView& view, size_t columns);
+
+}  // namespace client

@@ -1,0 +1,143 @@
+// SPDX-License-Identifier: MIT
+// The map in the terminal: a mark stands for some units, two panels for what is pinned and what is
+// in the cache.
+#include <langinfo.h>
+#include <string.h>
+
+#include <algorithm>
+#include <iterator>
+
+#include "client/show/output.h"
+#include "client/map/picture.h"
+
+namespace client {
+
+namespace {
+
+constexpr uint64_t kMostRows = 16;  // of a panel
+constexpr size_t kLabelColumns = 11;
+constexpr size_t kFewestMarks = 16;  // of a row that has a label
+
+struct Marks {
+    const char* none;
+    const char* few;   // less than half of the mark's units
+    const char* many;  // half or more
+    const char* all;
+};
+
+Marks ChooseMarks() {
+    if (strcmp(nl_langinfo(CODESET), "UTF-8") == 0) {
+        return {"·", "░", "▒", "█"};
+    }
+    return {".", "-", "+", "#"};
+}
+
+const char* MarkFor(const Marks& marks, uint64_t count, uint64_t of) {
+    if (count == 0) {
+        return marks.none;
+    }
+    if (count == of) {
+        return marks.all;
+    }
+    return count * 2 < of ? marks.few : marks.many;
+}
+
+struct Layout {
+    uint64_t units;
+    uint64_t perMark;
+    uint64_t perRow;  // marks
+    bool labels;      // offsets at the left, unless it is too narrow for them
+};
+
+// Rows hold a power of two of marks, so that they begin at round offsets.
+Layout LayoutFor(uint64_t units, size_t columns) {
+    Layout layout = {units, 1, 1, columns >= kLabelColumns + 1 + kFewestMarks};
+    const size_t room = columns - (layout.labels ? kLabelColumns + 1 : 0);
+    while (layout.perRow * 2 <= room && layout.perRow < 128) {
+        layout.perRow *= 2;
+    }
+    while (layout.perMark * layout.perRow * kMostRows < units) {
+        layout.perMark *= 2;
+    }
+    return layout;
+}
+
+// Offsets of rows in the largest unit that makes all of them whole numbers.
+std::string RowLabel(uint64_t offset, uint64_t pitch) {
+    constexpr const char* kUnits[] = {"KiB", "MiB", "GiB", "TiB"};
+    size_t unit = 0;
+    unsigned shift = 10;
+    while (unit + 1 < std::size(kUnits) && pitch >> (shift + 10) != 0) {
+        ++unit;
+        shift += 10;
+    }
+    return std::to_string(offset >> shift) + " " + kUnits[unit];
+}
+
+// Where the cache tells: green when it holds all pinned units of the mark, red when none.
+std::string TonedMark(const char* mark, const UnitSet& set, const UnitSet* held, uint64_t first,
+                      uint64_t end) {
+    if (held == nullptr || set.CountBetween(first, end) == 0) {
+        return mark;
+    }
+    uint64_t both = 0;
+    for (uint64_t unit = first; unit < end; ++unit) {
+        both += set.Has(unit) && held->Has(unit) ? 1U : 0U;
+    }
+    const Tone tone = both == set.CountBetween(first, end) ? Tone::kGood
+                      : both == 0                          ? Tone::kBad
+                                                           : Tone::kWarn;
+    return Toned(tone, mark);
+}
+
+void PrintPanel(const UnitSet& set, const UnitSet* held, const Layout& layout) {
+    const Marks marks = ChooseMarks();
+    const uint64_t rowUnits = layout.perMark * layout.perRow;
+    for (uint64_t first = 0; first < layout.units; first += rowUnits) {
+        const std::string label = RowLabel(first * kUnitBytes, rowUnits * kUnitBytes);
+        std::string line;
+        if (layout.labels) {
+            line.append(kLabelColumns - std::min(label.size(), kLabelColumns), ' ');
+            line += label + " ";
+        }
+        for (uint64_t mark = 0; mark < layout.perRow; ++mark) {
+            const uint64_t begin = first + mark * layout.perMark;
+            const uint64_t end = std::min(begin + layout.perMark, layout.units);
+            if (begin < end) {
+                line += TonedMark(MarkFor(marks, set.CountBetween(begin, end), end - begin), set,
+                                  held, begin, end);
+            }
+        }
+        Print(line);
+    }
+}
+
+std::string Amount(uint64_t units) {
+    return Counted(units, "unit") + " = " + HumanBytes(units * kUnitBytes);
+}
+
+}  // namespace
+
+void PrintMap(const VolumeView& view, size_t columns) {
+    const Layout layout = LayoutFor(view.bits.Room(), columns);
+    const Marks marks = ChooseMarks();
+    const Residency& residency = view.residency;
+    Print(Toned(Tone::kStrong, Printable(view.mountPath)) + ": " + Amount(view.bits.Room()) +
+          " on the device, a mark is " + Amount(layout.perMark));
+    Print("pinned: " + Amount(view.bits.Count()) +
+          (residency.known
+               ? ", of those " +
+                     Amount(view.bits.Count() - view.bits.CountWithout(residency.resident)) +
+                     " in the cache"
+               : ""));
+    PrintPanel(view.bits, residency.known ? &residency.resident : nullptr, layout);
+    if (residency.known) {
+        Print("in the cache: " + Amount(residency.resident.Count()) + " of " +
+              HumanBytes(residency.cacheSize));
+        PrintPanel(residency.resident, nullptr, layout);
+    }
+    Print(std::string("  ") + marks.none + " none  " + marks.few + " less than half  " +
+          marks.many + " half or more  " + marks.all + " all of a mark's units");
+}
+
+}  // namespace client

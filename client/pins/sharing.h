@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: MIT
+// Units that several files share. The service keeps one bit a unit and clears it when any of them
+// is unpinned; the others are then pinned again, by requests that follow in the same queue.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "client/service/config_state.h"
+#include "client/request/file_job.h"
+#include "client/pins/pinned_now.h"
+
+namespace client {
+
+// Returns the files of requests queued for the volume that pin; files that an unpin request behind
+// them names again are left out.
+std::vector<StoredFile> QueuedToPin(const ConfigState& state, const std::string& mountPath);
+
+// Fills the job's files to mend and their messages: what stays pinned, or is queued to be, and
+// shares a unit with a file to be unpinned.
+void PlanMending(const ConfigState& state, FileJob& job);
+
+}  // namespace client

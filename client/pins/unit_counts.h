@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: MIT
+// How far some units have come: set in the bitmap file, with the driver, in the cache.
+#pragma once
+
+#include <stdint.h>
+
+#include "client/volume/volume_view.h"
+
+namespace client {
+
+struct UnitCounts {
+    uint64_t units = 0;       // all of them that have a bit
+    uint64_t set = 0;         // of those, set in the bitmap file
+    bool cacheTells = false;  // the next two are known
+    uint64_t withDriver = 0;  // of those, set in the bitmap that the driver has
+    uint64_t resident = 0;    // of those, in the cache
+};
+
+UnitCounts CountUnits(const VolumeView& view, const UnitSet& units);
+
+}  // namespace client

@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: MIT
+#include "client/request/directory_walk.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <memory>
+#include <vector>
+
+namespace client {
+
+namespace {
+
+struct DirectoryCloser {
+    void operator()(DIR* directory) const { closedir(directory); }
+};
+
+// Stores the names in order. Returns 0, or errno.
+int ListNames(const std::string& path, std::vector<std::string>& names) {
+    const int fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    const std::unique_ptr<DIR, DirectoryCloser> directory(fd < 0 ? nullptr : fdopendir(fd));
+    if (!directory) {
+        const int error = errno;
+        if (fd >= 0) {
+            close(fd);
+        }
+        return error;
+    }
+    errno = 0;
+    while (const dirent* const entry = readdir(directory.get())) {
+        if (strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0) {
+            names.emplace_back(entry->d_name);
+        }
+    }
+    const int error = errno;
+    std::sort(names.begin(), names.end());
+    return error;
+}
+
+class Walk {
+  public:
+    Walk(dev_t device, const std::function<void(const WalkEntry&)>& visit,
+         const std::function<bool(const std::string&)>& skip)
+        : device_(device), visit_(visit), skip_(skip) {}
+
+    void Enter(const WalkEntry& directory) {
+        std::vector<std::string> names;
+        const int error = ListNames(directory.path, names);
+        if (error != 0) {
+            visit_({directory.path, directory.status, error});
+        }
+        const bool slash = directory.path.back() == '/';
+        for (const std::string& name : names) {
+            Meet(directory.path + (slash ? "" : "/") + name);
+        }
+    }
+    size_t mounts() const { return mounts_; }
+
+  private:
+    void Meet(const std::string& path) {
+        WalkEntry entry = {path, {}, 0};
+        if (lstat(path.c_str(), &entry.status) != 0) {
+            entry.error = errno;
+        }
+        if (entry.error != 0 || !S_ISDIR(entry.status.st_mode)) {
+            visit_(entry);
+        } else if (entry.status.st_dev != device_) {
+            ++mounts_;
+        } else if (!skip_(path)) {
+            Enter(entry);
+        }
+    }
+
+    const dev_t device_;
+    const std::function<void(const WalkEntry&)>& visit_;
+    const std::function<bool(const std::string&)>& skip_;
+    size_t mounts_ = 0;
+};
+
+}  // namespace
+
+size_t WalkBelow(const std::string& directory, const std::function<void(const WalkEntry&)>& visit,
+                 const std::function<bool(const std::string&)>& skip) {
+    WalkEntry top = {directory, {}, 0};
+    if (lstat(directory.c_str(), &top.status) != 0) {
+        top.error = errno;
+        visit(top);
+        return 0;
+    }
+    Walk walk(top.status.st_dev, visit, skip);
+    walk.Enter(top);
+    return walk.mounts();
+}
+
+}  // namespace client

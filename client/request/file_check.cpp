@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: MIT
+#include "client/request/file_check.h"
+
+#include <errno.h>
+#include <limits.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "client/show/output.h"
+#include "client/request/packing.h"
+#include "client/show/text.h"
+#include "util/request.h"
+#include "util/scoped.h"
+
+namespace client {
+
+namespace {
+
+// The service builds "%s/%%s" of the mount path in 512 bytes.
+constexpr size_t kMostMountPath = sizeof(Request::mountPath) - 1 - 3;
+constexpr size_t kMostRelativePath = 511;
+// It takes a file's directory from the first 511 characters of its path.
+constexpr size_t kMostDirectory = 509;
+
+std::string TooLong(const char* what, size_t length, size_t most) {
+    return std::string(what) + " is " + std::to_string(length) +
+           " characters long; the service takes " + std::to_string(most);
+}
+
+std::string LinkTarget(const std::string& path) {
+    char target[PATH_MAX];
+    const ssize_t length = readlink(path.c_str(), target, sizeof(target));
+    return length < 0 ? "?" : std::string(target, static_cast<size_t>(length));
+}
+
+// Returns why no request can name what has this status, empty when it is a regular file.
+std::string WhyNotRegular(const std::string& given, const struct stat& status) {
+    if (S_ISREG(status.st_mode)) {
+        return "";
+    }
+    if (S_ISLNK(status.st_mode)) {
+        return "is a symbolic link to " + Printable(LinkTarget(given)) +
+               "; name the file that it leads to";
+    }
+    return S_ISDIR(status.st_mode) ? "is a directory; -r takes the files below it"
+                                   : "is not a regular file";
+}
+
+// Stores the path with its directory resolved and its last component as it is.
+bool ResolveDirectory(const std::string& given, std::string& path) {
+    const size_t slash = given.find_last_of('/');
+    const std::string directory = slash == std::string::npos ? "." : given.substr(0, slash + 1);
+    const std::string name = slash == std::string::npos ? given : given.substr(slash + 1);
+    const CString resolved(realpath(directory.c_str(), nullptr));
+    if (!resolved) {
+        return false;
+    }
+    path = resolved.get();
+    path += (path == "/" ? "" : "/") + name;
+    return true;
+}
+
+}  // namespace
+
+std::string WhyNotMountPath(const std::string& mountPath) {
+    if (mountPath.empty()) {
+        return "its mount path is empty";
+    }
+    if (mountPath.size() > kMostMountPath) {
+        return TooLong("its mount path", mountPath.size(), kMostMountPath);
+    }
+    if (mountPath.find(';') != std::string::npos) {
+        return "its mount path holds \";\", which separates files in a request";
+    }
+    return SurvivesJson(mountPath) ? "" : "its mount path is not UTF-8 and would be stored changed";
+}
+
+std::string WhyNotStorable(const std::string& mountPath, const std::string& relative) {
+    const std::string whyNot = WhyNotMountPath(mountPath);
+    const std::string path = PathOnVolume(mountPath, relative);
+    if (!whyNot.empty()) {
+        return whyNot;
+    }
+    if (HasWhiteSpace(relative)) {
+        return "its name holds white space, at which the service would cut it";
+    }
+    if (relative.find(';') != std::string::npos) {
+        return "its name holds \";\", which separates files in a request";
+    }
+    if (relative.find('#') != std::string::npos) {
+        return "its name holds \"#\", which separates name and inode in the service's store";
+    }
+    if (!SurvivesJson(relative)) {
+        return "its name is not UTF-8 and would be stored changed";
+    }
+    if (relative.size() > kMostRelativePath) {
+        return TooLong("its path in the volume", relative.size(), kMostRelativePath);
+    }
+    if (path.find_last_of('/') > kMostDirectory) {
+        return TooLong("its directory's path", path.find_last_of('/'), kMostDirectory);
+    }
+    if (path.size() > kMostListLength) {
+        return TooLong("its path", path.size(), kMostListLength);
+    }
+    return "";
+}
+
+bool ExamineFile(const std::string& given, const std::vector<Volume>& volumes, FileRef& file,
+                 std::string& why) {
+    struct stat status = {};
+    struct stat mount = {};
+    if (lstat(given.c_str(), &status) != 0 || !ResolveDirectory(given, file.path)) {
+        why = strerror(errno);
+        return false;
+    }
+    why = WhyNotRegular(given, status);
+    if (!why.empty()) {
+        return false;
+    }
+    file.volume = FindVolumeOf(file.path, volumes);
+    if (file.volume == nullptr || stat(file.volume->mountPath.c_str(), &mount) != 0) {
+        why = "lies on no volume that the service knows";
+        return false;
+    }
+    if (mount.st_dev != status.st_dev) {
+        why = "lies on another file system that is mounted in volume " +
+              Printable(file.volume->mountPath);
+        return false;
+    }
+    file.relative = PathBelow(file.volume->mountPath, file.path);
+    file.inode = static_cast<uint32_t>(status.st_ino);
+    file.size = static_cast<uint64_t>(status.st_size);
+    why = WhyNotStorable(file.volume->mountPath, file.relative);
+    return why.empty();
+}
+
+}  // namespace client

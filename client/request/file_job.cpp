@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: MIT
+#include "client/request/file_job.h"
+
+#include <map>
+
+#include "client/show/exit_status.h"
+#include "client/show/output.h"
+
+namespace client {
+
+namespace {
+
+// Answers for each volume once whether it keeps pins.
+class CacheQuestion {
+  public:
+    bool KeepsPins(const Volume& volume) {
+        const auto known = answers_.find(&volume);
+        return known != answers_.end() ? known->second
+                                       : (answers_[&volume] = VolumeKeepsPins(volume));
+    }
+
+  private:
+    std::map<const Volume*, bool> answers_;
+};
+
+// Moves to the refusals what lies right and still cannot be served.
+void RefuseUnservable(FileJob& job) {
+    CacheQuestion caches;
+    std::vector<FileRef> kept;
+    for (FileRef& file : job.list.files) {
+        std::string why;
+        if (!caches.KeepsPins(*file.volume)) {
+            // The service would drop the request and forget all that is pinned on the volume.
+            why = "its volume " + Printable(file.volume->mountPath) +
+                  " has no cache that keeps pins now";
+        }
+        if (why.empty() && MapForRequest(job.mapper, file, why)) {
+            kept.push_back(std::move(file));
+        } else {
+            job.list.refusals.push_back({file.path, why});
+        }
+    }
+    job.list.files = std::move(kept);
+}
+
+void SayRefusals(const FileList& list) {
+    for (const std::string& note : list.notes) {
+        Say(note);
+    }
+    for (const Refusal& refusal : list.refusals) {
+        Say(TonedError(Tone::kBad, "refused") + " " + Printable(refusal.path) + ": " +
+            refusal.reason);
+    }
+}
+
+}  // namespace
+
+bool MapForRequest(Mapper& mapper, FileRef& file, std::string& why) {
+    switch (mapper.MapFresh(file.volume->mountPath, file.relative, file.inode, file.extents)) {
+        case MapOutcome::kMapped:
+            return true;
+        case MapOutcome::kNothing:
+            why =
+                "has no place on the device (empty, or all hole): the service would wait a "
+                "minute for it and then drop the whole request";
+            return false;
+        default:
+            why = "its extents cannot be told (ext4 and XFS tell them)";
+            return false;
+    }
+}
+
+int CollectJob(const FileListOptions& options, FileJob& job) {
+    std::string why;
+    if (!ListVolumes(job.volumes)) {
+        Say("the volumes cannot be listed");
+        return kExitNoService;
+    }
+    if (!CollectFiles(options, job.volumes, job.list, why)) {
+        Say(why);
+        return kExitUsage;
+    }
+    RefuseUnservable(job);
+    return kExitDone;
+}
+
+int PackJob(bool keepGoing, bool others, FileJob& job) {
+    const bool any = others || !job.list.files.empty();
+    SayRefusals(job.list);
+    job.messages = PackFiles(job.type, job.list.files);
+    if (job.list.refusals.empty() || (keepGoing && any)) {
+        return kExitDone;
+    }
+    Say(any ? "nothing was sent; --keep-going sends the other files" : "nothing was sent");
+    return kExitRefused;
+}
+
+Json::Value FileToJson(const FileRef& file) {
+    Json::Value item;
+    item["path"] = file.path;
+    item["volume"] = file.volume->mountPath;
+    item["inode"] = file.inode;
+    item["size"] = static_cast<Json::UInt64>(file.size);
+    return item;
+}
+
+Json::Value RefusalsToJson(const std::vector<Refusal>& refusals) {
+    Json::Value list(Json::arrayValue);
+    for (const Refusal& refusal : refusals) {
+        Json::Value item;
+        item["path"] = Printable(refusal.path);
+        item["reason"] = refusal.reason;
+        list.append(item);
+    }
+    return list;
+}
+
+}  // namespace client

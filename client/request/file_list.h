@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: MIT
+// Which files are meant: arguments, lists, patterns, directories.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "client/request/file_check.h"
+
+namespace client {
+
+struct FileListOptions {
+    std::vector<std::string> paths;  // arguments
+    std::vector<std::string> lists;  // files that hold paths; "-" is standard input
+    bool nulSeparated = false;       // lists: NUL instead of newline
+    bool recursive = false;          // directories: all files below them
+    bool patterns = false;           // arguments are patterns, expanded here
+    bool takeEmpty = false;          // an empty file is not refused
+};
+
+struct FileList {
+    std::vector<FileRef> files;      // in order, none twice
+    std::vector<Refusal> refusals;   // in order
+    std::vector<std::string> named;  // the paths of both as they were given or found
+    std::vector<std::string> notes;  // what was passed over below directories, in words
+};
+
+// Collects and checks the files. Returns false, with the reason in `why`, when a list cannot be
+// read or has NUL in a line.
+bool CollectFiles(const FileListOptions& options, const std::vector<Volume>& volumes,
+                  FileList& list, std::string& why);
+
+}  // namespace client

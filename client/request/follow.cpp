@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: MIT
+#include "client/request/follow.h"
+
+#include <stdlib.h>
+
+#include <set>
+
+#include "client/volume/units.h"
+
+namespace client {
+
+namespace {
+
+bool IsSameRequest(const Watched& request, const StoredRequest& stored) {
+    return RequestTypeToString(request.message.type) == stored.type &&
+           request.message.mountPath == stored.mountPath && request.message.stored == stored.data;
+}
+
+bool CameAfter(int64_t base, const std::string& number) {
+    const int64_t value = strtoll(number.c_str(), nullptr, 10);
+    return NumberDistance(base, value) < kRequestNumbers / 2;
+}
+
+}  // namespace
+
+std::vector<Watched> ToWatch(const std::vector<Message>& messages, size_t count) {
+    std::vector<Watched> requests;
+    for (size_t i = 0; i < count; ++i) {
+        requests.push_back({messages[i], WatchState::kUnseen, ""});
+    }
+    return requests;
+}
+
+bool WasStored(const Watched& request) {
+    return request.state != WatchState::kUnseen;
+}
+
+void Follow(std::vector<Watched>& requests, const ConfigState& state, int64_t base, bool drained) {
+    std::set<std::string> present;
+    std::set<std::string> taken;
+    for (const StoredRequest& stored : state.queue) {
+        present.insert(stored.number);
+    }
+    for (const Watched& request : requests) {
+        taken.insert(request.number);
+    }
+    for (Watched& request : requests) {
+        if (request.state == WatchState::kQueued && present.count(request.number) == 0) {
+            request.state = WatchState::kLeft;
+        }
+        for (const StoredRequest& stored : state.queue) {
+            if (request.state == WatchState::kUnseen && IsSameRequest(request, stored) &&
+                CameAfter(base, stored.number) && taken.insert(stored.number).second) {
+                request.state = WatchState::kQueued;
+                request.number = stored.number;
+            }
+        }
+    }
+    // Messages are stored in the order in which they were sent: one that is missing before one that
+    // was seen has come and gone between two looks.
+    const int64_t given = NumberDistance(base, state.nextNumber);
+    bool laterSeen =
+        drained && given < kRequestNumbers / 2 && given >= static_cast<int64_t>(requests.size());
+    for (auto request = requests.rbegin(); request != requests.rend(); ++request) {
+        if (request->state == WatchState::kUnseen && laterSeen) {
+            request->state = WatchState::kLeft;
+        }
+        laterSeen = laterSeen || request->state != WatchState::kUnseen;
+    }
+}
+
+uint64_t BytesRead(const std::vector<FileMappingEntry>& reading, uint64_t position) {
+    uint64_t before = 0;
+    for (const FileMappingEntry& extent : reading) {
+        const uint64_t start = extent.deviceStartSector * kSectorBytes;
+        const uint64_t length = extent.numSectors * kSectorBytes;
+        if (extent.uninitialized == 1) {
+            continue;
+        }
+        if (position > start && position <= start + length) {
+            return before + position - start;
+        }
+        before += length;
+    }
+    return 0;
+}
+
+}  // namespace client

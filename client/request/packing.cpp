@@ -1,0 +1,121 @@
+// SPDX-License-Identifier: MIT
+#include "client/request/packing.h"
+
+#include <string.h>
+#include <sys/stat.h>
+
+#include <sstream>
+
+namespace client {
+
+namespace {
+
+size_t LengthWith(const std::string& list, const std::string& entry) {
+    return list.empty() ? entry.size() : list.size() + 1 + entry.size();
+}
+
+void Append(std::string& list, const std::string& entry) {
+    if (!list.empty()) {
+        list += ';';
+    }
+    list += entry;
+}
+
+// Adds the file to the last of its volume's messages, or to a new one.
+void AddFile(RequestType type, const FileRef& file, std::vector<Message>& messages) {
+    const std::string& mountPath = file.volume->mountPath;
+    const std::string path = PathOnVolume(mountPath, file.relative);
+    const std::string entry = StoredEntry(file.relative, file.inode);
+    if (messages.empty() || LengthWith(messages.back().data, path) > kMostListLength ||
+        LengthWith(messages.back().stored, entry) > kMostListLength) {
+        messages.push_back({type, mountPath, "", "", 0, {}});
+    }
+    Message& message = messages.back();
+    Append(message.data, path);
+    Append(message.stored, entry);
+    ++message.numFiles;
+    if (type == kRequestPinFiles) {
+        message.reading.insert(message.reading.end(), file.extents.begin(), file.extents.end());
+    }
+}
+
+std::vector<std::string> Split(const std::string& list) {
+    std::vector<std::string> entries;
+    std::istringstream stream(list);
+    for (std::string entry; std::getline(stream, entry, ';');) {
+        entries.push_back(entry);
+    }
+    return entries;
+}
+
+std::vector<const Volume*> VolumesOf(const std::vector<FileRef>& files) {
+    std::vector<const Volume*> volumes;
+    for (const FileRef& file : files) {
+        bool known = false;
+        for (const Volume* const volume : volumes) {
+            known = known || volume == file.volume;
+        }
+        if (!known) {
+            volumes.push_back(file.volume);
+        }
+    }
+    return volumes;
+}
+
+}  // namespace
+
+std::string StoredEntry(const std::string& relative, uint32_t inode) {
+    return relative + "#" + std::to_string(inode);
+}
+
+std::vector<Message> PackFiles(RequestType type, const std::vector<FileRef>& files) {
+    std::vector<Message> all;
+    for (const Volume* const volume : VolumesOf(files)) {
+        std::vector<Message> messages;
+        for (const FileRef& file : files) {
+            if (file.volume == volume) {
+                AddFile(type, file, messages);
+            }
+        }
+        all.insert(all.end(), messages.begin(), messages.end());
+    }
+    return all;
+}
+
+std::vector<std::string> TakeOutVanished(Message& message) {
+    std::vector<std::string> vanished;
+    const std::vector<std::string> paths = Split(message.data);
+    const std::vector<std::string> entries = Split(message.stored);
+    Message left = VolumeMessage(message.type, message.mountPath);
+    for (size_t i = 0; i < paths.size(); ++i) {
+        struct stat status = {};
+        if (stat(paths[i].c_str(), &status) != 0) {
+            vanished.push_back(paths[i]);
+            continue;
+        }
+        Append(left.data, paths[i]);
+        Append(left.stored, entries[i]);
+        ++left.numFiles;
+    }
+    if (!vanished.empty()) {
+        left.reading = std::move(message.reading);
+        message = std::move(left);
+    }
+    return vanished;
+}
+
+Message VolumeMessage(RequestType type, const std::string& mountPath) {
+    return {type, mountPath, "", "", 0, {}};
+}
+
+RequestMsg ToRequestMsg(const Message& message) {
+    RequestMsg msg;
+    memset(&msg, 0, sizeof(msg));  // padding too: it goes through the queue
+    msg.mtype = kRequestMsgType;
+    msg.body.type = message.type;
+    message.mountPath.copy(msg.body.mountPath, sizeof(msg.body.mountPath) - 1);
+    message.data.copy(msg.body.data, sizeof(msg.body.data) - 1);
+    return msg;
+}
+
+}  // namespace client

@@ -1,0 +1,244 @@
+// SPDX-License-Identifier: MIT
+#include "client/request/watch.h"
+
+#include <signal.h>
+#include <sys/msg.h>
+#include <time.h>
+
+#include <algorithm>
+#include <map>
+#include <set>
+
+#include "client/show/exit_status.h"
+#include "client/show/output.h"
+#include "client/show/progress.h"
+#include "client/service/queue.h"
+#include "client/service/service_process.h"
+#include "client/volume/units.h"
+#include "client/volume/volume_view.h"
+#include "util/scoped.h"
+#include "util/space.h"
+
+namespace client {
+
+namespace {
+
+constexpr double kSoon = 3;  // seconds in which a request that is first usually begins
+constexpr long kPollNanoseconds = 100 * 1000 * 1000;
+
+volatile sig_atomic_t g_interrupted = 0;
+
+void NoteInterrupt(int sig) {
+    g_interrupted = sig;
+}
+
+// Notes SIGINT and SIGTERM for the time of a wait, so that the bar is taken away before the end.
+class InterruptGuard {
+  public:
+    InterruptGuard() {
+        struct sigaction note = {};
+        note.sa_handler = NoteInterrupt;
+        sigaction(SIGINT, &note, &interrupt_);
+        sigaction(SIGTERM, &note, &terminate_);
+    }
+    ~InterruptGuard() {
+        sigaction(SIGINT, &interrupt_, nullptr);
+        sigaction(SIGTERM, &terminate_, nullptr);
+    }
+    InterruptGuard(const InterruptGuard&) = delete;
+    InterruptGuard& operator=(const InterruptGuard&) = delete;
+
+  private:
+    struct sigaction interrupt_ = {};
+    struct sigaction terminate_ = {};
+};
+
+// What is asked anew at every look.
+class Observer {
+  public:
+    Observer(std::vector<Watched>& requests, const WaitOptions& options)
+        : requests_(requests), options_(options) {}
+
+    // Looks once. Returns false, with an exit status, when there is nothing to wait for any more.
+    bool Look(int& status);
+    ProgressView View();
+
+  private:
+    bool ServiceWorks();
+    std::string DevicePath(const std::string& mountPath);
+    const Watched* FirstQueued() const;
+    void DescribeState(const Watched* first, bool reading, ProgressView& view) const;
+
+    std::vector<Watched>& requests_;
+    const WaitOptions& options_;
+    ConfigState state_;
+    ServiceProcess service_;
+    std::map<std::string, std::string> devices_;
+    int64_t quietNumber_ = -1;  // the next number at the last look that found the queue empty
+    uint64_t mostRead_ = 0;
+    std::string readingNumber_;
+    std::string firstNumber_;  // the request that was first at the last look, and since when
+    double firstSince_ = 0;
+};
+
+bool Observer::ServiceWorks() {
+    if (service_.pid == 0) {
+        const std::vector<ServiceProcess> services = FindServices();
+        const auto ours =
+            std::find_if(services.begin(), services.end(), [this](const ServiceProcess& service) {
+                return IsConfigOf(service, options_.configPath);
+            });
+        if (ours == services.end()) {
+            Say("the service does not run here; the requests wait until it is started");
+            return false;
+        }
+        service_ = *ours;
+    }
+    if (!RefreshService(service_)) {
+        Say("the service has ended; what it has not finished waits until it is started again");
+        return false;
+    }
+    const auto unseen = [](const Watched& request) { return request.state == WatchState::kUnseen; };
+    if (!service_.intakeAlive && std::any_of(requests_.begin(), requests_.end(), unseen)) {
+        Say("the service takes no more requests: its intake has stopped; doctor may tell why");
+        return false;
+    }
+    if (!service_.workerAlive) {
+        Say("the service carries out no more requests: its worker has ended; doctor may tell why");
+        return false;
+    }
+    return true;
+}
+
+bool Observer::Look(int& status) {
+    std::string why;
+    if (!ReadConfigState(options_.configPath, state_, why)) {
+        Say(why);
+        status = kExitNoService;
+        return false;
+    }
+    // A message that is just being stored is neither in the queue nor in the file, so the file is
+    // believed only when it shows the same number as at the look before.
+    QueueFacts facts;
+    std::string queueWhy;
+    const bool empty = ReadQueueFacts(facts, queueWhy) && facts.messages == 0;
+    Follow(requests_, state_, options_.base, empty && quietNumber_ == state_.nextNumber);
+    quietNumber_ = empty ? state_.nextNumber : -1;
+    const auto left = [](const Watched& request) { return request.state == WatchState::kLeft; };
+    if (std::all_of(requests_.begin(), requests_.end(), left)) {
+        status = kExitDone;
+        return false;
+    }
+    if (!ServiceWorks()) {
+        status = kExitNoService;
+        return false;
+    }
+    return true;
+}
+
+std::string Observer::DevicePath(const std::string& mountPath) {
+    const auto known = devices_.find(mountPath);
+    if (known != devices_.end()) {
+        return known->second;
+    }
+    const CString path(SpaceGetCachePathByMountPath(mountPath.c_str()));
+    return devices_[mountPath] = path ? path.get() : "";
+}
+
+// The request of ours that the service may be at: the first of its volume's queue.
+const Watched* Observer::FirstQueued() const {
+    std::set<std::string> volumes;
+    for (const StoredRequest& stored : state_.queue) {
+        if (!volumes.insert(stored.mountPath).second) {
+            continue;
+        }
+        for (const Watched& request : requests_) {
+            if (request.state == WatchState::kQueued && request.number == stored.number) {
+                return &request;
+            }
+        }
+    }
+    return nullptr;
+}
+
+void Observer::DescribeState(const Watched* first, bool reading, ProgressView& view) const {
+    const bool queued = std::any_of(requests_.begin(), requests_.end(), [](const Watched& request) {
+        return request.state == WatchState::kQueued;
+    });
+    view.stuck = true;
+    if (first == nullptr && queued) {
+        view.state = "waits for the requests before it";
+    } else if (!reading && first != nullptr && first->number == readingNumber_) {
+        view.state = "interrupted, waits (is the volume pending?)";
+    } else if (!reading && first != nullptr && MonotonicSeconds() - firstSince_ > kSoon) {
+        view.state = "waits (for blocks of a fresh file, or is the volume pending?)";
+    } else {
+        view.stuck = false;
+        view.state = reading            ? "reading"
+                     : first == nullptr ? "on its way into the queue"
+                                        : "about to begin";
+    }
+}
+
+ProgressView Observer::View() {
+    ProgressView view;
+    const Watched* const first = FirstQueued();
+    uint64_t position = 0;
+    const bool reading =
+        first != nullptr && ReadPosition(service_, DevicePath(first->message.mountPath), position);
+    if (reading && first->number != readingNumber_) {
+        readingNumber_ = first->number;
+        mostRead_ = 0;
+    }
+    for (const Watched& request : requests_) {
+        const uint64_t bytes = BytesOf(WrittenOf(request.message.reading));
+        view.bytes += bytes;
+        if (request.state == WatchState::kLeft) {
+            view.bytesDone += bytes;
+            ++view.requestsDone;
+        }
+    }
+    if (reading) {
+        mostRead_ = std::max(mostRead_, BytesRead(first->message.reading, position));
+        view.bytesDone += mostRead_;
+    }
+    if (first != nullptr && first->number != firstNumber_) {
+        firstNumber_ = first->number;
+        firstSince_ = MonotonicSeconds();
+    }
+    view.requests = requests_.size();
+    DescribeState(first, reading, view);
+    return view;
+}
+
+}  // namespace
+
+int WaitForRequests(std::vector<Watched>& requests, const WaitOptions& options) {
+    if (IsAnothersConfig(options.configPath)) {
+        Say("--wait: " + Printable(options.configPath) +
+            " is not the configuration file of the service that runs, so what becomes of the "
+            "requests cannot be told");
+        return kExitNoService;
+    }
+    Observer observer(requests, options);
+    const InterruptGuard guard;
+    Progress progress;
+    const double deadline = MonotonicSeconds() + options.timeout;
+    int status = kExitDone;
+    g_interrupted = 0;
+    while (observer.Look(status)) {
+        progress.Show(observer.View());
+        const struct timespec pause = {0, kPollNanoseconds};
+        nanosleep(&pause, nullptr);
+        if (g_interrupted != 0 || (options.timeout > 0 && MonotonicSeconds() >= deadline)) {
+            progress.Finish();
+            Say(std::string(g_interrupted != 0 ? "interrupted" : "the time is over") +
+                "; the requests stay queued, status shows them");
+            return g_interrupted != 0 ? 128 + g_interrupted : kExitTimedOut;
+        }
+    }
+    progress.Finish();
+    return status;
+}
+
+}  // namespace client

@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: MIT
+// Waiting for requests that were sent, with their progress on standard error.
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
+#include "client/request/follow.h"
+
+namespace client {
+
+struct WaitOptions {
+    std::string configPath;
+    int64_t base = 0;      // the next request number before anything was sent
+    unsigned timeout = 0;  // seconds; 0 = as long as it takes
+};
+
+// Waits until all requests have left, showing progress on standard error. Returns kExitDone,
+// kExitTimedOut, or kExitNoService when the service ended or stopped working, having said so.
+int WaitForRequests(std::vector<Watched>& requests, const WaitOptions& options);
+
+}  // namespace client

@@ -1,0 +1,160 @@
+// SPDX-License-Identifier: MIT
+#include "client/service/config_state.h"
+
+#include <errno.h>
+#include <json/json.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+
+#include <algorithm>
+#include <fstream>
+#include <memory>
+#include <set>
+#include <sstream>
+
+#include "client/show/output.h"
+#include "util/request.h"
+
+namespace client {
+
+namespace {
+
+constexpr int kReadAttempts = 50;
+constexpr long kReadPause = 20L * 1000 * 1000;  // nanoseconds
+
+// Members of a value that may be null or of another kind.
+std::string TextOf(const Json::Value& value) {
+    return value.isString() ? value.asString() : "";
+}
+
+bool ParseJson(const std::string& text, Json::Value& document) {
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    try {  // nesting too deep is reported by an exception
+        return reader->parse(text.data(), text.data() + text.size(), &document, nullptr) &&
+               (document.isObject() || document.isNull());
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+// Returns 0, or the errno that the file could not be read with.
+int ReadText(const std::string& path, std::string& text) {
+    errno = 0;
+    std::ifstream file(path);
+    if (!file.is_open()) {
+        return errno != 0 ? errno : EIO;
+    }
+    std::ostringstream all;
+    all << file.rdbuf();
+    text = all.str();
+    return 0;
+}
+
+void TakeRequest(const std::string& number, const Json::Value& requests, ConfigState& state) {
+    if (!requests.isObject() || !requests[number].isObject()) {
+        state.defects.push_back("request " + Printable(number) +
+                                " is queued and not stored: it ends the worker");
+        return;
+    }
+    const Json::Value& stored = requests[number];
+    const StoredRequest request = {number, TextOf(stored["type"]), TextOf(stored["mountPath"]),
+                                   TextOf(stored["data"])};
+    if (StringToRequestType(request.type) == kRequestUnknown) {
+        state.defects.push_back("request " + Printable(number) +
+                                " is of no known type: it ends the worker");
+    }
+    state.queue.push_back(request);
+}
+
+void TakeQueue(const Json::Value& document, ConfigState& state) {
+    const Json::Value& queue = document["requestQueue"];
+    std::set<std::string> numbers;
+    if (!queue.isArray() && !queue.isNull()) {
+        state.defects.push_back("\"requestQueue\" is no list: it ends the worker");
+        return;
+    }
+    for (const Json::Value& number : queue) {
+        if (!numbers.insert(TextOf(number)).second) {
+            state.defects.push_back("request " + Printable(TextOf(number)) +
+                                    " is queued twice: it can never be taken away");
+        }
+        TakeRequest(TextOf(number), document["requests"], state);
+    }
+}
+
+void TakePinned(const Json::Value& document, ConfigState& state) {
+    const Json::Value& volumes = document["volumes"];
+    if (!volumes.isObject()) {
+        return;
+    }
+    for (const std::string& mountPath : volumes.getMemberNames()) {
+        const Json::Value& volume = volumes[mountPath];
+        if (!volume.isObject() || !volume["files"].isObject()) {
+            continue;
+        }
+        std::vector<StoredFile>& files = state.pinned[mountPath];
+        for (const std::string& inode : volume["files"].getMemberNames()) {
+            files.push_back({TextOf(volume["files"][inode]),
+                             static_cast<uint32_t>(strtoull(inode.c_str(), nullptr, 10))});
+        }
+        std::sort(files.begin(), files.end(), [](const StoredFile& left, const StoredFile& right) {
+            return left.relative < right.relative;
+        });
+    }
+}
+
+}  // namespace
+
+bool ReadConfigState(const std::string& path, ConfigState& state, std::string& why) {
+    Json::Value document;
+    for (int attempt = 0;; ++attempt) {
+        std::string text;
+        const int error = ReadText(path, text);
+        if (error == ENOENT) {
+            state = ConfigState();
+            return true;
+        }
+        if (error != 0) {
+            why = "configuration file " + Printable(path) + ": " + strerror(error);
+            return false;
+        }
+        if (ParseJson(text, document)) {
+            break;
+        }
+        if (attempt == kReadAttempts) {
+            why = "configuration file " + Printable(path) + " is damaged";
+            return false;
+        }
+        const struct timespec pause = {0, kReadPause};
+        nanosleep(&pause, nullptr);
+    }
+    state = ConfigState();
+    if (document.isObject()) {
+        const Json::Value& next = document["nextRequestNum"];
+        state.nextNumber = next.isInt() ? next.asInt() : 0;
+        TakeQueue(document, state);
+        TakePinned(document, state);
+    }
+    return true;
+}
+
+std::vector<StoredFile> ParseStoredFiles(const std::string& data) {
+    std::vector<StoredFile> files;
+    std::istringstream stream(data);
+    std::string entry;
+    while (std::getline(stream, entry, ';')) {
+        const size_t mark = entry.find('#');
+        if (mark != std::string::npos && mark > 0) {
+            files.push_back({entry.substr(0, mark), static_cast<uint32_t>(strtoull(
+                                                        entry.c_str() + mark + 1, nullptr, 10))});
+        }
+    }
+    return files;
+}
+
+int64_t NumberDistance(int64_t base, int64_t number) {
+    return ((number - base) % kRequestNumbers + kRequestNumbers) % kRequestNumbers;
+}
+
+}  // namespace client

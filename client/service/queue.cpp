@@ -1,0 +1,130 @@
+// SPDX-License-Identifier: MIT
+#include "client/service/queue.h"
+
+#include <errno.h>
+#include <limits.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/msg.h>
+#include <time.h>
+
+#include <memory>
+
+#include "client/show/output.h"
+#include "client/show/progress.h"
+#include "util/message_queue.h"
+#include "util/scoped.h"
+
+namespace client {
+
+namespace {
+
+constexpr long kRetryNanoseconds = 20L * 1000 * 1000;
+
+struct FileCloser {
+    void operator()(FILE* file) const { fclose(file); }
+};
+
+// Converts as the service does: leading white space is skipped, the first other character that is
+// no digit ends the number. What it would not survive gives false.
+bool ParseKey(const char* text, key_t& key) {
+    char* end = nullptr;
+    errno = 0;
+    const long value = strtol(text, &end, 10);
+    if (end == text || errno != 0 || value < INT_MIN || value > INT_MAX) {
+        return false;
+    }
+    key = static_cast<key_t>(value);
+    return true;
+}
+
+// Tries until the queue has room. Returns 0, or an errno: EAGAIN when patience is over.
+int SendOne(int queue, const RequestMsg& msg, unsigned patience) {
+    const double deadline = MonotonicSeconds() + patience;
+    for (;;) {
+        if (msgsnd(queue, &msg, sizeof(msg.body), IPC_NOWAIT) == 0) {
+            return 0;
+        }
+        if (errno != EINTR && (errno != EAGAIN || MonotonicSeconds() >= deadline)) {
+            return errno;
+        }
+        const struct timespec pause = {0, kRetryNanoseconds};
+        nanosleep(&pause, nullptr);
+    }
+}
+
+}  // namespace
+
+bool ReadKeyFile(const char* path, key_t& key, std::string& why) {
+    const std::unique_ptr<FILE, FileCloser> file(fopen(path, "re"));
+    if (!file) {
+        why = errno == ENOENT ? std::string("there is no key file ") + path +
+                                    "; the service writes it at its start"
+                              : std::string("key file ") + path + ": " + strerror(errno);
+        return false;
+    }
+    char line[64] = {};
+    if (fgets(line, sizeof(line), file.get()) == nullptr) {
+        why = std::string("key file ") + path + " is empty";
+        return false;
+    }
+    if (!ParseKey(line, key)) {
+        why = std::string("key file ") + path + " holds no key but \"" +
+              Printable(std::string(line, strcspn(line, "\n"))) + "\"";
+        return false;
+    }
+    return true;
+}
+
+int OpenServerQueue(std::string& why) {
+    key_t key = 0;
+    if (!ReadKeyFile(kMsgServerKeyPath, key, why)) {
+        return -1;
+    }
+    const int queue = msgget(key, 0);
+    if (queue == -1) {
+        why = errno == ENOENT
+                  ? "there is no message queue of the published key " + std::to_string(key) +
+                        "; the service makes it at its start"
+                  : "message queue of key " + std::to_string(key) + ": " + strerror(errno);
+    }
+    return queue;
+}
+
+bool ReadQueueFacts(QueueFacts& facts, std::string& why) {
+    struct msqid_ds record = {};
+    facts.id = OpenServerQueue(why);
+    if (facts.id == -1) {
+        return false;
+    }
+    if (msgctl(facts.id, IPC_STAT, &record) != 0) {
+        why = std::string("the queue cannot be examined: ") + strerror(errno);
+        return false;
+    }
+    facts.key = record.msg_perm.__key;
+    facts.messages = record.msg_qnum;
+    facts.bytes = record.__msg_cbytes;
+    facts.limit = record.msg_qbytes;
+    facts.mode = record.msg_perm.mode & 0777U;
+    facts.owner = record.msg_perm.uid;
+    facts.lastSender = record.msg_lspid;
+    facts.lastReceiver = record.msg_lrpid;
+    return true;
+}
+
+SendOutcome SendMessage(int queue, const Message& message, unsigned patience, std::string& why) {
+    const int error = SendOne(queue, ToRequestMsg(message), patience);
+    if (error == 0) {
+        return SendOutcome::kSent;
+    }
+    if (error == EAGAIN) {
+        why = "the queue stayed full for " + Counted(patience, "second") +
+              "; the service does not take requests";
+        return SendOutcome::kFull;
+    }
+    why = std::string("sending failed: ") + strerror(error);
+    return SendOutcome::kFailed;
+}
+
+}  // namespace client

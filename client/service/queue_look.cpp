@@ -1,0 +1,211 @@
+// SPDX-License-Identifier: MIT
+#include "client/service/queue_look.h"
+
+#include <errno.h>
+#include <string.h>
+#include <sys/msg.h>
+#include <sys/stat.h>
+#include <time.h>
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+
+#include "client/show/output.h"
+#include "client/show/text.h"
+#include "util/request.h"
+
+#ifndef MSG_COPY
+#define MSG_COPY 040000  // the C library names it only with its own extensions
+#endif
+
+namespace client {
+
+namespace {
+
+constexpr size_t kDefaultMost = 8192;
+constexpr size_t kMostMessages = 100000;
+constexpr int kStillPolls = 24;  // over a second: the time of the last receive has whole seconds
+constexpr long kStillPause = 50L * 1000 * 1000;  // nanoseconds
+
+// Room for the longest message that the kernel lets through, in words for its alignment.
+class MessageBuffer {
+  public:
+    MessageBuffer() {
+        size_t most = 0;
+        std::ifstream("/proc/sys/kernel/msgmax") >> most;
+        words_.resize(std::max(most, kDefaultMost) / sizeof(long) + 2);
+    }
+    void* Data() { return words_.data(); }
+    size_t Room() const { return (words_.size() - 1) * sizeof(long); }
+    long Type() const { return words_[0]; }
+    const char* Body() const { return reinterpret_cast<const char*>(&words_[1]); }
+    void Clear() { std::fill(words_.begin(), words_.end(), 0); }
+
+  private:
+    std::vector<long> words_;
+};
+
+std::string FieldText(const char* field, size_t size) {
+    return std::string(field, strnlen(field, size));
+}
+
+std::string Shortened(const std::string& text) {
+    constexpr size_t kMost = 60;
+    return text.size() <= kMost ? text : text.substr(0, kMost) + "...";
+}
+
+const char* VerbOf(int32_t type) {
+    switch (type) {
+        case kRequestPinFiles:
+            return "pin";
+        case kRequestUnpinFiles:
+            return "unpin";
+        case kRequestAddPendingSpace:
+            return "pend";
+        case kRequestRemovePendingSpace:
+            return "release";
+        case kRequestReloadPinBlocks:
+            return "reload";
+        default:
+            return "no known request,";
+    }
+}
+
+// Why the service could not store a pin or unpin request with these fields; empty when it can.
+std::string WhyNotStored(const std::string& mountPath, const std::string& data) {
+    if (data.empty()) {
+        return "names no files";
+    }
+    std::istringstream stream(data);
+    for (std::string path; std::getline(stream, path, ';');) {
+        struct stat status = {};
+        if (!path.empty() && !StartsWith(path, mountPath + "/")) {
+            return "names " + Shortened(Printable(path)) + ", which is not below the mount path";
+        }
+        if (!path.empty() && stat(path.c_str(), &status) != 0) {
+            return "names " + Shortened(Printable(path)) + ": " + strerror(errno);
+        }
+    }
+    return "";
+}
+
+// Fills what follows from the message's body.
+void Judge(const MessageBuffer& buffer, WaitingMessage& message) {
+    Request request = {};
+    memcpy(&request, buffer.Body(), std::min(message.bytes, sizeof(request)));
+    const std::string mountPath = FieldText(request.mountPath, sizeof(request.mountPath));
+    const std::string data = FieldText(request.data, sizeof(request.data));
+    const bool hasFiles = request.type == kRequestPinFiles || request.type == kRequestUnpinFiles;
+    const bool pending =
+        request.type == kRequestAddPendingSpace || request.type == kRequestRemovePendingSpace;
+    message.what = std::string(VerbOf(request.type)) + " " + Shortened(Printable(mountPath));
+    if (message.mtype != kRequestMsgType) {
+        message.ignored = true;
+        message.problem = "is of message type " + std::to_string(message.mtype) +
+                          ", which the service never reads: it takes room for ever";
+    } else if (message.bytes > sizeof(Request)) {
+        message.blocks = true;
+        message.problem = "has " + std::to_string(message.bytes) +
+                          " bytes, more than a request: it ends the intake at every start";
+    } else if (!pending) {
+        const std::string why = mountPath.empty() ? "names no volume"
+                                : hasFiles        ? WhyNotStored(mountPath, data)
+                                                  : "";
+        message.endsIntake = !why.empty();
+        message.problem = why.empty() ? "" : why + ": it ends the intake when it is read";
+    }
+    if (message.problem.empty() && message.bytes < sizeof(Request)) {
+        message.problem = "has " + std::to_string(message.bytes) +
+                          " bytes, less than a request: the service reads the message before it "
+                          "behind its end";
+    }
+}
+
+}  // namespace
+
+bool LookAtMessages(int queue, std::vector<WaitingMessage>& messages, std::string& why) {
+    MessageBuffer buffer;
+    for (size_t index = 0; index < kMostMessages; ++index) {
+        buffer.Clear();
+        const ssize_t bytes = msgrcv(queue, buffer.Data(), buffer.Room(), static_cast<long>(index),
+                                     MSG_COPY | IPC_NOWAIT | MSG_NOERROR);
+        if (bytes < 0 && errno == ENOMSG) {
+            return true;
+        }
+        if (bytes < 0) {
+            why = std::string("messages cannot be looked at: ") + strerror(errno);
+            return false;
+        }
+        WaitingMessage message;
+        message.mtype = buffer.Type();
+        message.bytes = static_cast<size_t>(bytes);
+        Judge(buffer, message);
+        messages.push_back(message);
+    }
+    return true;
+}
+
+size_t FirstForService(const std::vector<WaitingMessage>& messages) {
+    const auto first = std::find_if(
+        messages.begin(), messages.end(),
+        [](const WaitingMessage& message) { return message.mtype == kRequestMsgType; });
+    return static_cast<size_t>(first - messages.begin());
+}
+
+bool MessagesStandStill(int queue) {
+    std::vector<WaitingMessage> messages;
+    std::string why;
+    struct msqid_ds before = {};
+    if (!LookAtMessages(queue, messages, why) || FirstForService(messages) == messages.size() ||
+        msgctl(queue, IPC_STAT, &before) != 0) {
+        return false;
+    }
+    for (int i = 0; i < kStillPolls; ++i) {
+        const struct timespec pause = {0, kStillPause};
+        struct msqid_ds now = {};
+        nanosleep(&pause, nullptr);
+        if (msgctl(queue, IPC_STAT, &now) != 0 || now.msg_rtime != before.msg_rtime ||
+            now.msg_qnum < before.msg_qnum) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool TakeAwayBad(int queue, std::vector<std::string>& taken, std::string& why) {
+    MessageBuffer buffer;
+    for (;;) {
+        std::vector<WaitingMessage> messages;
+        if (!LookAtMessages(queue, messages, why)) {
+            return false;
+        }
+        const size_t first = FirstForService(messages);
+        auto bad = std::find_if(messages.begin(), messages.end(),
+                                [](const WaitingMessage& message) { return message.ignored; });
+        if (first < messages.size() && (messages[first].blocks || messages[first].endsIntake)) {
+            bad = messages.begin() + static_cast<ptrdiff_t>(first);
+        }
+        if (bad == messages.end()) {
+            return true;
+        }
+        const ssize_t bytes =
+            msgrcv(queue, buffer.Data(), buffer.Room(), bad->mtype, IPC_NOWAIT | MSG_NOERROR);
+        if (bytes < 0) {
+            why = std::string("a message cannot be taken away: ") + strerror(errno);
+            return false;
+        }
+        WaitingMessage gone;
+        gone.mtype = buffer.Type();
+        gone.bytes = static_cast<size_t>(bytes);
+        Judge(buffer, gone);
+        if (!gone.ignored && !gone.blocks && !gone.endsIntake) {
+            // A service that was just started took the bad one first: this one is good.
+            msgsnd(queue, buffer.Data(), gone.bytes, IPC_NOWAIT);
+            return true;
+        }
+        taken.push_back("a message (" + gone.what + ") that " + gone.problem);
+    }
+}
+
+}  // namespace client

@@ -1,0 +1,263 @@
+// SPDX-License-Identifier: MIT
+#include "client/service/service_process.h"
+
+#include <ctype.h>
+#include <errno.h>
+#include <getopt.h>
+#include <limits.h>
+#include <pwd.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+
+#include "client/show/output.h"
+#include "client/volume/volume_view.h"
+
+namespace client {
+
+namespace {
+
+constexpr char kProgramName[] = "quorcachepinfiled";
+constexpr size_t kCommLength = 15;  // the kernel keeps so many characters of a program's name
+
+std::string ReadAll(const std::string& path) {
+    std::ifstream file(path);
+    std::ostringstream all;
+    all << file.rdbuf();
+    return all.str();
+}
+
+std::string ReadLink(const std::string& path) {
+    char target[PATH_MAX];
+    const ssize_t length = readlink(path.c_str(), target, sizeof(target));
+    return length < 0 ? "" : std::string(target, static_cast<size_t>(length));
+}
+
+// Returns the numbers that name entries of a directory of /proc, sorted.
+std::vector<pid_t> NumbersIn(const std::string& directory) {
+    std::vector<pid_t> numbers;
+    std::error_code error;
+    for (std::filesystem::directory_iterator it(directory, error), end; !error && it != end;
+         it.increment(error)) {
+        const std::string name = it->path().filename();
+        if (isdigit(static_cast<unsigned char>(name[0])) != 0) {
+            numbers.push_back(static_cast<pid_t>(strtol(name.c_str(), nullptr, 10)));
+        }
+    }
+    std::sort(numbers.begin(), numbers.end());
+    return numbers;
+}
+
+std::string TaskPath(pid_t pid, pid_t thread) {
+    return "/proc/" + std::to_string(pid) + "/task/" + std::to_string(thread);
+}
+
+// Whether the thread runs or sleeps, and has not ended.
+bool IsLiving(pid_t pid, pid_t thread) {
+    const std::string status = ReadAll(TaskPath(pid, thread) + "/stat");
+    const size_t name = status.rfind(')');
+    return name != std::string::npos && name + 2 < status.size() && status[name + 2] != 'Z' &&
+           status[name + 2] != 'X';
+}
+
+std::vector<std::string> Arguments(const std::string& task) {
+    std::vector<std::string> arguments;
+    std::istringstream text(ReadAll(task + "/cmdline"));
+    for (std::string argument; std::getline(text, argument, '\0');) {
+        arguments.push_back(argument);
+    }
+    return arguments;
+}
+
+// Reads the options as the service itself does. Returns what --config-path gives, or "".
+std::string ConfigArgument(std::vector<std::string> arguments) {
+    const option options[] = {{"config-path", required_argument, nullptr, 'f'},
+                              {"stdout", no_argument, nullptr, 'l'},
+                              {"help", no_argument, nullptr, 'h'},
+                              {"verbose", no_argument, nullptr, 'y'},
+                              {"debug", no_argument, nullptr, 'z'},
+                              {nullptr, 0, nullptr, 0}};
+    std::vector<char*> pointers;
+    for (std::string& argument : arguments) {
+        pointers.push_back(argument.data());
+    }
+    pointers.push_back(nullptr);
+    std::string path;
+    optind = 0;  // begin anew
+    opterr = 0;
+    for (int found = 0; found != -1;) {
+        found = getopt_long(static_cast<int>(arguments.size()), pointers.data(), "f:lhyz", options,
+                            nullptr);
+        if (found == 'f') {
+            path = optarg;
+        }
+    }
+    return path;
+}
+
+std::string DirectoryOf(const std::string& path) {
+    const size_t slash = path.find_last_of('/');
+    return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
+
+std::string NameOf(const std::string& path) {
+    return path.substr(path.find_last_of('/') + 1);
+}
+
+bool IsMissing(const std::string& path) {
+    struct stat status = {};
+    return stat(path.c_str(), &status) != 0 && errno == ENOENT;
+}
+
+// Turns a path of the service into one of this process, which sees other mounts when the service is
+// confined: through its root only where the path leads elsewhere.
+std::string PathFromHere(const std::string& task, const std::string& path) {
+    if (path.empty()) {
+        return "";
+    }
+    const std::string absolute = path[0] == '/' ? path : ReadLink(task + "/cwd") + "/" + path;
+    const std::string through = task + "/root" + absolute;
+    // The file itself need not be there yet.
+    return AreOneFile(DirectoryOf(absolute), DirectoryOf(through)) ? absolute : through;
+}
+
+std::string UserOf(const std::string& task) {
+    struct stat status = {};
+    if (stat(task.c_str(), &status) != 0) {
+        return "";
+    }
+    const struct passwd* const user = getpwuid(status.st_uid);
+    return user != nullptr ? user->pw_name : std::to_string(status.st_uid);
+}
+
+bool IsConfigOfAny(const std::vector<ServiceProcess>& services, const std::string& path) {
+    return std::any_of(services.begin(), services.end(), [&path](const ServiceProcess& service) {
+        return IsConfigOf(service, path);
+    });
+}
+
+bool IsService(const std::string& task) {
+    const std::vector<std::string> arguments = Arguments(task);
+    return !arguments.empty() &&
+           arguments[0].substr(arguments[0].find_last_of('/') + 1) == kProgramName;
+}
+
+}  // namespace
+
+bool RefreshService(ServiceProcess& service) {
+    service.intakeAlive = false;
+    service.workerAlive = false;
+    service.thread = 0;
+    for (const pid_t thread : NumbersIn("/proc/" + std::to_string(service.pid) + "/task")) {
+        if (IsLiving(service.pid, thread)) {
+            service.thread = thread;
+            (thread == service.pid ? service.intakeAlive : service.workerAlive) = true;
+        }
+    }
+    return service.thread != 0;
+}
+
+std::vector<ServiceProcess> FindServices() {
+    std::vector<ServiceProcess> services;
+    const std::string ipc = ReadLink("/proc/self/ns/ipc");
+    const std::string comm = std::string(kProgramName).substr(0, kCommLength) + "\n";
+    for (const pid_t pid : NumbersIn("/proc")) {
+        ServiceProcess service;
+        service.pid = pid;
+        // A process whose main thread has ended has a name and little else: ask a living thread.
+        if (ReadAll("/proc/" + std::to_string(pid) + "/comm") != comm || !RefreshService(service)) {
+            continue;
+        }
+        const std::string task = TaskPath(pid, service.thread);
+        if (!IsService(task) || ReadLink(task + "/ns/ipc") != ipc) {
+            continue;
+        }
+        service.configPath = PathFromHere(task, ConfigArgument(Arguments(task)));
+        service.user = UserOf(task);
+        services.push_back(service);
+    }
+    return services;
+}
+
+const char* NoServiceText() {
+    return geteuid() == 0 ? "does not run here" : "is not seen: only root sees where it runs";
+}
+
+bool ReadPosition(const ServiceProcess& service, const std::string& devicePath,
+                  uint64_t& position) {
+    const std::string task = TaskPath(service.pid, service.thread);
+    for (const pid_t fd : NumbersIn(task + "/fd")) {
+        // Not by name: in a confined service's namespace the file may have another one.
+        if (!AreOneFile(task + "/fd/" + std::to_string(fd), devicePath)) {
+            continue;
+        }
+        const std::string info = ReadAll(task + "/fdinfo/" + std::to_string(fd));
+        const size_t mark = info.find("pos:");
+        if (mark != std::string::npos) {
+            position = strtoull(info.c_str() + mark + 4, nullptr, 10);
+            return true;
+        }
+    }
+    return false;
+}
+
+std::vector<std::string> PlatformLibraries(const ServiceProcess& service) {
+    std::set<std::string> paths;
+    std::istringstream maps(ReadAll(TaskPath(service.pid, service.thread) + "/maps"));
+    for (std::string line; std::getline(maps, line);) {
+        const size_t path = line.find('/');
+        if (path != std::string::npos && line.find("/libquor") != std::string::npos) {
+            paths.insert(line.substr(path));
+        }
+    }
+    return {paths.begin(), paths.end()};
+}
+
+bool IsConfigOf(const ServiceProcess& service, const std::string& path) {
+    if (service.configPath == path || AreOneFile(service.configPath, path)) {
+        return true;
+    }
+    return IsMissing(path) && IsMissing(service.configPath) &&
+           NameOf(path) == NameOf(service.configPath) &&
+           AreOneFile(DirectoryOf(path), DirectoryOf(service.configPath));
+}
+
+bool IsAnothersConfig(const std::string& path) {
+    const std::vector<ServiceProcess> services = FindServices();
+    return !services.empty() && !IsConfigOfAny(services, path);
+}
+
+bool FindConfigPath(const std::string& given, std::string& path, std::string& why) {
+    if (!given.empty()) {
+        if (IsMissing(given) && !IsConfigOfAny(FindServices(), given)) {
+            why = "configuration file " + Printable(given) + ": " + strerror(ENOENT);
+            return false;
+        }
+        path = given;
+        return true;
+    }
+    path.clear();
+    for (const ServiceProcess& service : FindServices()) {
+        if (!path.empty() && service.configPath != path) {
+            why =
+                "several services run with different configuration files; --config-path names one";
+            return false;
+        }
+        path = service.configPath;
+    }
+    if (path.empty()) {
+        why =
+            "the service does not run here, so its configuration file is not known; "
+            "--config-path names it";
+    }
+    return !path.empty();
+}
+
+}  // namespace client

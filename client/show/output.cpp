@@ -1,0 +1,224 @@
+// SPDX-License-Identifier: MIT
+#include "client/show/output.h"
+
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+#include <wchar.h>
+
+#include <algorithm>
+
+#include "client/show/exit_status.h"
+#include "client/show/text.h"
+
+namespace client {
+
+namespace {
+
+constexpr char kReset[] = "\033[0m";
+
+const char* ToneSequence(Tone tone) {
+    switch (tone) {
+        case Tone::kGood:
+            return "\033[32m";
+        case Tone::kBad:
+            return "\033[31m";
+        case Tone::kWarn:
+            return "\033[33m";
+        case Tone::kDim:
+            return "\033[2m";
+        case Tone::kStrong:
+            return "\033[1m";
+    }
+    return "";
+}
+
+bool HasColours(int fd) {
+    const char* const noColor = getenv("NO_COLOR");
+    const char* const term = getenv("TERM");
+    return (noColor == nullptr || *noColor == '\0') && isatty(fd) == 1 && term != nullptr &&
+           strcmp(term, "dumb") != 0;
+}
+
+std::string TonedOn(int fd, Tone tone, const std::string& text) {
+    return HasColours(fd) && !text.empty() ? ToneSequence(tone) + text + kReset : text;
+}
+
+// Direction marks and controls reorder what stands around them.
+bool IsDirectionMark(uint32_t character) {
+    return character == 0x200e || character == 0x200f || character == 0x61c ||
+           (character >= 0x202a && character <= 0x202e) ||
+           (character >= 0x2066 && character <= 0x2069);
+}
+
+bool IsLineBreak(uint32_t character) {
+    return character == 0x2028 || character == 0x2029;
+}
+
+bool IsControl(uint32_t character) {
+    return character < 0x20 || (character >= 0x7f && character < 0xa0);
+}
+
+void AppendEscaped(const std::string& bytes, std::string& out) {
+    for (const char byte : bytes) {
+        char escape[8];
+        snprintf(escape, sizeof(escape), "\\x%02x", static_cast<unsigned char>(byte));
+        out += escape;
+    }
+}
+
+// The length of the colour sequence at `position`, 0 when there is none.
+size_t SequenceLength(const std::string& text, size_t position) {
+    if (text[position] != '\033') {
+        return 0;
+    }
+    const size_t end = text.find('m', position);
+    return end == std::string::npos ? 0 : end - position + 1;
+}
+
+void AppendPadded(std::string& line, const std::string& cell, size_t width, bool right) {
+    const size_t columns = Columns(cell);
+    const std::string padding(width > columns ? width - columns : 0, ' ');
+    line += right ? padding + cell : cell + padding;
+}
+
+std::string g_lastSaid;
+
+// Replaces texts that a JSON document cannot hold.
+void MakeUtf8(Json::Value& value) {
+    if (value.isString() && !IsUtf8(value.asString())) {
+        value = Printable(value.asString());
+    } else if (value.isArray() || value.isObject()) {
+        for (Json::Value& member : value) {
+            MakeUtf8(member);
+        }
+    }
+}
+
+}  // namespace
+
+std::string Printable(const std::string& text) {
+    std::string out;
+    for (size_t at = 0; at < text.size();) {
+        uint32_t character = 0;
+        const size_t length = DecodeUtf8(text, at, character);
+        const std::string bytes = text.substr(at, std::max<size_t>(length, 1));
+        if (length == 0 || IsControl(character) || IsDirectionMark(character) ||
+            IsLineBreak(character)) {
+            AppendEscaped(bytes, out);
+        } else {
+            out += bytes;
+        }
+        at += bytes.size();
+    }
+    return out;
+}
+
+size_t Columns(const std::string& text) {
+    size_t columns = 0;
+    for (size_t at = 0; at < text.size();) {
+        if (const size_t sequence = SequenceLength(text, at)) {
+            at += sequence;
+            continue;
+        }
+        uint32_t character = 0;
+        const size_t length = DecodeUtf8(text, at, character);
+        // Without a locale that knows the character, wcwidth gives -1: one column then.
+        const int width = wcwidth(static_cast<wchar_t>(character));
+        columns += width < 0 ? 1U : static_cast<size_t>(width);
+        at += std::max<size_t>(length, 1);
+    }
+    return columns;
+}
+
+std::string HumanBytes(uint64_t bytes) {
+    constexpr const char* kUnits[] = {"bytes", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+    size_t unit = 0;
+    auto value = static_cast<double>(bytes);
+    while (value >= 1023.95 && unit < 6) {
+        value /= 1024;
+        ++unit;
+    }
+    char text[32];
+    snprintf(text, sizeof(text), unit == 0 ? "%.0f %s" : "%.1f %s", value, kUnits[unit]);
+    return text;
+}
+
+std::string Counted(uint64_t count, const char* one, const char* many) {
+    std::string text = std::to_string(count) + " ";
+    if (count == 1) {
+        return text + one;
+    }
+    return many != nullptr ? text + many : text + one + "s";
+}
+
+void Say(const std::string& text) {
+    g_lastSaid = text;
+    fflush(stdout);
+    fprintf(stderr, "quorcachepinctl: %s\n", text.c_str());
+}
+
+void Print(const std::string& text) {
+    fputs(text.c_str(), stdout);
+    fputc('\n', stdout);
+}
+
+std::string Toned(Tone tone, const std::string& text) {
+    return TonedOn(STDOUT_FILENO, tone, text);
+}
+
+std::string TonedError(Tone tone, const std::string& text) {
+    return TonedOn(STDERR_FILENO, tone, text);
+}
+
+void Table::Show(const std::string& indent) const {
+    std::vector<size_t> widths(alignment_.size());
+    for (const auto& row : rows_) {
+        for (size_t i = 0; i < row.size() && i < widths.size(); ++i) {
+            widths[i] = std::max(widths[i], Columns(row[i]));
+        }
+    }
+    for (const auto& row : rows_) {
+        std::string line = indent;
+        for (size_t i = 0; i < row.size() && i < widths.size(); ++i) {
+            line += i == 0 ? "" : "  ";
+            AppendPadded(line, row[i], widths[i], alignment_[i] == 'r');
+        }
+        line.erase(line.find_last_not_of(' ') + 1);
+        Print(line);
+    }
+}
+
+Json::Value NewReport(const char* verb) {
+    Json::Value report(Json::objectValue);
+    g_lastSaid.clear();
+    report["schema"] = kJsonSchema;
+    report["verb"] = verb;
+    return report;
+}
+
+bool FinishOutput() {
+    errno = 0;
+    if (fflush(stdout) == 0 && ferror(stdout) == 0) {
+        return true;
+    }
+    Say(std::string("standard output cannot be written") +
+        (errno != 0 ? std::string(": ") + strerror(errno) : ""));
+    return false;
+}
+
+void PrintReport(Json::Value& report, int exitStatus) {
+    report["exitStatus"] = exitStatus;
+    if ((exitStatus == kExitNoService || exitStatus == kExitTimedOut) && !g_lastSaid.empty()) {
+        report["error"] = g_lastSaid;
+    }
+    MakeUtf8(report);
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "  ";
+    builder["emitUTF8"] = true;
+    Print(Json::writeString(builder, report));
+}
+
+}  // namespace client

@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: MIT
+// What the command shows: results on standard output, talk on standard error.
+#pragma once
+
+#include <json/json.h>
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
+namespace client {
+
+constexpr int kJsonSchema = 1;
+
+// Returns the text with control characters, direction marks and bytes that are no UTF-8 written as
+// \xNN, so that a file name cannot write to the terminal.
+std::string Printable(const std::string& text);
+
+// Returns the number of terminal columns that a printable text takes; an East Asian wide character
+// takes two, a combining one none.
+size_t Columns(const std::string& text);
+
+// Returns a count of bytes in the largest binary unit that fits, as in "1.5 MiB".
+std::string HumanBytes(uint64_t bytes);
+
+// Returns "1 file", "2 files".
+std::string Counted(uint64_t count, const char* one, const char* many = nullptr);
+
+// Prints one line "quorcachepinctl: TEXT" on standard error. The text must be printable.
+void Say(const std::string& text);
+
+// Writes out what is buffered of standard output. Returns false, having said why, when some of what
+// was printed could not be written.
+bool FinishOutput();
+
+// Prints one line of result on standard output. The text must be printable.
+void Print(const std::string& text);
+
+// Colours, where the stream is a terminal that has them and NO_COLOR is not set; else the text
+// itself.
+enum class Tone { kGood, kBad, kWarn, kDim, kStrong };
+std::string Toned(Tone tone, const std::string& text);       // for standard output
+std::string TonedError(Tone tone, const std::string& text);  // for standard error
+
+// Rows of cells, printed in columns that are as wide as their widest cell. Cells may hold colours.
+class Table {
+  public:
+    // `alignment` has a character a column: l or r.
+    explicit Table(std::string alignment) : alignment_(std::move(alignment)) {}
+    void Add(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
+    bool Empty() const { return rows_.empty(); }
+    void Show(const std::string& indent = "") const;
+
+  private:
+    std::string alignment_;
+    std::vector<std::vector<std::string>> rows_;
+};
+
+// Returns a document with the members that every verb's JSON begins with.
+Json::Value NewReport(const char* verb);
+
+// Completes the document with the exit status and, when that is kExitNoService or kExitTimedOut,
+// with what was said last as the reason; prints it on standard output. Texts that are no UTF-8 are
+// written as Printable has them.
+void PrintReport(Json::Value& report, int exitStatus);
+
+}  // namespace client

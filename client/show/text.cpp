@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: MIT
+#include "client/show/text.h"
+
+#include <json/json.h>
+
+#include <memory>
+
+namespace client {
+
+namespace {
+
+// The length that a first byte announces, 0 when it can begin no character.
+size_t AnnouncedLength(unsigned char first) {
+    if (first < 0x80) {
+        return 1;
+    }
+    if (first >= 0xc2 && first <= 0xdf) {
+        return 2;
+    }
+    if (first >= 0xe0 && first <= 0xef) {
+        return 3;
+    }
+    return first >= 0xf0 && first <= 0xf4 ? 4 : 0;
+}
+
+bool IsCharacter(uint32_t character, size_t length) {
+    constexpr uint32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
+    const bool surrogate = character >= 0xd800 && character <= 0xdfff;
+    return character >= kLeast[length] && character <= 0x10ffff && !surrogate;
+}
+
+}  // namespace
+
+size_t DecodeUtf8(const std::string& text, size_t at, uint32_t& character) {
+    const auto first = static_cast<unsigned char>(text[at]);
+    const size_t length = AnnouncedLength(first);
+    if (length == 0 || at + length > text.size()) {
+        return 0;
+    }
+    constexpr uint32_t kFirstBits[] = {0, 0x7f, 0x1f, 0x0f, 0x07};
+    uint32_t value = first & kFirstBits[length];
+    for (size_t i = 1; i < length; ++i) {
+        const auto next = static_cast<unsigned char>(text[at + i]);
+        if ((next & 0xc0) != 0x80) {
+            return 0;
+        }
+        value = value << 6 | (next & 0x3fU);
+    }
+    if (!IsCharacter(value, length)) {
+        return 0;
+    }
+    character = value;
+    return length;
+}
+
+bool IsUtf8(const std::string& text) {
+    uint32_t character = 0;
+    for (size_t at = 0; at < text.size();) {
+        const size_t length = DecodeUtf8(text, at, character);
+        if (length == 0) {
+            return false;
+        }
+        at += length;
+    }
+    return true;
+}
+
+bool SurvivesJson(const std::string& text) {
+    if (!IsUtf8(text)) {
+        return false;
+    }
+    // The same writer as the service's, so that whatever it does to a name is seen here.
+    Json::Value document(Json::objectValue);
+    document["text"] = text;
+    const std::string written = document.toStyledString();
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    Json::Value back;
+    return reader->parse(written.data(), written.data() + written.size(), &back, nullptr) &&
+           back["text"].asString() == text;
+}
+
+bool HasWhiteSpace(const std::string& text) {
+    return text.find_first_of(" \t\n\v\f\r") != std::string::npos;
+}
+
+bool StartsWith(const std::string& text, const std::string& start) {
+    return text.compare(0, start.size(), start) == 0;
+}
+
+}  // namespace client

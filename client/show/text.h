@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+// Small questions about texts.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <string>
+
+namespace client {
+
+// Stores the character that begins at byte `at`, which must be below the size, and returns its
+// length in bytes; 0 when the bytes there are no UTF-8 (overlong forms, surrogates and numbers
+// beyond Unicode are none).
+size_t DecodeUtf8(const std::string& text, size_t at, uint32_t& character);
+
+bool IsUtf8(const std::string& text);
+
+// Whether the text comes back unchanged from the JSON file that the service keeps it in.
+bool SurvivesJson(const std::string& text);
+
+// Whether the text holds one of the characters that end a scanned word: blank, tab, newline,
+// vertical tab, form feed, carriage return.
+bool HasWhiteSpace(const std::string& text);
+
+bool StartsWith(const std::string& text, const std::string& start);
+
+}  // namespace client

@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: MIT
+// What the command line says.
+#pragma once
+
+#include <string>
+
+#include "client/request/file_list.h"
+#include "client/request/send_options.h"
+
+namespace client {
+
+// For every verb.
+struct CommonOptions {
+    bool json = false;
+    std::string configPath;  // the service's configuration file; empty = found from its process
+};
+
+// pin and unpin.
+struct FileVerbOptions {
+    CommonOptions common;
+    SendOptions send;
+    FileListOptions list;
+    bool keepGoing = false;  // send the others when some are refused
+    bool dryRun = false;     // show the price, send nothing
+    bool mend = true;        // unpin: pin again what shares units
+};
+
+// reload, pend and release.
+struct VolumeVerbOptions {
+    CommonOptions common;
+    SendOptions send;
+    std::string volume;
+};
+
+struct ListOptions {
+    CommonOptions common;
+    std::string volume;  // empty = all
+    bool paths = false;  // paths alone, one a line
+    bool nulSeparated = false;
+};
+
+struct StatusOptions {
+    CommonOptions common;
+};
+
+struct CheckOptions {
+    CommonOptions common;
+    SendOptions send;
+    std::string volume;  // empty = all
+    bool repair = false;
+};
+
+struct ExplainOptions {
+    CommonOptions common;
+    std::string path;
+};
+
+struct MapOptions {
+    CommonOptions common;
+    std::string volume;
+    std::string output;  // empty = the terminal; else a file, .svg
+    unsigned width = 0;  // columns; 0 = the terminal's
+};
+
+struct DoctorOptions {
+    CommonOptions common;
+    bool fix = false;
+};
+
+}  // namespace client

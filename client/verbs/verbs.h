@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: MIT
+// The verbs. Each does what its help says and returns the exit status.
+#pragma once
+
+#include "client/verbs/options.h"
+
+namespace client {
+
+int PinVerb(const FileVerbOptions& options);
+int UnpinVerb(const FileVerbOptions& options);
+int ReloadVerb(const VolumeVerbOptions& options);
+int PendVerb(const VolumeVerbOptions& options);
+int ReleaseVerb(const VolumeVerbOptions& options);
+int ListVerb(const ListOptions& options);
+int StatusVerb(const StatusOptions& options);
+int CheckVerb(const CheckOptions& options);
+int ExplainVerb(const ExplainOptions& options);
+int MapVerb(const MapOptions& options);
+int DoctorVerb(const DoctorOptions& options);
+
+}  // namespace client

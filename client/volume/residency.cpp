@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: MIT
+#include "client/volume/residency.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <json/json.h>
+#include <stdlib.h>
+#include <sys/file.h>
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+
+#include "util/scoped.h"
+
+namespace client {
+
+namespace {
+
+constexpr char kRegistryDirectory[] = "/run/quorsoftcache";
+
+std::string RegistryDirectory() {
+    const char* const given = getenv("QUORSOFTCACHE_REGISTRY");
+    return given == nullptr || *given == '\0' ? kRegistryDirectory : given;
+}
+
+// The process behind an entry keeps it locked.
+bool IsLiving(const std::string& path) {
+    const ScopedFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    return fd.valid() && flock(fd.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+}
+
+bool ReadEntry(const std::string& path, Json::Value& entry) {
+    std::ifstream file(path);
+    std::ostringstream text;
+    text << file.rdbuf();
+    const std::string all = text.str();
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    try {
+        return file.is_open() &&
+               reader->parse(all.data(), all.data() + all.size(), &entry, nullptr) &&
+               entry.isObject() && entry["device"].isString();
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+// Stores the entry of the living cache with this device. Returns false when there is none.
+bool FindEntry(const std::string& devicePath, Json::Value& entry) {
+    std::error_code error;
+    for (std::filesystem::directory_iterator it(RegistryDirectory(), error), end;
+         !error && it != end; it.increment(error)) {
+        const std::string path = it->path();
+        if (it->path().extension() == ".json" && ReadEntry(path, entry) &&
+            entry["device"].asString() == devicePath && IsLiving(path)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool ReadBits(const Json::Value& path, UnitSet& set) {
+    return path.isString() && ReadUnitSet(path.asString(), set);
+}
+
+}  // namespace
+
+Residency ReadResidency(const std::string& devicePath) {
+    Residency residency;
+    Json::Value entry;
+    if (devicePath.empty() || !FindEntry(devicePath, entry)) {
+        return residency;
+    }
+    residency.known = ReadBits(entry["resident"], residency.resident) &&
+                      ReadBits(entry["pinned"], residency.pinned);
+    residency.name = entry["name"].isString() ? entry["name"].asString() : "";
+    residency.cacheSize = entry["cacheSize"].isUInt64() ? entry["cacheSize"].asUInt64() : 0;
+    return residency;
+}
+
+}  // namespace client

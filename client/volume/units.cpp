@@ -1,0 +1,218 @@
+// SPDX-License-Identifier: MIT
+#include "client/volume/units.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <iterator>
+
+#include "util/pin_bitmap.h"
+#include "util/scoped.h"
+
+namespace client {
+
+namespace {
+
+constexpr size_t kReadPiece = 1 << 20;
+
+uint64_t CountBits(uint8_t byte) {
+    return static_cast<uint64_t>(__builtin_popcount(byte));
+}
+
+// Merges runs that touch or overlap; sorts them first.
+UnitRuns Merged(UnitRuns runs) {
+    std::sort(runs.begin(), runs.end(),
+              [](const UnitRun& left, const UnitRun& right) { return left.first < right.first; });
+    UnitRuns merged;
+    for (const UnitRun& run : runs) {
+        if (!merged.empty() && run.first <= merged.back().last + 1) {
+            merged.back().last = std::max(merged.back().last, run.last);
+        } else {
+            merged.push_back(run);
+        }
+    }
+    return merged;
+}
+
+}  // namespace
+
+void UnitSet::Put(uint64_t unit) {
+    if (unit < Room()) {
+        bytes_[static_cast<size_t>(unit / 8)] |= static_cast<uint8_t>(1U << (unit % 8));
+    }
+}
+
+void UnitSet::Remove(uint64_t unit) {
+    if (unit < Room()) {
+        bytes_[static_cast<size_t>(unit / 8)] &= static_cast<uint8_t>(~(1U << (unit % 8)));
+    }
+}
+
+void UnitSet::Put(const UnitRuns& runs) {
+    for (const UnitRun& run : runs) {
+        const uint64_t stop = std::min(run.last + 1, Room());
+        for (uint64_t unit = run.first; unit < stop;) {
+            if (unit % 8 == 0 && stop - unit >= 8) {
+                bytes_[static_cast<size_t>(unit / 8)] = 0xff;
+                unit += 8;
+            } else {
+                Put(unit);
+                ++unit;
+            }
+        }
+    }
+}
+
+uint64_t UnitSet::Count() const {
+    uint64_t count = 0;
+    for (const uint8_t byte : bytes_) {
+        count += CountBits(byte);
+    }
+    return count;
+}
+
+uint64_t UnitSet::RoomFor(const UnitRuns& runs) const {
+    uint64_t count = 0;
+    for (const UnitRun& run : runs) {
+        count += std::min(run.last + 1, Room()) - std::min(run.first, Room());
+    }
+    return count;
+}
+
+uint64_t UnitSet::CountIn(const UnitRuns& runs) const {
+    uint64_t count = 0;
+    for (const UnitRun& run : runs) {
+        count += CountBetween(run.first, run.last + 1);
+    }
+    return count;
+}
+
+uint64_t UnitSet::CountWithout(const UnitSet& other) const {
+    const size_t common = std::min(bytes_.size(), other.bytes_.size());
+    uint64_t count = 0;
+    for (size_t i = 0; i < bytes_.size(); ++i) {
+        const uint8_t others = i < common ? other.bytes_[i] : uint8_t{0};
+        count += CountBits(static_cast<uint8_t>(bytes_[i] & ~others));
+    }
+    return count;
+}
+
+UnitSet UnitSet::Without(const UnitSet& other) const {
+    UnitSet left = *this;
+    const size_t common = std::min(bytes_.size(), other.bytes_.size());
+    for (size_t i = 0; i < common; ++i) {
+        left.bytes_[i] &= static_cast<uint8_t>(~other.bytes_[i]);
+    }
+    return left;
+}
+
+uint64_t UnitSet::CountBetween(uint64_t first, uint64_t end) const {
+    uint64_t count = 0;
+    const uint64_t stop = std::min(end, Room());
+    for (uint64_t unit = first; unit < stop;) {
+        if (unit % 8 == 0 && stop - unit >= 8) {
+            count += CountBits(bytes_[static_cast<size_t>(unit / 8)]);
+            unit += 8;
+        } else {
+            count += Has(unit) ? 1U : 0U;
+            ++unit;
+        }
+    }
+    return count;
+}
+
+UnitRuns UnitSet::Runs() const {
+    UnitRuns runs;
+    for (size_t byte = 0; byte < bytes_.size(); ++byte) {
+        for (uint64_t unit = byte * uint64_t{8}; bytes_[byte] != 0 && unit < byte * uint64_t{8} + 8;
+             ++unit) {
+            if (!Has(unit)) {
+                continue;
+            }
+            if (!runs.empty() && runs.back().last + 1 == unit) {
+                runs.back().last = unit;
+            } else {
+                runs.push_back({unit, unit});
+            }
+        }
+    }
+    return runs;
+}
+
+UnitRuns RunsOf(const std::vector<FileMappingEntry>& extents) {
+    UnitRuns runs;
+    for (const FileMappingEntry& extent : extents) {
+        if (extent.numSectors > 0) {
+            runs.push_back(
+                {extent.deviceStartSector >> kPinUnitSectorShift,
+                 (extent.deviceStartSector + extent.numSectors - 1) >> kPinUnitSectorShift});
+        }
+    }
+    return Merged(std::move(runs));
+}
+
+uint64_t CountUnits(const UnitRuns& runs) {
+    uint64_t count = 0;
+    for (const UnitRun& run : runs) {
+        count += run.last - run.first + 1;
+    }
+    return count;
+}
+
+UnitRuns CommonRuns(const UnitRuns& left, const UnitRuns& right) {
+    UnitRuns common;
+    for (size_t l = 0, r = 0; l < left.size() && r < right.size();) {
+        const uint64_t first = std::max(left[l].first, right[r].first);
+        const uint64_t last = std::min(left[l].last, right[r].last);
+        if (first <= last) {
+            common.push_back({first, last});
+        }
+        if (left[l].last < right[r].last) {
+            ++l;
+        } else {
+            ++r;
+        }
+    }
+    return common;
+}
+
+std::vector<FileMappingEntry> WrittenOf(const std::vector<FileMappingEntry>& extents) {
+    std::vector<FileMappingEntry> written;
+    std::copy_if(extents.begin(), extents.end(), std::back_inserter(written),
+                 [](const FileMappingEntry& extent) { return extent.uninitialized != 1; });
+    return written;
+}
+
+uint64_t BytesOf(const std::vector<FileMappingEntry>& extents) {
+    uint64_t bytes = 0;
+    for (const FileMappingEntry& extent : extents) {
+        bytes += extent.numSectors * kSectorBytes;
+    }
+    return bytes;
+}
+
+bool ReadUnitSet(const std::string& path, UnitSet& set) {
+    const ScopedFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!fd.valid()) {
+        return false;
+    }
+    std::vector<uint8_t> bytes;
+    for (;;) {
+        const size_t before = bytes.size();
+        bytes.resize(before + kReadPiece);
+        const ssize_t done = read(fd.get(), bytes.data() + before, kReadPiece);
+        if (done < 0 && errno != EINTR) {
+            return false;
+        }
+        bytes.resize(before + static_cast<size_t>(std::max<ssize_t>(done, 0)));
+        if (done == 0) {
+            break;
+        }
+    }
+    set = UnitSet(std::move(bytes));
+    return true;
+}
+
+}  // namespace client

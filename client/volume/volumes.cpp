@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: MIT
+#include "client/volume/volumes.h"
+
+#include <errno.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#include <memory>
+
+#include "client/show/text.h"
+#include "util/scoped.h"
+#include "util/space.h"
+
+namespace client {
+
+namespace {
+
+constexpr int kAllSpaces = 1;
+
+struct SpaceListDeleter {
+    void operator()(SpaceInfo* list) const { QUORSpaceInfoFree(list); }
+};
+
+std::string WithoutTrailingSlashes(const std::string& path) {
+    const size_t last = path.find_last_not_of('/');
+    return last == std::string::npos ? path.substr(0, 1) : path.substr(0, last + 1);
+}
+
+const Volume* FindExactly(const std::string& mountPath, const std::vector<Volume>& volumes) {
+    for (const Volume& volume : volumes) {
+        if (volume.mountPath == mountPath) {
+            return &volume;
+        }
+    }
+    return nullptr;
+}
+
+bool OnSameFileSystem(const std::string& path, const std::string& other) {
+    struct stat left = {};
+    struct stat right = {};
+    return stat(path.c_str(), &left) == 0 && stat(other.c_str(), &right) == 0 &&
+           left.st_dev == right.st_dev;
+}
+
+}  // namespace
+
+bool ListVolumes(std::vector<Volume>& volumes) {
+    SpaceInfo* first = nullptr;
+    if (QUORSpaceInfoEnum(kAllSpaces, &first) < 0) {
+        return false;
+    }
+    const std::unique_ptr<SpaceInfo, SpaceListDeleter> list(first);
+    for (const SpaceInfo* space = first; space != nullptr; space = space->next) {
+        const CString uuid(QUORSpaceUUIDGet(space));
+        const size_t length = strnlen(space->referencePath, sizeof(space->referencePath));
+        volumes.push_back({std::string(space->referencePath, length), uuid ? uuid.get() : ""});
+    }
+    return true;
+}
+
+std::string PathOnVolume(const std::string& mountPath, const std::string& relative) {
+    return mountPath + "/" + relative;
+}
+
+std::string PathBelow(const std::string& mountPath, const std::string& path) {
+    const std::string start = mountPath == "/" ? mountPath : mountPath + "/";
+    return StartsWith(path, start) ? path.substr(start.size()) : "";
+}
+
+const Volume* FindVolumeOf(const std::string& path, const std::vector<Volume>& volumes) {
+    const Volume* best = nullptr;
+    for (const Volume& volume : volumes) {
+        const bool holds = volume.mountPath == path || !PathBelow(volume.mountPath, path).empty();
+        if (holds && (best == nullptr || volume.mountPath.size() > best->mountPath.size())) {
+            best = &volume;
+        }
+    }
+    return best;
+}
+
+const Volume* ResolveVolume(const std::string& given, const std::vector<Volume>& volumes,
+                            std::string& why) {
+    if (given.empty()) {
+        why = "an empty path names no volume";
+        return nullptr;
+    }
+    if (const Volume* const exact = FindExactly(WithoutTrailingSlashes(given), volumes)) {
+        return exact;
+    }
+    const CString resolved(realpath(given.c_str(), nullptr));
+    if (!resolved) {
+        why = strerror(errno);
+        return nullptr;
+    }
+    const Volume* const volume = FindVolumeOf(resolved.get(), volumes);
+    if (volume == nullptr || !OnSameFileSystem(resolved.get(), volume->mountPath)) {
+        why = "no volume that the service knows holds it";
+        return nullptr;
+    }
+    return volume;
+}
+
+bool VolumeKeepsPins(const Volume& volume) {
+    return !volume.uuid.empty() && SpaceHasCacheAndSupportPinByUUID(volume.uuid.c_str()) == 1;
+}
+
+}  // namespace client

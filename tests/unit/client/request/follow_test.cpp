@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: MIT
+// Recognising requests in the configuration file, look by look.
+#include "client/request/follow.h"
+
+#include <gtest/gtest.h>
+
+#include "client/volume/units.h"
+
+namespace client {
+
+namespace {
+
+constexpr WatchState kUnseen = WatchState::kUnseen;
+constexpr WatchState kQueued = WatchState::kQueued;
+constexpr WatchState kLeft = WatchState::kLeft;
+
+Message Pin(const std::string& stored, const std::string& mountPath = "/mnt/pool1") {
+    return {kRequestPinFiles, mountPath, "", stored, 1, {}};
+}
+
+StoredRequest Stored(const std::string& number, const std::string& data,
+                     const std::string& type = "pinFiles",
+                     const std::string& mountPath = "/mnt/pool1") {
+    return {number, type, mountPath, data};
+}
+
+ConfigState State(int64_t next, std::vector<StoredRequest> queue) {
+    ConfigState state;
+    state.nextNumber = next;
+    state.queue = std::move(queue);
+    return state;
+}
+
+std::vector<WatchState> States(const std::vector<Watched>& requests) {
+    std::vector<WatchState> states;
+    for (const Watched& request : requests) {
+        states.push_back(request.state);
+    }
+    return states;
+}
+
+using S = std::vector<WatchState>;
+
+TEST(Follow, ARequestIsSeenQueuedAndThenLeaves) {
+    std::vector<Watched> requests = ToWatch({Pin("a#1"), Pin("b#2")}, 2);
+    Follow(requests, State(5, {}), 5, false);
+    EXPECT_EQ(States(requests), (S{kUnseen, kUnseen}));
+    Follow(requests, State(6, {Stored("5", "a#1")}), 5, false);
+    EXPECT_EQ(States(requests), (S{kQueued, kUnseen}));
+    EXPECT_EQ(requests[0].number, "5");
+    Follow(requests, State(7, {Stored("6", "b#2")}), 5, false);
+    EXPECT_EQ(States(requests), (S{kLeft, kQueued}));
+    Follow(requests, State(7, {}), 5, false);
+    EXPECT_EQ(States(requests), (S{kLeft, kLeft}));
+}
+
+TEST(Follow, OtherRequestsAreNotTakenForOurs) {
+    std::vector<Watched> requests = ToWatch({Pin("a#1")}, 1);
+    Follow(requests,
+           State(20, {Stored("10", "a#1"), Stored("15", "a#1", "unpinFiles"),
+                      Stored("16", "a#1", "pinFiles", "/mnt/pool2"), Stored("17", "a#1;b#2"),
+                      Stored("18", "")}),
+           12, false);
+    EXPECT_EQ(States(requests), (S{kUnseen}));
+}
+
+TEST(Follow, EqualRequestsAreToldApartByTheirNumbers) {
+    std::vector<Watched> requests = ToWatch({Pin("a#1"), Pin("a#1")}, 2);
+    Follow(requests, State(2, {Stored("0", "a#1"), Stored("1", "a#1")}), 0, false);
+    EXPECT_EQ(requests[0].number, "0");
+    EXPECT_EQ(requests[1].number, "1");
+    Follow(requests, State(2, {Stored("1", "a#1")}), 0, false);
+    EXPECT_EQ(States(requests), (S{kLeft, kQueued}));
+}
+
+TEST(Follow, NumbersAfterTheWrapAreLater) {
+    std::vector<Watched> requests = ToWatch({Pin("a#1"), Pin("b#2")}, 2);
+    Follow(requests, State(1, {Stored("2147483645", "a#1"), Stored("0", "b#2")}), 2147483645,
+           false);
+    EXPECT_EQ(States(requests), (S{kQueued, kQueued}));
+}
+
+TEST(Follow, WhatIsMissingBeforeASeenOneHasComeAndGone) {
+    std::vector<Watched> requests = ToWatch({Pin("a#1"), Pin("b#2"), Pin("c#3")}, 3);
+    Follow(requests, State(2, {Stored("1", "b#2")}), 0, false);
+    EXPECT_EQ(States(requests), (S{kLeft, kQueued, kUnseen}));
+}
+
+TEST(Follow, AnEmptyMessageQueueTellsOnlyWhenAllWereNumbered) {
+    std::vector<Watched> requests = ToWatch({Pin("a#1"), Pin("b#2")}, 2);
+    Follow(requests, State(0, {}), 0, true);
+    EXPECT_EQ(States(requests), (S{kUnseen, kUnseen})) << "received, not stored yet";
+    Follow(requests, State(1, {}), 0, true);
+    EXPECT_EQ(States(requests), (S{kUnseen, kUnseen}));
+    Follow(requests, State(2, {}), 0, true);
+    EXPECT_EQ(States(requests), (S{kLeft, kLeft}));
+}
+
+TEST(Follow, OnlyWhatWasSentIsWatched) {
+    EXPECT_EQ(ToWatch({Pin("a#1"), Pin("b#2")}, 1).size(), 1U);
+}
+
+TEST(Follow, AReloadIsKnownByItsVolume) {
+    std::vector<Watched> requests =
+        ToWatch({VolumeMessage(kRequestReloadPinBlocks, "/mnt/pool1")}, 1);
+    Follow(requests, State(1, {Stored("0", "", "reloadPinBlocks")}), 0, false);
+    EXPECT_EQ(States(requests), (S{kQueued}));
+    EXPECT_TRUE(WasStored(requests[0]));
+}
+
+struct PositionRow {
+    const char* what;
+    uint64_t position;
+    uint64_t read;
+};
+
+TEST(Follow, ThePositionOnTheDeviceTellsWhatWasRead) {
+    // In reading order: 1 MiB at 10 MiB, 1 MiB that is not read, 2 MiB at 4 MiB.
+    const uint64_t mib = 1 << 20;
+    const std::vector<FileMappingEntry> reading = {
+        {0, 2048, 10 * 2048, 0}, {2048, 2048, 20 * 2048, 1}, {4096, 4096, 4 * 2048, 0}};
+    const PositionRow rows[] = {
+        {"before the first read", 0, 0},
+        {"at the begin of the first extent", 10 * mib, 0},
+        {"in the first", 10 * mib + 65536, 65536},
+        {"behind the first", 11 * mib, mib},
+        {"in the one that is not read", 20 * mib + 65536, 0},
+        {"in the last", 5 * mib, 2 * mib},
+        {"at the end", 6 * mib, 3 * mib},
+        {"elsewhere", 7 * mib, 0},
+    };
+    for (const PositionRow& row : rows) {
+        EXPECT_EQ(BytesRead(reading, row.position), row.read) << row.what;
+    }
+}
+
+}  // namespace
+
+}  // namespace client

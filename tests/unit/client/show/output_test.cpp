@@ -1,0 +1,131 @@
+// SPDX-License-Identifier: MIT
+// Texts on their way to the terminal, and what the service's store does to a name.
+#include "client/show/output.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include "client/show/exit_status.h"
+#include "client/show/text.h"
+
+namespace client {
+
+namespace {
+
+struct PrintableRow {
+    const char* why;
+    std::string text;
+    std::string shown;
+};
+
+TEST(Output, NothingInANameReachesTheTerminalAsACommand) {
+    const PrintableRow rows[] = {
+        {"plain", "photos/a.jpg", "photos/a.jpg"},
+        {"UTF-8", "b\xc3\xa4r \xe2\x82\xac \xf0\x9f\x90\xbb",
+         "b\xc3\xa4r \xe2\x82\xac \xf0\x9f\x90\xbb"},
+        {"escape", "a\033[2Jb", "a\\x1b[2Jb"},
+        {"newline, tab, bell, delete", "a\n\t\a\x7f", "a\\x0a\\x09\\x07\\x7f"},
+        {"a control of the upper half",
+         "a\xc2\x9b"
+         "b",
+         "a\\xc2\\x9bb"},
+        {"right-to-left override",
+         "a\xe2\x80\xae"
+         "b",
+         "a\\xe2\\x80\\xaeb"},
+        {"line separator", "a\xe2\x80\xa8", "a\\xe2\\x80\\xa8"},
+        {"no UTF-8", "a\xff\xc3", "a\\xff\\xc3"},
+        {"overlong", "\xc0\xaf", "\\xc0\\xaf"},
+        {"surrogate", "\xed\xa0\x80", "\\xed\\xa0\\x80"},
+        {"NUL", std::string("a\0b", 3), "a\\x00b"},
+    };
+    for (const PrintableRow& row : rows) {
+        EXPECT_EQ(Printable(row.text), row.shown) << row.why;
+    }
+}
+
+struct StoreRow {
+    const char* why;
+    std::string text;
+    bool survives;
+};
+
+TEST(Output, NamesThatTheStoreWouldChangeAreKnown) {
+    const StoreRow rows[] = {
+        {"plain", "photos/a.jpg", true},
+        {"UTF-8 of two, three and four bytes", "\xc3\xa4\xe2\x82\xac\xf0\x9f\x90\xbb", true},
+        {"quotes and backslashes", "a\"b\\c/d", true},
+        {"control characters", "a\x01\x1f\x7f", true},
+        {"the last character", "\xf4\x8f\xbf\xbf", true},
+        {"Latin-1", "b\xe4r", false},
+        {"cut short", "a\xe2\x82", false},
+        {"a lone continuation", "\x80", false},
+        {"overlong", "\xe0\x80\xaf", false},
+        {"surrogate", "\xed\xbf\xbf", false},
+        {"beyond the last character", "\xf4\x90\x80\x80", false},
+    };
+    for (const StoreRow& row : rows) {
+        EXPECT_EQ(SurvivesJson(row.text), row.survives) << row.why;
+    }
+}
+
+TEST(Output, BytesAreShownInTheUnitThatFits) {
+    const std::pair<uint64_t, const char*> rows[] = {
+        {0, "0 bytes"},          {1, "1 bytes"},          {1023, "1023 bytes"},
+        {1024, "1.0 KiB"},       {65536, "64.0 KiB"},     {(1ULL << 20) - 1, "1.0 MiB"},
+        {3ULL << 29, "1.5 GiB"}, {1ULL << 40, "1.0 TiB"}, {UINT64_MAX, "16.0 EiB"},
+    };
+    for (const auto& [bytes, text] : rows) {
+        EXPECT_EQ(HumanBytes(bytes), text);
+    }
+}
+
+TEST(Output, NoColourWithoutATerminal) {
+    EXPECT_EQ(Toned(Tone::kBad, "text"), "text");
+    EXPECT_EQ(TonedError(Tone::kGood, "text"), "text");
+}
+
+TEST(Output, ColumnsCountWhatIsSeen) {
+    EXPECT_EQ(Columns("abc"), 3U);
+    EXPECT_EQ(Columns("\033[31mabc\033[0m"), 3U);
+    EXPECT_EQ(Columns("b\xc3\xa4r"), 3U);
+    EXPECT_EQ(Columns(""), 0U);
+}
+
+TEST(Output, ATableIsAsWideAsItsCells) {
+    Table table("lr");
+    table.Add({"a", "1"});
+    table.Add({"long", "100"});
+    table.Add({"b", ""});
+    testing::internal::CaptureStdout();
+    table.Show("  ");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "  a       1\n  long  100\n  b\n");
+}
+
+TEST(Output, CountsAgreeWithTheirWords) {
+    EXPECT_EQ(Counted(0, "file"), "0 files");
+    EXPECT_EQ(Counted(1, "file"), "1 file");
+    EXPECT_EQ(Counted(2, "entry", "entries"), "2 entries");
+}
+
+TEST(Output, AReportIsUtf8AndNamesTheReasonOfAFailure) {
+    Json::Value report = NewReport("list");
+    report["paths"].append("/m/\xe4");
+    testing::internal::CaptureStderr();
+    Say("nobody is there");
+    testing::internal::GetCapturedStderr();
+    testing::internal::CaptureStdout();
+    PrintReport(report, kExitNoService);
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(report["paths"][0], "/m/\\xe4");
+    EXPECT_EQ(report["error"], "nobody is there");
+    Json::Value good = NewReport("list");
+    testing::internal::CaptureStdout();
+    PrintReport(good, kExitDone);
+    testing::internal::GetCapturedStdout();
+    EXPECT_FALSE(good.isMember("error"));
+}
+
+}  // namespace
+
+}  // namespace client

@@ -1,0 +1,266 @@
+// SPDX-License-Identifier: MIT
+// The shapes of --json, verb by verb, as the manual gives them.
+#include <gtest/gtest.h>
+#include <json/json.h>
+
+#include <memory>
+
+#include "client/command_line.h"
+#include "tests/unit/client/client_test.h"
+
+namespace client {
+
+namespace {
+
+constexpr uint64_t kUnit = 128;  // sectors
+
+class JsonTest : public QueueClientTest {
+  protected:
+    void SetUp() override {
+        QueueClientTest::SetUp();
+        config_ = dir_ / "conf";
+        WriteFile(config_, "{}");
+    }
+
+    // Runs the command with --json and --config-path; the report must parse and carry the verb and
+    // the exit status that came back.
+    Json::Value Report(std::vector<std::string> arguments, int expectedStatus) {
+        const std::string verb = arguments[0];
+        arguments.insert(arguments.begin(), "quorcachepinctl");
+        arguments.insert(arguments.end(), {"--json", "--config-path", config_});
+        std::vector<char*> pointers;
+        for (std::string& argument : arguments) {
+            pointers.push_back(argument.data());
+        }
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
+        const int status = RunCommandLine(static_cast<int>(pointers.size()), pointers.data());
+        const std::string text = testing::internal::GetCapturedStdout();
+        const std::string talk = testing::internal::GetCapturedStderr();
+        EXPECT_EQ(status, expectedStatus) << verb << "\n" << text << talk;
+        const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+        Json::Value report;
+        std::string errors;
+        EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &report, &errors))
+            << errors << text;
+        EXPECT_EQ(report["schema"], 1);
+        EXPECT_EQ(report["verb"], verb);
+        EXPECT_EQ(report["exitStatus"], status);
+        return report;
+    }
+
+    // A pinned file of two units, one of them set.
+    std::string PinHalf() {
+        const std::string path = Make("photos/a.jpg");
+        Place(path, {{4 * kUnit, 2 * kUnit}});
+        WriteBitmap({4});
+        WriteFile(config_, R"({"nextRequestNum":8,"requestQueue":["7"],"requests":{"7":{"type":)"
+                           R"("reloadPinBlocks","mountPath":")" +
+                               mount_ + R"(","data":null}},"volumes":{")" + mount_ +
+                               R"(":{"files":{")" + std::to_string(InodeOf(path)) +
+                               R"(":"photos/a.jpg"}}}})");
+        return path;
+    }
+
+    std::string config_;
+};
+
+// "name:kind" of the members of an object, kinds being n number, s text, b boolean, a array,
+// o object, 0 null.
+std::string Shape(const Json::Value& value) {
+    std::string shape;
+    for (const std::string& name : value.getMemberNames()) {
+        const Json::Value& member = value[name];
+        shape += (shape.empty() ? "" : " ") + name + ":";
+        shape += member.isNull()      ? "0"
+                 : member.isBool()    ? "b"
+                 : member.isNumeric() ? "n"
+                 : member.isString()  ? "s"
+                 : member.isArray()   ? "a"
+                                      : "o";
+    }
+    return shape;
+}
+
+TEST_F(JsonTest, PinTellsFilesAndRefusals) {
+    const std::string path = Make("a");
+    Place(path, {{0, kUnit}});
+    MakeQueue();
+    const Json::Value report = Report({"pin", path}, 0);
+    EXPECT_EQ(Shape(report),
+              "dryRun:b exitStatus:n files:a mended:a notPinned:a refused:a requests:n schema:n "
+              "sent:n staleEntries:a verb:s");
+    EXPECT_EQ(Shape(report["files"][0]), "inode:n path:s size:n volume:s");
+    EXPECT_EQ(report["files"][0]["path"], path);
+    EXPECT_EQ(report["sent"], 1);
+    const Json::Value refused = Report({"pin", path, mount_ + "/b\xff"}, 5);
+    EXPECT_EQ(refused["sent"], 0);
+    EXPECT_EQ(Shape(refused["refused"][0]), "path:s reason:s");
+    EXPECT_EQ(refused["refused"][0]["path"], mount_ + "/b\\xff");
+    const Json::Value partly = Report({"pin", "-k", path, mount_ + "/nothing"}, 1);
+    EXPECT_EQ(partly["sent"], 1);
+    EXPECT_EQ(partly["refused"].size(), 1U);
+}
+
+TEST_F(JsonTest, ADryRunTellsThePriceAndSendsNothing) {
+    PinHalf();
+    MakeQueue();
+    const std::string path = Make("b", std::string(5000, 'b'));
+    Place(path, {{5 * kUnit + 8, 16}, {9 * kUnit, 8}});
+    const Json::Value report = Report({"pin", "--dry-run", path}, 0);
+    EXPECT_EQ(report["sent"], 0);
+    EXPECT_EQ(report["dryRun"], true);
+    ASSERT_EQ(report["price"].size(), 1U);
+    const Json::Value& price = report["price"][0];
+    EXPECT_EQ(Shape(price),
+              "bytes:n cacheBytes:0 extents:n files:n mendedFiles:n pinnedUnitsNow:n "
+              "pinnedUnitsThen:n requests:n roundingBytes:n units:n unitsAlreadyPinned:n "
+              "unitsWithoutBit:n volume:s");
+    EXPECT_EQ(price["extents"], 2);
+    EXPECT_EQ(price["bytes"], 24 * 512);
+    EXPECT_EQ(price["units"], 2);
+    EXPECT_EQ(price["roundingBytes"], 2 * 65536 - 24 * 512);
+    EXPECT_EQ(price["pinnedUnitsNow"], 1);
+    EXPECT_EQ(price["pinnedUnitsThen"], 3);
+    const Json::Value unpin = Report({"unpin", "--dry-run", path}, 0)["price"][0];
+    EXPECT_EQ(unpin["mendedFiles"], 1) << "shares unit 5";
+    EXPECT_EQ(unpin["pinnedUnitsThen"], 2) << "the mended file's two";
+    EXPECT_EQ(unpin["requests"], 2);
+}
+
+TEST_F(JsonTest, UnpinTellsWhatWasNotPinnedAndWhatNoPlainRequestReaches) {
+    const std::string gone = PinHalf();
+    const std::string other = Make("b");
+    Place(other, {{9 * kUnit, 8}});
+    unlink(gone.c_str());
+    const Json::Value report = Report({"unpin", "--dry-run", gone, other}, 0);
+    EXPECT_EQ(report["notPinned"].size(), 1U);
+    EXPECT_EQ(report["notPinned"][0], other);
+    ASSERT_EQ(report["staleEntries"].size(), 1U);
+    EXPECT_EQ(Shape(report["staleEntries"][0]), "inode:n path:s state:s volume:s");
+    EXPECT_EQ(report["staleEntries"][0]["path"], gone);
+    EXPECT_EQ(report["staleEntries"][0]["state"], "gone");
+    EXPECT_EQ(report["refused"].size(), 0U);
+    EXPECT_EQ(Report({"unpin", gone}, 3)["sent"], 0) << "no service that would read the request";
+}
+
+TEST_F(JsonTest, ListTellsFilesByVolume) {
+    const std::string path = PinHalf();
+    const Json::Value report = Report({"list"}, 0);
+    EXPECT_EQ(Shape(report), "exitStatus:n schema:n verb:s volumes:a");
+    EXPECT_EQ(Shape(report["volumes"][0]), "files:a mountPath:s");
+    const Json::Value& file = report["volumes"][0]["files"][0];
+    EXPECT_EQ(Shape(file), "inode:n path:s relativePath:s size:n state:s");
+    EXPECT_EQ(file["path"], path);
+    EXPECT_EQ(file["state"], "there");
+    unlink(path.c_str());
+    EXPECT_EQ(Report({"list"}, 0)["volumes"][0]["files"][0]["state"], "gone");
+    config_ = dir_.path();  // cannot be read
+    Report({"list"}, 3);
+}
+
+TEST_F(JsonTest, StatusTellsWhatIsThereAlsoWithoutAService) {
+    PinHalf();
+    const Json::Value report = Report({"status"}, 3);
+    EXPECT_EQ(Shape(report),
+              "configPath:s defects:a exitStatus:n queue:o requests:a schema:n services:a verb:s "
+              "volumes:a");
+    EXPECT_EQ(Shape(report["queue"]), "error:s");
+    EXPECT_EQ(report["services"].size(), 0U);
+    EXPECT_EQ(Shape(report["requests"][0]), "files:n number:s state:s type:s volume:s");
+    EXPECT_EQ(Shape(report["volumes"][0]),
+              "cacheBytes:0 files:n mountPath:s unitsResident:0 unitsSet:n");
+    MakeQueue();
+    EXPECT_EQ(Shape(Report({"status"}, 3)["queue"]), "bytes:n id:n key:n limitBytes:n messages:n");
+}
+
+TEST_F(JsonTest, CheckTellsConditionsAndCounts) {
+    PinHalf();
+    const Json::Value report = Report({"check"}, 1);
+    EXPECT_EQ(Shape(report), "exitStatus:n schema:n verb:s volumes:a");
+    const Json::Value& volume = report["volumes"][0];
+    EXPECT_EQ(
+        Shape(volume),
+        "bitmapFileTooLong:b bitmapWith:0 clean:b files:a mountPath:s mounted:b requestsQueued:n "
+        "unitsDriverLacks:0 unitsDriverSurplus:0 unitsMissing:n unitsSet:n unitsSurplus:n "
+        "unitsWanted:n unitsWithoutBit:n");
+    EXPECT_EQ(Shape(volume["files"][0]), "condition:s inode:n path:s units:n unitsMissing:n");
+    EXPECT_EQ(volume["files"][0]["condition"], "missing bits");
+    EXPECT_EQ(volume["unitsMissing"], 1);
+    EXPECT_EQ(volume["requestsQueued"], 1);
+    WriteBitmap({4, 5});
+    EXPECT_EQ(Report({"check"}, 0)["volumes"][0]["clean"], true);
+}
+
+TEST_F(JsonTest, RepairNeedsAServiceThatWorks) {
+    PinHalf();
+    const Json::Value report = Report({"check", "--repair"}, 3);
+    EXPECT_EQ(Shape(report["repair"]), "actions:a obstacles:a requests:n unitsCleared:n");
+    EXPECT_EQ(report["repair"]["requests"], 0);
+}
+
+TEST_F(JsonTest, ExplainTellsExtentsUnitsAndNeighbours) {
+    const std::string path = PinHalf();
+    const std::string other = Make("b");
+    Place(other, {{5 * kUnit, 8}});
+    const Json::Value file = Report({"explain", other}, 0)["file"];
+    EXPECT_EQ(Shape(file),
+              "extents:a inode:n path:s pathReplaced:b pinned:b queued:a shares:a size:n "
+              "unitRuns:a units:n unitsResident:0 unitsSet:n unitsWithDriver:0 volume:s "
+              "whyNotResident:s");
+    EXPECT_EQ(file["pinned"], false);
+    EXPECT_EQ(Shape(file["extents"][0]), "deviceSector:n fileSector:n sectors:n written:b");
+    EXPECT_EQ(file["unitRuns"][0][0], 5);
+    EXPECT_EQ(file["unitRuns"][0][1], 5);
+    EXPECT_EQ(Shape(file["shares"][0]), "path:s units:n");
+    EXPECT_EQ(file["shares"][0]["path"], path);
+    EXPECT_EQ(Report({"explain", path}, 0)["file"]["pinned"], true);
+    const Json::Value refused = Report({"explain", mount_ + "/nothing"}, 5);
+    EXPECT_EQ(refused["refused"].size(), 1U);
+    EXPECT_EQ(refused["staleEntries"].size(), 0U);
+    unlink(path.c_str());
+    const Json::Value gone = Report({"explain", path}, 5);
+    ASSERT_EQ(gone["staleEntries"].size(), 1U) << "it is on the list all the same";
+    EXPECT_EQ(gone["staleEntries"][0]["state"], "gone");
+}
+
+TEST_F(JsonTest, MapTellsRuns) {
+    WriteBitmap({1, 2, 3, 9});
+    const Json::Value report = Report({"map", mount_}, 0);
+    EXPECT_EQ(Shape(report),
+              "cacheBytes:0 exitStatus:n residentRuns:0 schema:n setRuns:a unitBytes:n units:n "
+              "unitsSet:n verb:s volume:s");
+    EXPECT_EQ(report["units"], 1024);
+    ASSERT_EQ(report["setRuns"].size(), 2U);
+    EXPECT_EQ(report["setRuns"][0][0], 1);
+    EXPECT_EQ(report["setRuns"][0][1], 3);
+    EXPECT_EQ(report["setRuns"][1][0], 9);
+    Report({"map", "/nowhere"}, 5);
+}
+
+TEST_F(JsonTest, VolumeVerbsTellTheVolume) {
+    MakeQueue();
+    for (const char* const verb : {"reload", "pend", "release"}) {
+        const Json::Value report = Report({verb, mount_ + "//"}, 0);
+        EXPECT_EQ(Shape(report), "exitStatus:n schema:n sent:n verb:s volume:s");
+        EXPECT_EQ(report["volume"], mount_);
+        EXPECT_EQ(report["sent"], 1);
+        EXPECT_EQ(Shape(Report({verb, "/nowhere"}, 5)),
+                  "exitStatus:n refused:a schema:n sent:n verb:s");
+    }
+}
+
+TEST_F(JsonTest, DoctorTellsFindingsAndWhatItDid) {
+    const Json::Value report = Report({"doctor"}, 3);
+    EXPECT_EQ(Shape(report), "done:a exitStatus:n findings:a schema:n verb:s");
+    for (const Json::Value& finding : report["findings"]) {
+        const std::string shape = Shape(finding);
+        EXPECT_TRUE(shape == "health:s remedy:s subject:s text:s" ||
+                    shape == "health:s remedy:0 subject:s text:s")
+            << shape;
+    }
+}
+
+}  // namespace
+
+}  // namespace client
