@@ -46,7 +46,7 @@ void TellStates(Status& status) {
 
 }  // namespace
 
-Status ReadStatus(const StatusOptions& options) {
+Status ReadStatus(const std::string& configPath) {
     Status status;
     std::vector<Volume> volumes;
     std::set<std::string> wanted;
@@ -54,7 +54,7 @@ Status ReadStatus(const StatusOptions& options) {
     status.queueKnown = ReadQueueFacts(status.queue, status.queueWhy);
     status.standsStill = status.queueKnown && !status.services.empty() &&
                          status.services.front().intakeAlive && MessagesStandStill(status.queue.id);
-    status.stored = ReadServiceState(options.common.configPath);
+    status.stored = ReadServiceState(configPath);
     for (const StoredRequest& request : status.stored.state.queue) {
         status.requests.push_back({request, ParseStoredFiles(request.data).size(), "", 0});
         wanted.insert(request.mountPath);

@@ -32,7 +32,7 @@ struct Status {
     std::vector<VolumeView> volumes;  // those with pinned files or bits
 };
 
-Status ReadStatus(const StatusOptions& options);
+Status ReadStatus(const std::string& configPath);
 
 // kExitDone when requests are taken and carried out, else kExitNoService.
 int ExitStatusOf(const Status& status);

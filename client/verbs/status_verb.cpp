@@ -152,7 +152,7 @@ Json::Value VolumesToJson(const Status& status) {
 }  // namespace
 
 int StatusVerb(const StatusOptions& options) {
-    const Status status = ReadStatus(options);
+    const Status status = ReadStatus(options.common.configPath);
     const int exitStatus = ExitStatusOf(status);
     if (!options.common.json) {
         PrintService(status);
