@@ -20,11 +20,38 @@ namespace {
 
 constexpr mode_t kOwnerOnly = 0600;
 
-// Changes the lists in the document. Returns false when it has not the form of a stored one.
-bool PutLists(const StoredLists& lists, Json::Value& document) {
-    if (!document.isObject() || !(document["volumes"].isNull() || document["volumes"].isObject())) {
+// Whether the document holds lists of pinned files, or none at all. Whatever else is there in their
+// place would read as nothing being pinned, and cost every pin.
+bool HoldsLists(const Json::Value& document) {
+    const auto isObject = [](const Json::Value& value) {
+        return value.isNull() || value.isObject();
+    };
+    if (!document.isObject() || !isObject(document["volumes"])) {
         return false;
     }
+    for (const Json::Value& volume : document["volumes"]) {
+        if (!isObject(volume) || !isObject(volume["files"])) {
+            return false;
+        }
+        for (const Json::Value& path : volume["files"]) {
+            if (!path.isString()) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+bool ReadLists(const std::string& path, Json::Value& document, std::string& why) {
+    const Json::Value* const read = &document;  // looking does not add members
+    if (ReadFileToJson(path, document) == 0 && HoldsLists(*read)) {
+        return true;
+    }
+    why = "configuration file " + Printable(path) + " is damaged";
+    return false;
+}
+
+void PutLists(const StoredLists& lists, Json::Value& document) {
     Json::Value& volumes = document["volumes"];
     for (const auto& [mountPath, files] : lists) {
         Json::Value members(Json::objectValue);
@@ -33,13 +60,10 @@ bool PutLists(const StoredLists& lists, Json::Value& document) {
         }
         if (files.empty()) {
             volumes.removeMember(mountPath);
-        } else if (volumes[mountPath].isNull() || volumes[mountPath].isObject()) {
-            volumes[mountPath]["files"] = members;
         } else {
-            return false;
+            volumes[mountPath]["files"] = members;
         }
     }
-    return true;
 }
 
 // The service's writer does not test whether its bytes arrived; what it wrote is read again.
@@ -78,16 +102,17 @@ bool StoredList::Lock(const std::string& path, std::string& why) {
                   : Printable(name) + ": " + strerror(errno);
         return false;
     }
-    return true;
+    Json::Value document;
+    return ReadLists(path_, document, why);
 }
 
 bool StoredList::Replace(const StoredLists& lists, std::string& why) {
     Json::Value document;
     const std::string fresh = path_ + ".new";
-    if (ReadFileToJson(path_, document) != 0 || !PutLists(lists, document)) {
-        why = "configuration file " + Printable(path_) + " is damaged";
+    if (!ReadLists(path_, document, why)) {
         return false;
     }
+    PutLists(lists, document);
     // One that a killed repair left is written anew: the lock is held.
     const ScopedFd fd(
         open(fresh.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, kOwnerOnly));

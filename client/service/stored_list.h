@@ -21,7 +21,8 @@ using StoredLists = std::map<std::string, std::vector<StoredFile>>;
 // read, and so be locked, by anybody.
 class StoredList {
   public:
-    // Locks the file, which must be there. Returns false, with the reason in `why`.
+    // Locks the file, which must be there and hold lists in their form: what does not would read as
+    // nothing being pinned. Returns false, with the reason in `why`.
     bool Lock(const std::string& path, std::string& why);
 
     // Replaces the lists of the mount paths given and leaves all else as it is. The new file takes

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 // check: what is pinned against the bitmap, and setting it right.
 #include "client/pins/check.h"
+#include "client/service/service_state.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
 #include "client/verbs/repair.h"
-#include "client/service/service_process.h"
 #include "client/verbs/verbs.h"
 
 namespace client {
@@ -52,54 +52,12 @@ int StatusOf(const Findings& findings) {
     return kExitDone;
 }
 
-// Whether there is a service that would carry out what is sent, and whose file was read: by another
-// one's list every pin would seem to be left over.
-bool ServiceWorks(const std::string& configPath) {
-    if (IsAnothersConfig(configPath)) {
-        Say("--repair: " + Printable(configPath) +
-            " is not the configuration file of the service that runs; nothing was changed");
-        return false;
-    }
-    for (const ServiceProcess& service : FindServices()) {
-        if (service.intakeAlive && service.workerAlive && IsConfigOf(service, configPath)) {
-            return true;
-        }
-    }
-    Say("--repair: the service does not run, or has stopped working; doctor may tell why");
-    return false;
-}
-
-Json::Value ToJson(const std::vector<std::string>& texts) {
-    Json::Value list(Json::arrayValue);
-    for (const std::string& text : texts) {
-        list.append(text);
-    }
-    return list;
-}
-
-void PrintRepair(const RepairReport& repair, bool done) {
-    for (const std::string& action : repair.actions) {
-        Print("  repair: " + action);
-    }
-    for (const std::string& obstacle : repair.obstacles) {
-        Print("  " + Toned(Tone::kBad, "not repaired") + ": " + obstacle);
-    }
-    Print("  " + Counted(repair.requests, "request") + " sent" +
-          (done ? " and done; checked again:" : ", not waited for to the end"));
-}
-
 // Repairs what was found and looks again. Returns an exit status.
 int RepairAndLook(const CheckOptions& options, Findings& findings, Json::Value& report) {
     RepairReport repair;
-    const bool works = ServiceWorks(findings.service.configPath);
-    int status =
-        works ? Repair(findings.checks, findings.volumes, findings.service, options.send, repair)
-              : kExitNoService;
-    report["repair"]["requests"] = static_cast<Json::UInt64>(repair.requests);
-    report["repair"]["unitsCleared"] = static_cast<Json::UInt64>(repair.unitsCleared);
-    report["repair"]["actions"] = ToJson(repair.actions);
-    report["repair"]["obstacles"] = ToJson(repair.obstacles);
-    if (works && !options.common.json) {
+    int status = Repair(options, findings.service.configPath, findings.mountPath, repair);
+    report["repair"] = RepairToJson(repair);
+    if (!options.common.json) {
         PrintRepair(repair, status == kExitDone);
     }
     if (status == kExitDone && (status = Look(options, findings)) == kExitDone) {

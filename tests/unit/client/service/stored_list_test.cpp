@@ -2,15 +2,13 @@
 // Changing the lists of pinned files while no service runs.
 #include "client/service/stored_list.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <json/json.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 
-#include "tests/unit/support/fake_system.h"
 #include "tests/unit/support/unit_test.h"
 #include "util/json_file.h"
 
@@ -144,16 +142,26 @@ TEST_F(StoredListTest, AMissingFileIsNotMade) {
     EXPECT_FALSE(Exists(dir_ / "none.lock"));
 }
 
-TEST_F(StoredListTest, WhatHasNotTheFormOfAStoredFileIsLeftAlone) {
-    for (const char* const text : {"", "{", "[]", "7", R"({"volumes":7})", R"({"volumes":["a"]})",
-                                   R"({"volumes":{"/mnt/a":7}})"}) {
+TEST_F(StoredListTest, WhatDoesNotHoldListsIsLeftAlone) {
+    for (const char* const text :
+         {"", "{", "[]", "7", "null", R"({"volumes":7})", R"({"volumes":["a"]})",
+          R"({"volumes":{"/mnt/a":7}})", R"({"volumes":{"/mnt/a":{"files":["b"]}}})",
+          R"({"volumes":{"/mnt/a":{"files":{"6":7}}}})"}) {
         SCOPED_TRACE(text);
-        WriteFile(path_, text);
         StoredList list;
-        ASSERT_TRUE(list.Lock(path_, why_)) << why_;
-        EXPECT_FALSE(list.Replace({{"/mnt/a", {{"b", 6}}}}, why_));
+        WriteFile(path_, text);
+        EXPECT_FALSE(list.Lock(path_, why_));
         EXPECT_EQ(why_, "configuration file " + path_ + " is damaged");
+        WriteFile(path_, kBefore);
+        ASSERT_TRUE(list.Lock(path_, why_)) << why_;
+        WriteFile(path_, text);
+        EXPECT_FALSE(list.Replace({{"/mnt/a", {{"b", 6}}}}, why_)) << "it changed meanwhile";
         EXPECT_EQ(ReadFile(path_), text);
+    }
+    for (const char* const text : {"{}", R"({"volumes":null})", R"({"volumes":{"/mnt/a":{}}})"}) {
+        StoredList list;
+        WriteFile(path_, text);
+        EXPECT_TRUE(list.Lock(path_, why_)) << text;
     }
 }
 
