@@ -31,8 +31,8 @@ class ListMatchTest : public ClientTest {
     }
     // "relative#inode state" of the entries that no plain request reaches.
     Names Stale(const Names& paths) {
-        FileVerbOptions options;
-        options.list.paths = paths;
+        FileListOptions options;
+        options.paths = paths;
         job_ = FileJob();
         EXPECT_EQ(CollectJob(options, job_), 0);
         match_ = MatchList(state_, job_);
