@@ -5,7 +5,7 @@
 #include <string>
 
 #include "client/request/file_list.h"
-#include "client/request/send_options.h"
+#include "client/request/sending.h"
 
 namespace client {
 

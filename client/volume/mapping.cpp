@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "client/request/file_check.h"
 #include "util/scoped.h"
 
 namespace client {
