@@ -30,7 +30,7 @@ struct Holding {
 };
 
 // After a pin: every file is listed, all of its units that have a bit are set, and the driver has
-// them. Files that are mended count as pinned. One record a volume.
+// them. Files that are pinned again count too. One record a volume.
 std::vector<Holding> HoldingAfterPin(const ConfigState& state, const std::vector<FileRef>& files,
                                      Mapper& mapper);
 
@@ -46,6 +46,6 @@ Json::Value HoldingToJson(const std::vector<Holding>& holdings);
 void PrintHolding(const std::vector<Holding>& holdings, bool pinned);
 
 // Says what became of the files that shared units with those unpinned.
-void PrintMendedHolding(const std::vector<Holding>& holdings);
+void PrintRepinnedHolding(const std::vector<Holding>& holdings);
 
 }  // namespace client

@@ -46,7 +46,7 @@ void LookUp(const FileJob& job, const Volume& volume, Price& price) {
         then.Put(runs);
     } else {
         then = then.Without(room);
-        then.Put(RunsOn(job.mended, volume.mountPath));
+        then.Put(RunsOn(job.repinned, volume.mountPath));
     }
     price.pinnedThen = then.Count();
     price.cacheSize = view.residency.cacheSize;
@@ -78,17 +78,14 @@ std::vector<Price> PriceOf(const FileJob& job) {
     for (const Message& message : job.messages) {
         ++PriceFor(prices, message.mountPath).requests;
     }
-    for (const Message& message : job.mending) {
-        ++PriceFor(prices, message.mountPath).requests;
-    }
     for (const FileRef& file : job.list.files) {
         Price& price = PriceFor(prices, file.volume->mountPath);
         ++price.files;
         price.extents += file.extents.size();
         price.bytes += BytesOf(file.extents);
     }
-    for (const FileRef& file : job.mended) {
-        ++PriceFor(prices, file.volume->mountPath).mendedFiles;
+    for (const FileRef& file : job.repinned) {
+        ++PriceFor(prices, file.volume->mountPath).repinnedFiles;
     }
     for (Price& price : prices) {
         for (const Volume& volume : job.volumes) {
@@ -120,7 +117,7 @@ Json::Value PriceToJson(const std::vector<Price>& prices) {
                                  ? Json::Value()
                                  : Json::Value(static_cast<Json::UInt64>(price.cacheSize));
         item["requests"] = static_cast<Json::UInt64>(price.requests);
-        item["mendedFiles"] = static_cast<Json::UInt64>(price.mendedFiles);
+        item["repinnedFiles"] = static_cast<Json::UInt64>(price.repinnedFiles);
         list.append(item);
     }
     return list;
@@ -142,8 +139,8 @@ void PrintPrice(const std::vector<Price>& prices, const FileJob& job) {
             table.Add({"without a bit", Counted(price.unitsNoBit, "unit") +
                                             " at the device's end, which cannot be pinned"});
         }
-        if (price.mendedFiles > 0) {
-            table.Add({"pinned again", Counted(price.mendedFiles, "file that shares units",
+        if (price.repinnedFiles > 0) {
+            table.Add({"pinned again", Counted(price.repinnedFiles, "file that shares units",
                                                "files that share units")});
         }
         table.Add({"cache", CacheText(price)});

@@ -23,7 +23,7 @@ struct Price {
     uint64_t pinnedThen = 0;  // units of the volume afterwards
     uint64_t cacheSize = 0;   // bytes; 0 = not known
     size_t requests = 0;
-    size_t mendedFiles = 0;  // that share units and would be pinned again
+    size_t repinnedFiles = 0;  // that share units and would be pinned again
 };
 
 // Returns a price for each volume of the job, in the order of its messages.

@@ -24,7 +24,7 @@ UnitRuns UnitsOf(const FileJob& job, const Volume* volume) {
 }
 
 // Plans for the files of `volume`, another mount path of the same device or the same, that lie in
-// the units released. `seen`: inodes that leave its list or are mended already.
+// the units released. `seen`: inodes that leave its list or are to be pinned again.
 void PlanForMount(const ConfigState& state, const Volume* volume, const UnitRuns& released,
                   std::set<uint32_t>& seen, FileJob& job) {
     const auto consider = [&](const std::vector<StoredFile>& files) {
@@ -38,7 +38,7 @@ void PlanForMount(const ConfigState& state, const Volume* volume, const UnitRuns
             }
             if (!CommonRuns(RunsOf(now.file.extents), released).empty()) {
                 seen.insert(stored.inode);
-                job.mended.push_back(now.file);
+                job.repinned.push_back(now.file);
             }
         }
     };
@@ -51,7 +51,7 @@ void PlanForMount(const ConfigState& state, const Volume* volume, const UnitRuns
 
 }  // namespace
 
-void PlanMending(const ConfigState& state, FileJob& job) {
+void PlanRepinning(const ConfigState& state, FileJob& job) {
     std::map<const Volume*, std::set<uint32_t>> leaving;
     for (const FileRef& file : job.list.files) {
         leaving[file.volume].insert(file.inode);
@@ -64,7 +64,6 @@ void PlanMending(const ConfigState& state, FileJob& job) {
             PlanForMount(state, mount, released, seen[mount], job);
         }
     }
-    job.mending = PackFiles(kRequestPinFiles, job.mended);
 }
 
 }  // namespace client

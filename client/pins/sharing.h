@@ -12,8 +12,8 @@
 
 namespace client {
 
-// Fills the job's files to mend and their messages: what stays pinned, or is queued to be, and
-// shares a unit with a file to be unpinned.
-void PlanMending(const ConfigState& state, FileJob& job);
+// Fills the job's files to be pinned again: what stays pinned, or is queued to be, and shares a
+// unit with a file to be unpinned.
+void PlanRepinning(const ConfigState& state, FileJob& job);
 
 }  // namespace client

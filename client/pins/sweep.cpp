@@ -12,7 +12,7 @@
 #include "client/service/queue.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
-#include "client/show/progress.h"
+#include "client/show/poll.h"
 #include "client/verbs/repair.h"
 #include "util/scoped.h"
 

@@ -84,8 +84,8 @@ int CollectJob(const FileListOptions& options, FileJob& job) {
     return kExitDone;
 }
 
-int PackJob(bool keepGoing, bool others, FileJob& job) {
-    const bool any = others || !job.list.files.empty();
+int PackJob(bool keepGoing, FileJob& job) {
+    const bool any = !job.list.files.empty();
     SayRefusals(job.list);
     job.messages = PackFiles(job.type, job.list.files);
     if (job.list.refusals.empty() || (keepGoing && any)) {
@@ -93,6 +93,11 @@ int PackJob(bool keepGoing, bool others, FileJob& job) {
     }
     Say(any ? "nothing was sent; --keep-going sends the other files" : "nothing was sent");
     return kExitRefused;
+}
+
+void PackRepinned(FileJob& job) {
+    const std::vector<Message> more = PackFiles(kRequestPinFiles, job.repinned);
+    job.messages.insert(job.messages.end(), more.begin(), more.end());
 }
 
 Json::Value FileToJson(const FileRef& file) {

@@ -10,6 +10,7 @@
 
 #include <memory>
 
+#include "client/show/output.h"
 #include "util/message_queue.h"
 #include "util/scoped.h"
 

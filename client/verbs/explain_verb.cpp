@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 // explain: everything about one file.
-#include "client/show/exit_status.h"
 #include "client/pins/explanation.h"
-#include "client/request/list_match.h"
+#include "client/pins/listed_paths.h"
+#include "client/show/exit_status.h"
 #include "client/show/output.h"
+#include "client/verbs/file_report.h"
 #include "client/verbs/verbs.h"
 
 namespace client {
@@ -124,18 +125,16 @@ Json::Value ToJson(const Explanation& explanation) {
 }
 
 // The entries of the service's list that name a path which cannot be examined.
-std::vector<StaleEntry> EntriesAt(const ExplainOptions& options,
+std::vector<PinnedFile> EntriesAt(const ExplainOptions& options,
                                   const std::vector<Volume>& volumes) {
+    std::vector<PinnedFile> entries;
     const ServiceState service = ReadServiceState(options.common.configPath);
-    return service.known ? ListIndex(service.state, volumes).At(options.path)
-                         : std::vector<StaleEntry>();
-}
-
-void SayEntries(const std::vector<StaleEntry>& entries) {
-    for (const StaleEntry& entry : entries) {
-        Say("inode " + std::to_string(entry.stored.inode) + " is pinned under that name and is " +
-            entry.state + "; unpin or check --repair takes its entry off the list");
+    for (auto& [path, pinned] : EntriesNamed({options.path}, service.state, volumes)) {
+        if (pinned.fate != Fate::kThere) {
+            entries.push_back(pinned);
+        }
     }
+    return entries;
 }
 
 }  // namespace
@@ -146,11 +145,13 @@ int ExplainVerb(const ExplainOptions& options) {
     std::vector<Volume> volumes;
     std::string why;
     if (!ListVolumes(volumes) || !ExamineFile(options.path, volumes, explanation.file, why)) {
-        const std::vector<StaleEntry> entries = EntriesAt(options, volumes);
+        const std::vector<PinnedFile> entries = EntriesAt(options, volumes);
         Say(Printable(options.path) + ": " + why);
-        SayEntries(entries);
+        for (const PinnedFile& pinned : entries) {
+            Say("inode " + std::to_string(pinned.entry.inode) + " " + WhyNotThere(pinned));
+        }
         report["refused"] = RefusalsToJson({{options.path, why}});
-        report["staleEntries"] = StaleToJson(entries);
+        report["entries"] = EntriesToJson(entries);
         if (options.common.json) {
             PrintReport(report, kExitRefused);
         }

