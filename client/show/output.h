@@ -51,7 +51,6 @@ class Table {
     // `alignment` has a character a column: l or r.
     explicit Table(std::string alignment) : alignment_(std::move(alignment)) {}
     void Add(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
-    bool Empty() const { return rows_.empty(); }
     void Show(const std::string& indent = "") const;
 
   private:
