@@ -15,14 +15,6 @@ namespace client {
 
 namespace {
 
-Json::Value ToJson(const std::vector<std::string>& texts) {
-    Json::Value list(Json::arrayValue);
-    for (const std::string& text : texts) {
-        list.append(text);
-    }
-    return list;
-}
-
 // Whether the services that run are the unit's one process, so that it can be stopped and started.
 bool IsUnitAlone(const std::vector<ServiceProcess>& services) {
     return services.size() == 1 && services[0].pid == UnitMainProcess();
@@ -81,30 +73,24 @@ int Repair(const CheckOptions& options, const std::string& configPath, const std
     return RepairByRequests(configPath, mountPath, options.send, report);
 }
 
-Json::Value RepairToJson(const RepairReport& report) {
-    Json::Value item;
-    item["requests"] = static_cast<Json::UInt64>(report.requests);
-    item["unitsCleared"] = static_cast<Json::UInt64>(report.unitsCleared);
-    item["unitsSet"] = static_cast<Json::UInt64>(report.unitsSet);
-    item["actions"] = ToJson(report.actions);
-    item["left"] = ToJson(report.left);
-    return item;
-}
-
-void PrintRepair(const RepairReport& report, bool done) {
-    for (const std::string& action : report.actions) {
-        Print("  repair: " + action);
+Record DescribeRepair(const RepairReport& repair, bool done) {
+    Record record;
+    record.Add("requests", Json::UInt64{repair.requests})
+        .Add("unitsCleared", Json::UInt64{repair.unitsCleared})
+        .Add("unitsSet", Json::UInt64{repair.unitsSet})
+        .Add("actions", TextsToJson(repair.actions))
+        .Add("left", TextsToJson(repair.left));
+    for (const std::string& action : repair.actions) {
+        record.Line("  repair: " + action);
     }
-    for (const std::string& left : report.left) {
-        Print("  " + Toned(Tone::kBad, "not repaired") + ": " + left);
+    for (const std::string& left : repair.left) {
+        record.Line("  " + Toned(Tone::kBad, "not repaired") + ": " + left);
     }
-    if (report.requests > 0) {
-        Print("  " + Counted(report.requests, "request") + " sent" +
-              (done ? " and done" : ", not waited for to the end"));
+    if (repair.requests > 0) {
+        record.Line("  " + Counted(repair.requests, "request") + " sent" +
+                    (done ? " and done" : ", not waited for to the end"));
     }
-    if (done) {
-        Print("checked again:");
-    }
+    return done ? record.Line("checked again:") : record;
 }
 
 }  // namespace client

@@ -4,12 +4,12 @@
 // no service runs; see rest_repair.h.
 #pragma once
 
-#include <json/json.h>
 #include <stdint.h>
 
 #include <string>
 #include <vector>
 
+#include "client/show/report.h"
 #include "client/verbs/options.h"
 
 namespace client {
@@ -29,7 +29,7 @@ struct RepairReport {
 int Repair(const CheckOptions& options, const std::string& configPath, const std::string& mountPath,
            RepairReport& report);
 
-Json::Value RepairToJson(const RepairReport& report);
-void PrintRepair(const RepairReport& report, bool done);
+// `done`: what was asked for is done, and the volumes are shown again below.
+Record DescribeRepair(const RepairReport& repair, bool done);
 
 }  // namespace client

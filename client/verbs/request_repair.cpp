@@ -6,7 +6,6 @@
 #include "client/request/file_check.h"
 #include "client/request/followers.h"
 #include "client/request/sending.h"
-#include "client/request/watch.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
 
@@ -101,12 +100,12 @@ void PlanDevice(const DeviceState& device, RequestPlan& plan, RepairReport& repo
 }
 
 // Says what the requests that were sent do, and what was not asked for.
-void RecordPins(const RequestPlan& plan, const std::vector<Watched>& requests,
+void RecordPins(const RequestPlan& plan, const std::vector<Message>& messages,
                 RepairReport& report) {
     std::set<std::pair<std::string, uint32_t>> sent;
-    for (const Watched& request : requests) {
-        for (const StoredFile& file : ParseStoredFiles(request.message.stored)) {
-            sent.insert({request.message.mountPath, file.inode});
+    for (size_t i = 0; i < report.requests; ++i) {
+        for (const StoredFile& file : ParseStoredFiles(messages[i].stored)) {
+            sent.insert({messages[i].mountPath, file.inode});
         }
     }
     for (const PlannedPin& pin : plan.pins) {
@@ -118,8 +117,8 @@ void RecordPins(const RequestPlan& plan, const std::vector<Watched>& requests,
     }
 }
 
-int SendAndWait(const RequestPlan& plan, const std::string& configPath, int64_t base,
-                const SendOptions& options, RepairReport& report) {
+int Send(const RequestPlan& plan, const std::string& configPath, SendOptions options,
+         RepairReport& report) {
     std::vector<FileRef> files;
     for (const PlannedPin& pin : plan.pins) {
         files.push_back(pin.file);
@@ -128,12 +127,11 @@ int SendAndWait(const RequestPlan& plan, const std::string& configPath, int64_t 
     if (messages.empty()) {
         return kExitDone;
     }
-    const int status = SendAll(messages, options.patience, report.requests);
-    std::vector<Watched> requests = ToWatch(messages, report.requests);
-    RecordPins(plan, requests, report);
-    return status != kExitDone && status != kExitPartly
-               ? status
-               : WaitForRequests(requests, {configPath, base, options.timeout});
+    options.wait = true;
+    const int status = SendAndWait(messages, configPath, options, report.requests);
+    RecordPins(plan, messages, report);
+    // Files that have vanished since are found when it is checked again.
+    return status == kExitPartly ? kExitDone : status;
 }
 
 }  // namespace
@@ -155,12 +153,7 @@ int RepairByRequests(const std::string& configPath, const std::string& mountPath
             PlanDevice(device, plan, report);
         }
     }
-    // Reading volumes takes long: the numbers are counted from those of now.
-    if (!plan.pins.empty() && !ReadConfigState(configPath, state, why)) {
-        Say(why);
-        return kExitNoService;
-    }
-    return SendAndWait(plan, configPath, state.nextNumber, options, report);
+    return Send(plan, configPath, options, report);
 }
 
 }  // namespace client

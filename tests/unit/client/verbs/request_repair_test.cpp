@@ -58,7 +58,8 @@ class RequestRepairTest : public QueueClientTest {
         return size < 0 ? "" : received.body.data;
     }
     std::string Rest(const std::string& relative, const std::string& text) {
-        return "left for a repair at rest: " + mount_ + "/" + relative + text;
+        return "left for a repair at rest: " + mount_ + (relative.empty() ? "" : "/") + relative +
+               text;
     }
 
     RepairReport report_;
@@ -74,8 +75,7 @@ TEST_F(RequestRepairTest, WhatLacksUnitsIsPinnedAgainAndTheRestIsNamed) {
     EXPECT_EQ(report_.requests, 1U);
     EXPECT_EQ(report_.actions, Texts{path + ": pinned again"});
     EXPECT_EQ(report_.left,
-              (Texts{"left for a repair at rest: " + mount_ + ": 1 unit that no file needs",
-                     Rest("gone", ": gone")}));
+              (Texts{Rest("gone", ": gone"), Rest("", ": 1 unit that no file needs")}));
     EXPECT_EQ(NextPinned(queue), path);
     EXPECT_EQ(NextPinned(queue), "");
 }
@@ -147,6 +147,7 @@ TEST_F(RequestRepairTest, ABitmapFileThatIsTooLongIsLeft) {
 TEST_F(RequestRepairTest, AVolumeWithoutACacheIsLeftAlone) {
     MakeQueue();
     const std::string path = MakeAt("a", 8);
+    WriteBitmap({});
     List({{InodeOf(path), "a"}});
     g_platform.configs.clear();
     EXPECT_EQ(RepairAll(), kExitDone) << talk_;
