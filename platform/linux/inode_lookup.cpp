@@ -97,8 +97,9 @@ int OpenFileByInode(const std::string& directory, dev_t device, uint32_t inode, 
         Report("no regular file with inode %u in directory %s", inode, directory.c_str());
         return -1;
     }
-    // By its handle: the file is the same whatever its name means by now.
-    const std::string handlePath = "/proc/self/fd/" + std::to_string(found.handle.Get());
+    // By its handle: the file is the same whatever its name means by now. (The thread's own list:
+    // the process's is gone when the main thread has ended.)
+    const std::string handlePath = "/proc/thread-self/fd/" + std::to_string(found.handle.Get());
     const int file = open(handlePath.c_str(), O_RDONLY | O_CLOEXEC);
     if (file < 0) {
         Report("file %s/%s cannot be opened: %s", directory.c_str(), found.name.c_str(),

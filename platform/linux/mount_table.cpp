@@ -18,8 +18,10 @@
 
 namespace {
 
-constexpr char kMountInfo[] = "/proc/self/mountinfo";
-constexpr char kMountIdRow[] = "\nmnt_id:\t";  // of /proc/self/fdinfo/N
+// The thread's, not the process's: when the main thread has ended and others go on, /proc/self is
+// what is left of the main thread, without mounts and descriptors.
+constexpr char kMountInfo[] = "/proc/thread-self/mountinfo";
+constexpr char kMountIdRow[] = "\nmnt_id:\t";  // of /proc/thread-self/fdinfo/N
 
 struct TableDeleter {
     void operator()(libmnt_table* table) const { mnt_unref_table(table); }
@@ -72,7 +74,8 @@ bool FindMountId(const std::string& path, uint64_t& id) {
         return false;
     }
     std::string content;
-    const UniqueFd info(OpenSmallFile("/proc/self/fdinfo/" + std::to_string(place.Get()), 0));
+    const UniqueFd info(
+        OpenSmallFile("/proc/thread-self/fdinfo/" + std::to_string(place.Get()), 0));
     if (!info.Valid() || !ReadSmallFile(info.Get(), content)) {
         return false;
     }
