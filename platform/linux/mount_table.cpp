@@ -12,6 +12,7 @@
 
 #include <memory>
 
+#include "platform/linux/patience.h"
 #include "platform/linux/report.h"
 #include "platform/linux/small_file.h"
 #include "platform/linux/unique_fd.h"
@@ -53,9 +54,14 @@ bool IsNodeOf(const std::string& path, dev_t number) {
 }  // namespace
 
 bool ReadMounts(std::vector<Mount>& mounts) {
-    const std::unique_ptr<libmnt_table, TableDeleter> table(mnt_new_table_from_file(kMountInfo));
-    const std::unique_ptr<libmnt_iter, IteratorDeleter> iterator(mnt_new_iter(MNT_ITER_FORWARD));
-    if (!table || !iterator) {
+    Patience patience;
+    std::unique_ptr<libmnt_table, TableDeleter> table;
+    std::unique_ptr<libmnt_iter, IteratorDeleter> iterator;
+    if (!patience.Try([&] {
+            table.reset(mnt_new_table_from_file(kMountInfo));
+            iterator.reset(mnt_new_iter(MNT_ITER_FORWARD));
+            return table && iterator;
+        })) {
         Report("%s cannot be read: %s", kMountInfo, strerror(errno));
         return false;
     }
