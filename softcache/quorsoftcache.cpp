@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // quorsoftcache: one flash cache in user space, in the foreground from start to signal.
+#include <malloc.h>
 #include <signal.h>
 #include <stdio.h>
 #include <sys/prctl.h>
@@ -48,6 +49,8 @@ void PrepareProcess() {
     // memory is short.
     prctl(PR_SET_IO_FLUSHER, 1, 0, 0, 0);
 #endif
+    // What a large text took is given back when the text goes, and not kept for the next one.
+    mallopt(M_MMAP_THRESHOLD, 256 << 10);
     umask(022);
 }
 
