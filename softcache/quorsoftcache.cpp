@@ -86,10 +86,13 @@ std::unique_ptr<ServedCache> MakeCache(const Options& options, const Storage& st
     record.deviceSize = storage.deviceSize;
     record.cacheSize = options.ssdSize;
     const std::string pinStore = PinStorePath(record.ssd);
+    const std::string lost =
+        "ssd " + record.ssd + " was cut or lost space: nothing is cached until the next start";
     auto served =
         std::make_unique<ServedCache>(storage.backing.get(), storage.ssd.get(), storage.deviceSize,
                                       static_cast<uint32_t>(options.ssdSize / kUnitSize), pinStore,
                                       options.registryDirectory, std::move(record));
+    served->cache.WhenSsdIsLost([lost] { Succeeded(lost); });
     Succeeded(served->RestorePins());  // a bitmap that does not fit is told, and does without
     return served;
 }
