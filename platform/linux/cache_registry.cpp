@@ -20,6 +20,8 @@
 #include "platform/linux/small_file.h"
 #include "platform/linux/unique_fd.h"
 
+namespace stand_in {
+
 namespace {
 
 constexpr char kRegistryDirectory[] = "/run/quorsoftcache";
@@ -266,3 +268,5 @@ int FindCacheBySsd(const std::string& ssdPath, CacheEntry& cache) {
     }
     return listing.complete ? 0 : -1;
 }
+
+}  // namespace stand_in

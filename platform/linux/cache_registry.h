@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+namespace stand_in {
+
 struct CacheEntry {
     std::string ssd;     // absolute path of the SSD file or device
     std::string device;  // absolute path of the cached device
@@ -31,3 +33,5 @@ CacheListing ReadCacheRegistry();
 // cache has that SSD, -1 when the listing is not complete and it is not among what was found.
 // `cache` is stored only on 1.
 int FindCacheBySsd(const std::string& ssdPath, CacheEntry& cache);
+
+}  // namespace stand_in

@@ -17,6 +17,8 @@
 #include "platform/linux/small_file.h"
 #include "platform/linux/unique_fd.h"
 
+namespace stand_in {
+
 namespace {
 
 // The thread's, not the process's: when the main thread has ended and others go on, /proc/self is
@@ -121,3 +123,5 @@ bool FindBlockDevice(const Mount& mount, BlockDevice& device) {
     device = {name.get(), number};
     return true;
 }
+
+}  // namespace stand_in

@@ -4,6 +4,8 @@
 #include <errno.h>
 #include <time.h>
 
+namespace stand_in {
+
 namespace {
 
 constexpr timespec kWait = {0, 50 * 1000 * 1000};  // 50 ms
@@ -34,3 +36,5 @@ bool Patience::WaitAfterFailure() {
     errno = error;
     return true;
 }
+
+}  // namespace stand_in

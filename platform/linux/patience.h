@@ -3,6 +3,8 @@
 // so a moment without descriptors or memory must not become an answer.
 #pragma once
 
+namespace stand_in {
+
 // Whether a call that failed with this errno may succeed a little later: no descriptors, no memory,
 // interrupted.
 bool MayPass(int error);
@@ -29,3 +31,5 @@ class Patience {
 
     int waitsLeft_ = 100;
 };
+
+}  // namespace stand_in

@@ -17,7 +17,11 @@
 #include "platform/linux/report.h"
 #include "platform/linux/unique_fd.h"
 
+using namespace stand_in;
+
+namespace stand_in {
 const char* const kLibraryName = "libquordataverifier";
+}
 
 namespace {
 

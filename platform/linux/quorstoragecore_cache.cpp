@@ -9,6 +9,8 @@
 #include "platform/linux/volumes.h"
 #include "platform/quorstoragecore.h"
 
+using namespace stand_in;
+
 namespace {
 
 FlashCacheConfig* NewConfig(const CacheEntry& cache) {

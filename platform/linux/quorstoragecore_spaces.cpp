@@ -7,7 +7,11 @@
 #include "platform/linux/volumes.h"
 #include "platform/quorstoragecore.h"
 
+using namespace stand_in;
+
+namespace stand_in {
 const char* const kLibraryName = "libquorstoragecore";
+}
 
 namespace {
 

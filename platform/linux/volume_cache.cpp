@@ -14,6 +14,8 @@
 #include "platform/linux/report.h"
 #include "platform/linux/unique_fd.h"
 
+namespace stand_in {
+
 namespace {
 
 // A partition of a loop device answers for the whole loop device, with other sector numbers.
@@ -90,3 +92,5 @@ int FindCacheOf(const BlockDevice& device, const std::vector<CacheEntry>& caches
     }
     return notFound;
 }
+
+}  // namespace stand_in

@@ -12,6 +12,8 @@
 #include "platform/linux/report.h"
 #include "platform/quorstoragecore.h"
 
+namespace stand_in {
+
 namespace {
 
 constexpr int kAmbiguous = -2;  // of libblkid's safe probe
@@ -219,3 +221,5 @@ bool ListVolumes(VolumeListing& listing) {
     known = std::move(look.found);
     return true;
 }
+
+}  // namespace stand_in

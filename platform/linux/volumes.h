@@ -9,6 +9,8 @@
 
 #include "platform/linux/mount_table.h"
 
+namespace stand_in {
+
 struct Volume {
     std::string mountPoint;  // fits into a space's record
     std::string uuid;        // as libblkid writes it
@@ -29,3 +31,5 @@ struct VolumeListing {
 // its UUID: that of a mounted file system does not change.
 // Returns false, having said why, when the mounts cannot be listed.
 bool ListVolumes(VolumeListing& listing);
+
+}  // namespace stand_in

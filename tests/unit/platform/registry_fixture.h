@@ -13,6 +13,8 @@
 #include "platform/quorstoragecore.h"
 #include "tests/unit/platform/scratch.h"
 
+using stand_in::UniqueFd;
+
 constexpr char kRegistry[] = "/mnt/registry";
 
 inline std::string EntryPath(const std::string& name) {

@@ -151,6 +151,13 @@ TEST_F(WantTest, DescriptorsAreWaitedFor) {
     std::string device;
     EXPECT_EQ(FileSystemDevice::GetDevicePath(volume, device, false), 0);
     EXPECT_EQ(waits_, 5);
+
+    WriteFile(volume + "/file", "x");
+    const std::unique_ptr<FileSystemDevice> mapper(FileSystemDeviceCreater::Create(device));
+    FileMappingTable table;
+    lack();
+    EXPECT_EQ(mapper->GetMappingTable(volume, InodeOf(volume + "/file"), 0, table), 0);
+    EXPECT_EQ(waits_, 5);
     EXPECT_EQ(OnlyLine(), "");
 }
 
