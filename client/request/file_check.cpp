@@ -8,8 +8,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "client/show/output.h"
 #include "client/request/packing.h"
+#include "client/show/output.h"
 #include "client/show/text.h"
 #include "util/request.h"
 #include "util/scoped.h"

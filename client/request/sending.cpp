@@ -111,8 +111,8 @@ int SendAndWait(std::vector<Message>& messages, const std::string& configPath,
         return status;
     }
     std::vector<Watched> requests = ToWatch(messages, sent);
-    return std::max(
-        status, WaitForRequests(requests, {configPath, before.nextNumber, options.timeout}));
+    return std::max(status,
+                    WaitForRequests(requests, {configPath, before.nextNumber, options.timeout}));
 }
 
 }  // namespace client

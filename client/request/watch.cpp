@@ -5,12 +5,12 @@
 #include <map>
 #include <set>
 
+#include "client/service/queue.h"
+#include "client/service/service_process.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
 #include "client/show/poll.h"
 #include "client/show/progress.h"
-#include "client/service/queue.h"
-#include "client/service/service_process.h"
 #include "client/volume/units.h"
 #include "client/volume/volume_view.h"
 #include "util/scoped.h"
@@ -20,7 +20,7 @@ namespace client {
 
 namespace {
 
-constexpr double kSoon = 3;  // seconds in which a request that is first usually begins
+constexpr double kSoon = 3;         // seconds in which a request that is first usually begins
 constexpr double kLookPause = 0.1;  // seconds between two looks
 
 // What is asked anew at every look.
