@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "client/pins/listed_paths.h"
 
-#include <algorithm>
 #include <filesystem>
 
 namespace client {
@@ -25,15 +24,6 @@ std::string AsListed(const std::string& path, const std::vector<Volume>& volumes
                : PathOnVolume(volume->mountPath, PathBelow(volume->mountPath, resolved));
 }
 
-std::vector<PinnedFile> Inspect(const std::vector<StoredFile>& entries,
-                                const std::string& mountPath, const std::vector<Volume>& volumes) {
-    const auto volume = std::find_if(
-        volumes.begin(), volumes.end(),
-        [&mountPath](const Volume& candidate) { return candidate.mountPath == mountPath; });
-    return volume == volumes.end() ? UnmountedEntries(entries, mountPath)
-                                   : InspectEntries(entries, *volume);
-}
-
 }  // namespace
 
 std::multimap<std::string, PinnedFile> EntriesNamed(const std::vector<std::string>& paths,
@@ -55,9 +45,12 @@ std::multimap<std::string, PinnedFile> EntriesNamed(const std::vector<std::strin
                 entries.push_back(file);
             }
         }
-        for (const PinnedFile& pinned : Inspect(entries, mountPath, volumes)) {
+        const Volume* const volume = FindMounted(mountPath, volumes);
+        for (const PinnedFile& pinned : volume == nullptr ? UnmountedEntries(entries, mountPath)
+                                                          : InspectEntries(entries, *volume)) {
             const auto range = given.equal_range(PathOnVolume(mountPath, pinned.entry.relative));
-            for (auto path = range.first; path != range.second; ++path) {
+            for (auto path = range.first; path != range.second && pinned.fate != Fate::kThere;
+                 ++path) {
                 named.insert({path->second, pinned});
             }
         }
@@ -68,8 +61,6 @@ std::multimap<std::string, PinnedFile> EntriesNamed(const std::vector<std::strin
 std::string WhyNotThere(const PinnedFile& pinned) {
     const std::string text = std::string("is on the service's list and ") + FateName(pinned.fate);
     switch (pinned.fate) {
-        case Fate::kThere:
-            return "";
         case Fate::kGone:
             return text + "; check --repair takes it off";
         case Fate::kReplaced:

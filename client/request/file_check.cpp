@@ -64,6 +64,11 @@ bool ResolveDirectory(const std::string& given, std::string& path) {
 
 }  // namespace
 
+Record DescribeRefusal(const Refusal& refusal) {
+    Record record;
+    return record.Add("path", refusal.path).Add("reason", refusal.reason);
+}
+
 std::string WhyNotMountPath(const std::string& mountPath) {
     if (mountPath.empty()) {
         return "its mount path is empty";

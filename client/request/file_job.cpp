@@ -26,6 +26,7 @@ class CacheQuestion {
 // Moves to the refusals what lies right and still cannot be served.
 void RefuseUnservable(FileJob& job) {
     CacheQuestion caches;
+    Mapper mapper;
     std::vector<FileRef> kept;
     for (FileRef& file : job.list.files) {
         std::string why;
@@ -34,7 +35,7 @@ void RefuseUnservable(FileJob& job) {
             why = "its volume " + Printable(file.volume->mountPath) +
                   " has no cache that keeps pins now";
         }
-        if (why.empty() && MapForRequest(job.mapper, file, why)) {
+        if (why.empty() && MapForRequest(mapper, file, why)) {
             kept.push_back(std::move(file));
         } else {
             job.list.refusals.push_back({file.path, why});
@@ -98,26 +99,6 @@ int PackJob(bool keepGoing, FileJob& job) {
 void PackRepinned(FileJob& job) {
     const std::vector<Message> more = PackFiles(kRequestPinFiles, job.repinned);
     job.messages.insert(job.messages.end(), more.begin(), more.end());
-}
-
-Json::Value FileToJson(const FileRef& file) {
-    Json::Value item;
-    item["path"] = file.path;
-    item["volume"] = file.volume->mountPath;
-    item["inode"] = file.inode;
-    item["size"] = static_cast<Json::UInt64>(file.size);
-    return item;
-}
-
-Json::Value RefusalsToJson(const std::vector<Refusal>& refusals) {
-    Json::Value list(Json::arrayValue);
-    for (const Refusal& refusal : refusals) {
-        Json::Value item;
-        item["path"] = Printable(refusal.path);
-        item["reason"] = refusal.reason;
-        list.append(item);
-    }
-    return list;
 }
 
 }  // namespace client

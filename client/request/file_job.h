@@ -2,8 +2,6 @@
 // The files of one call of pin or unpin: collected, checked, mapped and packed into messages.
 #pragma once
 
-#include <json/json.h>
-
 #include <string>
 #include <vector>
 
@@ -17,7 +15,6 @@ namespace client {
 struct FileJob {
     RequestType type = kRequestPinFiles;
     std::vector<Volume> volumes;  // files point into it
-    Mapper mapper;
     FileList list;
     std::vector<Refusal> passedOver;     // unpin: files that took the place of listed ones
     std::vector<PinnedFile> entries;     // unpin: listed, named, and not there
@@ -40,8 +37,5 @@ void PackRepinned(FileJob& job);
 
 // Maps the file; false, with the reason in `why`, when the service could not.
 bool MapForRequest(Mapper& mapper, FileRef& file, std::string& why);
-
-Json::Value FileToJson(const FileRef& file);
-Json::Value RefusalsToJson(const std::vector<Refusal>& refusals);
 
 }  // namespace client

@@ -3,55 +3,48 @@
 
 #include <map>
 
+#include "client/pins/device_report.h"
 #include "client/show/output.h"
 
 namespace client {
 
 namespace {
 
-Json::Value FilesToJson(const std::vector<FileRef>& files) {
-    Json::Value list(Json::arrayValue);
-    for (const FileRef& file : files) {
-        list.append(FileToJson(file));
+std::vector<Record> DescribeFiles(const std::vector<FileRef>& files) {
+    std::vector<Record> records(files.size());
+    for (size_t i = 0; i < files.size(); ++i) {
+        records[i]
+            .Add("path", files[i].path)
+            .Add("volume", files[i].volume->mountPath)
+            .Add("inode", files[i].inode)
+            .Add("size", Json::UInt64{files[i].size});
     }
-    return list;
+    return records;
 }
 
 }  // namespace
 
-Json::Value JobToJson(const FileJob& job, const char* verb) {
-    Json::Value report = NewReport(verb);
-    report["files"] = FilesToJson(job.list.files);
-    report["repinned"] = FilesToJson(job.repinned);
-    report["refused"] = RefusalsToJson(job.list.refusals);
-    for (const Json::Value& passed : RefusalsToJson(job.passedOver)) {
-        report["refused"].append(passed);
+void DescribeJob(const FileJob& job, Record& report) {
+    std::vector<Record> refused;
+    std::vector<Record> entries;
+    for (const auto* const refusals : {&job.list.refusals, &job.passedOver}) {
+        for (const Refusal& refusal : *refusals) {
+            refused.push_back(DescribeRefusal(refusal));
+        }
     }
-    report["entries"] = EntriesToJson(job.entries);
-    report["notPinned"] = Json::Value(Json::arrayValue);
-    for (const std::string& path : job.notPinned) {
-        report["notPinned"].append(Printable(path));
+    for (const PinnedFile& pinned : job.entries) {
+        entries.push_back(DescribeEntry(pinned));
     }
-    report["requests"] = static_cast<Json::UInt64>(job.messages.size());
-    report["sent"] = static_cast<Json::UInt64>(job.sent);
-    return report;
+    report.List("files", DescribeFiles(job.list.files))
+        .List("repinned", DescribeFiles(job.repinned))
+        .List("refused", refused)
+        .List("entries", entries)
+        .Add("notPinned", TextsToJson(job.notPinned))
+        .Add("requests", Json::UInt64{job.messages.size()})
+        .Add("sent", Json::UInt64{job.sent});
 }
 
-Json::Value EntriesToJson(const std::vector<PinnedFile>& entries) {
-    Json::Value list(Json::arrayValue);
-    for (const PinnedFile& pinned : entries) {
-        Json::Value item;
-        item["path"] = Printable(PathOnVolume(pinned.mountPath, pinned.entry.relative));
-        item["volume"] = pinned.mountPath;
-        item["inode"] = pinned.entry.inode;
-        item["fate"] = FateName(pinned.fate);
-        item["reason"] = pinned.why;
-        list.append(item);
-    }
-    return list;
-}
-
-void PrintSent(const FileJob& job, const char* verb) {
+void AddSent(const FileJob& job, const char* verb, Record& report) {
     std::map<std::string, std::pair<size_t, size_t>> perVolume;  // files, requests
     size_t repinning = 0;                                        // requests
     for (size_t i = 0; i < job.sent; ++i) {
@@ -65,15 +58,15 @@ void PrintSent(const FileJob& job, const char* verb) {
         ++requests;
     }
     for (const auto& [mountPath, counts] : perVolume) {
-        Print(Printable(mountPath) + ": " + verb + " of " + Counted(counts.first, "file") +
-              " sent in " + Counted(counts.second, "request"));
+        report.Line(Printable(mountPath) + ": " + verb + " of " + Counted(counts.first, "file") +
+                    " sent in " + Counted(counts.second, "request"));
     }
     if (repinning > 0 && job.sent == job.messages.size()) {
-        Print(Counted(job.repinned.size(), "pinned file shares", "pinned files share") +
-              " units with them; pinned again by " + Counted(repinning, "request"));
+        report.Line(Counted(job.repinned.size(), "pinned file shares", "pinned files share") +
+                    " units with them; pinned again by " + Counted(repinning, "request"));
     }
     if (job.messages.empty()) {
-        Print("no files, nothing sent");
+        report.Line("no files, nothing sent");
     }
 }
 

@@ -1,20 +1,16 @@
 // SPDX-License-Identifier: MIT
-// What pin and unpin say of what they sent.
+// What pin and unpin say of the files that they were given.
 #pragma once
 
-#include <json/json.h>
-
-#include <vector>
-
 #include "client/request/file_job.h"
+#include "client/show/report.h"
 
 namespace client {
 
-Json::Value JobToJson(const FileJob& job, const char* verb);
+// Adds what was chosen, refused and sent to the JSON form.
+void DescribeJob(const FileJob& job, Record& report);
 
-// The listed entries whose file does not lie at its path, each with its fate.
-Json::Value EntriesToJson(const std::vector<PinnedFile>& entries);
-
-void PrintSent(const FileJob& job, const char* verb);
+// Adds what was sent, by volume, to the text form.
+void AddSent(const FileJob& job, const char* verb, Record& report);
 
 }  // namespace client

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
 // pin and unpin: requests about files.
 #include <algorithm>
+#include <set>
 
 #include "client/pins/holding.h"
 #include "client/pins/price.h"
-#include "client/pins/sharing.h"
+#include "client/pins/repin.h"
 #include "client/request/file_job.h"
 #include "client/request/sending.h"
 #include "client/request/unpin_match.h"
@@ -17,6 +18,32 @@
 namespace client {
 
 namespace {
+
+// Reads the devices that the job's files lie on.
+std::vector<DeviceState> DevicesOf(const FileJob& job, const ConfigState& state) {
+    std::vector<DeviceState> devices;
+    std::set<std::string> read;  // mount paths
+    for (const FileRef& file : job.list.files) {
+        if (read.count(file.volume->mountPath) == 0) {
+            devices.push_back(ReadDevice(state, *file.volume, job.volumes));
+            for (const Volume* const mount : devices.back().mounts) {
+                read.insert(mount->mountPath);
+            }
+        }
+    }
+    return devices;
+}
+
+std::vector<Price> PricesOf(const FileJob& job) {
+    std::vector<Price> prices =
+        PriceOf(job.type == kRequestPinFiles, job.list.files, job.repinned);
+    for (Price& price : prices) {
+        price.requests = static_cast<size_t>(std::count_if(
+            job.messages.begin(), job.messages.end(),
+            [&price](const Message& message) { return message.mountPath == price.volume; }));
+    }
+    return prices;
+}
 
 // One call of pin or unpin.
 class FileVerb {
@@ -33,8 +60,8 @@ class FileVerb {
     int PlanWhatIsShared();
     int Send();
     int Judge();
-    void Report(int status);
-    void PrintHeld();
+    void AddHeld(Record& report) const;
+    int Report(int status) const;
 
     const char* const name_;
     const FileVerbOptions& options_;
@@ -67,7 +94,7 @@ int FileVerb::PlanWhatIsShared() {
         return kExitDone;
     }
     if (service_.known) {
-        PlanRepinning(service_.state, job_);
+        job_.repinned = FilesToRepin(DevicesOf(job_, service_.state), job_.list.files);
         PackRepinned(job_);
         return kExitDone;
     }
@@ -106,46 +133,54 @@ int FileVerb::Judge() {
     }
     waited_ = true;
     holdings_ = job_.type == kRequestPinFiles
-                    ? HoldingAfterPin(after, job_.list.files, job_.mapper)
-                    : HoldingAfterUnpin(after, job_.list.files, job_.volumes, job_.mapper);
-    repinnedHoldings_ = HoldingAfterPin(after, job_.repinned, job_.mapper);
+                    ? HoldingAfterPin(after, job_.list.files)
+                    : HoldingAfterUnpin(after, job_.list.files, job_.volumes);
+    repinnedHoldings_ = HoldingAfterPin(after, job_.repinned);
     return AllHold(holdings_) && AllHold(repinnedHoldings_) ? kExitDone : kExitPartly;
 }
 
-void FileVerb::PrintHeld() {
-    PrintHolding(holdings_, job_.type == kRequestPinFiles);
-    PrintRepinnedHolding(repinnedHoldings_);
+void FileVerb::AddHeld(Record& report) const {
+    std::vector<Record> holds;
+    std::vector<Record> repinned;
+    for (const Holding& holding : holdings_) {
+        holds.push_back(
+            DescribeHolding(holding, job_.type == kRequestPinFiles ? "pinned" : "unpinned"));
+    }
+    for (const Holding& holding : repinnedHoldings_) {
+        repinned.push_back(DescribeHolding(holding, "whole again"));
+    }
+    report.List("holds", holds, Layout::kBlocks).List("repinnedHolds", repinned, Layout::kBlocks);
     if (!job_.notPinned.empty()) {
-        Print("  " + std::to_string(job_.notPinned.size()) + " of them " +
-              (job_.notPinned.size() == 1 ? "was" : "were") + " not pinned before");
+        report.Line(std::to_string(job_.notPinned.size()) + " of them " +
+                    (job_.notPinned.size() == 1 ? "was" : "were") + " not pinned before");
     }
 }
 
-void FileVerb::Report(int status) {
-    if (options_.common.json) {
-        Json::Value report = JobToJson(job_, name_);
-        report["dryRun"] = options_.dryRun;
-        if (options_.dryRun) {
-            report["price"] = PriceToJson(prices_);
-        }
-        if (waited_) {
-            report["holds"] = HoldingToJson(holdings_);
-            report["repinnedHolds"] = HoldingToJson(repinnedHoldings_);
-        }
-        PrintReport(report, status);
-    } else if (!prices_.empty()) {
-        PrintPrice(prices_, job_);
-    } else if (waited_) {
-        PrintHeld();
-    } else if (job_.sent > 0 || status == kExitDone) {
-        PrintSent(job_, name_);
+int FileVerb::Report(int status) const {
+    std::vector<Record> prices;
+    Record report;
+    DescribeJob(job_, report);
+    report.Add("dryRun", options_.dryRun);
+    for (const Price& price : prices_) {
+        prices.push_back(DescribePrice(price));
     }
+    if (options_.dryRun) {
+        report.List("price", prices, Layout::kBlocks);
+    }
+    if (!prices.empty()) {
+        report.Line("nothing was sent: this was a dry run");
+    } else if (waited_) {
+        AddHeld(report);
+    } else if (job_.sent > 0 || status == kExitDone) {
+        AddSent(job_, name_, report);
+    }
+    return Finish(name_, report, options_.common.json, status);
 }
 
 int FileVerb::Run() {
     int status = Prepare();
     if (status == kExitDone && options_.dryRun) {
-        prices_ = PriceOf(job_);
+        prices_ = PricesOf(job_);
     } else if (status == kExitDone) {
         status = Send();
     }
@@ -153,8 +188,7 @@ int FileVerb::Run() {
     if (status == kExitDone && !all) {
         status = kExitPartly;
     }
-    Report(status);
-    return status;
+    return Report(status);
 }
 
 }  // namespace

@@ -14,10 +14,6 @@ namespace {
 
 class FileJobTest : public ClientTest {
   protected:
-    void TearDown() override {
-        job_.mapper = Mapper();
-        ClientTest::TearDown();
-    }
     std::string Placed(const std::string& relative) {
         const std::string path = Make(relative);
         Place(path, {{next_ += 128, 8}});
