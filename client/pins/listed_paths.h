@@ -10,9 +10,9 @@
 
 namespace client {
 
-// Returns the listed files that the paths name and that do not lie there. A path names an entry when
-// it is the one that `list` prints, or becomes that when its directory is resolved as far as it
-// exists. By the path as it was given. Searches a volume once, whatever the number of paths. The
+// Returns the listed files that the paths name and that do not lie there. A path names an entry
+// when it is the one that `list` prints, or becomes that when its directory is resolved as far as
+// it exists. By the path as it was given. Searches a volume once, whatever the number of paths. The
 // result points into `volumes`.
 std::multimap<std::string, PinnedFile> EntriesNamed(const std::vector<std::string>& paths,
                                                     const ConfigState& state,

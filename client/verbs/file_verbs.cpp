@@ -35,8 +35,7 @@ std::vector<DeviceState> DevicesOf(const FileJob& job, const ConfigState& state)
 }
 
 std::vector<Price> PricesOf(const FileJob& job) {
-    std::vector<Price> prices =
-        PriceOf(job.type == kRequestPinFiles, job.list.files, job.repinned);
+    std::vector<Price> prices = PriceOf(job.type == kRequestPinFiles, job.list.files, job.repinned);
     for (Price& price : prices) {
         price.requests = static_cast<size_t>(std::count_if(
             job.messages.begin(), job.messages.end(),
