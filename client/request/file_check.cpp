@@ -64,9 +64,13 @@ bool ResolveDirectory(const std::string& given, std::string& path) {
 
 }  // namespace
 
-Record DescribeRefusal(const Refusal& refusal) {
-    Record record;
-    return record.Add("path", refusal.path).Add("reason", refusal.reason);
+std::vector<Record> DescribeRefusals(const std::vector<Refusal>& refusals) {
+    std::vector<Record> records;
+    for (const Refusal& refusal : refusals) {
+        records.emplace_back();
+        records.back().Add("path", refusal.path).Add("reason", refusal.reason);
+    }
+    return records;
 }
 
 std::string WhyNotMountPath(const std::string& mountPath) {

@@ -19,7 +19,8 @@ struct Refusal {
     std::string reason;
 };
 
-Record DescribeRefusal(const Refusal& refusal);
+// Describes refusals, in the JSON form alone.
+std::vector<Record> DescribeRefusals(const std::vector<Refusal>& refusals);
 
 // Returns why the service could not store a file of this mount path and relative path, empty when
 // it can.

@@ -76,6 +76,12 @@ Record& Record::List(const char* name, const std::vector<Record>& records, Layou
     return *this;
 }
 
+Record& Record::Member(const char* name, const Record& record) {
+    List(name, {record}, Layout::kBlocks);
+    json_[name] = record.json_;
+    return *this;
+}
+
 Record& Record::Row(const char* label, const std::string& text) {
     items_.push_back({Item::kRow, label, text, false, false, {}, {}});
     return *this;

@@ -43,6 +43,9 @@ class Record {
     Record& List(const char* name, const std::vector<Record>& records,
                  Layout layout = Layout::kHidden);
 
+    // A record as one member; its text stands in line with this one's.
+    Record& Member(const char* name, const Record& record);
+
     // The text form alone: a line "label  text", and a line of text. In a list of rows the line
     // stands below its record's row, in the last column.
     Record& Row(const char* label, const std::string& text);

@@ -11,33 +11,30 @@ namespace client {
 namespace {
 
 std::vector<Record> DescribeFiles(const std::vector<FileRef>& files) {
-    std::vector<Record> records(files.size());
-    for (size_t i = 0; i < files.size(); ++i) {
-        records[i]
-            .Add("path", files[i].path)
-            .Add("volume", files[i].volume->mountPath)
-            .Add("inode", files[i].inode)
-            .Add("size", Json::UInt64{files[i].size});
+    std::vector<Record> records;
+    for (const FileRef& file : files) {
+        records.emplace_back();
+        records.back()
+            .Add("path", file.path)
+            .Add("volume", file.volume->mountPath)
+            .Add("inode", file.inode)
+            .Add("size", Json::UInt64{file.size});
     }
     return records;
 }
 
 }  // namespace
 
-void DescribeJob(const FileJob& job, Record& report) {
-    std::vector<Record> refused;
+void AddJob(const FileJob& job, Record& report) {
+    std::vector<Refusal> refusals = job.list.refusals;
+    refusals.insert(refusals.end(), job.passedOver.begin(), job.passedOver.end());
     std::vector<Record> entries;
-    for (const auto* const refusals : {&job.list.refusals, &job.passedOver}) {
-        for (const Refusal& refusal : *refusals) {
-            refused.push_back(DescribeRefusal(refusal));
-        }
-    }
     for (const PinnedFile& pinned : job.entries) {
         entries.push_back(DescribeEntry(pinned));
     }
     report.List("files", DescribeFiles(job.list.files))
         .List("repinned", DescribeFiles(job.repinned))
-        .List("refused", refused)
+        .List("refused", DescribeRefusals(refusals))
         .List("entries", entries)
         .Add("notPinned", TextsToJson(job.notPinned))
         .Add("requests", Json::UInt64{job.messages.size()})
@@ -57,8 +54,8 @@ void AddSent(const FileJob& job, const char* verb, Record& report) {
         files += message.numFiles;
         ++requests;
     }
-    for (const auto& [mountPath, counts] : perVolume) {
-        report.Line(Printable(mountPath) + ": " + verb + " of " + Counted(counts.first, "file") +
+    for (const auto& [volume, counts] : perVolume) {
+        report.Line(Printable(volume) + ": " + verb + " of " + Counted(counts.first, "file") +
                     " sent in " + Counted(counts.second, "request"));
     }
     if (repinning > 0 && job.sent == job.messages.size()) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What pin and unpin say of the files that they were given.
+// What pin and unpin say of what they were given and sent.
 #pragma once
 
 #include "client/request/file_job.h"
@@ -7,10 +7,10 @@
 
 namespace client {
 
-// Adds what was chosen, refused and sent to the JSON form.
-void DescribeJob(const FileJob& job, Record& report);
+// Adds what the job consists of, in the JSON form alone.
+void AddJob(const FileJob& job, Record& report);
 
-// Adds what was sent, by volume, to the text form.
+// Adds what was sent, in words.
 void AddSent(const FileJob& job, const char* verb, Record& report);
 
 }  // namespace client

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // pin and unpin: requests about files.
 #include <algorithm>
-#include <set>
 
 #include "client/pins/holding.h"
 #include "client/pins/price.h"
@@ -19,31 +18,6 @@ namespace client {
 
 namespace {
 
-// Reads the devices that the job's files lie on.
-std::vector<DeviceState> DevicesOf(const FileJob& job, const ConfigState& state) {
-    std::vector<DeviceState> devices;
-    std::set<std::string> read;  // mount paths
-    for (const FileRef& file : job.list.files) {
-        if (read.count(file.volume->mountPath) == 0) {
-            devices.push_back(ReadDevice(state, *file.volume, job.volumes));
-            for (const Volume* const mount : devices.back().mounts) {
-                read.insert(mount->mountPath);
-            }
-        }
-    }
-    return devices;
-}
-
-std::vector<Price> PricesOf(const FileJob& job) {
-    std::vector<Price> prices = PriceOf(job.type == kRequestPinFiles, job.list.files, job.repinned);
-    for (Price& price : prices) {
-        price.requests = static_cast<size_t>(std::count_if(
-            job.messages.begin(), job.messages.end(),
-            [&price](const Message& message) { return message.mountPath == price.volume; }));
-    }
-    return prices;
-}
-
 // One call of pin or unpin.
 class FileVerb {
   public:
@@ -59,14 +33,13 @@ class FileVerb {
     int PlanWhatIsShared();
     int Send();
     int Judge();
+    std::vector<Record> DescribePrices() const;
     void AddHeld(Record& report) const;
-    int Report(int status) const;
 
     const char* const name_;
     const FileVerbOptions& options_;
     FileJob job_;
     ServiceState service_;
-    std::vector<Price> prices_;
     std::vector<Holding> holdings_;
     std::vector<Holding> repinnedHoldings_;
     bool waited_ = false;
@@ -93,7 +66,7 @@ int FileVerb::PlanWhatIsShared() {
         return kExitDone;
     }
     if (service_.known) {
-        job_.repinned = FilesToRepin(DevicesOf(job_, service_.state), job_.list.files);
+        job_.repinned = FilesToRepin(ReadDevices(service_.state, job_.volumes), job_.list.files);
         PackRepinned(job_);
         return kExitDone;
     }
@@ -138,48 +111,42 @@ int FileVerb::Judge() {
     return AllHold(holdings_) && AllHold(repinnedHoldings_) ? kExitDone : kExitPartly;
 }
 
+std::vector<Record> FileVerb::DescribePrices() const {
+    std::vector<Record> records;
+    for (Price& price : PriceOf(job_.type == kRequestPinFiles, job_.list.files, job_.repinned)) {
+        price.requests = static_cast<size_t>(std::count_if(
+            job_.messages.begin(), job_.messages.end(),
+            [&](const Message& message) { return message.mountPath == price.volume; }));
+        records.push_back(DescribePrice(price));
+    }
+    return records;
+}
+
 void FileVerb::AddHeld(Record& report) const {
-    std::vector<Record> holds;
+    std::vector<Record> held;
     std::vector<Record> repinned;
     for (const Holding& holding : holdings_) {
-        holds.push_back(
+        held.push_back(
             DescribeHolding(holding, job_.type == kRequestPinFiles ? "pinned" : "unpinned"));
     }
     for (const Holding& holding : repinnedHoldings_) {
-        repinned.push_back(DescribeHolding(holding, "whole again"));
+        repinned.push_back(DescribeHolding(holding, "pinned again"));
     }
-    report.List("holds", holds, Layout::kBlocks).List("repinnedHolds", repinned, Layout::kBlocks);
+    report.List("holds", held, Layout::kBlocks);
+    report.List("repinnedHolds", repinned, Layout::kBlocks);
     if (!job_.notPinned.empty()) {
         report.Line(std::to_string(job_.notPinned.size()) + " of them " +
                     (job_.notPinned.size() == 1 ? "was" : "were") + " not pinned before");
     }
 }
 
-int FileVerb::Report(int status) const {
-    std::vector<Record> prices;
-    Record report;
-    DescribeJob(job_, report);
-    report.Add("dryRun", options_.dryRun);
-    for (const Price& price : prices_) {
-        prices.push_back(DescribePrice(price));
-    }
-    if (options_.dryRun) {
-        report.List("price", prices, Layout::kBlocks);
-    }
-    if (!prices.empty()) {
-        report.Line("nothing was sent: this was a dry run");
-    } else if (waited_) {
-        AddHeld(report);
-    } else if (job_.sent > 0 || status == kExitDone) {
-        AddSent(job_, name_, report);
-    }
-    return Finish(name_, report, options_.common.json, status);
-}
-
 int FileVerb::Run() {
+    Record report;
     int status = Prepare();
+    report.Add("dryRun", options_.dryRun);
     if (status == kExitDone && options_.dryRun) {
-        prices_ = PricesOf(job_);
+        report.List("price", DescribePrices(), Layout::kBlocks);
+        report.Line(job_.messages.empty() ? "no files" : "nothing was sent: this was a dry run");
     } else if (status == kExitDone) {
         status = Send();
     }
@@ -187,7 +154,13 @@ int FileVerb::Run() {
     if (status == kExitDone && !all) {
         status = kExitPartly;
     }
-    return Report(status);
+    AddJob(job_, report);
+    if (waited_) {
+        AddHeld(report);
+    } else if (!options_.dryRun && (job_.sent > 0 || status == kExitDone)) {
+        AddSent(job_, name_, report);
+    }
+    return Finish(name_, report, options_.common.json, status);
 }
 
 }  // namespace

@@ -113,7 +113,6 @@ int RunVolumeVerb(const VolumeVerb& verb, const VolumeVerbOptions& options) {
         status = SendVolumeRequest(verb, options, volume, report);
     } else {
         Say(TonedError(Tone::kBad, "refused") + " " + Printable(options.volume) + ": " + why);
-        report["refused"].append(DescribeRefusal({options.volume, why}).ToJson());
     }
     if (options.common.json) {
         PrintReport(report, status);
