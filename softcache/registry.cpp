@@ -116,7 +116,7 @@ std::string RegistryEntry::Publish() {
     if (!directoryLock.valid()) {
         return "registry " + directory_ + ": " + strerror(errno);
     }
-    const std::string whyNot = WhyNotServe(directory_, record_.name);
+    std::string whyNot = WhyNotServe(directory_, record_.name);
     if (!whyNot.empty()) {
         return whyNot;
     }
