@@ -192,7 +192,7 @@ int JsonAddRequest(Json::Value& document, const Request& request) {
     if (add_to_json::SetRequestData(stored, request) != 0) {
         return -1;
     }
-    LogVerbose("After request is added: jsConf:%s", document.toStyledString().c_str());
+    LogVerbose("After request is added: jsConf:%s", JsonToStyledText(document).c_str());
     return 0;
 }
 

@@ -191,6 +191,20 @@ TEST_F(RequestStoreTest, AddingIsTracedWithTheWholeDocument) {
     });
 }
 
+// A name need not be UTF-8: no byte of it is swallowed, nor the separator behind it.
+TEST_F(RequestStoreTest, ANameIsStoredAndTracedByteForByte) {
+    const std::string entry = Make("caf\xe9");
+    LogCapture log(2);
+
+    SetConfig("{}");
+    ASSERT_EQ(ConfigAddRequest(config(), Pin(dir_ / "caf\xe9")), 0);
+    EXPECT_NE(ConfigText().find('"' + entry + '"'), std::string::npos) << ConfigText();
+    EXPECT_EQ(ConfigDocument()["requests"]["0"]["data"].asString(), entry);
+    EXPECT_TRUE(log.Has(
+        kDaemonLog.Verbose("JsonAddRequest", "After request is added: jsConf:" + ConfigText())));
+    log.Clear();
+}
+
 // --- removing from a document
 
 TEST_F(RequestStoreTest, ARequestIsRemovedFromQueueAndRequests) {
