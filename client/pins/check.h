@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "client/service/config_state.h"
 #include "client/pins/sharing.h"
+#include "client/service/config_state.h"
 #include "client/volume/volume_view.h"
 
 namespace client {

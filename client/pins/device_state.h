@@ -22,11 +22,11 @@ struct DeviceState {
 
     // The bitmap as it should be: the units of all files that are listed or queued to be pinned.
     UnitSet needed;
-    UnitSet missing;        // needed by listed files, and not set
-    UnitSet surplus;        // set, and needed by none
-    UnitSet driverLacks;    // set in the file, not with the driver; empty when the driver is mute
-    UnitSet driverSurplus;  // with the driver, not set in the file; the same
-    uint64_t withoutBit = 0;   // units of listed files in the device's tail, which has no bits
+    UnitSet missing;          // needed by listed files, and not set
+    UnitSet surplus;          // set, and needed by none
+    UnitSet driverLacks;      // set in the file, not with the driver; empty when the driver is mute
+    UnitSet driverSurplus;    // with the driver, not set in the file; the same
+    uint64_t withoutBit = 0;  // units of listed files in the device's tail, which has no bits
     bool fileTooLong = false;  // the bitmap file is longer than the bitmap: every request fails
     std::string uncertain;     // why nothing may be cleared, in words; empty when it may
 };

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "client/pins/explanation.h"
 
-#include "client/show/output.h"
 #include "client/pins/sharing.h"
+#include "client/show/output.h"
 
 namespace client {
 

@@ -5,8 +5,8 @@
 #include <map>
 #include <set>
 
-#include "client/show/output.h"
 #include "client/pins/sharing.h"
+#include "client/show/output.h"
 
 namespace client {
 

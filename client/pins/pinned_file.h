@@ -40,6 +40,10 @@ struct PinnedFile {
 std::vector<PinnedFile> InspectEntries(const std::vector<StoredFile>& entries,
                                        const Volume& volume);
 
+// The same without the search: a file that is not at its path is kGone here, wherever it may be.
+std::vector<PinnedFile> InspectAtPaths(const std::vector<StoredFile>& entries,
+                                       const Volume& volume);
+
 // Fills the extents and units of a file that is there or was renamed. One that cannot be mapped
 // becomes kUnknown.
 void MapPinned(PinnedFile& pinned, Mapper& mapper);

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "client/service/config_state.h"
 #include "client/request/file_check.h"
+#include "client/service/config_state.h"
 #include "client/volume/mapping.h"
 
 namespace client {

@@ -51,25 +51,6 @@ void PlanForMount(const ConfigState& state, const Volume* volume, const UnitRuns
 
 }  // namespace
 
-std::vector<StoredFile> QueuedToPin(const ConfigState& state, const std::string& mountPath) {
-    std::vector<StoredFile> files;
-    for (const StoredRequest& request : state.queue) {
-        if (request.mountPath != mountPath) {
-            continue;
-        }
-        for (const StoredFile& file : ParseStoredFiles(request.data)) {
-            const auto same = [&file](const StoredFile& other) {
-                return other.inode == file.inode;
-            };
-            files.erase(std::remove_if(files.begin(), files.end(), same), files.end());
-            if (request.type == "pinFiles") {
-                files.push_back(file);
-            }
-        }
-    }
-    return files;
-}
-
 void PlanMending(const ConfigState& state, FileJob& job) {
     std::map<const Volume*, std::set<uint32_t>> leaving;
     for (const FileRef& file : job.list.files) {

@@ -6,15 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "client/service/config_state.h"
-#include "client/request/file_job.h"
 #include "client/pins/pinned_now.h"
+#include "client/request/file_job.h"
+#include "client/service/config_state.h"
 
 namespace client {
-
-// Returns the files of requests queued for the volume that pin; files that an unpin request behind
-// them names again are left out.
-std::vector<StoredFile> QueuedToPin(const ConfigState& state, const std::string& mountPath);
 
 // Fills the job's files to mend and their messages: what stays pinned, or is queued to be, and
 // shares a unit with a file to be unpinned.

@@ -9,10 +9,10 @@
 
 #include <algorithm>
 
+#include "client/service/queue.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
 #include "client/show/progress.h"
-#include "client/service/queue.h"
 #include "client/verbs/repair.h"
 #include "util/scoped.h"
 

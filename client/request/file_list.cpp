@@ -12,7 +12,7 @@
 #include <memory>
 #include <set>
 
-#include "client/request/directory_walk.h"
+#include "client/volume/directory_walk.h"
 #include "client/request/leftovers.h"
 #include "client/show/output.h"
 #include "util/scoped.h"

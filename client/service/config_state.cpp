@@ -153,6 +153,25 @@ std::vector<StoredFile> ParseStoredFiles(const std::string& data) {
     return files;
 }
 
+std::vector<StoredFile> QueuedToPin(const ConfigState& state, const std::string& mountPath) {
+    std::vector<StoredFile> files;
+    for (const StoredRequest& request : state.queue) {
+        if (request.mountPath != mountPath) {
+            continue;
+        }
+        for (const StoredFile& file : ParseStoredFiles(request.data)) {
+            const auto same = [&file](const StoredFile& other) {
+                return other.inode == file.inode;
+            };
+            files.erase(std::remove_if(files.begin(), files.end(), same), files.end());
+            if (request.type == "pinFiles") {
+                files.push_back(file);
+            }
+        }
+    }
+    return files;
+}
+
 int64_t NumberDistance(int64_t base, int64_t number) {
     return ((number - base) % kRequestNumbers + kRequestNumbers) % kRequestNumbers;
 }

@@ -39,6 +39,10 @@ bool ReadConfigState(const std::string& path, ConfigState& state, std::string& w
 // Splits stored data, "path#inode" joined by ";". Malformed entries are left out.
 std::vector<StoredFile> ParseStoredFiles(const std::string& data);
 
+// Returns the files of requests queued for the volume that pin; files that an unpin request behind
+// them names again are left out.
+std::vector<StoredFile> QueuedToPin(const ConfigState& state, const std::string& mountPath);
+
 // Returns how many numbers `number` lies behind `base`, in the order of numbering; less than half
 // of all when it was given later.
 int64_t NumberDistance(int64_t base, int64_t number);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "client/request/directory_walk.h"
+#include "client/volume/directory_walk.h"
 
 #include <dirent.h>
 #include <errno.h>
@@ -18,28 +18,6 @@ namespace {
 struct DirectoryCloser {
     void operator()(DIR* directory) const { closedir(directory); }
 };
-
-// Stores the names in order. Returns 0, or errno.
-int ListNames(const std::string& path, std::vector<std::string>& names) {
-    const int fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    const std::unique_ptr<DIR, DirectoryCloser> directory(fd < 0 ? nullptr : fdopendir(fd));
-    if (!directory) {
-        const int error = errno;
-        if (fd >= 0) {
-            close(fd);
-        }
-        return error;
-    }
-    errno = 0;
-    while (const dirent* const entry = readdir(directory.get())) {
-        if (strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0) {
-            names.emplace_back(entry->d_name);
-        }
-    }
-    const int error = errno;
-    std::sort(names.begin(), names.end());
-    return error;
-}
 
 class Walk {
   public:
@@ -82,6 +60,27 @@ class Walk {
 };
 
 }  // namespace
+
+int ListNames(const std::string& directory, std::vector<std::string>& names) {
+    const int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    const std::unique_ptr<DIR, DirectoryCloser> stream(fd < 0 ? nullptr : fdopendir(fd));
+    if (!stream) {
+        const int error = errno;
+        if (fd >= 0) {
+            close(fd);
+        }
+        return error;
+    }
+    errno = 0;
+    while (const dirent* const entry = readdir(stream.get())) {
+        if (strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0) {
+            names.emplace_back(entry->d_name);
+        }
+    }
+    const int error = errno;
+    std::sort(names.begin(), names.end());
+    return error;
+}
 
 size_t WalkBelow(const std::string& directory, const std::function<void(const WalkEntry&)>& visit,
                  const std::function<bool(const std::string&)>& skip) {

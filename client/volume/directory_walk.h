@@ -6,8 +6,12 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace client {
+
+// Stores the names in a directory, in order, without "." and "..". Returns 0, or errno.
+int ListNames(const std::string& directory, std::vector<std::string>& names);
 
 struct WalkEntry {
     std::string path;
