@@ -7,8 +7,8 @@
 
 #include <algorithm>
 
-#include "client/show/exit_status.h"
 #include "client/help.h"
+#include "client/show/exit_status.h"
 #include "client/show/output.h"
 #include "client/verbs/verbs.h"
 
@@ -97,7 +97,7 @@ void AddRequestVerbs(CLI::App& app, Parsed& parsed) {
     AddFileVerb(app, kPinHelp, PinVerb, parsed);
     AddFileVerb(app, kUnpinHelp, UnpinVerb, parsed)
         .add_flag_callback(
-            "--no-mend", [&parsed] { parsed.file.mend = false; },
+            "--no-repin", [&parsed] { parsed.file.repin = false; },
             "Do not pin again the files that share units with those unpinned");
     AddWaiting(AddVolumeVerb(app, kReloadHelp, ReloadVerb, parsed), parsed.volume.send);
     AddVolumeVerb(app, kPendHelp, PendVerb, parsed);

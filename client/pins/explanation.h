@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Everything that can be told about one file.
+// Everything known about one file that lies on a volume.
 #pragma once
 
 #include <stdint.h>
@@ -7,9 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "client/request/file_job.h"
+#include "client/pins/device_state.h"
+#include "client/pins/unit_counts.h"
 #include "client/service/service_state.h"
-#include "client/volume/volume_view.h"
+#include "client/show/report.h"
 
 namespace client {
 
@@ -19,32 +20,28 @@ struct Sharer {
 };
 
 struct Explanation {
-    FileRef file;
-    bool mapped = false;
-    std::string whyNotMapped;
-    ServiceState service;
-    VolumeView view;
-    bool pinned = false;        // its inode is on the list
-    std::string pinnedAs;       // the path that the list has for the inode, when it is another
-    bool pathReplaced = false;  // the list has its path with another inode
-    std::vector<std::string> queued;  // "request 7, 2nd in the queue: pin"
+    PinnedFile file;  // as one that is there, whether it is listed or not; its why: not mapped
+    DeviceState device;
+    bool stateKnown = false;
+    std::string whyUnknown;           // why the service's state is not known
+    bool pinned = false;              // its inode is on the list
+    std::string pinnedAs;             // the path that the list has for it, when it is another
+    bool pathReplaced = false;        // the list has its path with another inode
+    std::vector<std::string> queued;  // "request 7 (pinFiles), place 2 of 3"
     bool queuedToPin = false;
-    UnitRuns runs;
-    uint64_t units = 0;
-    uint64_t withBit = 0;
-    uint64_t set = 0;
-    uint64_t driver = 0;
-    uint64_t resident = 0;
+    UnitCounts counts;
+    uint64_t units = 0;         // those without a bit too
     uint64_t neverWritten = 0;  // bytes
     std::vector<Sharer> sharers;
 };
 
-// Fills the rest of an explanation whose file is examined. `volumes` are those the file points
-// into.
-void FillExplanation(const std::string& configPath, const std::vector<Volume>& volumes,
-                     Explanation& explanation);
+// Explains an examined file. `volumes` are those that it points into.
+Explanation Explain(const FileRef& file, const ServiceState& service,
+                    const std::vector<Volume>& volumes);
 
 // Why units of the file are not in the cache; empty when all are, or when that is not known.
 std::string WhyNotResident(const Explanation& explanation);
+
+Record DescribeExplanation(const Explanation& explanation);
 
 }  // namespace client

@@ -10,21 +10,21 @@ namespace client {
 
 namespace {
 
-Price& PriceFor(std::vector<Price>& prices, const std::string& mountPath) {
+Price& PriceFor(std::vector<Price>& prices, const std::string& volume) {
     for (Price& price : prices) {
-        if (price.mountPath == mountPath) {
+        if (price.volume == volume) {
             return price;
         }
     }
     prices.emplace_back();
-    prices.back().mountPath = mountPath;
+    prices.back().volume = volume;
     return prices.back();
 }
 
-UnitRuns RunsOn(const std::vector<FileRef>& files, const std::string& mountPath) {
+UnitRuns RunsOn(const std::vector<FileRef>& files, const std::string& volume) {
     std::vector<FileMappingEntry> extents;
     for (const FileRef& file : files) {
-        if (file.volume->mountPath == mountPath) {
+        if (file.volume->mountPath == volume) {
             extents.insert(extents.end(), file.extents.begin(), file.extents.end());
         }
     }
@@ -32,21 +32,21 @@ UnitRuns RunsOn(const std::vector<FileRef>& files, const std::string& mountPath)
 }
 
 // Fills what depends on the volume's bitmap and cache.
-void LookUp(const FileJob& job, const Volume& volume, Price& price) {
+void CompareWithVolume(bool pin, const Volume& volume, const UnitRuns& units,
+                       const UnitRuns& repinned, Price& price) {
     const VolumeView view = LookAt(volume);
-    const UnitRuns runs = RunsOn(job.list.files, volume.mountPath);
     UnitSet then = view.bits;
-    UnitSet room(view.bits.Bytes().size());
-    room.Put(runs);
-    price.units = CountUnits(runs);
-    price.unitsNoBit = price.units - room.Count();
-    price.unitsSet = view.bits.CountIn(runs);
+    UnitSet own(view.bits.Bytes().size());
+    own.Put(units);
+    price.units = CountUnits(units);
+    price.withoutBit = price.units - own.Count();
+    price.unitsSet = view.bits.CountIn(units);
     price.pinnedNow = view.bits.Count();
-    if (job.type == kRequestPinFiles) {
-        then.Put(runs);
+    if (pin) {
+        then.Put(units);
     } else {
-        then = then.Without(room);
-        then.Put(RunsOn(job.mended, volume.mountPath));
+        then = then.Without(own);
+        then.Put(repinned);
     }
     price.pinnedThen = then.Count();
     price.cacheSize = view.residency.cacheSize;
@@ -73,84 +73,66 @@ std::string CacheText(const Price& price) {
 
 }  // namespace
 
-std::vector<Price> PriceOf(const FileJob& job) {
+std::vector<Price> PriceOf(bool pin, const std::vector<FileRef>& files,
+                           const std::vector<FileRef>& repinned) {
     std::vector<Price> prices;
-    for (const Message& message : job.messages) {
-        ++PriceFor(prices, message.mountPath).requests;
-    }
-    for (const Message& message : job.mending) {
-        ++PriceFor(prices, message.mountPath).requests;
-    }
-    for (const FileRef& file : job.list.files) {
+    std::vector<const Volume*> volumes;
+    for (const FileRef& file : files) {
         Price& price = PriceFor(prices, file.volume->mountPath);
+        if (prices.size() > volumes.size()) {
+            volumes.push_back(file.volume);
+        }
         ++price.files;
         price.extents += file.extents.size();
         price.bytes += BytesOf(file.extents);
     }
-    for (const FileRef& file : job.mended) {
-        ++PriceFor(prices, file.volume->mountPath).mendedFiles;
-    }
-    for (Price& price : prices) {
-        for (const Volume& volume : job.volumes) {
-            if (volume.mountPath == price.mountPath) {
-                LookUp(job, volume, price);
-                break;
-            }
+    for (const FileRef& file : repinned) {
+        Price& price = PriceFor(prices, file.volume->mountPath);
+        if (prices.size() > volumes.size()) {
+            volumes.push_back(file.volume);
         }
+        ++price.repinnedFiles;
+    }
+    for (size_t i = 0; i < prices.size(); ++i) {
+        CompareWithVolume(pin, *volumes[i], RunsOn(files, prices[i].volume),
+                          RunsOn(repinned, prices[i].volume), prices[i]);
     }
     return prices;
 }
 
-Json::Value PriceToJson(const std::vector<Price>& prices) {
-    Json::Value list(Json::arrayValue);
-    for (const Price& price : prices) {
-        Json::Value item;
-        item["volume"] = price.mountPath;
-        item["files"] = static_cast<Json::UInt64>(price.files);
-        item["extents"] = static_cast<Json::UInt64>(price.extents);
-        item["bytes"] = static_cast<Json::UInt64>(price.bytes);
-        item["units"] = static_cast<Json::UInt64>(price.units);
-        item["unitsAlreadyPinned"] = static_cast<Json::UInt64>(price.unitsSet);
-        item["unitsWithoutBit"] = static_cast<Json::UInt64>(price.unitsNoBit);
-        item["roundingBytes"] = static_cast<Json::UInt64>(
-            price.units * kUnitBytes > price.bytes ? price.units * kUnitBytes - price.bytes : 0);
-        item["pinnedUnitsNow"] = static_cast<Json::UInt64>(price.pinnedNow);
-        item["pinnedUnitsThen"] = static_cast<Json::UInt64>(price.pinnedThen);
-        item["cacheBytes"] = price.cacheSize == 0
-                                 ? Json::Value()
-                                 : Json::Value(static_cast<Json::UInt64>(price.cacheSize));
-        item["requests"] = static_cast<Json::UInt64>(price.requests);
-        item["mendedFiles"] = static_cast<Json::UInt64>(price.mendedFiles);
-        list.append(item);
+Record DescribePrice(const Price& price) {
+    const uint64_t unitBytes = price.units * kUnitBytes;
+    const uint64_t rounding = unitBytes > price.bytes ? unitBytes - price.bytes : 0;
+    Record record;
+    record
+        .Headline(Toned(Tone::kStrong, Printable(price.volume)) + ": " +
+                  Counted(price.files, "file") + ", " + Counted(price.extents, "extent"))
+        .Add("volume", price.volume)
+        .Add("files", Json::UInt64{price.files})
+        .Add("extents", Json::UInt64{price.extents})
+        .Add("bytes", Json::UInt64{price.bytes}, "data", Unit::kBytes)
+        .Shown("units", Json::UInt64{price.units}, "units",
+               std::to_string(price.units) + " of 64 KiB = " + HumanBytes(unitBytes) +
+                   (rounding > 0 ? "; rounding adds " + HumanBytes(rounding) : ""))
+        .Add("roundingBytes", Json::UInt64{rounding})
+        .Shown("unitsSet", Json::UInt64{price.unitsSet}, "pinned already",
+               Counted(price.unitsSet, "unit"))
+        .Add("unitsWithoutBit", Json::UInt64{price.withoutBit})
+        .Add("pinnedUnitsNow", Json::UInt64{price.pinnedNow})
+        .Add("pinnedUnitsThen", Json::UInt64{price.pinnedThen})
+        .Add("repinnedFiles", Json::UInt64{price.repinnedFiles});
+    if (price.withoutBit > 0) {
+        record.Row("without a bit", Counted(price.withoutBit, "unit") +
+                                        " at the device's end, which cannot be pinned");
     }
-    return list;
-}
-
-void PrintPrice(const std::vector<Price>& prices, const FileJob& job) {
-    for (const Price& price : prices) {
-        const uint64_t rounded = price.units * kUnitBytes;
-        Print(Toned(Tone::kStrong, Printable(price.mountPath)) + ": " +
-              Counted(price.files, "file") + ", " + Counted(price.extents, "extent"));
-        Table table("ll");
-        table.Add({"data", HumanBytes(price.bytes)});
-        table.Add({"units", std::to_string(price.units) + " of 64 KiB = " + HumanBytes(rounded) +
-                                (rounded > price.bytes
-                                     ? "; rounding adds " + HumanBytes(rounded - price.bytes)
-                                     : "")});
-        table.Add({"pinned already", Counted(price.unitsSet, "unit")});
-        if (price.unitsNoBit > 0) {
-            table.Add({"without a bit", Counted(price.unitsNoBit, "unit") +
-                                            " at the device's end, which cannot be pinned"});
-        }
-        if (price.mendedFiles > 0) {
-            table.Add({"pinned again", Counted(price.mendedFiles, "file that shares units",
-                                               "files that share units")});
-        }
-        table.Add({"cache", CacheText(price)});
-        table.Add({"requests", std::to_string(price.requests)});
-        table.Show("  ");
+    if (price.repinnedFiles > 0) {
+        record.Row("pinned again", Counted(price.repinnedFiles, "file that shares units",
+                                           "files that share units"));
     }
-    Print(job.messages.empty() ? "no files" : "nothing was sent: this was a dry run");
+    return record
+        .Shown("cacheBytes", IfKnown(price.cacheSize > 0, price.cacheSize), "cache",
+               CacheText(price))
+        .Add("requests", Json::UInt64{price.requests}, "requests");
 }
 
 }  // namespace client

@@ -7,29 +7,31 @@
 #include <string>
 #include <vector>
 
-#include "client/request/file_job.h"
+#include "client/show/report.h"
+#include "client/volume/file_ref.h"
 
 namespace client {
 
 struct Price {
-    std::string mountPath;
+    std::string volume;
     size_t files = 0;
     size_t extents = 0;
-    uint64_t bytes = 0;       // that the extents have
-    uint64_t units = 0;       // that the files lie in, each counted once
-    uint64_t unitsSet = 0;    // of those, pinned already
-    uint64_t unitsNoBit = 0;  // of those, behind the last bit: never pinned
-    uint64_t pinnedNow = 0;   // units of the volume
-    uint64_t pinnedThen = 0;  // units of the volume afterwards
-    uint64_t cacheSize = 0;   // bytes; 0 = not known
-    size_t requests = 0;
-    size_t mendedFiles = 0;  // that share units and would be pinned again
+    uint64_t bytes = 0;        // that the extents have
+    uint64_t units = 0;        // that the files lie in, each counted once
+    uint64_t unitsSet = 0;     // of those, pinned already
+    uint64_t withoutBit = 0;   // of those, in the device's tail: never pinned
+    uint64_t pinnedNow = 0;    // units of the volume
+    uint64_t pinnedThen = 0;   // units of the volume afterwards
+    uint64_t cacheSize = 0;    // bytes; 0 = not known
+    size_t repinnedFiles = 0;  // that share units and would be pinned again
+    size_t requests = 0;       // for the caller to fill
 };
 
-// Returns a price for each volume of the job, in the order of its messages.
-std::vector<Price> PriceOf(const FileJob& job);
+// Prices a pin, or an unpin, of the files, whose extents must be filled: one record a volume, in
+// the order of the files. `repinned` are the files that would be pinned again.
+std::vector<Price> PriceOf(bool pin, const std::vector<FileRef>& files,
+                           const std::vector<FileRef>& repinned);
 
-Json::Value PriceToJson(const std::vector<Price>& prices);
-void PrintPrice(const std::vector<Price>& prices, const FileJob& job);
+Record DescribePrice(const Price& price);
 
 }  // namespace client

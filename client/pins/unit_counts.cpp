@@ -15,4 +15,16 @@ UnitCounts CountUnits(const VolumeView& view, const UnitSet& units) {
     return counts;
 }
 
+void AddCounts(const UnitCounts& counts, Record& record) {
+    std::string text = std::to_string(counts.units) + ", set " + std::to_string(counts.set);
+    if (counts.cacheTells) {
+        text += ", with the driver " + std::to_string(counts.withDriver) + ", in the cache " +
+                std::to_string(counts.resident);
+    }
+    record.Add("unitsSet", Json::UInt64{counts.set})
+        .Add("unitsWithDriver", IfKnown(counts.cacheTells, counts.withDriver))
+        .Add("unitsResident", IfKnown(counts.cacheTells, counts.resident))
+        .Shown("units", Json::UInt64{counts.units}, "units", text);
+}
+
 }  // namespace client

@@ -4,6 +4,9 @@
 
 #include <stdint.h>
 
+#include <string>
+
+#include "client/show/report.h"
 #include "client/volume/volume_view.h"
 
 namespace client {
@@ -17,5 +20,8 @@ struct UnitCounts {
 };
 
 UnitCounts CountUnits(const VolumeView& view, const UnitSet& units);
+
+// Adds the counts as "units", "unitsSet", "unitsWithDriver" and "unitsResident", and in words.
+void AddCounts(const UnitCounts& counts, Record& record);
 
 }  // namespace client

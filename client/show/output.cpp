@@ -160,6 +160,12 @@ void Say(const std::string& text) {
     fprintf(stderr, "quorcachepinctl: %s\n", text.c_str());
 }
 
+std::string TakeLastSaid() {
+    std::string said;
+    said.swap(g_lastSaid);
+    return said;
+}
+
 void Print(const std::string& text) {
     fputs(text.c_str(), stdout);
     fputc('\n', stdout);

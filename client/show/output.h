@@ -29,6 +29,9 @@ std::string Counted(uint64_t count, const char* one, const char* many = nullptr)
 // Prints one line "quorcachepinctl: TEXT" on standard error. The text must be printable.
 void Say(const std::string& text);
 
+// Returns what was last said, "" when nothing was since the last call.
+std::string TakeLastSaid();
+
 // Writes out what is buffered of standard output. Returns false, having said why, when some of what
 // was printed could not be written.
 bool FinishOutput();
@@ -48,7 +51,6 @@ class Table {
     // `alignment` has a character a column: l or r.
     explicit Table(std::string alignment) : alignment_(std::move(alignment)) {}
     void Add(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
-    bool Empty() const { return rows_.empty(); }
     void Show(const std::string& indent = "") const;
 
   private:

@@ -1,137 +1,78 @@
 // SPDX-License-Identifier: MIT
-// check: what is pinned against the bitmap, and setting it right.
-#include "client/pins/check.h"
+// check: list, disk, bitmap file and driver against each other, and setting them right.
+#include <algorithm>
+
+#include "client/pins/device_report.h"
+#include "client/service/service_state.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
-#include "client/verbs/repair.h"
-#include "client/service/service_process.h"
 #include "client/verbs/verbs.h"
 
 namespace client {
 
 namespace {
 
-struct Findings {
+// What a check looks at.
+struct Scene {
     std::vector<Volume> volumes;
     ServiceState service;
     std::string mountPath;  // empty = all
-    std::vector<VolumeCheck> checks;
+    std::vector<DeviceState> devices;
+    std::vector<std::string> unmounted;
 };
 
-// Reads everything afresh and checks. Returns an exit status.
-int Look(const CheckOptions& options, Findings& findings) {
+// Reads everything afresh. Returns an exit status.
+int Look(const CheckOptions& options, Scene& scene, Record& report) {
     std::string why;
-    findings.volumes.clear();
-    if (!ListVolumes(findings.volumes)) {
-        Say("the volumes cannot be listed");
-        return kExitNoService;
+    scene = Scene();
+    if (!ListVolumes(scene.volumes)) {
+        return Fail(report, kExitNoService, "the volumes cannot be listed");
     }
-    findings.service = ReadServiceState(options.common.configPath);
-    if (!findings.service.known) {
-        Say(findings.service.why);
-        return kExitNoService;
+    scene.service = ReadServiceState(options.common.configPath);
+    if (!scene.service.known) {
+        return Fail(report, kExitNoService, scene.service.why);
     }
+    scene.unmounted = UnmountedPaths(scene.service.state, scene.volumes);
     if (!options.volume.empty()) {
-        const Volume* const volume = ResolveVolume(options.volume, findings.volumes, why);
+        const Volume* const volume = ResolveVolume(options.volume, scene.volumes, why);
         if (volume == nullptr) {
-            Say(Printable(options.volume) + ": " + why);
-            return kExitRefused;
+            return Fail(report, kExitRefused, Printable(options.volume) + ": " + why);
         }
-        findings.mountPath = volume->mountPath;
+        scene.mountPath = volume->mountPath;
+        scene.unmounted.clear();
     }
-    findings.checks = CheckVolumes(findings.service.state, findings.volumes, findings.mountPath);
-    return kExitDone;
+    scene.devices = ReadDevices(scene.service.state, scene.volumes, scene.mountPath);
+    return scene.unmounted.empty() &&
+                   std::all_of(scene.devices.begin(), scene.devices.end(), Agrees)
+               ? kExitDone
+               : kExitPartly;
 }
 
-int StatusOf(const Findings& findings) {
-    for (const VolumeCheck& check : findings.checks) {
-        if (!IsClean(check)) {
-            return kExitPartly;
-        }
+void Describe(const Scene& scene, const char* name, Record& report) {
+    std::vector<Record> records;
+    for (const DeviceState& device : scene.devices) {
+        records.push_back(DescribeDevice(device));
     }
-    return kExitDone;
-}
-
-// Whether there is a service that would carry out what is sent, and whose file was read: by another
-// one's list every pin would seem to be left over.
-bool ServiceWorks(const std::string& configPath) {
-    if (IsAnothersConfig(configPath)) {
-        Say("--repair: " + Printable(configPath) +
-            " is not the configuration file of the service that runs; nothing was changed");
-        return false;
+    for (const std::string& mountPath : scene.unmounted) {
+        records.push_back(DescribeUnmounted(
+            mountPath, UnmountedEntries(scene.service.state.pinned.at(mountPath), mountPath)));
     }
-    for (const ServiceProcess& service : FindServices()) {
-        if (service.intakeAlive && service.workerAlive && IsConfigOf(service, configPath)) {
-            return true;
-        }
+    report.List(name, records, Layout::kBlocks);
+    if (records.empty()) {
+        report.Line("nothing is pinned, nothing to check");
     }
-    Say("--repair: the service does not run, or has stopped working; doctor may tell why");
-    return false;
-}
-
-Json::Value ToJson(const std::vector<std::string>& texts) {
-    Json::Value list(Json::arrayValue);
-    for (const std::string& text : texts) {
-        list.append(text);
-    }
-    return list;
-}
-
-void PrintRepair(const RepairReport& repair, bool done) {
-    for (const std::string& action : repair.actions) {
-        Print("  repair: " + action);
-    }
-    for (const std::string& obstacle : repair.obstacles) {
-        Print("  " + Toned(Tone::kBad, "not repaired") + ": " + obstacle);
-    }
-    Print("  " + Counted(repair.requests, "request") + " sent" +
-          (done ? " and done; checked again:" : ", not waited for to the end"));
-}
-
-// Repairs what was found and looks again. Returns an exit status.
-int RepairAndLook(const CheckOptions& options, Findings& findings, Json::Value& report) {
-    RepairReport repair;
-    const bool works = ServiceWorks(findings.service.configPath);
-    int status =
-        works ? Repair(findings.checks, findings.volumes, findings.service, options.send, repair)
-              : kExitNoService;
-    report["repair"]["requests"] = static_cast<Json::UInt64>(repair.requests);
-    report["repair"]["unitsCleared"] = static_cast<Json::UInt64>(repair.unitsCleared);
-    report["repair"]["actions"] = ToJson(repair.actions);
-    report["repair"]["obstacles"] = ToJson(repair.obstacles);
-    if (works && !options.common.json) {
-        PrintRepair(repair, status == kExitDone);
-    }
-    if (status == kExitDone && (status = Look(options, findings)) == kExitDone) {
-        status = StatusOf(findings);
-        report["volumesAfterRepair"] = CheckToJson(findings.checks);
-        if (!options.common.json) {
-            PrintChecks(findings.checks);
-        }
-    }
-    return status;
 }
 
 }  // namespace
 
 int CheckVerb(const CheckOptions& options) {
-    Json::Value report = NewReport("check");
-    Findings findings;
-    int status = Look(options, findings);
-    if (status == kExitDone) {
-        status = StatusOf(findings);
-        report["volumes"] = CheckToJson(findings.checks);
-        if (!options.common.json) {
-            PrintChecks(findings.checks);
-        }
+    Record report;
+    Scene scene;
+    int status = Look(options, scene, report);
+    if (status == kExitDone || status == kExitPartly) {
+        Describe(scene, "volumes", report);
     }
-    if (status == kExitPartly && options.repair) {
-        status = RepairAndLook(options, findings, report);
-    }
-    if (options.common.json) {
-        PrintReport(report, status);
-    }
-    return status;
+    return Finish("check", report, options.common.json, status);
 }
 
 }  // namespace client

@@ -6,10 +6,10 @@
 
 #include <algorithm>
 
-#include "client/verbs/doctor.h"
+#include "client/service/queue_look.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
-#include "client/service/queue_look.h"
+#include "client/verbs/doctor.h"
 #include "client/verbs/verbs.h"
 #include "util/message_queue.h"
 #include "util/request.h"

@@ -2,10 +2,10 @@
 // map: the picture of a volume.
 #include <unistd.h>
 
-#include "client/show/exit_status.h"
-#include "client/request/file_job.h"
-#include "client/show/output.h"
 #include "client/map/picture.h"
+#include "client/request/file_job.h"
+#include "client/show/exit_status.h"
+#include "client/show/output.h"
 #include "client/show/progress.h"
 #include "client/verbs/verbs.h"
 

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
 // reload, pend, release: requests about a whole volume.
-#include "client/show/exit_status.h"
 #include "client/request/file_job.h"
-#include "client/show/output.h"
 #include "client/request/sending.h"
 #include "client/service/service_state.h"
+#include "client/show/exit_status.h"
+#include "client/show/output.h"
 #include "client/verbs/verbs.h"
 #include "client/volume/volume_view.h"
-#include "client/request/watch.h"
 #include "util/pin_bitmap.h"
 
 namespace client {
@@ -89,21 +88,18 @@ int SendVolumeRequest(const VolumeVerb& verb, const VolumeVerbOptions& options,
         messages[0].reading = ReadingOf(LookAt(volume).bits);
     }
     size_t sent = 0;
-    int status = SendAll(messages, options.send.patience, sent);
+    const int status = SendAndWait(messages, before.configPath, options.send, sent);
     report["sent"] = static_cast<Json::UInt64>(sent);
     if (status != kExitDone) {
         return status;
     }
-    if (!options.send.wait) {
-        if (!options.common.json) {
-            Print(Printable(volume.mountPath) + ": " + verb.name + " sent");
-        }
-        return status;
+    if (options.send.wait) {
+        return ShowReloaded(volume, options.common.json, report);
     }
-    std::vector<Watched> requests = ToWatch(messages, sent);
-    status = WaitForRequests(requests,
-                             {before.configPath, before.state.nextNumber, options.send.timeout});
-    return status == kExitDone ? ShowReloaded(volume, options.common.json, report) : status;
+    if (!options.common.json) {
+        Print(Printable(volume.mountPath) + ": " + verb.name + " sent");
+    }
+    return status;
 }
 
 int RunVolumeVerb(const VolumeVerb& verb, const VolumeVerbOptions& options) {
@@ -117,7 +113,6 @@ int RunVolumeVerb(const VolumeVerb& verb, const VolumeVerbOptions& options) {
         status = SendVolumeRequest(verb, options, volume, report);
     } else {
         Say(TonedError(Tone::kBad, "refused") + " " + Printable(options.volume) + ": " + why);
-        report["refused"] = RefusalsToJson({{options.volume, why}});
     }
     if (options.common.json) {
         PrintReport(report, status);

@@ -27,15 +27,6 @@ std::string WithoutTrailingSlashes(const std::string& path) {
     return last == std::string::npos ? path.substr(0, 1) : path.substr(0, last + 1);
 }
 
-const Volume* FindExactly(const std::string& mountPath, const std::vector<Volume>& volumes) {
-    for (const Volume& volume : volumes) {
-        if (volume.mountPath == mountPath) {
-            return &volume;
-        }
-    }
-    return nullptr;
-}
-
 bool OnSameFileSystem(const std::string& path, const std::string& other) {
     struct stat left = {};
     struct stat right = {};
@@ -79,13 +70,22 @@ const Volume* FindVolumeOf(const std::string& path, const std::vector<Volume>& v
     return best;
 }
 
+const Volume* FindMounted(const std::string& mountPath, const std::vector<Volume>& volumes) {
+    for (const Volume& volume : volumes) {
+        if (volume.mountPath == mountPath) {
+            return &volume;
+        }
+    }
+    return nullptr;
+}
+
 const Volume* ResolveVolume(const std::string& given, const std::vector<Volume>& volumes,
                             std::string& why) {
     if (given.empty()) {
         why = "an empty path names no volume";
         return nullptr;
     }
-    if (const Volume* const exact = FindExactly(WithoutTrailingSlashes(given), volumes)) {
+    if (const Volume* const exact = FindMounted(WithoutTrailingSlashes(given), volumes)) {
         return exact;
     }
     const CString resolved(realpath(given.c_str(), nullptr));

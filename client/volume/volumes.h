@@ -26,6 +26,9 @@ std::string PathBelow(const std::string& mountPath, const std::string& path);
 // there is none. `path` must be normal.
 const Volume* FindVolumeOf(const std::string& path, const std::vector<Volume>& volumes);
 
+// Returns the volume that is mounted there, null when there is none.
+const Volume* FindMounted(const std::string& mountPath, const std::vector<Volume>& volumes);
+
 // Resolves what was given as VOLUME: a mount path or any existing path in it, with or without
 // trailing slashes. Returns null, with the reason in `why`, when no volume is meant.
 const Volume* ResolveVolume(const std::string& given, const std::vector<Volume>& volumes,

@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: MIT
+#include "client/pins/device_report.h"
+
+#include <algorithm>
+
+#include "client/show/output.h"
+
+namespace client {
+
+namespace {
+
+uint64_t MissingOf(const DeviceState& device, const PinnedFile& pinned) {
+    return device.missing.CountIn(pinned.units);
+}
+
+Record DescribeListed(const DeviceState& device, const PinnedFile& pinned) {
+    return DescribeEntry(pinned)
+        .Add("units", Json::UInt64{CountUnits(pinned.units)})
+        .Add("unitsMissing", Json::UInt64{MissingOf(device, pinned)});
+}
+
+// One line for each way in which bitmap file, driver and list differ.
+void AddFindings(const DeviceState& device, Record& record) {
+    const VolumeView& view = device.view;
+    const auto bad = [&record](const std::string& text) { record.Line(Toned(Tone::kBad, text)); };
+    const auto warn = [&record](const std::string& text) { record.Line(Toned(Tone::kWarn, text)); };
+    if (const uint64_t surplus = device.surplus.Count()) {
+        bad(Counted(surplus, "unit") + " set that no pinned file needs: " +
+            HumanBytes(surplus * kUnitBytes) + " of the cache held for nothing");
+    }
+    if (const uint64_t lacks = device.driverLacks.Count()) {
+        bad(Counted(lacks, "unit") + " set in the file and not in the driver's bitmap");
+    }
+    if (const uint64_t driver = device.driverSurplus.Count()) {
+        bad(Counted(driver, "unit") + " set in the driver's bitmap and not in the file");
+    }
+    if (device.fileTooLong) {
+        bad(Printable(view.bitmapPath) + " has " + std::to_string(view.fileBytes) +
+            " bytes, the bitmap " + std::to_string(view.bits.Bytes().size()) +
+            ": every request fails until the file is removed or repaired");
+    }
+    if (device.withoutBit > 0 && view.deviceSize > 0) {
+        warn(Counted(device.withoutBit, "unit") +
+             " at the device's end, for which there are no bits");
+    }
+    if (device.requests > 0) {
+        warn(Counted(device.requests, "request") +
+             " of the volume still queued; differences may be theirs");
+    }
+    if (!device.uncertain.empty()) {
+        warn(device.uncertain);
+    }
+}
+
+void AddNumbers(const DeviceState& device, Record& record) {
+    const bool tells = device.view.residency.known;
+    record.Add("requestsQueued", Json::UInt64{device.requests})
+        .Add("unitsSet", Json::UInt64{device.view.bits.Count()})
+        .Add("unitsNeeded", Json::UInt64{device.needed.Count()})
+        .Add("unitsMissing", Json::UInt64{device.missing.Count()})
+        .Add("unitsSurplus", Json::UInt64{device.surplus.Count()})
+        .Add("unitsWithoutBit", Json::UInt64{device.withoutBit})
+        .Add("unitsDriverLacks", IfKnown(tells, device.driverLacks.Count()))
+        .Add("unitsDriverSurplus", IfKnown(tells, device.driverSurplus.Count()))
+        .Add("bitmapFileTooLong", device.fileTooLong)
+        .Add("uncertain", device.uncertain.empty() ? Json::Value() : device.uncertain);
+}
+
+// The mount path by which the device is known here: the first with listed files, else the first.
+std::string MainPath(const DeviceState& device) {
+    for (const Volume* const mount : device.mounts) {
+        for (const PinnedFile& pinned : device.listed) {
+            if (pinned.mountPath == mount->mountPath) {
+                return mount->mountPath;
+            }
+        }
+    }
+    return device.mounts.front()->mountPath;
+}
+
+Json::Value MountPaths(const DeviceState& device) {
+    Json::Value paths(Json::arrayValue);
+    for (const Volume* const mount : device.mounts) {
+        paths.append(mount->mountPath);
+    }
+    return paths;
+}
+
+}  // namespace
+
+std::string Remark(const DeviceState& device, const PinnedFile& pinned) {
+    const uint64_t missing = MissingOf(device, pinned);
+    std::string text = pinned.fate == Fate::kThere ? "" : FateName(pinned.fate);
+    text += pinned.why.empty() ? "" : ": " + pinned.why;
+    if (missing > 0) {
+        text += (text.empty() ? "" : "; ") + Counted(missing, "unit") + " of " +
+                std::to_string(CountUnits(pinned.units)) +
+                " not set: it grew, was rewritten, or a unit it shares was cleared";
+    }
+    return text;
+}
+
+Record DescribeEntry(const PinnedFile& pinned) {
+    Record record;
+    return record.Add("path", PathOnVolume(pinned.mountPath, pinned.entry.relative))
+        .Add("volume", pinned.mountPath)
+        .Add("inode", pinned.entry.inode)
+        .Add("fate", FateName(pinned.fate))
+        .Add("reason", pinned.why.empty() ? Json::Value() : Json::Value(pinned.why));
+}
+
+Record DescribeDevice(const DeviceState& device) {
+    Record record;
+    std::vector<Record> files;
+    const bool agrees = Agrees(device);
+    const std::string name = MainPath(device);
+    const auto good = std::count_if(
+        device.listed.begin(), device.listed.end(),
+        [&device](const PinnedFile& pinned) { return Remark(device, pinned).empty(); });
+    std::string text = std::to_string(good) + " of " + Counted(device.listed.size(), "file") +
+                       " good, " + Counted(device.view.bits.Count(), "unit") + " set";
+    for (const Volume* const mount : device.mounts) {
+        text += mount->mountPath == name ? "" : "; also mounted at " + Printable(mount->mountPath);
+    }
+    record
+        .Headline(Toned(Tone::kStrong, Printable(name)) + ": " +
+                  Toned(agrees ? Tone::kGood : Tone::kBad, text))
+        .Add("volume", name)
+        .Add("mountPaths", MountPaths(device))
+        .Add("mounted", true)
+        .Add("agrees", agrees);
+    for (const PinnedFile& pinned : device.listed) {
+        const std::string remark = Remark(device, pinned);
+        files.push_back(DescribeListed(device, pinned));
+        if (!remark.empty()) {
+            const std::string path = pinned.mountPath == name
+                                         ? pinned.entry.relative
+                                         : PathOnVolume(pinned.mountPath, pinned.entry.relative);
+            record.Line(Printable(path) + ": " + Toned(Tone::kBad, remark));
+        }
+    }
+    record.List("files", files);
+    AddNumbers(device, record);
+    AddFindings(device, record);
+    return record;
+}
+
+Record DescribeUnmounted(const std::string& mountPath, const std::vector<PinnedFile>& entries) {
+    Record record;
+    std::vector<Record> files;
+    for (const PinnedFile& pinned : entries) {
+        files.push_back(DescribeEntry(pinned));
+    }
+    return record
+        .Headline(Toned(Tone::kStrong, Printable(mountPath)) + ": " +
+                  Toned(Tone::kBad, Counted(entries.size(), "file") +
+                                        " listed, cannot be looked at: the volume is not mounted"))
+        .Add("volume", mountPath)
+        .Add("mounted", false)
+        .Add("agrees", false)
+        .List("files", files);
+}
+
+}  // namespace client

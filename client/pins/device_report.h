@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: MIT
+// A device's state in words, and as a record of a check.
+#pragma once
+
+#include <string>
+
+#include "client/pins/device_state.h"
+#include "client/show/report.h"
+
+namespace client {
+
+// Returns "gone: is nowhere on its volume", or "" when there is nothing to say of the listed file.
+std::string Remark(const DeviceState& device, const PinnedFile& pinned);
+
+// Describes an entry: path, volume, inode, fate, reason.
+Record DescribeEntry(const PinnedFile& pinned);
+
+Record DescribeDevice(const DeviceState& device);
+
+// Describes the files listed by a mount path at which no volume is mounted.
+Record DescribeUnmounted(const std::string& mountPath, const std::vector<PinnedFile>& entries);
+
+}  // namespace client

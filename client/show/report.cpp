@@ -1,0 +1,231 @@
+// SPDX-License-Identifier: MIT
+#include "client/show/report.h"
+
+#include <algorithm>
+
+#include "client/show/exit_status.h"
+#include "client/show/output.h"
+#include "client/show/text.h"
+
+namespace client {
+
+namespace {
+
+constexpr uint64_t kUnitBytes = 65536;
+constexpr char kIndent[] = "  ";
+
+std::string TextOf(const Json::Value& value, Unit unit) {
+    if (value.isNull()) {
+        return "-";
+    }
+    if (value.isBool()) {
+        return value.asBool() ? "yes" : "no";
+    }
+    if (unit == Unit::kBytes) {
+        return HumanBytes(value.asUInt64());
+    }
+    if (unit == Unit::kUnits) {
+        return Counted(value.asUInt64(), "unit") + " = " +
+               HumanBytes(value.asUInt64() * kUnitBytes);
+    }
+    return Printable(value.asString());
+}
+
+// Replaces texts that a JSON document cannot hold.
+void MakeUtf8(Json::Value& value) {
+    if (value.isString() && !IsUtf8(value.asString())) {
+        value = Printable(value.asString());
+    } else if (value.isArray() || value.isObject()) {
+        for (Json::Value& member : value) {
+            MakeUtf8(member);
+        }
+    }
+}
+
+}  // namespace
+
+Record& Record::Headline(const std::string& text) {
+    headline_ = text;
+    return *this;
+}
+
+Record& Record::Add(const char* name, const Json::Value& value) {
+    json_[name] = value;
+    return *this;
+}
+
+Record& Record::Add(const char* name, const Json::Value& value, const char* label, Unit unit) {
+    return Shown(name, value, label, TextOf(value, unit));
+}
+
+Record& Record::Shown(const char* name, const Json::Value& value, const char* label,
+                      const std::string& text) {
+    json_[name] = value;
+    items_.push_back({Item::kRow, label, text, value.isNumeric(), value.isNull(), {}, {}});
+    return *this;
+}
+
+Record& Record::List(const char* name, const std::vector<Record>& records, Layout layout) {
+    Json::Value& list = json_[name] = Json::Value(Json::arrayValue);
+    for (const Record& record : records) {
+        list.append(record.json_);
+    }
+    if (layout != Layout::kHidden && !records.empty()) {
+        items_.push_back({Item::kList, "", "", false, false, layout, records});
+    }
+    return *this;
+}
+
+Record& Record::Member(const char* name, const Record& record) {
+    List(name, {record}, Layout::kBlocks);
+    json_[name] = record.json_;
+    return *this;
+}
+
+Record& Record::Row(const char* label, const std::string& text) {
+    items_.push_back({Item::kRow, label, text, false, false, {}, {}});
+    return *this;
+}
+
+Record& Record::Line(const std::string& text) {
+    items_.push_back({Item::kLine, "", text, false, false, {}, {}});
+    return *this;
+}
+
+// Records without a headline stand in line with the rows around them.
+size_t Record::LabelWidth() const {
+    size_t width = 0;
+    for (const Item& item : items_) {
+        if (item.kind == Item::kRow && !item.unknown) {
+            width = std::max(width, Columns(item.label));
+        }
+        for (const Record& record : item.records) {
+            if (item.layout == Layout::kBlocks && record.headline_.empty()) {
+                width = std::max(width, record.LabelWidth());
+            }
+        }
+    }
+    return width;
+}
+
+// A column's label is that of its first fact; a column that has a number in it stands at the right.
+void Record::AddColumns(std::vector<std::string>& labels, std::string& alignment) const {
+    size_t column = 0;
+    for (const Item& item : items_) {
+        if (item.kind != Item::kRow) {
+            continue;
+        }
+        if (column == labels.size()) {
+            labels.push_back(item.label);
+            alignment += 'l';
+        }
+        alignment[column] = item.number ? 'r' : alignment[column];
+        ++column;
+    }
+}
+
+void Record::AddCells(size_t columns, Table& table) const {
+    std::vector<std::string> cells;
+    for (const Item& item : items_) {
+        if (item.kind == Item::kRow) {
+            cells.push_back(item.text);
+        }
+    }
+    table.Add(cells);
+    for (const Item& item : items_) {
+        if (item.kind == Item::kLine) {
+            cells.assign(columns, "");
+            cells.back() = item.text;
+            table.Add(cells);
+        }
+    }
+}
+
+void Record::PrintRows(const Item& list, const std::string& indent) {
+    std::vector<std::string> labels;
+    std::string alignment;
+    for (const Record& record : list.records) {
+        record.AddColumns(labels, alignment);
+    }
+    Table table(alignment);
+    if (list.layout == Layout::kHeadedRows) {
+        table.Add(labels);
+    }
+    for (const Record& record : list.records) {
+        record.AddCells(labels.size(), table);
+    }
+    table.Show(indent);
+}
+
+void Record::PrintAt(const std::string& given, size_t labelWidth) const {
+    std::string indent = given;
+    bool belowRows = false;
+    if (!headline_.empty()) {
+        client::Print(indent + headline_);
+        indent += kIndent;
+        labelWidth = LabelWidth();
+    }
+    for (const Item& item : items_) {
+        if (item.kind == Item::kLine) {
+            client::Print(indent + item.text);
+        } else if (item.kind == Item::kRow && !item.unknown) {
+            const std::string padding(labelWidth - Columns(item.label), ' ');
+            client::Print(indent + item.label + padding + kIndent + item.text);
+            belowRows = true;
+        } else if (item.kind == Item::kList && item.layout == Layout::kBlocks) {
+            for (const Record& record : item.records) {
+                record.PrintAt(indent, labelWidth);
+            }
+        } else if (item.kind == Item::kList) {
+            PrintRows(item, belowRows ? indent + kIndent : indent);
+        }
+    }
+}
+
+void Record::Print() {
+    PrintAt("", LabelWidth());
+    headline_.clear();
+    items_.clear();
+}
+
+Json::Value IfKnown(bool known, uint64_t value) {
+    return known ? Json::Value(Json::UInt64{value}) : Json::Value();
+}
+
+Json::Value TextsToJson(const std::vector<std::string>& texts) {
+    Json::Value list(Json::arrayValue);
+    for (const std::string& text : texts) {
+        list.append(text);
+    }
+    return list;
+}
+
+int Fail(Record& report, int exitStatus, const std::string& text) {
+    Say(text);
+    report.Add("error", text);
+    return exitStatus;
+}
+
+int Finish(const std::string& verb, Record& report, bool json, int exitStatus) {
+    const std::string said = TakeLastSaid();
+    if (!json) {
+        report.Print();
+        return exitStatus;
+    }
+    Json::Value document = report.ToJson();
+    document["schema"] = kJsonSchema;
+    document["verb"] = verb;
+    document["exitStatus"] = exitStatus;
+    const bool failed = exitStatus != kExitDone && exitStatus != kExitPartly;
+    if (failed && !document.isMember("error") && !said.empty()) {
+        document["error"] = said;
+    }
+    MakeUtf8(document);
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "  ";
+    builder["emitUTF8"] = true;
+    Print(Json::writeString(builder, document));
+    return exitStatus;
+}
+
+}  // namespace client

@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: MIT
+// What a verb has to say, described once: it comes out as text for people or as JSON for programs.
+#pragma once
+
+#include <json/json.h>
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
+namespace client {
+
+class Table;
+
+// How a value is written in the text form; JSON has plain numbers, of bytes or of units of 64 KiB.
+enum class Unit { kPlain, kBytes, kUnits };
+
+// How the text form shows a list. JSON has an array of objects whichever it is.
+enum class Layout {
+    kHidden,
+    kBlocks,     // the records one below the other, each in its own lines
+    kRows,       // a line a record, its labelled facts in columns; numbers stand at the right
+    kHeadedRows  // the same below a line of the labels
+};
+
+// An object of the JSON form and, in the order of the calls, lines of the text form. A null value
+// is an unknown one. Texts given for the text form alone must be printable, and may hold colours;
+// values may hold anything.
+class Record {
+  public:
+    // The line above the record's other lines, which are indented below it.
+    Record& Headline(const std::string& text);
+
+    // A member of the JSON form alone.
+    Record& Add(const char* name, const Json::Value& value);
+    // The same with a line "label  value" in the text form; none when the value is null.
+    Record& Add(const char* name, const Json::Value& value, const char* label,
+                Unit unit = Unit::kPlain);
+    // The same with the text given.
+    Record& Shown(const char* name, const Json::Value& value, const char* label,
+                  const std::string& text);
+    // An array of records.
+    Record& List(const char* name, const std::vector<Record>& records,
+                 Layout layout = Layout::kHidden);
+
+    // A record as one member; its text stands in line with this one's.
+    Record& Member(const char* name, const Record& record);
+
+    // The text form alone: a line "label  text", and a line of text. In a list of rows the line
+    // stands below its record's row, in the last column.
+    Record& Row(const char* label, const std::string& text);
+    Record& Line(const std::string& text);
+
+    const Json::Value& ToJson() const { return json_; }
+
+    // Prints the text form and forgets it, so that a long verb can show what it knows before it
+    // goes on.
+    void Print();
+
+  private:
+    struct Item {
+        enum Kind { kLine, kRow, kList } kind;
+        std::string label;
+        std::string text;
+        bool number;
+        bool unknown;  // shown in a list of rows alone
+        Layout layout;
+        std::vector<Record> records;
+    };
+
+    size_t LabelWidth() const;
+    void PrintAt(const std::string& indent, size_t labelWidth) const;
+    void AddColumns(std::vector<std::string>& labels, std::string& alignment) const;
+    void AddCells(size_t columns, Table& table) const;
+    static void PrintRows(const Item& list, const std::string& indent);
+
+    Json::Value json_{Json::objectValue};
+    std::string headline_;
+    std::vector<Item> items_;
+};
+
+// Returns the value, or null when it is not known.
+Json::Value IfKnown(bool known, uint64_t value);
+
+// Returns an array of the texts.
+Json::Value TextsToJson(const std::vector<std::string>& texts);
+
+// Says on standard error why the verb fails, and puts it into the report as "error". The text must
+// be printable. Returns `exitStatus`.
+int Fail(Record& report, int exitStatus, const std::string& text);
+
+// Prints the report of a verb, as JSON or as text, and returns `exitStatus`. The JSON form begins
+// with the members that all verbs have: schema, verb, exitStatus. When the verb neither did what it
+// was asked nor a part of it, and no "error" was put into the report, what was last said on
+// standard error is the error. Texts that are no UTF-8 are written as Printable has them.
+int Finish(const std::string& verb, Record& report, bool json, int exitStatus);
+
+}  // namespace client

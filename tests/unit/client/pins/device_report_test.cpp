@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: MIT
+// What a check says of a device.
+#include "client/pins/device_report.h"
+
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <unistd.h>
+
+#include "tests/unit/client/pins/pins_test.h"
+#include "tests/unit/support/fake_platform.h"
+
+namespace client {
+
+namespace {
+
+class DeviceReportTest : public PinsTest {
+  protected:
+    std::string Text() {
+        testing::internal::CaptureStdout();
+        DescribeDevice(Read()).Print();
+        return testing::internal::GetCapturedStdout();
+    }
+};
+
+TEST_F(DeviceReportTest, WhatAgreesIsOneLine) {
+    Pinned("a", {{0, kUnit}});
+    WriteBitmap({0});
+    EXPECT_EQ(Text(), mount_ + ": 1 of 1 file good, 1 unit set\n");
+}
+
+TEST_F(DeviceReportTest, EachFindingHasItsLine) {
+    Pinned("grown", {{0, 2 * kUnit}});
+    unlink(Pinned("gone", {{5 * kUnit, kUnit}}).c_str());
+    rename(Pinned("old", {{8 * kUnit, kUnit}}).c_str(), (mount_ + "/new").c_str());
+    WriteBitmap({0, 5, 8, 9});
+    LetTheCacheTell("", "\x03");
+    state_.queue.push_back({"3", "reloadPinBlocks", mount_, ""});
+    EXPECT_EQ(Text(),
+              mount_ +
+                  ": 0 of 3 files good, 4 units set\n"
+                  "  grown: 1 unit of 2 not set: it grew, was rewritten, or a unit it shares "
+                  "was cleared\n"
+                  "  gone: gone: is nowhere on its volume\n"
+                  "  old: renamed: lies at " +
+                  mount_ +
+                  "/new\n"
+                  "  2 units set that no pinned file needs: 128.0 KiB of the cache held for "
+                  "nothing\n"
+                  "  3 units set in the file and not in the driver's bitmap\n"
+                  "  1 unit set in the driver's bitmap and not in the file\n"
+                  "  1 request of the volume still queued; differences may be theirs\n");
+}
+
+TEST_F(DeviceReportTest, TheJsonFormHasTheSameFacts) {
+    const std::string path = Pinned("a", {{0, 2 * kUnit}});
+    unlink(Pinned("b").c_str());
+    WriteBitmap({1, 7});
+    const Json::Value json = DescribeDevice(Read()).ToJson();
+    EXPECT_EQ(json["volume"].asString(), mount_);
+    EXPECT_TRUE(json["mounted"].asBool());
+    EXPECT_FALSE(json["agrees"].asBool());
+    ASSERT_EQ(json["files"].size(), 2U);
+    EXPECT_EQ(json["files"][0]["path"].asString(), path);
+    EXPECT_EQ(json["files"][0]["fate"].asString(), "there");
+    EXPECT_TRUE(json["files"][0]["reason"].isNull());
+    EXPECT_EQ(json["files"][0]["units"].asInt(), 2);
+    EXPECT_EQ(json["files"][0]["unitsMissing"].asInt(), 1);
+    EXPECT_EQ(json["files"][1]["fate"].asString(), "gone");
+    EXPECT_EQ(json["unitsSet"].asInt(), 2);
+    EXPECT_EQ(json["unitsNeeded"].asInt(), 2);
+    EXPECT_EQ(json["unitsSurplus"].asInt(), 1);
+    EXPECT_TRUE(json["unitsDriverLacks"].isNull()) << "the cache is mute";
+    EXPECT_TRUE(json["uncertain"].isNull());
+}
+
+TEST_F(DeviceReportTest, ADeviceGoesByTheMountPathThatHasAList) {
+    const std::string again = MountAgain();
+    Place(Make("a"), {{0, kUnit}});
+    state_.pinned[again].push_back({"a", InodeOf(mount_ + "/a")});
+    WriteBitmap({0});
+    EXPECT_EQ(Text(), again + ": 1 of 1 file good, 1 unit set; also mounted at " + mount_ + "\n");
+    Pinned("b", {{0, kUnit}});
+    g_platform.mappings[InodeOf(mount_ + "/a")][0].result = -1;
+    EXPECT_NE(Text().find("  " + again + "/a: cannot be looked at: its extents cannot be read\n"),
+              std::string::npos)
+        << "a path of another mount is written out";
+}
+
+TEST_F(DeviceReportTest, AVolumeThatIsNotMountedIsNotForgotten) {
+    Record record = DescribeUnmounted("/nowhere", UnmountedEntries({{"a", 1}}, "/nowhere"));
+    EXPECT_EQ(record.ToJson()["files"][0]["fate"].asString(), "cannot be looked at");
+    EXPECT_FALSE(record.ToJson()["mounted"].asBool());
+    testing::internal::CaptureStdout();
+    record.Print();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "/nowhere: 1 file listed, cannot be looked at: the volume is not mounted\n");
+}
+
+}  // namespace
+
+}  // namespace client
