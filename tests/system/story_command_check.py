@@ -1,34 +1,44 @@
 # SPDX-License-Identifier: MIT
-"""quorcachepinctl check: what changed since it was pinned is found, and set right."""
+"""quorcachepinctl check: what changed since it was pinned is found, and set right by requests or at rest."""
 import contextlib
+import fcntl
 import os
 import signal
-import time
+import threading
 
 import pytest
 
-from lab import command, evidence, journal, libc
+from lab import command, evidence, libc
 
-# What the service logs when an entry whose file is gone is taken off its list.
-STALE_ENTRY = ("Get mapping result fail.", "Get mapping table of file", "Unset bitmap and append unpin",
-               "Handle request failed", "Handle request error", "Remove pinned files from the config")
+UNIT = "quorcachepinfiled.service"
 
 
-def conditions(report, key="volumes"):
-    """{file's path: its condition} of a check."""
-    return {file["path"]: file["condition"] for volume in report[key] for file in volume["files"]}
+def fates(report, key="volumes"):
+    """{file's path: its fate} of a check."""
+    return {file["path"]: file["fate"] for volume in report[key] for file in volume["files"]}
 
 
-def settled(volume, daemon, paths):
+def lacking(report):
+    """The paths of a check's files that lack units."""
+    return {file["path"] for volume in report["volumes"] for file in volume["files"] if file["unitsMissing"]}
+
+
+def settled(volume, daemon, paths, resident=True):
     """Demands that exactly `paths` are pinned: on the list, in the file, with the driver."""
     units = evidence.units(paths)
     assert evidence.pinned_files(daemon.configuration, volume.mount_path) == evidence.listing(
         volume.mount_path, paths)
     assert evidence.pinned_bits(volume.mount_path) == units
     assert volume.cache.pinned() == units
-    assert units <= volume.cache.resident()
-    assert not [name for name in os.listdir(volume.mount_path) if name.startswith(".")]
-    command.done("check")
+    assert not resident or units <= volume.cache.resident()
+    assert not [name for name in os.listdir(volume.mount_path) if name.startswith(".") or name.endswith(".new")]
+    command.done("check", "--config-path", daemon.configuration)
+
+
+def repair_at_rest(daemon, status=0):
+    """Stops the daemon and repairs; returns the report."""
+    daemon.stop()
+    return command.report("check", "--repair", "--config-path", daemon.configuration, status=status)
 
 
 def append(path, size):
@@ -39,7 +49,7 @@ def append(path, size):
 
 
 @pytest.mark.parametrize("kind", ["ext4", "xfs"])
-def test_a_file_that_grew(stage, kind):
+def test_a_file_that_grew_is_pinned_again(stage, kind):
     volume = stage.volume(kind=kind)
     paths = [volume.write(name, 700_000) for name in "abc"]
     daemon = stage.daemon()
@@ -49,59 +59,69 @@ def test_a_file_that_grew(stage, kind):
     append(paths[1], 3_000_000)
 
     report = command.report("check", status=1)
-    assert conditions(report) == {paths[0]: "good", paths[1]: "missing bits", paths[2]: "good"}
+    assert lacking(report) == {paths[1]} and set(fates(report).values()) == {"there"}
     assert report["volumes"][0]["unitsMissing"] == len(evidence.units(paths) - before)
 
     report = command.report("check", "--repair")
-    assert set(conditions(report, "volumesAfterRepair").values()) == {"good"}
+    assert report["repair"]["actions"] == [f"{paths[1]}: pinned again"]
     settled(volume, daemon, paths)
 
 
 @pytest.mark.parametrize("kind", ["ext4", "xfs"])
-def test_a_file_that_was_replaced_by_a_rename(stage, kind):
+def test_a_replaced_file_is_followed_and_the_rest_left_for_a_repair_at_rest(stage, kind):
     volume = stage.volume(kind=kind)
     paths = [volume.write(name, 700_000) for name in "abc"]
     daemon = stage.daemon()
-    daemon.expect(*STALE_ENTRY)
     command.done("pin", "--wait", *paths)
-    before, inode = evidence.units(paths), os.stat(paths[1]).st_ino
+    before, inode = evidence.units(paths), str(os.stat(paths[1]).st_ino)
     os.rename(volume.write("new", 1_500_000), paths[1])
 
-    report = command.report("check", status=1)
-    assert conditions(report) == {paths[0]: "good", paths[1]: "replaced", paths[2]: "good"}
+    report = command.report("check", "--repair", status=1)
+    assert report["repair"]["actions"] == [f"{paths[1]}: replaced, the file that is there now is pinned"]
+    assert f"left for a repair at rest: {paths[1]}: replaced" in report["repair"]["left"]
     surplus = before - evidence.units([paths[0], paths[2]])
-    assert report["volumes"][0]["unitsSurplus"] == len(surplus) > 0
+    assert evidence.pinned_bits(volume.mount_path) == evidence.units(paths) | surplus
+    assert inode in evidence.pinned_files(daemon.configuration, volume.mount_path)
+    assert command.report("check", "--repair", status=1)["repair"]["requests"] == 0
 
-    report = command.report("check", "--repair")
-    assert report["repair"]["unitsCleared"] == len(surplus)
-    assert str(inode) not in evidence.pinned_files(daemon.configuration, volume.mount_path)
+    report = repair_at_rest(daemon)
+    assert report["repair"]["unitsCleared"] == len(surplus - evidence.units(paths))
     settled(volume, daemon, paths)
 
 
-def test_files_that_are_gone(stage):
+def test_gone_renamed_and_replaced_files_at_rest(stage):
     volume = stage.volume()
     paths = [volume.write(f"{name}/{name}", 700_000) for name in "abcd"]
     daemon = stage.daemon()
-    daemon.expect(*STALE_ENTRY)
     command.done("pin", "--wait", *paths)
-    for path in paths[:3]:
-        os.unlink(path)
+    os.unlink(paths[0])
     os.rmdir(os.path.dirname(paths[0]))
-    report = command.report("check", status=1)
-    assert [conditions(report)[path] for path in paths] == ["gone", "gone", "gone", "good"]
-    command.report("check", "--repair")
-    settled(volume, daemon, paths[3:])
+    os.rename(paths[1], volume.path("c/moved"))
+    os.rename(volume.write("new", 1_500_000), paths[2])
+    before = evidence.bitmap_file(volume.mount_path), evidence.configuration(daemon.configuration)
+    report = command.report("check", "--repair", status=1)
+    assert [fates(report)[path] for path in paths] == ["gone", "renamed", "replaced", "there"]
+    assert evidence.configuration(daemon.configuration)["volumes"][volume.mount_path]["files"].items() >= \
+        before[1]["volumes"][volume.mount_path]["files"].items(), "what is listed stays while the service runs"
+
+    report = repair_at_rest(daemon)
+    left = [volume.path("c/moved"), paths[2], paths[3]]
+    assert set(fates(report, "volumesAfterRepair").values()) == {"there"}
+    assert report["repair"]["left"] == []
+    settled(volume, daemon, left)
+    daemon.start()
+    settled(volume, daemon, left)
 
 
 def test_the_last_file_is_gone(stage):
     volume = stage.volume()
     path = volume.write("a", 700_000)
     daemon = stage.daemon()
-    daemon.expect(*STALE_ENTRY)
     command.done("pin", "--wait", path)
     os.unlink(path)
-    lines = command.done("check", "--repair")
-    assert "  a: gone" in lines
+    daemon.stop()
+    lines = command.done("check", "--repair", "--config-path", daemon.configuration)
+    assert f"  repair: {path}: gone, taken off the list" in lines
     assert lines[-1] == "nothing is pinned, nothing to check"
     assert evidence.configuration(daemon.configuration)["volumes"] == {}
     assert evidence.pinned_bits(volume.mount_path) == volume.cache.pinned() == set()
@@ -119,7 +139,7 @@ def test_a_shared_unit_that_another_unpin_cleared(stage):
     assert hurt
 
     report = command.report("check", status=1)
-    assert {path for path, how in conditions(report).items() if how == "missing bits"} == hurt
+    assert lacking(report) == hurt
 
     report = command.report("check", "--repair")
     assert report["repair"]["requests"] == 1
@@ -137,14 +157,17 @@ def test_a_file_that_was_rewritten_in_place(stage):
     filler = volume.write("filler", 3_000_000)
     append(paths[0], 2_500_000)
     assert filler and evidence.units(paths) - before and before - evidence.units(paths)
-    report = command.report("check", status=1)
-    assert report["volumes"][0]["unitsMissing"] == len(evidence.units(paths) - before)
-    assert report["volumes"][0]["unitsSurplus"] == len(before - evidence.units(paths))
-    command.report("check", "--repair")
+    report = repair_at_rest(daemon)
+    assert report["repair"]["unitsSet"] == len(evidence.units(paths) - before)
+    assert report["repair"]["unitsCleared"] == len(before - evidence.units(paths))
+    assert any("reload reads them" in left for left in report["repair"]["left"])
+    settled(volume, daemon, paths, resident=False)
+    daemon.start()
+    command.done("reload", "--wait", volume.mount_path)
     settled(volume, daemon, paths)
 
 
-def test_a_driver_that_has_another_bitmap_than_the_file(stage):
+def test_a_bitmap_file_of_another_content_or_length(stage):
     volume = stage.volume()
     paths = [volume.write(name, 700_000) for name in "ab"]
     daemon = stage.daemon()
@@ -155,9 +178,12 @@ def test_a_driver_that_has_another_bitmap_than_the_file(stage):
         byte = file.read(1)[0]
         file.seek(lost // 8)
         file.write(bytes([byte & ~(1 << lost % 8)]))
-    report = command.report("check", status=1)
-    assert report["volumes"][0]["unitsDriverSurplus"] == 1
+    assert command.report("check", status=1)["volumes"][0]["unitsDriverSurplus"] == 1
     command.report("check", "--repair")
+    settled(volume, daemon, paths)
+    append(volume.path(evidence.BITMAP_FILE), 10)
+    assert command.report("check", "--repair", status=1)["repair"]["requests"] == 0
+    repair_at_rest(daemon)
     settled(volume, daemon, paths)
 
 
@@ -181,18 +207,119 @@ def test_what_an_interrupted_request_has_set_is_not_taken_for_surplus(stage):
     command.done("check")
 
 
-def test_without_a_service_nothing_is_repaired(stage):
+def test_a_second_repair_is_refused_and_what_a_killed_one_left_is_no_obstacle(stage):
     volume = stage.volume()
     path = volume.write("a", 700_000)
     daemon = stage.daemon()
     command.done("pin", "--wait", path)
-    append(path, 3_000_000)
+    os.unlink(path)
     daemon.stop()
-    assert command.run("check").status == 3
-    before = evidence.bitmap_file(volume.mount_path)
-    result = command.run("check", "--repair", "--config-path", daemon.configuration)
-    assert result.status == 3 and "--repair: the service does not run" in result.talk
-    assert evidence.bitmap_file(volume.mount_path) == before
+    words = "check", "--repair", "--config-path", daemon.configuration
+    before = evidence.configuration(daemon.configuration), evidence.bitmap_file(volume.mount_path)
+    with open(f"{daemon.configuration}.lock", "w", encoding="ascii") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        result = command.run(*words)
+        assert result.status == 5 and "another repair is at work" in result.talk
+        assert (evidence.configuration(daemon.configuration), evidence.bitmap_file(volume.mount_path)) == before
+    for name in f"{daemon.configuration}.new", volume.path(f"{evidence.BITMAP_FILE}.new"):
+        append(name, 100)
+    command.done(*words)
+    settled(volume, daemon, [])
+
+
+def test_volumes_that_are_not_mounted_stay_as_they_are(stage):
+    first, second = stage.volume(), stage.volume("vol2")
+    paths = [first.write("a", 700_000), second.write("b", 700_000)]
+    daemon = stage.daemon()
+    command.done("pin", "--wait", *paths)
+    os.unlink(paths[0])
+    listed = evidence.pinned_files(daemon.configuration, second.mount_path)
+    bits = evidence.bitmap_file(second.mount_path)
+    daemon.stop()
+    second.unmount()
+    report = command.report("check", "--repair", "--config-path", daemon.configuration, status=1)
+    assert report["repair"]["left"] == [f"{second.mount_path}: not mounted, left as it is with its 1 file"]
+    assert evidence.pinned_files(daemon.configuration, first.mount_path) == {}
+    assert evidence.pinned_files(daemon.configuration, second.mount_path) == listed
+    second.mount()
+    assert evidence.bitmap_file(second.mount_path) == bits
+
+
+def test_messages_sent_while_at_rest_are_carried_out_afterwards(stage):
+    volume = stage.volume()
+    paths = [volume.write(name, 700_000) for name in "abcd"]
+    daemon, queue = stage.daemon(), stage.queue()
+    command.done("pin", "--wait", *paths[:2])
+    os.unlink(paths[0])
+    daemon.stop()
+    queue.pin(volume.mount_path, [paths[2]])
+    command.report("check", "--repair", "--config-path", daemon.configuration)
+    settled(volume, daemon, paths[1:2])
+    queue.pin(volume.mount_path, [paths[3]])
+    queue.unpin(volume.mount_path, [paths[1]])
+    daemon.start()
+    daemon.until_done("pinFiles", 2)
+    daemon.until_done("unpinFiles")
+    settled(volume, daemon, paths[2:])
+
+
+class Systemctl:
+    """A program in systemctl's place that stops and starts the lab's daemon as the unit's process."""
+
+    def __init__(self, daemon, directory="/tmp/lab/unit"):
+        self.daemon, self.asked = daemon, []
+        os.makedirs(directory, exist_ok=True)
+        self.ask, self.answer = f"{directory}/ask", f"{directory}/answer"
+        for name in self.ask, self.answer:
+            os.mkfifo(name)
+        with open(f"{directory}/systemctl", "w", encoding="ascii") as file:
+            file.write(f'#!/bin/sh\necho "$@" >{self.ask}\nread status text <{self.answer}\n'
+                       'echo "$text"\nexit "$status"\n')
+        os.chmod(f"{directory}/systemctl", 0o755)
+        self.environment = {**os.environ, "PATH": f"{directory}:{os.environ['PATH']}"}
+        threading.Thread(target=self._serve, daemon=True).start()
+
+    def _serve(self):
+        while True:
+            with open(self.ask, encoding="ascii") as file:
+                words = file.read().split()
+            text = ""
+            if words[0] == "show":
+                text = str(self.daemon.pid)
+            elif words[0] == "stop":
+                self.daemon.stop()
+            else:
+                self.daemon.start()
+            self.asked.append(words[0])
+            with open(self.answer, "w", encoding="ascii") as file:
+                file.write(f"{0 if words[-1] == UNIT else 1} {text}\n")
+
+    def run(self, *words):
+        return command.finish(command.start(*words, env=self.environment))
+
+
+def test_restart_repairs_between_a_stop_and_a_start(stage):
+    volume = stage.volume()
+    paths = [volume.write(name, 700_000) for name in "ab"]
+    daemon = stage.daemon()
+    command.done("pin", "--wait", *paths)
+    os.unlink(paths[0])
+    result = command.run("check", "--repair", "--restart")
+    assert result.status == 5 and "nothing was changed" in result.talk, "no unit's process"
+    assert daemon.alive()
+    unit = Systemctl(daemon)
+    result = unit.run("check", "--repair", "--restart")
+    assert result.status == 0, result
+    assert unit.asked == ["show", "stop", "start"] and daemon.alive()
+    settled(volume, daemon, paths[1:])
+
+    # A repair that is refused leaves no service stopped.
+    os.unlink(paths[1])
+    with open(f"{daemon.configuration}.lock", "w", encoding="ascii") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        result = unit.run("check", "--repair", "--restart")
+    assert result.status == 5 and "another repair is at work" in result.talk
+    assert unit.asked[3:] == ["show", "stop", "start"] and daemon.alive()
 
 
 @contextlib.contextmanager
@@ -212,18 +339,16 @@ def test_a_volume_at_a_second_mount_point_keeps_its_pins(stage):
     daemon = stage.daemon()
     command.done("pin", "--wait", *files)
     with mounted(volume.mount_path, "/mnt/again", flags=libc.MS_BIND):
-        for words in ((), (volume.mount_path,), ("/mnt/again",)):
-            report = command.report("check", "--repair", *words)
-            assert [entry["unitsSurplus"] for entry in report["volumes"]] == [0]
-        settled(volume, daemon, files)
-
-        # Pinned by the other path too, and released there: it is still pinned by the first.
         twice = [f"/mnt/again/small/{n}" for n in range(3)]
         command.done("pin", "--wait", *twice)
-        report = command.report("check")
-        assert [entry["bitmapWith"] for entry in report["volumes"]].count(None) == 1
-        command.done("unpin", "--wait", *twice)
-        settled(volume, daemon, files)
+        os.unlink(files[0])
+        report = repair_at_rest(daemon)
+        assert report["repair"]["actions"][:2] == [
+            f"{path}: gone, taken off the list" for path in (files[0], twice[0])]
+        assert evidence.pinned_files(daemon.configuration, "/mnt/again") == evidence.listing(
+            "/mnt/again", twice[1:])
+        settled(volume, daemon, files[1:])
+    daemon.start()
 
 
 def test_nothing_is_repaired_by_the_configuration_file_of_another(stage):
@@ -254,18 +379,17 @@ def test_what_lies_under_another_mount_is_not_gone(stage):
     paths = [volume.write(name, 700_000) for name in ("t/sub/x", "t/y")]
     daemon = stage.daemon()
     command.done("pin", "--wait", *paths)
-    before = evidence.bitmap_file(volume.mount_path)
+    before = evidence.bitmap_file(volume.mount_path), evidence.configuration(daemon.configuration)
     with mounted("none", volume.path("t/sub"), kind="tmpfs"):
-        report = command.report("check", status=1)
-        assert conditions(report) == {paths[0]: "unmappable", paths[1]: "good"}
-        lines = command.run("check", "--repair").lines()
-        assert any("no unit is cleared while it cannot be told where t/sub/x lies" in line
-                   for line in lines)
-        assert evidence.bitmap_file(volume.mount_path) == before
-        with open(paths[0], "w", encoding="utf-8") as file:
-            file.write("not on the volume")
-        assert conditions(command.report("check", status=1))[paths[0]] == "unmappable"
-        command.run("check", "--repair")
+        for content in None, "not on the volume":
+            if content:
+                with open(paths[0], "w", encoding="utf-8") as file:
+                    file.write(content)
+            assert fates(command.report("check", "--repair", status=1)) == {
+                paths[0]: "cannot be looked at", paths[1]: "there"}
+        report = repair_at_rest(daemon, status=1)
+        assert any(left.startswith(f"{paths[0]}: cannot be looked at") for left in report["repair"]["left"])
+        assert (evidence.bitmap_file(volume.mount_path), evidence.configuration(daemon.configuration)) == before
     settled(volume, daemon, paths)
 
 
@@ -276,15 +400,11 @@ def test_a_name_that_the_service_cut_at_a_blank_stays_pinned(stage):
     queue.pin(volume.mount_path, [path])
     daemon.until_done("pinFiles")
     command.done("pin", "--wait", other)
-    assert str(os.stat(path).st_ino) in evidence.pinned_files(daemon.configuration, volume.mount_path)
-    for words in (("check",), ("check", "--repair")):
-        report = command.report(*words)
-        assert conditions(report) == {volume.path("t/my"): "under another name", other: "good"}
-        assert report["volumes"][0]["unitsSurplus"] == 0
-    units = evidence.units([path, other])
-    assert evidence.pinned_bits(volume.mount_path) == volume.cache.pinned() == units
-    os.rename(other, volume.path("t/c"))
-    assert conditions(command.report("check"))[other] == "under another name"
+    report = command.report("check", "--repair", status=1)
+    assert fates(report) == {volume.path("t/my"): "renamed", other: "there"}
+    assert report["volumes"][0]["unitsSurplus"] == 0
+    repair_at_rest(daemon)
+    settled(volume, daemon, [path, other])
 
 
 def test_a_repair_that_is_not_waited_for_says_what_it_sent(stage):
@@ -299,44 +419,7 @@ def test_a_repair_that_is_not_waited_for_says_what_it_sent(stage):
     finally:
         os.kill(daemon.pid, signal.SIGCONT)
     assert result.status == 4
-    assert "  repair: a: pinned again" in result.lines()
+    assert f"  repair: {path}: pinned again" in result.lines()
     assert result.lines()[-1] == "  1 request sent, not waited for to the end"
     daemon.until_done("pinFiles", 2)
     settled(volume, daemon, [path])
-
-
-def test_a_hang_up_leaves_no_directory_behind_and_one_left_by_a_kill_is_removed(stage):
-    volume = stage.volume()
-    paths = [volume.write(name, 700_000) for name in "abc"]
-    daemon = stage.daemon()
-    daemon.expect(*STALE_ENTRY)
-    command.done("pin", "--wait", *paths)
-
-    def left():
-        return [name for name in os.listdir(volume.mount_path) if name.startswith(".quor")]
-
-    def end_by(number):
-        """Ends a repair by a signal while its requests wait in a stopped service's queue."""
-        os.kill(daemon.pid, signal.SIGSTOP)
-        process = command.start("check", "--repair")
-        journal.until(left, lambda: "no directory of links")
-        time.sleep(1)
-        process.send_signal(number)
-        result = command.finish(process)
-        kept = left()
-        os.kill(daemon.pid, signal.SIGCONT)
-        return result, kept
-    os.unlink(paths[0])
-    result, kept = end_by(signal.SIGHUP)
-    assert result.status == 128 + signal.SIGTERM and "the directory must stay" in result.talk
-    assert kept == left() and len(kept) == 1
-    listed = evidence.listing(volume.mount_path, paths[1:])
-    journal.until(lambda: evidence.pinned_files(daemon.configuration, volume.mount_path) == listed,
-                  lambda: "the entry stays on the list")
-    assert kept == left()
-    assert command.run("pin", "--dry-run", "-r", volume.mount_path).status == 0
-
-    time.sleep(7)
-    os.unlink(paths[1])
-    command.done("check", "--repair")
-    settled(volume, daemon, paths[2:])
