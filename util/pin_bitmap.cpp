@@ -85,6 +85,7 @@ int BitmapGetNeededSizeByte(const char* device, uint64_t* size) {
 
 // One long function: a line of the log names the function that its statement stands in, and these
 // are all known by this one.
+// NOLINTNEXTLINE(readability-function-size)
 int BitmapMemAllocateAndInit(const char* spaceUuid, PinBitmap** bitmap, uint8_t* sizeChanged) {
     uint64_t size = 0;
     uint64_t fileSize = 0;
