@@ -114,7 +114,7 @@ TEST_F(JsonTest, ADryRunTellsThePriceAndSendsNothing) {
     const Json::Value& price = report["price"][0];
     EXPECT_EQ(Shape(price),
               "bytes:n cacheBytes:0 extents:n files:n pinnedUnitsNow:n pinnedUnitsThen:n "
-              "repinnedFiles:n requests:n roundingBytes:n units:n unitsAlreadyPinned:n "
+              "repinnedFiles:n requests:n roundingBytes:n units:n unitsSet:n "
               "unitsWithoutBit:n volume:s");
     EXPECT_EQ(price["extents"], 2);
     EXPECT_EQ(price["bytes"], 24 * 512);
