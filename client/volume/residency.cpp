@@ -55,8 +55,9 @@ bool FindEntry(const std::string& devicePath, Json::Value& entry) {
     for (std::filesystem::directory_iterator it(RegistryDirectory(), error), end;
          !error && it != end; it.increment(error)) {
         const std::string path = it->path();
-        if (it->path().extension() == ".json" && ReadEntry(path, entry) &&
-            entry["device"].asString() == devicePath && IsLiving(path)) {
+        // Alive first: what nobody holds, a pipe say, is not even opened for reading.
+        if (it->path().extension() == ".json" && IsLiving(path) && ReadEntry(path, entry) &&
+            entry["device"].asString() == devicePath) {
             return true;
         }
     }
