@@ -57,8 +57,8 @@ bool Poll::Again() const {
     }
     const double pause = std::min(pause_, left);
     const auto seconds = static_cast<time_t>(pause);
-    const struct timespec rest = {
-        seconds, static_cast<long>((pause - static_cast<double>(seconds)) * 1e9)};
+    const struct timespec rest = {seconds,
+                                  static_cast<long>((pause - static_cast<double>(seconds)) * 1e9)};
     nanosleep(&rest, nullptr);  // a signal cuts it short
     return !Interrupted();
 }
