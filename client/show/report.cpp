@@ -55,13 +55,15 @@ Record& Record::Add(const char* name, const Json::Value& value) {
 }
 
 Record& Record::Add(const char* name, const Json::Value& value, const char* label, Unit unit) {
-    return Shown(name, value, label, TextOf(value, unit));
+    Shown(name, value, label, TextOf(value, unit));
+    items_.back().unknown = value.isNull();
+    return *this;
 }
 
 Record& Record::Shown(const char* name, const Json::Value& value, const char* label,
                       const std::string& text) {
     json_[name] = value;
-    items_.push_back({Item::kRow, label, text, value.isNumeric(), value.isNull(), {}, {}});
+    items_.push_back({Item::kRow, label, text, value.isNumeric(), false, {}, {}});
     return *this;
 }
 
@@ -198,6 +200,14 @@ int Fail(Record& report, int exitStatus, const std::string& text) {
     Say(text);
     report.Add("error", text);
     return exitStatus;
+}
+
+int Refuse(Record& report, const std::string& path, const std::string& reason) {
+    Record refusal;
+    report.List("refused", {refusal.Add("path", path).Add("reason", reason)});
+    report.Add("error", Printable(path) + ": " + reason);
+    Say(TonedError(Tone::kBad, "refused") + " " + Printable(path) + ": " + reason);
+    return kExitRefused;
 }
 
 int Finish(const std::string& verb, Record& report, bool json, int exitStatus) {

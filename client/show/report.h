@@ -86,6 +86,10 @@ Json::Value TextsToJson(const std::vector<std::string>& texts);
 // be printable. Returns `exitStatus`.
 int Fail(Record& report, int exitStatus, const std::string& text);
 
+// The same for a verb that cannot do anything with the path it was given, which becomes the one
+// member of the report's "refused". Returns kExitRefused.
+int Refuse(Record& report, const std::string& path, const std::string& reason);
+
 // Prints the report of a verb, as JSON or as text, and returns `exitStatus`. The JSON form begins
 // with the members that all verbs have: schema, verb, exitStatus. When the verb neither did what it
 // was asked nor a part of it, and no "error" was put into the report, what was last said on

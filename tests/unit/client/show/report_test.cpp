@@ -65,6 +65,9 @@ TEST(Report, OneDescriptionComesOutTwice) {
          "/m: 1 file\n  n  1\n  end\n", R"({"n":1})"},
         {"a text of its own", Record().Shown("state", "bad", "state", "bad, and why"),
          "state  bad, and why\n", R"({"state":"bad"})"},
+        {"a text says why a value is unknown",
+         Record().Shown("cache", Json::Value(), "cache", "of no known size"),
+         "cache  of no known size\n", R"({"cache":null})"},
         {"a list for programs", Record().List("files", files), "", "{" + filesJson + "}"},
         {"an empty list", Record().List("files", {}, Layout::kHeadedRows), "", R"({"files":[]})"},
         {"columns, numbers right, unknown as -", Record().List("files", files, Layout::kRows),
@@ -154,6 +157,19 @@ TEST(Report, AVerbGivesItsReasonItself) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "quorcachepinctl: the disk is full\n");
     SayUnheard("by the way");
     EXPECT_EQ(Finished(report, kExitPartly)["error"], "the disk is full");
+}
+
+TEST(Report, ARefusalNamesItsPath) {
+    Record report;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(Refuse(report, "/m/\033", "no volume is there"), kExitRefused);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "quorcachepinctl: refused /m/\\x1b: no volume is there\n");
+    const Json::Value document = Finished(report, kExitRefused);
+    EXPECT_EQ(document["error"], "/m/\\x1b: no volume is there");
+    ASSERT_EQ(document["refused"].size(), 1U);
+    EXPECT_EQ(document["refused"][0]["path"], "/m/\033");
+    EXPECT_EQ(document["refused"][0]["reason"], "no volume is there");
 }
 
 TEST(Report, JsonIsUtf8) {
