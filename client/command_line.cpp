@@ -98,7 +98,7 @@ void AddRequestVerbs(CLI::App& app, Parsed& parsed) {
     AddFileVerb(app, kPinHelp, PinVerb, parsed);
     AddFileVerb(app, kUnpinHelp, UnpinVerb, parsed)
         .add_flag_callback(
-            "--no-mend", [&parsed] { parsed.file.mend = false; },
+            "--no-repin", [&parsed] { parsed.file.repin = false; },
             "Do not pin again the files that share units with those unpinned");
     AddWaiting(AddVolumeVerb(app, kReloadHelp, ReloadVerb, parsed), parsed.volume.send);
     AddVolumeVerb(app, kPendHelp, PendVerb, parsed);

@@ -35,10 +35,10 @@ constexpr VerbHelp kPinHelp = {
     "  find /mnt/pool1 -name '*.idx' -size +0 -print0 | quorcachepinctl pin -0 -f -"};
 
 constexpr VerbHelp kUnpinHelp = {
-    "unpin", "Release files from their volume's cache",
+    "unpin", "Unpin files from their volume's cache",
     "The service clears a unit of 64 KiB for all files that share it. Pinned files that share\n"
-    "units with the released ones are therefore pinned again, unless --no-mend is given.\n"
-    "What is on the service's list and whose file is gone, replaced or empty is taken off too.\n"
+    "units with those unpinned are therefore pinned again, unless --no-repin is given. A listed\n"
+    "file that is gone or was replaced is refused: check --repair sets its entry right.\n"
     "\n"
     "Examples:\n"
     "  quorcachepinctl unpin --wait /mnt/pool1/db/index.db\n"

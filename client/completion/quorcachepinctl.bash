@@ -23,7 +23,7 @@ _quorcachepinctl() {
             return
             ;;
         pin) options="$common $waiting $files --send-timeout" ;;
-        unpin) options="$common $waiting $files --send-timeout --no-mend" ;;
+        unpin) options="$common $waiting $files --send-timeout --no-repin" ;;
         reload) options="$common $waiting --send-timeout" ;;
         pend | release) options="$common --send-timeout" ;;
         list) options="$common -p --paths -0 --null" ;;

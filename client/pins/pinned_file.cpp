@@ -165,6 +165,14 @@ std::vector<PinnedFile> InspectEntries(const std::vector<StoredFile>& entries,
     return all;
 }
 
+std::vector<PinnedFile> InspectListed(const std::vector<StoredFile>& entries,
+                                      const std::string& mountPath,
+                                      const std::vector<Volume>& volumes) {
+    const Volume* const volume = FindMounted(mountPath, volumes);
+    return volume == nullptr ? UnmountedEntries(entries, mountPath)
+                             : InspectEntries(entries, *volume);
+}
+
 std::vector<PinnedFile> UnmountedEntries(const std::vector<StoredFile>& entries,
                                          const std::string& mountPath) {
     std::vector<PinnedFile> all;

@@ -40,7 +40,12 @@ struct PinnedFile {
 std::vector<PinnedFile> InspectEntries(const std::vector<StoredFile>& entries,
                                        const Volume& volume);
 
-// The same without the search: a file that is not at its path is kGone here, wherever it may be.
+// The same by the mount path that lists them; unknown when no volume is mounted there.
+std::vector<PinnedFile> InspectListed(const std::vector<StoredFile>& entries,
+                                      const std::string& mountPath,
+                                      const std::vector<Volume>& volumes);
+
+// The same as InspectEntries without the search: a file that is not at its path is kGone here, wherever it may be.
 std::vector<PinnedFile> InspectAtPaths(const std::vector<StoredFile>& entries,
                                        const Volume& volume);
 

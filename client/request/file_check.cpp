@@ -8,8 +8,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "client/show/output.h"
 #include "client/request/packing.h"
+#include "client/show/output.h"
 #include "client/show/text.h"
 #include "util/request.h"
 #include "util/scoped.h"
@@ -63,6 +63,15 @@ bool ResolveDirectory(const std::string& given, std::string& path) {
 }
 
 }  // namespace
+
+std::vector<Record> DescribeRefusals(const std::vector<Refusal>& refusals) {
+    std::vector<Record> records;
+    for (const Refusal& refusal : refusals) {
+        records.emplace_back();
+        records.back().Add("path", refusal.path).Add("reason", refusal.reason);
+    }
+    return records;
+}
 
 std::string WhyNotMountPath(const std::string& mountPath) {
     if (mountPath.empty()) {

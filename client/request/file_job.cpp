@@ -84,8 +84,8 @@ int CollectJob(const FileListOptions& options, FileJob& job) {
     return kExitDone;
 }
 
-int PackJob(bool keepGoing, bool others, FileJob& job) {
-    const bool any = others || !job.list.files.empty();
+int PackJob(bool keepGoing, FileJob& job) {
+    const bool any = !job.list.files.empty();
     SayRefusals(job.list);
     job.messages = PackFiles(job.type, job.list.files);
     if (job.list.refusals.empty() || (keepGoing && any)) {
@@ -95,24 +95,9 @@ int PackJob(bool keepGoing, bool others, FileJob& job) {
     return kExitRefused;
 }
 
-Json::Value FileToJson(const FileRef& file) {
-    Json::Value item;
-    item["path"] = file.path;
-    item["volume"] = file.volume->mountPath;
-    item["inode"] = file.inode;
-    item["size"] = static_cast<Json::UInt64>(file.size);
-    return item;
-}
-
-Json::Value RefusalsToJson(const std::vector<Refusal>& refusals) {
-    Json::Value list(Json::arrayValue);
-    for (const Refusal& refusal : refusals) {
-        Json::Value item;
-        item["path"] = Printable(refusal.path);
-        item["reason"] = refusal.reason;
-        list.append(item);
-    }
-    return list;
+void PackRepinned(FileJob& job) {
+    const std::vector<Message> more = PackFiles(kRequestPinFiles, job.repinned);
+    job.messages.insert(job.messages.end(), more.begin(), more.end());
 }
 
 }  // namespace client

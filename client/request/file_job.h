@@ -2,13 +2,13 @@
 // The files of one call of pin or unpin: collected, checked, mapped and packed into messages.
 #pragma once
 
-#include <json/json.h>
-
+#include <string>
 #include <vector>
 
+#include "client/pins/pinned_file.h"
 #include "client/request/file_list.h"
-#include "client/volume/mapping.h"
 #include "client/request/packing.h"
+#include "client/volume/mapping.h"
 
 namespace client {
 
@@ -17,11 +17,11 @@ struct FileJob {
     std::vector<Volume> volumes;  // files point into it
     Mapper mapper;
     FileList list;
-    std::vector<Message> messages;  // for the list's files
-    std::vector<FileRef> mended;    // files that stay pinned and share units with those unpinned
-    std::vector<Message> mending;   // messages that pin them again
-    bool mendUnknown = false;       // which files stay pinned cannot be told
-    std::vector<Message> sending;   // both kinds, as they are sent
+    std::vector<Refusal> passedOver;     // unpin: files that took the place of listed ones
+    std::vector<PinnedFile> entries;     // unpin: listed, named, and not there
+    std::vector<std::string> notPinned;  // unpin: paths of the list's files
+    std::vector<FileRef> repinned;  // files that stay pinned and share units with those unpinned
+    std::vector<Message> messages;  // for the list's files, then for those pinned again
     size_t sent = 0;                // of those
 };
 
@@ -29,15 +29,14 @@ struct FileJob {
 // it from that, having said so.
 int CollectJob(const FileListOptions& options, FileJob& job);
 
-// Says on standard error what is refused and why, and packs the files. `others` tells that there is
-// something to do besides them. Returns kExitDone when the messages may be sent, else the exit
-// status.
-int PackJob(bool keepGoing, bool others, FileJob& job);
+// Says on standard error what is refused and why, and packs the files. Returns kExitDone when the
+// messages may be sent, else the exit status.
+int PackJob(bool keepGoing, FileJob& job);
+
+// Adds the messages that pin the job's `repinned` again.
+void PackRepinned(FileJob& job);
 
 // Maps the file; false, with the reason in `why`, when the service could not.
 bool MapForRequest(Mapper& mapper, FileRef& file, std::string& why);
-
-Json::Value FileToJson(const FileRef& file);
-Json::Value RefusalsToJson(const std::vector<Refusal>& refusals);
 
 }  // namespace client

@@ -12,9 +12,8 @@
 #include <memory>
 #include <set>
 
-#include "client/volume/directory_walk.h"
-#include "client/request/leftovers.h"
 #include "client/show/output.h"
+#include "client/volume/directory_walk.h"
 #include "util/scoped.h"
 #include "util/space.h"
 
@@ -56,25 +55,12 @@ bool IsBitmapFile(const FileRef& file) {
     return bitmap && PathOnVolume(file.volume->mountPath, file.relative) == bitmap.get();
 }
 
-// Whether it is a directory of the command's own (see leftovers.h): at the top of a volume.
-bool IsLinkDirectory(const std::string& path, const std::vector<Volume>& volumes) {
-    const size_t slash = path.find_last_of('/');
-    if (slash == std::string::npos || !IsLinkDirectoryName(path.substr(slash + 1))) {
-        return false;
-    }
-    const CString resolved(realpath(path.c_str(), nullptr));
-    const Volume* const volume = FindVolumeOf(resolved ? resolved.get() : "", volumes);
-    return volume != nullptr &&
-           PathBelow(volume->mountPath, resolved.get()) == path.substr(slash + 1);
-}
-
 void Collector::TakeFile(const std::string& path, bool named) {
     FileRef file = {};
     std::string why;
-    list_.named.push_back(path);
     if (!ExamineFile(path, volumes_, file, why)) {
         list_.refusals.push_back({path, why});
-    } else if (file.size == 0 && !options_.takeEmpty) {
+    } else if (file.size == 0) {
         list_.refusals.push_back({path,
                                   "is empty: the service would wait a minute for its blocks and "
                                   "then drop the whole request"});
@@ -139,7 +125,7 @@ void Collector::TakeFound(const WalkEntry& entry, PassedOver& passed) {
         list_.refusals.push_back({entry.path, strerror(entry.error)});
     } else if (!S_ISREG(entry.status.st_mode)) {
         ++passed.others;
-    } else if (entry.status.st_size == 0 && !options_.takeEmpty) {
+    } else if (entry.status.st_size == 0) {
         ++passed.empty;
     } else {
         TakeFile(entry.path, false);
@@ -148,9 +134,8 @@ void Collector::TakeFound(const WalkEntry& entry, PassedOver& passed) {
 
 void Collector::Walk(const std::string& directory) {
     PassedOver passed;
-    passed.mounts = WalkBelow(
-        directory, [this, &passed](const WalkEntry& entry) { TakeFound(entry, passed); },
-        [this](const std::string& path) { return IsLinkDirectory(path, volumes_); });
+    passed.mounts =
+        WalkBelow(directory, [this, &passed](const WalkEntry& entry) { TakeFound(entry, passed); });
     Note(directory, passed);
 }
 

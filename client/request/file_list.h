@@ -15,13 +15,11 @@ struct FileListOptions {
     bool nulSeparated = false;       // lists: NUL instead of newline
     bool recursive = false;          // directories: all files below them
     bool patterns = false;           // arguments are patterns, expanded here
-    bool takeEmpty = false;          // an empty file is not refused
 };
 
 struct FileList {
     std::vector<FileRef> files;      // in order, none twice
     std::vector<Refusal> refusals;   // in order
-    std::vector<std::string> named;  // the paths of both as they were given or found
     std::vector<std::string> notes;  // what was passed over below directories, in words
 };
 

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "client/service/config_state.h"
 #include "client/request/packing.h"
+#include "client/service/config_state.h"
 
 namespace client {
 

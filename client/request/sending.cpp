@@ -1,20 +1,20 @@
 // SPDX-License-Identifier: MIT
 #include "client/request/sending.h"
 
-#include <time.h>
+#include <algorithm>
 
-#include "client/show/exit_status.h"
-#include "client/request/interruption.h"
-#include "client/show/output.h"
-#include "client/show/progress.h"
+#include "client/request/watch.h"
 #include "client/service/queue.h"
 #include "client/service/service_process.h"
+#include "client/show/exit_status.h"
+#include "client/show/output.h"
+#include "client/show/poll.h"
 
 namespace client {
 
 namespace {
 
-constexpr long kRetryNanoseconds = 20L * 1000 * 1000;
+constexpr double kRetryPause = 0.02;  // seconds between two tries at a full queue
 
 // A request can be sent while nobody takes it: it waits in the queue. That should not surprise.
 void WarnWhenNobodyListens() {
@@ -40,39 +40,34 @@ bool CheckAgain(Message& message) {
     return !vanished.empty();
 }
 
-// Sends one message, trying for `patience` seconds while the queue is full or until a signal comes.
-SendOutcome SendOne(int queue, const Message& message, unsigned patience, std::string& why) {
-    const double deadline = MonotonicSeconds() + patience;
-    for (;;) {
-        if (InterruptNote::Signal() != 0) {
-            why = "interrupted";
-            return SendOutcome::kFailed;
+// Sends one message, trying for `patience` seconds while the queue is full. Returns kExitDone, or
+// the exit status with the reason in `why`.
+int SendOne(int queue, const Message& message, unsigned patience, const SignalNote& note,
+            std::string& why) {
+    const Poll poll(kRetryPause, patience, &note);
+    SendOutcome outcome = SendOutcome::kFull;
+    do {
+        if (note.Signal() != 0) {
+            break;
         }
-        const SendOutcome outcome = SendMessage(queue, message, 0, why);
-        if (outcome != SendOutcome::kFull) {
-            return outcome;
-        }
-        if (MonotonicSeconds() >= deadline) {
-            why = "the queue stayed full for " + Counted(patience, "second") +
-                  "; the service does not take requests";
-            return outcome;
-        }
-        const struct timespec pause = {0, kRetryNanoseconds};
-        nanosleep(&pause, nullptr);
+        outcome = SendNow(queue, ToRequestMsg(message), why);
+    } while (outcome == SendOutcome::kFull && poll.Again());
+    if (outcome == SendOutcome::kFull && note.Signal() != 0) {
+        why = "interrupted";
+        return 128 + note.Signal();
     }
-}
-
-int StatusOf(SendOutcome outcome) {
-    if (InterruptNote::Signal() != 0) {
-        return 128 + InterruptNote::Signal();
+    if (outcome == SendOutcome::kFull) {
+        why = "the queue stayed full for " + Counted(patience, "second") +
+              "; the service does not take requests";
+        return kExitTimedOut;
     }
-    return outcome == SendOutcome::kFull ? kExitTimedOut : kExitNoService;
+    return outcome == SendOutcome::kSent ? kExitDone : kExitNoService;
 }
 
 }  // namespace
 
 int SendAll(std::vector<Message>& messages, unsigned patience, size_t& sent) {
-    const InterruptNote note;
+    const SignalNote note;
     std::string why;
     bool partly = false;
     sent = 0;
@@ -90,15 +85,34 @@ int SendAll(std::vector<Message>& messages, unsigned patience, size_t& sent) {
                 continue;
             }
         }
-        const SendOutcome outcome = SendOne(queue, messages[sent], patience, why);
-        if (outcome != SendOutcome::kSent) {
+        const int status = SendOne(queue, messages[sent], patience, note, why);
+        if (status != kExitDone) {
             Say(why + "; " + std::to_string(sent) + " of " + Counted(messages.size(), "request") +
                 " sent");
-            return StatusOf(outcome);
+            return status;
         }
         ++sent;
     }
     return partly ? kExitPartly : kExitDone;
+}
+
+int SendAndWait(std::vector<Message>& messages, const std::string& configPath,
+                const SendOptions& options, size_t& sent) {
+    const SignalNote note;  // one that comes between sending and waiting is not lost
+    ConfigState before;
+    std::string why;
+    sent = 0;
+    if (options.wait && !ReadConfigState(configPath, before, why)) {
+        Say(why + "; nothing was sent");
+        return kExitNoService;
+    }
+    const int status = SendAll(messages, options.patience, sent);
+    if (!options.wait || (status != kExitDone && status != kExitPartly)) {
+        return status;
+    }
+    std::vector<Watched> requests = ToWatch(messages, sent);
+    return std::max(status,
+                    WaitForRequests(requests, {configPath, before.nextNumber, options.timeout}));
 }
 
 }  // namespace client

@@ -1,19 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "client/request/watch.h"
 
-#include <signal.h>
-#include <sys/msg.h>
-#include <time.h>
-
 #include <algorithm>
 #include <map>
 #include <set>
 
-#include "client/show/exit_status.h"
-#include "client/show/output.h"
-#include "client/show/progress.h"
 #include "client/service/queue.h"
 #include "client/service/service_process.h"
+#include "client/show/exit_status.h"
+#include "client/show/output.h"
+#include "client/show/poll.h"
+#include "client/show/progress.h"
 #include "client/volume/units.h"
 #include "client/volume/volume_view.h"
 #include "util/scoped.h"
@@ -23,35 +20,8 @@ namespace client {
 
 namespace {
 
-constexpr double kSoon = 3;  // seconds in which a request that is first usually begins
-constexpr long kPollNanoseconds = 100 * 1000 * 1000;
-
-volatile sig_atomic_t g_interrupted = 0;
-
-void NoteInterrupt(int sig) {
-    g_interrupted = sig;
-}
-
-// Notes SIGINT and SIGTERM for the time of a wait, so that the bar is taken away before the end.
-class InterruptGuard {
-  public:
-    InterruptGuard() {
-        struct sigaction note = {};
-        note.sa_handler = NoteInterrupt;
-        sigaction(SIGINT, &note, &interrupt_);
-        sigaction(SIGTERM, &note, &terminate_);
-    }
-    ~InterruptGuard() {
-        sigaction(SIGINT, &interrupt_, nullptr);
-        sigaction(SIGTERM, &terminate_, nullptr);
-    }
-    InterruptGuard(const InterruptGuard&) = delete;
-    InterruptGuard& operator=(const InterruptGuard&) = delete;
-
-  private:
-    struct sigaction interrupt_ = {};
-    struct sigaction terminate_ = {};
-};
+constexpr double kSoon = 3;         // seconds in which a request that is first usually begins
+constexpr double kLookPause = 0.1;  // seconds between two looks
 
 // What is asked anew at every look.
 class Observer {
@@ -221,20 +191,17 @@ int WaitForRequests(std::vector<Watched>& requests, const WaitOptions& options) 
         return kExitNoService;
     }
     Observer observer(requests, options);
-    const InterruptGuard guard;
+    const SignalNote note;
+    const Poll poll(kLookPause, options.timeout > 0 ? options.timeout : kNoLimit, &note);
     Progress progress;
-    const double deadline = MonotonicSeconds() + options.timeout;
     int status = kExitDone;
-    g_interrupted = 0;
     while (observer.Look(status)) {
         progress.Show(observer.View());
-        const struct timespec pause = {0, kPollNanoseconds};
-        nanosleep(&pause, nullptr);
-        if (g_interrupted != 0 || (options.timeout > 0 && MonotonicSeconds() >= deadline)) {
+        if (!poll.Again()) {
             progress.Finish();
-            Say(std::string(g_interrupted != 0 ? "interrupted" : "the time is over") +
+            Say(std::string(note.Signal() != 0 ? "interrupted" : "the time is over") +
                 "; the requests stay queued, status shows them");
-            return g_interrupted != 0 ? 128 + g_interrupted : kExitTimedOut;
+            return note.Signal() != 0 ? 128 + note.Signal() : kExitTimedOut;
         }
     }
     progress.Finish();

@@ -18,7 +18,8 @@ struct WaitOptions {
 };
 
 // Waits until all requests have left, showing progress on standard error. Returns kExitDone,
-// kExitTimedOut, or kExitNoService when the service ended or stopped working, having said so.
+// kExitTimedOut, 128 and the number of the signal that ended the wait, or kExitNoService when the
+// service ended or stopped working; has said so then.
 int WaitForRequests(std::vector<Watched>& requests, const WaitOptions& options);
 
 }  // namespace client

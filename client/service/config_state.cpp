@@ -5,7 +5,6 @@
 #include <json/json.h>
 #include <stdlib.h>
 #include <string.h>
-#include <time.h>
 
 #include <algorithm>
 #include <fstream>
@@ -14,14 +13,15 @@
 #include <sstream>
 
 #include "client/show/output.h"
+#include "client/show/poll.h"
 #include "util/request.h"
 
 namespace client {
 
 namespace {
 
-constexpr int kReadAttempts = 50;
-constexpr long kReadPause = 20L * 1000 * 1000;  // nanoseconds
+constexpr double kReadPause = 0.02;  // seconds between two attempts
+constexpr double kReadLimit = 1;
 
 // Members of a value that may be null or of another kind.
 std::string TextOf(const Json::Value& value) {
@@ -108,7 +108,8 @@ void TakePinned(const Json::Value& document, ConfigState& state) {
 
 bool ReadConfigState(const std::string& path, ConfigState& state, std::string& why) {
     Json::Value document;
-    for (int attempt = 0;; ++attempt) {
+    const Poll poll(kReadPause, kReadLimit);
+    for (;;) {
         std::string text;
         const int error = ReadText(path, text);
         if (error == ENOENT) {
@@ -122,12 +123,10 @@ bool ReadConfigState(const std::string& path, ConfigState& state, std::string& w
         if (ParseJson(text, document)) {
             break;
         }
-        if (attempt == kReadAttempts) {
+        if (!poll.Again()) {
             why = "configuration file " + Printable(path) + " is damaged";
             return false;
         }
-        const struct timespec pause = {0, kReadPause};
-        nanosleep(&pause, nullptr);
     }
     state = ConfigState();
     if (document.isObject()) {

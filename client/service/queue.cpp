@@ -7,20 +7,16 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/msg.h>
-#include <time.h>
 
 #include <memory>
 
 #include "client/show/output.h"
-#include "client/show/progress.h"
 #include "util/message_queue.h"
 #include "util/scoped.h"
 
 namespace client {
 
 namespace {
-
-constexpr long kRetryNanoseconds = 20L * 1000 * 1000;
 
 struct FileCloser {
     void operator()(FILE* file) const { fclose(file); }
@@ -37,21 +33,6 @@ bool ParseKey(const char* text, key_t& key) {
     }
     key = static_cast<key_t>(value);
     return true;
-}
-
-// Tries until the queue has room. Returns 0, or an errno: EAGAIN when patience is over.
-int SendOne(int queue, const RequestMsg& msg, unsigned patience) {
-    const double deadline = MonotonicSeconds() + patience;
-    for (;;) {
-        if (msgsnd(queue, &msg, sizeof(msg.body), IPC_NOWAIT) == 0) {
-            return 0;
-        }
-        if (errno != EINTR && (errno != EAGAIN || MonotonicSeconds() >= deadline)) {
-            return errno;
-        }
-        const struct timespec pause = {0, kRetryNanoseconds};
-        nanosleep(&pause, nullptr);
-    }
 }
 
 }  // namespace
@@ -108,22 +89,17 @@ bool ReadQueueFacts(QueueFacts& facts, std::string& why) {
     facts.limit = record.msg_qbytes;
     facts.mode = record.msg_perm.mode & 0777U;
     facts.owner = record.msg_perm.uid;
-    facts.lastSender = record.msg_lspid;
-    facts.lastReceiver = record.msg_lrpid;
     return true;
 }
 
-SendOutcome SendMessage(int queue, const Message& message, unsigned patience, std::string& why) {
-    const int error = SendOne(queue, ToRequestMsg(message), patience);
-    if (error == 0) {
+SendOutcome SendNow(int queue, const RequestMsg& msg, std::string& why) {
+    if (msgsnd(queue, &msg, sizeof(msg.body), IPC_NOWAIT) == 0) {
         return SendOutcome::kSent;
     }
-    if (error == EAGAIN) {
-        why = "the queue stayed full for " + Counted(patience, "second") +
-              "; the service does not take requests";
+    if (errno == EAGAIN || errno == EINTR) {
         return SendOutcome::kFull;
     }
-    why = std::string("sending failed: ") + strerror(error);
+    why = std::string("sending failed: ") + strerror(errno);
     return SendOutcome::kFailed;
 }
 

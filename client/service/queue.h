@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "client/request/packing.h"
+#include "util/request.h"
 
 namespace client {
 
@@ -28,8 +28,6 @@ struct QueueFacts {
     uint64_t limit = 0;     // bytes that it may hold
     unsigned mode = 0;      // permission bits
     uid_t owner = 0;
-    pid_t lastSender = 0;
-    pid_t lastReceiver = 0;
 };
 
 // Opens the service's queue and stores its record. Returns false, with the reason in `why`.
@@ -37,8 +35,7 @@ bool ReadQueueFacts(QueueFacts& facts, std::string& why);
 
 enum class SendOutcome { kSent, kFull, kFailed };
 
-// Sends one message. Never blocks for ever: a queue that takes nothing for `patience` seconds ends
-// it with kFull. Stores the reason in `why` unless it was sent.
-SendOutcome SendMessage(int queue, const Message& message, unsigned patience, std::string& why);
+// Sends one message if the queue has room now. Stores the reason of a failure in `why`.
+SendOutcome SendNow(int queue, const RequestMsg& msg, std::string& why);
 
 }  // namespace client

@@ -5,13 +5,13 @@
 #include <string.h>
 #include <sys/msg.h>
 #include <sys/stat.h>
-#include <time.h>
 
 #include <algorithm>
 #include <fstream>
 #include <sstream>
 
 #include "client/show/output.h"
+#include "client/show/poll.h"
 #include "client/show/text.h"
 #include "util/request.h"
 
@@ -25,8 +25,8 @@ namespace {
 
 constexpr size_t kDefaultMost = 8192;
 constexpr size_t kMostMessages = 100000;
-constexpr int kStillPolls = 24;  // over a second: the time of the last receive has whole seconds
-constexpr long kStillPause = 50L * 1000 * 1000;  // nanoseconds
+constexpr double kStillPause = 0.05;  // seconds between two looks
+constexpr double kStillLimit = 1.2;   // the time of the last receive has whole seconds
 
 // Room for the longest message that the kernel lets through, in words for its alignment.
 class MessageBuffer {
@@ -161,10 +161,9 @@ bool MessagesStandStill(int queue) {
         msgctl(queue, IPC_STAT, &before) != 0) {
         return false;
     }
-    for (int i = 0; i < kStillPolls; ++i) {
-        const struct timespec pause = {0, kStillPause};
+    const Poll poll(kStillPause, kStillLimit);
+    while (poll.Again()) {
         struct msqid_ds now = {};
-        nanosleep(&pause, nullptr);
         if (msgctl(queue, IPC_STAT, &now) != 0 || now.msg_rtime != before.msg_rtime ||
             now.msg_qnum < before.msg_qnum) {
             return false;

@@ -4,12 +4,12 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/ioctl.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 
 #include "client/show/output.h"
+#include "client/show/poll.h"
 
 namespace client {
 
@@ -51,12 +51,6 @@ std::string Facts(const ProgressView& view, double rate) {
 }
 
 }  // namespace
-
-double MonotonicSeconds() {
-    struct timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
-}
 
 size_t TerminalColumns(int fd) {
     struct winsize size = {};

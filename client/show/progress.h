@@ -46,9 +46,6 @@ class Progress {
 // Returns the bar's line, fitted to `columns`. `rate` is in bytes a second, 0 when not known.
 std::string ProgressLine(const ProgressView& view, double rate, size_t columns);
 
-// Seconds that pass, from some start.
-double MonotonicSeconds();
-
 // The width of the terminal behind a descriptor, 80 when it cannot be told.
 size_t TerminalColumns(int fd);
 

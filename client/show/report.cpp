@@ -11,7 +11,7 @@ namespace client {
 
 namespace {
 
-constexpr uint64_t kUnitBytes = 65536;
+constexpr int kJsonSchema = 1;
 constexpr char kIndent[] = "  ";
 
 std::string TextOf(const Json::Value& value, Unit unit) {
@@ -23,10 +23,6 @@ std::string TextOf(const Json::Value& value, Unit unit) {
     }
     if (unit == Unit::kBytes) {
         return HumanBytes(value.asUInt64());
-    }
-    if (unit == Unit::kUnits) {
-        return Counted(value.asUInt64(), "unit") + " = " +
-               HumanBytes(value.asUInt64() * kUnitBytes);
     }
     return Printable(value.asString());
 }
@@ -75,6 +71,12 @@ Record& Record::List(const char* name, const std::vector<Record>& records, Layou
     if (layout != Layout::kHidden && !records.empty()) {
         items_.push_back({Item::kList, "", "", false, false, layout, records});
     }
+    return *this;
+}
+
+Record& Record::Member(const char* name, const Record& record) {
+    List(name, {record}, Layout::kBlocks);
+    json_[name] = record.json_;
     return *this;
 }
 

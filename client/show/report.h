@@ -12,8 +12,8 @@ namespace client {
 
 class Table;
 
-// How a value is written in the text form; JSON has plain numbers, of bytes or of units of 64 KiB.
-enum class Unit { kPlain, kBytes, kUnits };
+// How a value is written in the text form; JSON has plain numbers.
+enum class Unit { kPlain, kBytes };
 
 // How the text form shows a list. JSON has an array of objects whichever it is.
 enum class Layout {
@@ -42,6 +42,9 @@ class Record {
     // An array of records.
     Record& List(const char* name, const std::vector<Record>& records,
                  Layout layout = Layout::kHidden);
+
+    // A record as one member; its text stands in line with this one's.
+    Record& Member(const char* name, const Record& record);
 
     // The text form alone: a line "label  text", and a line of text. In a list of rows the line
     // stands below its record's row, in the last column.

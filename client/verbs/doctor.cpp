@@ -11,8 +11,8 @@
 #include <fstream>
 
 #include "client/service/config_state.h"
-#include "client/show/output.h"
 #include "client/service/queue_look.h"
+#include "client/show/output.h"
 #include "util/message_queue.h"
 #include "util/request.h"
 

@@ -2,10 +2,10 @@
 // The part of the examination that concerns volumes and their caches.
 #include <set>
 
-#include "client/service/config_state.h"
-#include "client/verbs/doctor.h"
 #include "client/request/file_check.h"
+#include "client/service/config_state.h"
 #include "client/show/output.h"
+#include "client/verbs/doctor.h"
 #include "client/volume/volume_view.h"
 #include "util/space.h"
 

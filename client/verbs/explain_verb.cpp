@@ -33,11 +33,10 @@ int ExplainVerb(const ExplainOptions& options) {
     Record report;
     int status = service.known ? kExitDone : kExitNoService;
     if (!ListVolumes(volumes) || !ExamineFile(options.path, volumes, file, why)) {
-        status = Fail(report, kExitRefused, Printable(options.path) + ": " + why);
-        report.List("refused", {DescribeRefusal({options.path, why})});
+        status = Refuse(report, options.path, why);
         SayEntries(options.path, service, volumes, report);
     } else {
-        report.Block("file", DescribeExplanation(Explain(file, service, volumes)));
+        report.Member("file", DescribeExplanation(Explain(file, service, volumes)));
     }
     return Finish("explain", report, options.common.json, status);
 }

@@ -3,66 +3,67 @@
 
 #include <map>
 
+#include "client/pins/device_report.h"
 #include "client/show/output.h"
 
 namespace client {
 
-Json::Value JobToJson(const FileJob& job, const ListMatch& match, const char* verb) {
-    Json::Value report = NewReport(verb);
-    report["files"] = Json::Value(Json::arrayValue);
-    for (const FileRef& file : job.list.files) {
-        report["files"].append(FileToJson(file));
+namespace {
+
+std::vector<Record> DescribeFiles(const std::vector<FileRef>& files) {
+    std::vector<Record> records;
+    for (const FileRef& file : files) {
+        records.emplace_back();
+        records.back()
+            .Add("path", file.path)
+            .Add("volume", file.volume->mountPath)
+            .Add("inode", file.inode)
+            .Add("size", Json::UInt64{file.size});
     }
-    report["mended"] = Json::Value(Json::arrayValue);
-    for (const FileRef& file : job.mended) {
-        report["mended"].append(FileToJson(file));
-    }
-    report["refused"] = RefusalsToJson(job.list.refusals);
-    report["staleEntries"] = StaleToJson(match.stale);
-    report["notPinned"] = Json::Value(Json::arrayValue);
-    for (const std::string& path : match.notPinned) {
-        report["notPinned"].append(Printable(path));
-    }
-    report["requests"] = static_cast<Json::UInt64>(
-        job.sending.empty() ? job.messages.size() + job.mending.size() : job.sending.size());
-    report["sent"] = static_cast<Json::UInt64>(job.sent);
-    return report;
+    return records;
 }
 
-void PrintSent(const FileJob& job, const char* verb) {
+}  // namespace
+
+void AddJob(const FileJob& job, Record& report) {
+    std::vector<Refusal> refusals = job.list.refusals;
+    refusals.insert(refusals.end(), job.passedOver.begin(), job.passedOver.end());
+    std::vector<Record> entries;
+    for (const PinnedFile& pinned : job.entries) {
+        entries.push_back(DescribeEntry(pinned));
+    }
+    report.List("files", DescribeFiles(job.list.files))
+        .List("repinned", DescribeFiles(job.repinned))
+        .List("refused", DescribeRefusals(refusals))
+        .List("entries", entries)
+        .Add("notPinned", TextsToJson(job.notPinned))
+        .Add("requests", Json::UInt64{job.messages.size()})
+        .Add("sent", Json::UInt64{job.sent});
+}
+
+void AddSent(const FileJob& job, const char* verb, Record& report) {
     std::map<std::string, std::pair<size_t, size_t>> perVolume;  // files, requests
-    for (size_t i = 0; i < job.sent && i < job.messages.size(); ++i) {
-        auto& [files, requests] = perVolume[job.messages[i].mountPath];
-        files += job.messages[i].numFiles;
+    size_t repinning = 0;                                        // requests
+    for (size_t i = 0; i < job.sent; ++i) {
+        const Message& message = job.messages[i];
+        if (message.type != job.type) {
+            ++repinning;
+            continue;
+        }
+        auto& [files, requests] = perVolume[message.mountPath];
+        files += message.numFiles;
         ++requests;
     }
-    for (const auto& [mountPath, counts] : perVolume) {
-        Print(Printable(mountPath) + ": " + verb + " of " + Counted(counts.first, "file") +
-              " sent in " + Counted(counts.second, "request"));
+    for (const auto& [volume, counts] : perVolume) {
+        report.Line(Printable(volume) + ": " + verb + " of " + Counted(counts.first, "file") +
+                    " sent in " + Counted(counts.second, "request"));
     }
-    if (!job.mended.empty() && job.sent == job.sending.size()) {
-        Print(Counted(job.mended.size(), "pinned file shares", "pinned files share") +
-              " units with them; pinned again by " + Counted(job.mending.size(), "request"));
+    if (repinning > 0 && job.sent == job.messages.size()) {
+        report.Line(Counted(job.repinned.size(), "pinned file shares", "pinned files share") +
+                    " units with them; pinned again by " + Counted(repinning, "request"));
     }
-    if (job.messages.empty() && job.sent == 0) {
-        Print("no files, nothing sent");
-    }
-}
-
-void PrintStaleSent(const std::vector<StaleEntry>& entries) {
-    Print(Counted(entries.size(), "entry", "entries") +
-          " whose file is gone, replaced or empty: to be taken off the list; check --repair clears "
-          "the units that are left set");
-}
-
-void PrintStale(const std::vector<StaleEntry>& entries, const std::vector<StaleEntry>& still) {
-    Print("  " + Counted(entries.size() - still.size(), "entry", "entries") +
-          " whose file is gone, replaced or empty: off the list; check --repair clears the units "
-          "that are left set");
-    for (const StaleEntry& entry : still) {
-        Print("  " + Toned(Tone::kBad, "not released") + " " +
-              Printable(PathOnVolume(entry.volume->mountPath, entry.stored.relative)) +
-              ": is still on the service's list");
+    if (job.messages.empty()) {
+        report.Line("no files, nothing sent");
     }
 }
 

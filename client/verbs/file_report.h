@@ -1,25 +1,16 @@
 // SPDX-License-Identifier: MIT
-// What pin and unpin say of what they sent.
+// What pin and unpin say of what they were given and sent.
 #pragma once
 
-#include <json/json.h>
-
-#include <vector>
-
 #include "client/request/file_job.h"
-#include "client/request/list_match.h"
+#include "client/show/report.h"
 
 namespace client {
 
-Json::Value JobToJson(const FileJob& job, const ListMatch& match, const char* verb);
+// Adds what the job consists of, in the JSON form alone.
+void AddJob(const FileJob& job, Record& report);
 
-void PrintSent(const FileJob& job, const char* verb);
-
-// Says that requests for entries which no plain request reaches are on their way.
-void PrintStaleSent(const std::vector<StaleEntry>& entries);
-
-// Says what became of those entries; `still` are on the list after all. What their files had set
-// stays so: the service does not learn which units that was.
-void PrintStale(const std::vector<StaleEntry>& entries, const std::vector<StaleEntry>& still);
+// Adds what was sent, in words.
+void AddSent(const FileJob& job, const char* verb, Record& report);
 
 }  // namespace client

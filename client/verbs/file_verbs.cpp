@@ -2,19 +2,17 @@
 // pin and unpin: requests about files.
 #include <algorithm>
 
-#include "client/show/exit_status.h"
-#include "client/request/file_job.h"
-#include "client/verbs/file_report.h"
 #include "client/pins/holding.h"
-#include "client/request/list_match.h"
-#include "client/show/output.h"
 #include "client/pins/price.h"
+#include "client/pins/repin.h"
+#include "client/request/file_job.h"
 #include "client/request/sending.h"
+#include "client/request/unpin_match.h"
 #include "client/service/service_state.h"
-#include "client/pins/sharing.h"
-#include "client/request/stale_release.h"
+#include "client/show/exit_status.h"
+#include "client/show/output.h"
+#include "client/verbs/file_report.h"
 #include "client/verbs/verbs.h"
-#include "client/request/watch.h"
 
 namespace client {
 
@@ -31,179 +29,138 @@ class FileVerb {
     int Run();
 
   private:
-    int SendOrPrice();
-    int Plan();
+    int Prepare();
+    int PlanWhatIsShared();
     int Send();
-    int Wait(std::vector<Watched>& requests);
-    void Finish(int status);
-    void PrintDone();
+    int Judge();
+    std::vector<Record> DescribePrices() const;
+    void AddHeld(Record& report) const;
 
     const char* const name_;
     const FileVerbOptions& options_;
     FileJob job_;
-    ServiceState before_;
-    ListMatch match_;
-    StaleRelease release_;
-    std::vector<Price> prices_;
+    ServiceState service_;
     std::vector<Holding> holdings_;
-    std::vector<Holding> mendHoldings_;
-    std::vector<StaleEntry> still_;  // stale entries that are on the list after a wait
+    std::vector<Holding> repinnedHoldings_;
     bool waited_ = false;
 };
 
-// Looks for what else an unpin touches. Returns kExitDone, or the exit status.
-int FileVerb::Plan() {
-    if (job_.type != kRequestUnpinFiles) {
-        return kExitDone;
-    }
-    SayMatch(match_);
-    if (options_.mend && before_.known) {
-        PlanMending(before_.state, job_);
-    } else if (options_.mend && !job_.messages.empty()) {
-        Say("pinned files that share units with these cannot be looked for: " + before_.why);
-        if (!options_.dryRun) {
-            Say("nothing was sent; --config-path tells where the list is, --no-mend sends without");
-            return kExitNoService;
-        }
-    }
-    return kExitDone;
-}
-
-int FileVerb::SendOrPrice() {
-    std::string why;
-    const int status = Plan();
+// Decides what would be sent.
+int FileVerb::Prepare() {
+    int status = CollectJob(options_.list, job_);
+    service_ = ReadServiceState(options_.common.configPath);
     if (status != kExitDone) {
         return status;
     }
-    if (options_.dryRun) {
-        prices_ = PriceOf(job_);
+    if (job_.type == kRequestUnpinFiles && service_.known) {
+        MatchWithList(service_.state, job_);
+    }
+    status = PackJob(options_.keepGoing, job_);
+    SayMatch(job_);
+    return status == kExitDone && job_.type == kRequestUnpinFiles ? PlanWhatIsShared() : status;
+}
+
+// Looks for what else an unpin touches.
+int FileVerb::PlanWhatIsShared() {
+    if (!options_.repin || job_.messages.empty()) {
         return kExitDone;
     }
-    if (options_.send.wait && !before_.known) {
-        Say("--wait: " + before_.why + "; nothing was sent");
-        return kExitNoService;
+    if (service_.known) {
+        job_.repinned = FilesToRepin(ReadDevices(service_.state, job_.volumes), job_.list.files);
+        PackRepinned(job_);
+        return kExitDone;
     }
-    if (!match_.stale.empty() && !IntakeWorks()) {
-        Say("entries whose file is gone, replaced or empty can be taken off only while the service "
-            "takes requests; nothing was sent");
-        return kExitNoService;
+    Say("pinned files that share units with these cannot be looked for: " + service_.why);
+    if (options_.dryRun) {
+        return kExitDone;
     }
-    if (!release_.Prepare(match_.stale, why)) {
-        Say(Printable(why) + "; nothing was sent");
-        return kExitRefused;
-    }
-    return Send();
+    Say("nothing was sent; --config-path names the list, --no-repin sends without it");
+    return kExitNoService;
 }
 
 int FileVerb::Send() {
-    const auto add = [this](const std::vector<Message>& messages) {
-        job_.sending.insert(job_.sending.end(), messages.begin(), messages.end());
-    };
-    add(job_.messages);
-    add(release_.Messages());
-    add(job_.mending);
-    if (job_.sending.empty()) {
+    if (options_.send.wait && !service_.known) {
+        Say("--wait: " + service_.why + "; nothing was sent");
+        return kExitNoService;
+    }
+    if (job_.messages.empty()) {
         return kExitDone;
     }
-    if (options_.send.wait || !match_.stale.empty()) {
-        before_ = ReadServiceState(options_.common.configPath);  // the planning may have taken long
-    }
-    int status = SendAll(job_.sending, options_.send.patience, job_.sent);
-    const bool went = status == kExitDone || status == kExitPartly;
-    if (!job_.mending.empty() && job_.sent > 0 && job_.sent < job_.sending.size()) {
-        Say("pinned files that share units with those released were not all pinned again; run "
+    const int status = SendAndWait(job_.messages, service_.configPath, options_.send, job_.sent);
+    if (!job_.repinned.empty() && job_.sent > 0 && job_.sent < job_.messages.size()) {
+        Say("pinned files that share units with those unpinned were not all pinned again; run "
             "check --repair");
     }
-    std::vector<Watched> requests = ToWatch(job_.sending, job_.sent);
-    if (went && options_.send.wait) {
-        status = std::max(status, Wait(requests));
-    } else if (!match_.stale.empty()) {
-        const int stored = release_.WaitUntilStored(
-            requests, before_.configPath, before_.state.nextNumber, options_.send.patience);
-        status = std::max(status, stored);
-    }
-    release_.Settle(requests);
-    return status;
+    const bool done = status == kExitDone || status == kExitPartly;
+    return done && options_.send.wait ? std::max(status, Judge()) : status;
 }
 
-int FileVerb::Wait(std::vector<Watched>& requests) {
+// Finds out what holds after a wait.
+int FileVerb::Judge() {
     ConfigState after;
     std::string why;
-    const int status = WaitForRequests(
-        requests, {before_.configPath, before_.state.nextNumber, options_.send.timeout});
-    if (status != kExitDone) {
-        return status;
-    }
-    if (!ReadConfigState(before_.configPath, after, why)) {
+    if (!ReadConfigState(service_.configPath, after, why)) {
         Say(why);
         return kExitNoService;
     }
     waited_ = true;
     holdings_ = job_.type == kRequestPinFiles
-                    ? HoldingAfterPin(after, job_.list.files, job_.mapper)
-                    : HoldingAfterUnpin(after, job_.list.files, job_.volumes, job_.mapper);
-    mendHoldings_ = HoldingAfterPin(after, job_.mended, job_.mapper);
-    still_ = StillListed(after, match_.stale);
-    return AllHold(holdings_) && AllHold(mendHoldings_) && still_.empty() ? kExitDone : kExitPartly;
+                    ? HoldingAfterPin(after, job_.list.files)
+                    : HoldingAfterUnpin(after, job_.list.files, job_.volumes);
+    repinnedHoldings_ = HoldingAfterPin(after, job_.repinned);
+    return AllHold(holdings_) && AllHold(repinnedHoldings_) ? kExitDone : kExitPartly;
 }
 
-void FileVerb::PrintDone() {
-    PrintHolding(holdings_, job_.type == kRequestPinFiles);
-    PrintMendedHolding(mendHoldings_);
-    if (!match_.notPinned.empty()) {
-        Print("  " + std::to_string(match_.notPinned.size()) + " of them " +
-              (match_.notPinned.size() == 1 ? "was" : "were") + " not pinned before");
+std::vector<Record> FileVerb::DescribePrices() const {
+    std::vector<Record> records;
+    for (Price& price : PriceOf(job_.type == kRequestPinFiles, job_.list.files, job_.repinned)) {
+        price.requests = static_cast<size_t>(std::count_if(
+            job_.messages.begin(), job_.messages.end(),
+            [&](const Message& message) { return message.mountPath == price.volume; }));
+        records.push_back(DescribePrice(price));
     }
-    if (!match_.stale.empty()) {
-        PrintStale(match_.stale, still_);
-    }
+    return records;
 }
 
-void FileVerb::Finish(int status) {
-    if (options_.common.json) {
-        Json::Value report = JobToJson(job_, match_, name_);
-        report["dryRun"] = options_.dryRun;
-        if (options_.dryRun) {
-            report["price"] = PriceToJson(prices_);
-        }
-        if (waited_) {
-            report["holds"] = HoldingToJson(holdings_);
-            report["mendedHolds"] = HoldingToJson(mendHoldings_);
-            report["stillListed"] = StaleToJson(still_);
-        }
-        PrintReport(report, status);
-    } else if (!prices_.empty()) {
-        PrintPrice(prices_, job_);
-    } else if (waited_) {
-        PrintDone();
-    } else if (options_.dryRun && !match_.stale.empty()) {
-        Print("nothing was sent: this was a dry run");
-    } else if (job_.sent > 0 || status == kExitDone) {
-        PrintSent(job_, name_);
-        if (job_.sent >= job_.messages.size() + release_.Messages().size() &&
-            !match_.stale.empty()) {
-            PrintStaleSent(match_.stale);
-        }
+void FileVerb::AddHeld(Record& report) const {
+    std::vector<Record> held;
+    std::vector<Record> repinned;
+    for (const Holding& holding : holdings_) {
+        held.push_back(
+            DescribeHolding(holding, job_.type == kRequestPinFiles ? "pinned" : "unpinned"));
+    }
+    for (const Holding& holding : repinnedHoldings_) {
+        repinned.push_back(DescribeHolding(holding, "pinned again"));
+    }
+    report.List("holds", held, Layout::kBlocks);
+    report.List("repinnedHolds", repinned, Layout::kBlocks);
+    if (!job_.notPinned.empty()) {
+        report.Line(std::to_string(job_.notPinned.size()) + " of them " +
+                    (job_.notPinned.size() == 1 ? "was" : "were") + " not pinned before");
     }
 }
 
 int FileVerb::Run() {
-    int status = CollectJob(options_.list, job_);
-    before_ = ReadServiceState(options_.common.configPath);
-    if (status == kExitDone) {
-        if (job_.type == kRequestUnpinFiles && before_.known) {
-            match_ = MatchList(before_.state, job_);
-        }
-        status = PackJob(options_.keepGoing, !match_.stale.empty(), job_);
+    Record report;
+    int status = Prepare();
+    report.Add("dryRun", options_.dryRun);
+    if (status == kExitDone && options_.dryRun) {
+        report.List("price", DescribePrices(), Layout::kBlocks);
+        report.Line(job_.messages.empty() ? "no files" : "nothing was sent: this was a dry run");
+    } else if (status == kExitDone) {
+        status = Send();
     }
-    if (status == kExitDone) {
-        status = SendOrPrice();
-        if (status == kExitDone && !job_.list.refusals.empty()) {
-            status = kExitPartly;
-        }
+    const bool all = job_.list.refusals.empty() && job_.passedOver.empty();
+    if (status == kExitDone && !all) {
+        status = kExitPartly;
     }
-    Finish(status);
-    return status;
+    AddJob(job_, report);
+    if (waited_) {
+        AddHeld(report);
+    } else if (!options_.dryRun && (job_.sent > 0 || status == kExitDone)) {
+        AddSent(job_, name_, report);
+    }
+    return Finish(name_, report, options_.common.json, status);
 }
 
 }  // namespace

@@ -61,18 +61,16 @@ Record DescribeFile(const PinnedFile& pinned) {
 
 Record DescribeVolume(const std::string& mountPath, const std::vector<StoredFile>& entries,
                       const std::vector<Volume>& volumes) {
-    const Volume* const volume = FindMounted(mountPath, volumes);
     std::vector<Record> files;
     Record record;
-    for (const PinnedFile& pinned : volume == nullptr ? UnmountedEntries(entries, mountPath)
-                                                      : InspectEntries(entries, *volume)) {
+    for (const PinnedFile& pinned : InspectListed(entries, mountPath, volumes)) {
         files.push_back(DescribeFile(pinned));
     }
     return record
         .Headline(Toned(Tone::kStrong, Printable(mountPath)) + ": " +
                   Counted(entries.size(), "file") + " pinned")
         .Add("volume", mountPath)
-        .Add("mounted", volume != nullptr)
+        .Add("mounted", FindMounted(mountPath, volumes) != nullptr)
         .List("files", files, Layout::kRows);
 }
 
@@ -91,8 +89,7 @@ int ListVerb(const ListOptions& options) {
     }
     ListVolumes(volumes);
     if (!options.volume.empty() && !Narrow(options.volume, volumes, lists, why)) {
-        return Finish("list", report, options.common.json,
-                      Fail(report, kExitRefused, Printable(options.volume) + ": " + why));
+        return Finish("list", report, options.common.json, Refuse(report, options.volume, why));
     }
     if ((options.paths || options.nulSeparated) && !options.common.json) {
         PrintPaths(lists, options.nulSeparated);

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "client/request/file_list.h"
-#include "client/request/send_options.h"
+#include "client/request/sending.h"
 
 namespace client {
 
@@ -22,7 +22,7 @@ struct FileVerbOptions {
     FileListOptions list;
     bool keepGoing = false;  // send the others when some are refused
     bool dryRun = false;     // show the price, send nothing
-    bool mend = true;        // unpin: pin again what shares units
+    bool repin = true;       // unpin: pin again what shares units
 };
 
 // reload, pend and release.

@@ -3,8 +3,8 @@
 
 #include <set>
 
-#include "client/show/exit_status.h"
 #include "client/service/queue_look.h"
+#include "client/show/exit_status.h"
 
 namespace client {
 

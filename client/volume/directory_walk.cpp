@@ -21,9 +21,8 @@ struct DirectoryCloser {
 
 class Walk {
   public:
-    Walk(dev_t device, const std::function<void(const WalkEntry&)>& visit,
-         const std::function<bool(const std::string&)>& skip)
-        : device_(device), visit_(visit), skip_(skip) {}
+    Walk(dev_t device, const std::function<void(const WalkEntry&)>& visit)
+        : device_(device), visit_(visit) {}
 
     void Enter(const WalkEntry& directory) {
         std::vector<std::string> names;
@@ -48,14 +47,13 @@ class Walk {
             visit_(entry);
         } else if (entry.status.st_dev != device_) {
             ++mounts_;
-        } else if (!skip_(path)) {
+        } else {
             Enter(entry);
         }
     }
 
     const dev_t device_;
     const std::function<void(const WalkEntry&)>& visit_;
-    const std::function<bool(const std::string&)>& skip_;
     size_t mounts_ = 0;
 };
 
@@ -82,15 +80,14 @@ int ListNames(const std::string& directory, std::vector<std::string>& names) {
     return error;
 }
 
-size_t WalkBelow(const std::string& directory, const std::function<void(const WalkEntry&)>& visit,
-                 const std::function<bool(const std::string&)>& skip) {
+size_t WalkBelow(const std::string& directory, const std::function<void(const WalkEntry&)>& visit) {
     WalkEntry top = {directory, {}, 0};
     if (lstat(directory.c_str(), &top.status) != 0) {
         top.error = errno;
         visit(top);
         return 0;
     }
-    Walk walk(top.status.st_dev, visit, skip);
+    Walk walk(top.status.st_dev, visit);
     walk.Enter(top);
     return walk.mounts();
 }

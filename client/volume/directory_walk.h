@@ -20,12 +20,11 @@ struct WalkEntry {
 };
 
 // Calls `visit` for all below the directory that is no directory, in the order of names, and for
-// what cannot be read. Directories for which `skip` says so are left out. No link is followed.
-// Returns how many directories on other file systems were not entered.
+// what cannot be read. No link is followed. Returns how many directories on other file systems were
+// not entered.
 //
 // The C library's own walker leaves out, without a word, what does not fit the 32-bit target's
 // narrow directory entries: inode numbers and offsets that some file systems make of 64 bits.
-size_t WalkBelow(const std::string& directory, const std::function<void(const WalkEntry&)>& visit,
-                 const std::function<bool(const std::string& path)>& skip);
+size_t WalkBelow(const std::string& directory, const std::function<void(const WalkEntry&)>& visit);
 
 }  // namespace client

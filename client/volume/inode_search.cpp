@@ -41,7 +41,7 @@ InodeSearch SearchVolume(const std::string& mountPath, const std::set<uint32_t>&
             search.paths.insert({inode, entry.path});
         }
     };
-    WalkBelow(mountPath, visit, [](const std::string&) { return false; });
+    WalkBelow(mountPath, visit);
     return search;
 }
 

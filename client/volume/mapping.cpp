@@ -4,7 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "client/request/file_check.h"
+#include "client/volume/volumes.h"
 #include "util/scoped.h"
 
 namespace client {

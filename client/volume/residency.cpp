@@ -74,7 +74,6 @@ Residency ReadResidency(const std::string& devicePath) {
     }
     residency.known = ReadBits(entry["resident"], residency.resident) &&
                       ReadBits(entry["pinned"], residency.pinned);
-    residency.name = entry["name"].isString() ? entry["name"].asString() : "";
     residency.cacheSize = entry["cacheSize"].isUInt64() ? entry["cacheSize"].asUInt64() : 0;
     return residency;
 }

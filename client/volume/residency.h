@@ -14,7 +14,6 @@ namespace client {
 
 struct Residency {
     bool known = false;      // the cache has an entry in the registry and lives
-    std::string name;        // of the cache
     uint64_t cacheSize = 0;  // bytes
     UnitSet resident;        // units that it holds now
     UnitSet pinned;          // the bitmap that it was last given

@@ -2,6 +2,7 @@
 // What has become of listed files.
 #include "client/pins/pinned_file.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
 #include <sys/stat.h>

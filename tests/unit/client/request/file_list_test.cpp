@@ -77,22 +77,6 @@ TEST_F(FileListTest, WhatAWalkPassesOverIsSaidAndWhatItCannotStoreIsRefused) {
                                   ": 1 empty file, 1 entry that is no regular file"}));
 }
 
-TEST_F(FileListTest, DirectoriesOfTheCommandsOwnAreNotWalked) {
-    Make("a");
-    Make(".quorcachepinctl-Ab12Cd/gone#120");
-    Make(".quorcachepinctl-Ab12Cd/target");
-    Make(".quorcachepinctl/b");
-    Make("d/.quorcachepinctl-Ab12Cd/c");
-    FileListOptions options;
-    options.recursive = true;
-    options.paths = {mount_};
-    EXPECT_EQ(Collect(options), (Names{".quorcachepinctl/b", "a", "d/.quorcachepinctl-Ab12Cd/c"}));
-    EXPECT_EQ(Refused(), Names());
-    options.paths = {mount_ + "/d/.."};
-    EXPECT_EQ(Collect(options).size(), 3U);
-    EXPECT_EQ(Refused(), Names());
-}
-
 TEST_F(FileListTest, AnEmptyFileThatIsNamedIsRefused) {
     FileListOptions options;
     options.paths = {Make("empty", "")};

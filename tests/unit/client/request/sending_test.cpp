@@ -64,7 +64,73 @@ TEST_F(SendingTest, ASignalEndsItBetweenTwoMessages) {
     }
 }
 
-TEST_F(SendingTest, WhatAnUnpinThatWasCutShortHasNotMendedIsTold) {
+TEST_F(SendingTest, WhatHasVanishedIsTakenOut) {
+    MakeQueue();
+    std::vector<Message> messages = Messages(2);
+    unlink((mount_ + "/f0").c_str());
+    size_t sent = 0;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(SendAll(messages, 0, sent), kExitPartly);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("passed over " + mount_ + "/f0: it has"),
+              std::string::npos);
+    EXPECT_EQ(sent, 1U);
+    ASSERT_EQ(messages.size(), 1U);
+    EXPECT_EQ(messages[0].data, mount_ + "/f1");
+}
+
+TEST_F(SendingTest, WithoutAQueueNothingIsSent) {
+    std::vector<Message> messages = Messages(1);
+    size_t sent = 7;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(SendAll(messages, 60, sent), kExitNoService);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("there is no key file"),
+              std::string::npos);
+    EXPECT_EQ(sent, 0U);
+}
+
+TEST_F(SendingTest, AListThatCannotBeReadKeepsItFromSendingOnlyWhatIsWaitedFor) {
+    MakeQueue();
+    std::vector<Message> messages = Messages(1);
+    size_t sent = 7;
+    SendOptions options;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(SendAndWait(messages, "", options, sent), kExitDone);
+    EXPECT_EQ(sent, 1U);
+    options.wait = true;
+    EXPECT_EQ(SendAndWait(messages, dir_.path(), options, sent), kExitNoService);
+    EXPECT_EQ(sent, 0U);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("; nothing was sent"), std::string::npos);
+}
+
+TEST_F(SendingTest, AWaitEndsWhereNoServiceRuns) {
+    MakeQueue();
+    std::vector<Message> messages = Messages(1);
+    size_t sent = 0;
+    SendOptions options;
+    options.wait = true;
+    WriteFile(dir_ / "conf", "{}");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(SendAndWait(messages, dir_ / "conf", options, sent), kExitNoService);
+    EXPECT_EQ(sent, 1U);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("the requests wait until it is started"),
+              std::string::npos);
+}
+
+TEST_F(SendingTest, WhatWasNotSentIsNotWaitedFor) {
+    MakeQueue(1);
+    std::vector<Message> messages = Messages(2);
+    size_t sent = 0;
+    SendOptions options;
+    options.patience = 0;
+    options.wait = true;
+    WriteFile(dir_ / "conf", "{}");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(SendAndWait(messages, dir_ / "conf", options, sent), kExitTimedOut);
+    EXPECT_EQ(testing::internal::GetCapturedStderr().find("wait until it is started"),
+              std::string::npos);
+}
+
+TEST_F(SendingTest, WhatAnUnpinThatWasCutShortHasNotPinnedAgainIsTold) {
     const std::string a = Make("a");
     const std::string b = Make("b");
     const std::string config = dir_ / "conf";

@@ -88,8 +88,8 @@ TEST_F(JsonTest, PinTellsFilesAndRefusals) {
     MakeQueue();
     const Json::Value report = Report({"pin", path}, 0);
     EXPECT_EQ(Shape(report),
-              "dryRun:b exitStatus:n files:a mended:a notPinned:a refused:a requests:n schema:n "
-              "sent:n staleEntries:a verb:s");
+              "dryRun:b entries:a exitStatus:n files:a notPinned:a refused:a repinned:a requests:n "
+              "schema:n sent:n verb:s");
     EXPECT_EQ(Shape(report["files"][0]), "inode:n path:s size:n volume:s");
     EXPECT_EQ(report["files"][0]["path"], path);
     EXPECT_EQ(report["sent"], 1);
@@ -113,8 +113,8 @@ TEST_F(JsonTest, ADryRunTellsThePriceAndSendsNothing) {
     ASSERT_EQ(report["price"].size(), 1U);
     const Json::Value& price = report["price"][0];
     EXPECT_EQ(Shape(price),
-              "bytes:n cacheBytes:0 extents:n files:n mendedFiles:n pinnedUnitsNow:n "
-              "pinnedUnitsThen:n requests:n roundingBytes:n units:n unitsAlreadyPinned:n "
+              "bytes:n cacheBytes:0 extents:n files:n pinnedUnitsNow:n pinnedUnitsThen:n "
+              "repinnedFiles:n requests:n roundingBytes:n units:n unitsAlreadyPinned:n "
               "unitsWithoutBit:n volume:s");
     EXPECT_EQ(price["extents"], 2);
     EXPECT_EQ(price["bytes"], 24 * 512);
@@ -123,25 +123,43 @@ TEST_F(JsonTest, ADryRunTellsThePriceAndSendsNothing) {
     EXPECT_EQ(price["pinnedUnitsNow"], 1);
     EXPECT_EQ(price["pinnedUnitsThen"], 3);
     const Json::Value unpin = Report({"unpin", "--dry-run", path}, 0)["price"][0];
-    EXPECT_EQ(unpin["mendedFiles"], 1) << "shares unit 5";
-    EXPECT_EQ(unpin["pinnedUnitsThen"], 2) << "the mended file's two";
+    EXPECT_EQ(unpin["repinnedFiles"], 1) << "shares unit 5";
+    EXPECT_EQ(unpin["pinnedUnitsThen"], 2) << "the two of the file that is pinned again";
     EXPECT_EQ(unpin["requests"], 2);
 }
 
-TEST_F(JsonTest, UnpinTellsWhatWasNotPinnedAndWhatNoPlainRequestReaches) {
+TEST_F(JsonTest, UnpinTellsWhatWasNotPinnedAndWhatIsListedAndNotThere) {
     const std::string gone = PinHalf();
     const std::string other = Make("b");
     Place(other, {{9 * kUnit, 8}});
     unlink(gone.c_str());
-    const Json::Value report = Report({"unpin", "--dry-run", gone, other}, 0);
+    MakeQueue();
+    const Json::Value report = Report({"unpin", "-k", gone, other}, 1);
     EXPECT_EQ(report["notPinned"].size(), 1U);
     EXPECT_EQ(report["notPinned"][0], other);
-    ASSERT_EQ(report["staleEntries"].size(), 1U);
-    EXPECT_EQ(Shape(report["staleEntries"][0]), "inode:n path:s state:s volume:s");
-    EXPECT_EQ(report["staleEntries"][0]["path"], gone);
-    EXPECT_EQ(report["staleEntries"][0]["state"], "gone");
-    EXPECT_EQ(report["refused"].size(), 0U);
-    EXPECT_EQ(Report({"unpin", gone}, 3)["sent"], 0) << "no service that would read the request";
+    ASSERT_EQ(report["entries"].size(), 1U);
+    EXPECT_EQ(Shape(report["entries"][0]), "fate:s inode:n path:s reason:s volume:s");
+    EXPECT_EQ(report["entries"][0]["path"], gone);
+    EXPECT_EQ(report["entries"][0]["fate"], "gone");
+    ASSERT_EQ(report["refused"].size(), 1U);
+    EXPECT_EQ(report["refused"][0]["path"], gone);
+    EXPECT_EQ(report["sent"], 1);
+    EXPECT_EQ(Report({"unpin", gone}, 5)["sent"], 0);
+}
+
+TEST_F(JsonTest, UnpinNamesAFileInThePlaceOfAListedOneAndSendsTheOthers) {
+    const std::string path = PinHalf();
+    const std::string other = Make("b");
+    Place(other, {{9 * kUnit, 8}});
+    const std::string fresh = Make("new");
+    Place(fresh, {{11 * kUnit, 8}});
+    rename(fresh.c_str(), path.c_str());
+    MakeQueue();
+    const Json::Value report = Report({"unpin", path, other}, 1);
+    EXPECT_EQ(report["sent"], 1);
+    ASSERT_EQ(report["refused"].size(), 1U);
+    EXPECT_EQ(report["refused"][0]["path"], path);
+    EXPECT_EQ(report["entries"][0]["fate"], "replaced");
 }
 
 TEST_F(JsonTest, ListTellsFilesByVolume) {
@@ -217,11 +235,12 @@ TEST_F(JsonTest, ExplainTellsExtentsUnitsAndNeighbours) {
     EXPECT_EQ(Report({"explain", path}, 0)["file"]["pinned"], true);
     const Json::Value refused = Report({"explain", mount_ + "/nothing"}, 5);
     EXPECT_EQ(refused["refused"].size(), 1U);
-    EXPECT_EQ(refused["staleEntries"].size(), 0U);
+    EXPECT_EQ(refused["entries"].size(), 0U);
     unlink(path.c_str());
     const Json::Value gone = Report({"explain", path}, 5);
-    ASSERT_EQ(gone["staleEntries"].size(), 1U) << "it is on the list all the same";
-    EXPECT_EQ(gone["staleEntries"][0]["state"], "gone");
+    ASSERT_EQ(gone["entries"].size(), 1U) << "it is on the list all the same";
+    EXPECT_EQ(Shape(gone["entries"][0]), "fate:s inode:n path:s reason:s volume:s");
+    EXPECT_EQ(gone["entries"][0]["fate"], "gone");
 }
 
 TEST_F(JsonTest, MapTellsRuns) {
