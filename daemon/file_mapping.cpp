@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <libgen.h>
+#include <limits.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <unistd.h>
@@ -17,6 +18,8 @@ namespace {
 
 constexpr int kMaxAttempts = 60;  // a second each
 constexpr int kAttemptsPerNotice = 10;
+// A path, the newline behind it, and one byte more, which makes the content no path.
+constexpr size_t kMaxSimulationBytes = PATH_MAX + 1;
 constexpr int kDevicePathFailed = -1;
 constexpr int kDevicePathNotFound = 1;
 
@@ -117,18 +120,16 @@ FileSystemDevice* CreateFileSystemDeviceByFilePath(const std::string& path) {
 
 int FileSimulateGetMappingFailed(const std::string& filePath) {
     std::string content;
-    uint64_t size = 0;
 
-    if (FileExists(kDebugSettingsPath) == 0 || FileReadString(kDebugSettingsPath, content) != 0) {
+    // Anybody can make the file, of any size and kind.
+    if (FileExists(kDebugSettingsPath) == 0 ||
+        FileReadContent(kDebugSettingsPath, kMaxSimulationBytes, content) != 0) {
         return 0;
     }
-    // The path must be all that the file holds: a second line, also an empty one, makes it another
-    // file's.
-    bool whole = FileGetSizeByte(kDebugSettingsPath, &size) == 0 && size == content.size();
     if (!content.empty() && content.back() == '\n') {
         content.pop_back();
     }
-    int result = whole && content == filePath ? 1 : 0;
+    int result = content == filePath ? 1 : 0;
     LogDebug("Simulate error file=%s failed failed=%s ret=%d", filePath.c_str(), content.c_str(),
              result);
     return result;

@@ -7,7 +7,6 @@
 
 #include "daemon/config_document.h"
 #include "daemon/request_data.h"
-#include "daemon/request_store.h"
 #include "util/log.h"
 
 namespace {
@@ -44,12 +43,19 @@ int JsonUpdatePinFileInfo(Json::Value& document, const Request& request) {
 
     LogEnter();
     LogVerbose("mount path = %s request = %s", request.mountPath, RequestToString(request).c_str());
-    if (request.type != kRequestPinFiles && request.type != kRequestUnpinFiles) {
+    if (!RequestHasFiles(request)) {
         LogVerbose("No need to update pin file list");
         return 0;
     }
     Json::Value& volumes = document[kVolumesKey];
+    if (ConfigCheckObject(volumes, kVolumesKey) != 0 ||
+        ConfigCheckObject(volumes[request.mountPath], request.mountPath) != 0) {
+        return -1;
+    }
     Json::Value& files = volumes[request.mountPath][kFilesKey];
+    if (ConfigCheckObject(files, kFilesKey) != 0) {
+        return -1;
+    }
     if (RequestDataGetFileInfos(request.data, infos) != 0) {
         LogError("Can't get file infos");
         return -1;

@@ -103,8 +103,10 @@ int StartWorker(ServiceOptions& options) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
-    ServiceOptions options = {};
+    // The worker reads them, and may not have run yet when the receiver ends this thread.
+    static ServiceOptions options;
 
+    options = {};
     g_processName = basename(argv[0]);
     LogVerbose("Process name = %s", g_processName);
     if (GetOptions(argc, argv, options) != 0) {

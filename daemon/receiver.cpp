@@ -119,8 +119,7 @@ int CheckNormalMsg(const RequestMsg& msg) {
         LogError("Space UUID is not set");
         return -1;
     }
-    bool hasFiles = msg.body.type == kRequestPinFiles || msg.body.type == kRequestUnpinFiles;
-    if (hasFiles && IsEmpty(msg.body.data)) {
+    if (RequestHasFiles(msg.body) && IsEmpty(msg.body.data)) {
         LogError("Should provide file paths");
         return -1;
     }

@@ -67,6 +67,9 @@ int ForgetVolume(Choice& choice, const char* mountPath, const Request& output) {
     }
     // Looked at, hence created: a missing "volumes" reaches the file as null.
     Json::Value& volumes = choice.document[kVolumesKey];
+    if (ConfigCheckObject(volumes, kVolumesKey) != 0) {
+        return -1;
+    }
     if (volumes.isMember(mountPath)) {
         LogVerbose("Delete the volume (%s) from config", mountPath);
         volumes.removeMember(mountPath);
@@ -74,8 +77,12 @@ int ForgetVolume(Choice& choice, const char* mountPath, const Request& output) {
     return 0;
 }
 
-// Returns 0, or -1 when the stored type is none.
+// Returns 0, or -1 when the stored type is none, or type or data are no texts.
 int FillRequest(Json::Value& stored, const std::string& number, Request& request) {
+    if (ConfigCheckText(stored[kTypeKey], kTypeKey) != 0 ||
+        ConfigCheckText(stored[kDataKey], kDataKey) != 0) {
+        return -1;
+    }
     request.type = StringToRequestType(stored[kTypeKey].asString());
     if (request.type == kRequestUnknown) {
         LogError("Can't get correct request type");
@@ -93,11 +100,18 @@ int Consider(Choice& choice, const std::string& number, Request& request) {
     char mountPath[kMountPathSize] = {};
     Json::Value& requests = choice.document[kRequestsKey];
 
+    if (ConfigCheckObject(requests, kRequestsKey) != 0) {
+        return -1;
+    }
     if (!requests.isMember(number)) {
         LogError("Can't find request number (%s) in config", number.c_str());
         return -1;
     }
     Json::Value& stored = requests[number];
+    if (ConfigCheckObject(stored, number.c_str()) != 0 ||
+        ConfigCheckText(stored[kMountPathKey], kMountPathKey) != 0) {
+        return -1;
+    }
     CopyText(mountPath, stored[kMountPathKey].asString());
     if (SpaceHasCacheAndSupportPin(mountPath) == 0) {
         choice.dropped.push_back(number);
@@ -118,6 +132,9 @@ int ScanQueue(Choice& choice, Request& request, std::string& number) {
     Json::Value& queue = choice.document[kRequestQueueKey];
 
     for (Json::ArrayIndex i = 0; i < queue.size() && !choice.chosen; ++i) {
+        if (ConfigCheckText(queue[i], kRequestQueueKey) != 0) {
+            return -1;
+        }
         std::string current = queue[i].asString();
         if (Consider(choice, current, request) != 0) {
             return -1;

@@ -16,6 +16,7 @@ namespace {
 
 constexpr char kSeparator[] = ";";
 constexpr size_t kListSize = 1024;
+constexpr size_t kLineSize = 1024;    // of the log, a request's
 constexpr size_t kPatternSize = 512;  // of the mount path, "/%s" and the terminator
 
 bool IsSpace(char c) {
@@ -172,4 +173,16 @@ int RequestDataGetFileInfos(const char* data, std::vector<FileInfo>& infos) {
     }
     LogLeave();
     return result;
+}
+
+std::string RequestToString(const Request& request) {
+    char text[kLineSize] = {};
+    int length = snprintf(text, sizeof(text), "Request type=%s mountPath=%s data=%s",
+                          RequestTypeToString(request.type), request.mountPath, request.data);
+
+    // Exactly full, and only that, is traced.
+    if (length == static_cast<int>(sizeof(text))) {
+        LogVerbose("String is full");
+    }
+    return text;
 }

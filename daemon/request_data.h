@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "util/request.h"
+
 struct FileInfo {
     char szRelativePath[512];  // relative to the volume's mount path, NUL-terminated
     unsigned long inodeNum;    // when the request was stored; 32 bits
@@ -32,3 +34,6 @@ void StringSplit(const std::string& text, const char* delimiters, std::vector<st
 // Appends a record for each entry of a data text. Returns 0; or -1 at the first malformed entry,
 // with the records before it appended.
 int RequestDataGetFileInfos(const char* data, std::vector<FileInfo>& infos);
+
+// Returns the request in one line for the log, cut to 1023 characters.
+std::string RequestToString(const Request& request);

@@ -37,7 +37,7 @@ constexpr const char* kLogFunction = "JsonAddRequest";
 int SetRequestData(Json::Value& stored, const Request& request) {
     char fileList[kTextSize] = {};
 
-    if (request.type != kRequestPinFiles && request.type != kRequestUnpinFiles) {
+    if (!RequestHasFiles(request)) {
         stored[kDataKey] = Json::Value();
         return 0;
     }
@@ -172,6 +172,10 @@ int JsonAddRequest(Json::Value& document, const Request& request) {
     Json::Value& queue = document[kRequestQueueKey];
 
     LogEnter();
+    if (ConfigCheckNumber(counter, kNextRequestNumKey) != 0 ||
+        ConfigCheckArray(queue, kRequestQueueKey) != 0) {
+        return -1;
+    }
     snprintf(number, sizeof(number), "%d", TakeRequestNumber(counter));
 
     // Asked of whether there is a queue, not of the queue, so that no number is ever rejected.
@@ -186,13 +190,20 @@ int JsonAddRequest(Json::Value& document, const Request& request) {
     if (type == nullptr) {
         return -1;  // no name to store it under
     }
-    Json::Value& stored = document[kRequestsKey][number];
+    Json::Value& requests = document[kRequestsKey];
+    if (ConfigCheckObject(requests, kRequestsKey) != 0) {
+        return -1;
+    }
+    Json::Value& stored = requests[number];
+    if (!stored.isObject()) {
+        stored = Json::Value();  // no request, hence overwritten as a whole
+    }
     stored[kTypeKey] = type;
     stored[kMountPathKey] = request.mountPath;
     if (add_to_json::SetRequestData(stored, request) != 0) {
         return -1;
     }
-    LogVerbose("After request is added: jsConf:%s", document.toStyledString().c_str());
+    LogVerbose("After request is added: jsConf:%s", JsonToStyledText(document).c_str());
     return 0;
 }
 
@@ -206,11 +217,17 @@ int JsonRemoveRequest(Json::Value& document, const std::string& number) {
         LogError("Can't read request queue");
         return -1;
     }
+    if (ConfigCheckArray(queue, kRequestQueueKey) != 0) {
+        return -1;
+    }
     if (JsonArrayRemoveString(queue, number) != 0) {
         LogError("Can't remove request num (%s) from request queue", number.c_str());
         return -1;
     }
     Json::Value& requests = document[kRequestsKey];
+    if (ConfigCheckObject(requests, kRequestsKey) != 0) {
+        return -1;
+    }
     if (!requests.isMember(number)) {
         LogError("Can't find request number (%s) in config", number.c_str());
         return -1;
@@ -229,11 +246,12 @@ int JsonArrayRemoveString(Json::Value& array, const std::string& text) {
     int count = 0;
 
     for (const Json::Value& element : array) {
-        std::string elementText = element.asString();
-        if (elementText == text) {
+        if (!element.isConvertibleTo(Json::stringValue)) {
+            kept.append(element);  // nobody's number: it stays as it is
+        } else if (element.asString() == text) {
             ++count;
         } else {
-            kept.append(elementText);
+            kept.append(element.asString());
         }
     }
     if (count != 1) {
@@ -249,21 +267,9 @@ int JsonArrayHasString(const Json::Value& array, const char* text) {
         return 0;
     }
     for (const Json::Value& element : array) {
-        if (element.asString() == text) {
+        if (element.isConvertibleTo(Json::stringValue) && element.asString() == text) {
             return 1;
         }
     }
     return 0;
-}
-
-std::string RequestToString(const Request& request) {
-    char text[kTextSize] = {};
-    int length = snprintf(text, sizeof(text), "Request type=%s mountPath=%s data=%s",
-                          RequestTypeToString(request.type), request.mountPath, request.data);
-
-    // Exactly full, and only that, is traced.
-    if (length == static_cast<int>(sizeof(text))) {
-        LogVerbose("String is full");
-    }
-    return text;
 }

@@ -38,6 +38,3 @@ int JsonArrayRemoveString(Json::Value& array, const std::string& text);
 
 // Returns 1 when an element equals the text, else 0; what is no array has no elements.
 int JsonArrayHasString(const Json::Value& array, const char* text);
-
-// Returns the request in one line for the log, cut to 1023 characters.
-std::string RequestToString(const Request& request);

@@ -35,10 +35,6 @@ struct RequestResources {
     std::vector<FileInfo> infos;
 };
 
-bool HasFiles(const Request& request) {
-    return request.type == kRequestPinFiles || request.type == kRequestUnpinFiles;
-}
-
 namespace handle_request {
 
 constexpr const char* kLogFunction = "HandleRequest";
@@ -84,7 +80,7 @@ void Release(RequestResources& resources) {
 }
 
 int CallHandler(const Request& request, RequestResources& resources) {
-    if (!HasFiles(request)) {
+    if (!RequestHasFiles(request)) {
         return ReloadPinBlocksToCache(resources.bitmap, resources.cachePath.get(),
                                       request.mountPath);
     }
@@ -96,7 +92,7 @@ int CallHandler(const Request& request, RequestResources& resources) {
 // Returns what the request's type makes of it. Only a handler's failure has the line for it: data
 // that cannot be parsed never reaches one.
 int Dispatch(const Request& request, RequestResources& resources) {
-    if (HasFiles(request) && RequestDataGetFileInfos(request.data, resources.infos) != 0) {
+    if (RequestHasFiles(request) && RequestDataGetFileInfos(request.data, resources.infos) != 0) {
         LogError("Can't parse file inodes from request's data (%s)", request.data);
         return kRequestFailed;
     }
@@ -121,7 +117,7 @@ constexpr const char* kLogFunction = "DoRequests";
 void ReportDone(const Request& request) {
     const char* type = RequestTypeToString(request.type);
 
-    if (HasFiles(request)) {
+    if (RequestHasFiles(request)) {
         LogNotice("Handle request (type=%s files=%s) OK ", type, request.data);
     } else {
         LogNotice("Handle request (type=%s) OK ", type);
@@ -199,7 +195,7 @@ int HandleRequest(const Request& request) {
     RequestResources resources;
 
     LogEnter();
-    if (!HasFiles(request) && request.type != kRequestReloadPinBlocks) {
+    if (!RequestHasFiles(request) && request.type != kRequestReloadPinBlocks) {
         LogError("Get unhandle request (%s)", RequestTypeToString(request.type));
         return kRequestFailed;
     }

@@ -11,6 +11,7 @@
     daemon      a running quorcachepinfiled: its log, threads, signals, sanitizer reports
     evidence    extents, bits and the configuration file, read without the product's code
     demo        `./run demo`; standing: `./run up` and `./run down`
+    statements  the service's log statements; `./run where`
 
 Everything works as root with Python's standard library alone.
 """

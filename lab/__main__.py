@@ -2,12 +2,12 @@
 """python3 -m lab VERB: what `./run` hands over."""
 import sys
 
-from lab import demo, standing
+from lab import demo, standing, statements
 
 
 def main(verb, *arguments):
     verbs = {"demo": demo.main, "up": standing.up, "down": standing.down,
-             "in": lambda: standing.inside(arguments)}
+             "in": lambda: standing.inside(arguments), "where": lambda: statements.main(arguments)}
     return verbs[verb]()
 
 

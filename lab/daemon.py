@@ -49,7 +49,9 @@ class Daemon:
         self.process = launch(self.arguments, self.output, self.environment)
         if wait_for:
             self.wait_for(wait_for)
-        if wait_for not in (None, STARTING):  # the worker was made before
+        if wait_for == STARTING:  # logged before it has handlers: a signal would kill it
+            journal.until(lambda: self.handles(signal.SIGQUIT) or not self.alive(), "the handlers are not set")
+        elif wait_for:  # the worker was made before
             self.worker = max(self.threads())  # the youngest; a sanitizer's own thread is older
         return self
 
@@ -75,7 +77,9 @@ class Daemon:
         """Waits until `count` log lines contain `text`; returns them. Fails at once if it has ended."""
         def found():
             ended = self.process.poll() is not None
-            lines = self.logged(text)
+            records = journal.records if ended else journal.collected  # the last ones may be on their way
+            lines = [record.text for record in records(self.since)
+                     if record.ident == NAME and text in record.text]
             if len(lines) < count and ended:
                 raise AssertionError(f"ended with {self.process.returncode} {self._tail(text)}")
             return lines if len(lines) >= count else None
@@ -102,7 +106,6 @@ class Daemon:
 
     def check(self):
         """Raises AssertionError for what should not have been logged, or should have been, or a report."""
-        journal.settle()
         errors = self.errors()
         wrong = [f"logged an error: {line}" for line in errors
                  if not any(text in line for text in self._expected)]
@@ -123,6 +126,15 @@ class Daemon:
 
     def alive(self):
         return self.process.poll() is None
+
+    def handles(self, number):
+        """Whether it has a handler for a signal; SIGQUIT's is set last. False once it has ended."""
+        try:
+            with open(f"/proc/{self.pid}/status", encoding="utf-8") as file:
+                caught = next((line.split()[1] for line in file if line.startswith("SigCgt:")), "0")
+        except FileNotFoundError:
+            return False
+        return bool(int(caught, 16) >> (number - 1) & 1)
 
     def threads(self):
         """{thread id: state letter, as in /proc}: "S" sleeps, "R" runs, "Z" has ended (the main thread's)."""

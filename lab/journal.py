@@ -3,6 +3,9 @@
 
 A record stands as it arrived, priority first ("<11>Nov 21 03:24:00 quorcachepinfiled: ..."); a
 newline within it is written as \\n and a backslash as \\\\, so that a line is always one record.
+
+A program may have ended, or be seen to have done something, before the collector has read what it
+logged. So `records` and `position` first wait for whatever was sent before them.
 """
 import os
 import re
@@ -16,6 +19,7 @@ FILE = "/run/lab/syslog"
 PATIENCE = 90.0  # seconds; a deadline only for what will never come, so it may be generous
 
 _RECORD = re.compile(rb"<(\d+)>(\w{3} [ \d]\d \d\d:\d\d:\d\d) ([^:\[\s]+)(?:\[\d+\])?: ?(.*)", re.S)
+_MARK = b"settled "  # what `settle` sends; no record of a program begins like this
 _ESCAPES = {b"\\n": b"\n", b"\\\\": b"\\"}
 
 
@@ -57,28 +61,36 @@ def _parse(line):
 
 def settle():
     """Waits until everything sent before this call has been collected: records arrive in order."""
-    mark = f"settled {os.getpid()} {time.monotonic_ns()}"
+    since = os.path.getsize(FILE)
+    mark = _MARK + f"{os.getpid()} {time.monotonic_ns()}".encode()
     with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as endpoint:
         endpoint.connect(SOCKET)
-        endpoint.send(mark.encode())
+        endpoint.send(mark)
+    until(lambda: mark in _lines(since), "the system log is not collected")
 
-    def collected():
-        with open(FILE, "rb") as log:
-            return mark.encode() + b"\n" in log.read()
-    until(collected, "the system log is not collected")
+
+def _lines(since):
+    """The whole lines of the file from `since` on."""
+    with open(FILE, "rb") as log:
+        log.seek(since)
+        return log.read().split(b"\n")[:-1]
 
 
 def position():
-    """Where the next record will be; the `since` of `records`."""
+    """Where what is sent from now on will be; the `since` of `records`."""
+    settle()
     return os.path.getsize(FILE)
 
 
+def collected(since=0):
+    """The records from `since` on that have been collected so far, oldest first: for who asks again."""
+    return [_parse(line) for line in _lines(since) if not line.startswith(_MARK)]
+
+
 def records(since=0):
-    """The records that arrived at or after `since`, oldest first."""
-    with open(FILE, "rb") as log:
-        log.seek(since)
-        whole = log.read()
-    return [_parse(line) for line in whole.split(b"\n")[:-1]]
+    """All records from `since` on that were sent before this call, oldest first."""
+    settle()
+    return collected(since)
 
 
 def until(condition, what, patience=PATIENCE):

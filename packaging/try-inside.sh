@@ -96,7 +96,7 @@ quorcachepinctl reload "$volume" >/dev/null
 until_true listed photos/b
 until_true queue_empty
 
-step "restart on failure: taken up again, with the volume mounted before the start"
+step "restart after a kill: taken up again, with the volume mounted before the start"
 kill -KILL "$pid"
 restarted() { serves && [ "$(systemctl show -P NRestarts "$unit")" = 1 ]; }
 until_true restarted
@@ -117,6 +117,33 @@ systemctl stop "$unit"
 if journalctl -q --no-pager -u "$unit" | grep -E 'Ioctl [Ee]rror|Operation not permitted'; then
     fail "the sandbox was in the way"
 fi
+
+step "an unreadable store: started again after its end with 0, then left to an operator"
+systemctl reset-failed "$unit" 2>/dev/null || true # forgotten already, its starts as well
+[ "$(systemctl show -P TimeoutStopUSec "$unit")" = 5s ] || fail "a stop is waited for too long"
+mv "$conf" "$conf.good"
+echo '{' >"$conf"
+systemctl start "$unit"
+until_true serves
+# Each start takes one of them, and it is lost.
+for _ in 1 2 3 4 5 6 7; do
+    perl -e 'open(KEY, $ARGV[0]); $queue = msgget(<KEY>, 0);
+        msgsnd($queue, pack("l! l Z512 Z1024", 1, 6, $ARGV[1], ""), 0) or die "$!"' "$key" "$volume" ||
+        fail "a message was not sent"
+done
+given_up() { [ "$(systemctl show -P Result "$unit")" = start-limit-hit ]; }
+until_true given_up
+[ "$(systemctl show -P NRestarts "$unit")" -ge 4 ] || fail "started again too seldom"
+[ "$(systemctl show -P ExecMainStatus "$unit")" = 0 ] || fail "it did not end with 0"
+waiting() { awk 'NR == 2 { print $5 }' /proc/sysvipc/msg; }
+[ "$(waiting)" = 2 ] || fail "messages that wait: $(waiting)"
+mv "$conf.good" "$conf"
+systemctl reset-failed "$unit"
+systemctl start "$unit"
+until_true queue_empty
+taken() { [ "$(waiting)" = 0 ] && queue_empty; }
+until_true taken
+systemctl stop "$unit"
 
 step "remove: the stored requests and the queue stay; purge: nothing stays"
 systemctl start "$unit"

@@ -30,6 +30,8 @@ BlockCache::BlockCache(int backing, int ssd, uint64_t deviceSize, uint32_t slots
     : backing_(backing),
       ssd_(ssd),
       deviceSize_(deviceSize),
+      ssdBytes_(SlotStart(slots)),
+      ssdIsAllocated_(AllocatedBytes(ssd) >= ssdBytes_),
       table_(UnitAt(deviceSize - 1) + 1, slots) {}
 
 BlockCache::Piece BlockCache::FirstPiece(uint64_t offset, uint64_t size) {
@@ -53,6 +55,28 @@ void BlockCache::GiveUp(uint32_t slot) {
     const std::lock_guard<std::mutex> lock(mutex_);
     ++counters_.ssdErrors;
     table_.Retire(slot);
+}
+
+// Whether the SSD still is what it was when the cache was made. Asked after a read and before a
+// write: a file that was cut gives nothing or zeros, and grows again by writing. Counts and tells
+// the loss, once.
+bool BlockCache::SsdIsWhole() {
+    if (SizeOf(ssd_) >= ssdBytes_ && (!ssdIsAllocated_ || AllocatedBytes(ssd_) >= ssdBytes_)) {
+        return true;
+    }
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (ssdIsLost_) {
+            return false;
+        }
+        ssdIsLost_ = true;
+        ++counters_.ssdErrors;
+        table_.RetireAll();
+    }
+    if (tellSsdIsLost_) {
+        tellSsdIsLost_();
+    }
+    return false;
 }
 
 int BlockCache::Read(void* data, size_t size, uint64_t offset) {
@@ -87,7 +111,11 @@ bool BlockCache::ReadCopy(const Piece& piece, uint8_t* out) {
         }
         table_.Touch(slot);
     }
-    if (ReadFull(ssd_, out, piece.size, SlotStart(slot) + piece.begin) != 0) {
+    const int result = ReadFull(ssd_, out, piece.size, SlotStart(slot) + piece.begin);
+    if (!SsdIsWhole()) {
+        return false;
+    }
+    if (result != 0) {
         GiveUp(slot);
         return false;
     }
@@ -121,6 +149,9 @@ int BlockCache::TakeIn(const Piece& piece, uint32_t slot, uint8_t* out) {
     }
     if (whole != out) {
         memcpy(out, whole + piece.begin, piece.size);
+    }
+    if (!SsdIsWhole()) {
+        return 0;
     }
     if (WriteFull(ssd_, whole, length, SlotStart(slot)) != 0) {
         GiveUp(slot);
@@ -164,7 +195,7 @@ void BlockCache::UpdateCopy(const Piece& piece, const uint8_t* bytes) {
         }
         table_.Touch(slot);
     }
-    if (WriteFull(ssd_, bytes, piece.size, SlotStart(slot) + piece.begin) != 0) {
+    if (SsdIsWhole() && WriteFull(ssd_, bytes, piece.size, SlotStart(slot) + piece.begin) != 0) {
         GiveUp(slot);
     }
 }
@@ -178,8 +209,7 @@ void BlockCache::DropCopies(uint64_t offset, uint64_t length) {
     const uint32_t last = UnitAt(offset + length - 1);
     uint32_t unit = NextResident(UnitAt(offset), last);
     for (; unit != kNoUnit; unit = NextResident(unit + 1, last)) {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        table_.Free(table_.Find(unit));
+        DropCopy(unit, true);
     }
 }
 
@@ -220,53 +250,23 @@ void BlockCache::ZeroCopies(uint64_t offset, uint64_t length) {
         const uint64_t from = std::max(offset, UnitStart(unit));
         const uint64_t to = std::min(end, UnitStart(unit) + UnitLength(unit));
         const bool whole = to - from == UnitLength(unit);
-        if (!whole || !DropUnpinned(unit)) {
+        if (!whole || !DropCopy(unit, false)) {
             UpdateCopy(FirstPiece(from, to - from), zeros.data());
         }
     }
 }
 
-// False when the resident unit is pinned.
-bool BlockCache::DropUnpinned(uint32_t unit) {
+// False when the unit is pinned and pinned ones are to stay.
+bool BlockCache::DropCopy(uint32_t unit, bool pinnedToo) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    if (table_.IsPinned(unit)) {
+    if (!pinnedToo && table_.IsPinned(unit)) {
         return false;
     }
-    table_.Free(table_.Find(unit));
-    return true;
-}
-
-void BlockCache::SetPins(std::vector<uint8_t> bitmap) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    table_.SetPins(std::move(bitmap));
-}
-
-std::vector<uint8_t> BlockCache::ResidentBitmap() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    const uint32_t units = table_.Units();
-    std::vector<uint8_t> bitmap((size_t{units} + 7) / 8, 0);
-    for (uint32_t unit = 0; unit < units; ++unit) {
-        if (table_.Find(unit) != kNoSlot) {
-            bitmap[unit / 8] = static_cast<uint8_t>(bitmap[unit / 8] | (1u << (unit % 8)));
-        }
+    const uint32_t slot = table_.Find(unit);
+    if (slot != kNoSlot) {  // the SSD may have been lost since it was found there
+        table_.Free(slot);
     }
-    return bitmap;
-}
-
-CacheCounters BlockCache::Counters() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return counters_;
-}
-
-CacheLevels BlockCache::Levels() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return {table_.Units(),          table_.Slots(),   table_.Resident(),
-            table_.PinnedResident(), table_.Retired(), table_.Pinned()};
-}
-
-void BlockCache::ResetCounters() {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    counters_ = CacheCounters();
+    return true;
 }
 
 }  // namespace softcache

@@ -10,6 +10,9 @@
 //   room, a pinned one never. When nobody can make room the read passes by.
 // - A write never brings a unit in; it brings the copy of a resident one up to date.
 // - An error of the SSD fails nothing: the copy is dropped, its slot retired, the backing answers.
+// - An SSD that has become shorter, or has lost allocated space, was changed from outside: it is
+// lost.
+//   No slot is trusted any more, all are retired.
 //
 // All functions may be called by any number of threads. Operations on one unit run one after
 // another, those on different units side by side; no lock is held during input or output.
@@ -18,7 +21,9 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <functional>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include "softcache/unit_claims.h"
@@ -33,7 +38,7 @@ struct CacheCounters {
     uint64_t hits = 0;       // units read from the SSD
     uint64_t misses = 0;     // units read from the backing and taken in
     uint64_t bypasses = 0;   // units read from the backing because no slot could be had
-    uint64_t ssdErrors = 0;  // reads and writes of the SSD that failed
+    uint64_t ssdErrors = 0;  // reads and writes of the SSD that failed, and its loss
 };
 
 // What is so now, in units.
@@ -51,6 +56,9 @@ class BlockCache {
     // The descriptors stay the caller's and outlive the cache. `deviceSize` bytes of the backing
     // are the device (1 byte to kMaxUnits units); the SSD holds `slots` units from offset 0.
     BlockCache(int backing, int ssd, uint64_t deviceSize, uint32_t slots);
+
+    // Sets what is called, once, when the SSD is lost. Before the first request.
+    void WhenSsdIsLost(std::function<void()> tell) { tellSsdIsLost_ = std::move(tell); }
 
     uint64_t DeviceSize() const { return deviceSize_; }
 
@@ -98,17 +106,22 @@ class BlockCache {
     uint32_t NextResident(uint32_t first, uint32_t last) const;
     void DropCopies(uint64_t offset, uint64_t length);
     void ZeroCopies(uint64_t offset, uint64_t length);
-    bool DropUnpinned(uint32_t unit);
+    bool DropCopy(uint32_t unit, bool pinnedToo);
     void GiveUp(uint32_t slot);
+    bool SsdIsWhole();
     void Count(uint64_t CacheCounters::*counter);
 
     const int backing_;
     const int ssd_;
     const uint64_t deviceSize_;
+    const uint64_t ssdBytes_;    // that the slots take
+    const bool ssdIsAllocated_;  // all of them had space when the cache was made
+    std::function<void()> tellSsdIsLost_;
     UnitClaims claims_;
-    mutable std::mutex mutex_;  // guards table_ and counters_; claims_ may be asked under it
+    mutable std::mutex mutex_;  // guards what follows; claims_ may be asked under it
     UnitTable table_;
     CacheCounters counters_;
+    bool ssdIsLost_ = false;
 };
 
 }  // namespace softcache

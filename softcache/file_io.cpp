@@ -3,7 +3,10 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <linux/fs.h>
 #include <stdio.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
 
 namespace softcache {
 
@@ -39,6 +42,27 @@ int WriteFull(int fd, const void* data, size_t size, uint64_t offset) {
         offset += static_cast<uint64_t>(done);
     }
     return 0;
+}
+
+uint64_t SizeOf(int fd) {
+    struct stat status;
+    uint64_t size = 0;
+    if (fstat(fd, &status) != 0) {
+        return 0;
+    }
+    if (S_ISBLK(status.st_mode)) {
+        return ioctl(fd, BLKGETSIZE64, &size) == 0 ? size : 0;
+    }
+    return static_cast<uint64_t>(status.st_size);
+}
+
+uint64_t AllocatedBytes(int fd) {
+    constexpr uint64_t kBlock = 512;  // of st_blocks, whatever the file system's are
+    struct stat status;
+    if (fstat(fd, &status) != 0) {
+        return 0;
+    }
+    return S_ISBLK(status.st_mode) ? SizeOf(fd) : static_cast<uint64_t>(status.st_blocks) * kBlock;
 }
 
 static std::string ReplacementName(const std::string& path) {

@@ -40,6 +40,11 @@ class OwnedFd {
 int ReadFull(int fd, void* data, size_t size, uint64_t offset);
 int WriteFull(int fd, const void* data, size_t size, uint64_t offset);
 
+// The size of an open regular file or block device, and how much of it has space of its own (of a
+// block device: all), in bytes; 0 when that cannot be found out.
+uint64_t SizeOf(int fd);
+uint64_t AllocatedBytes(int fd);
+
 // Writes `size` bytes into a new file of `mode` beside `path` (its name plus ".new", which no
 // reader of `path` looks at), ready to be renamed over it. Returns 0 and the open descriptor, or
 // -errno with nothing left behind.

@@ -30,24 +30,6 @@ static ServedCache& Served(fuse_req_t request) {
     return Context(request).served;
 }
 
-uint64_t OpenSnapshots::Keep(std::string content) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    contents_[++lastHandle_] = std::make_shared<const std::string>(std::move(content));
-    return lastHandle_;
-}
-
-// Shared: the caller may close the file once he has the bytes, before the reply's call has
-// returned.
-std::shared_ptr<const std::string> OpenSnapshots::Content(uint64_t handle) const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return contents_.at(handle);
-}
-
-void OpenSnapshots::Drop(uint64_t handle) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    contents_.erase(handle);
-}
-
 static void Init(void* context, fuse_conn_info* connection) {
     // O_TRUNC comes as a change of size then, which the device refuses and `control` ignores.
     connection->want &= ~static_cast<unsigned>(FUSE_CAP_ATOMIC_O_TRUNC);
@@ -125,7 +107,8 @@ static void Open(fuse_req_t request, fuse_ino_t id, fuse_file_info* file) {
     }
     FuseContext& context = Context(request);
     if (snapshot) {
-        file->fh = context.snapshots.Keep(FileSnapshot(context.served, id));
+        file->fh = context.snapshots.Keep(fuse_req_ctx(request)->uid,
+                                          [&] { return FileSnapshot(context.served, id); });
     }
     file->direct_io = 1;  // no page cache in front of the cache
     if (fuse_reply_open(request, file) != 0) {
@@ -161,6 +144,10 @@ static void Read(fuse_req_t request, fuse_ino_t id, size_t size, off_t offset,
         return;
     }
     const auto content = Context(request).snapshots.Content(file->fh);
+    if (content == nullptr) {
+        fuse_reply_err(request, ESTALE);  // the same user has opened a great deal since
+        return;
+    }
     const size_t begin = std::min(static_cast<size_t>(offset), content->size());
     fuse_reply_buf(request, content->data() + begin, std::min(size, content->size() - begin));
 }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // quorsoftcache: one flash cache in user space, in the foreground from start to signal.
+#include <malloc.h>
 #include <signal.h>
 #include <stdio.h>
 #include <sys/prctl.h>
@@ -48,6 +49,8 @@ void PrepareProcess() {
     // memory is short.
     prctl(PR_SET_IO_FLUSHER, 1, 0, 0, 0);
 #endif
+    // What a large text took is given back when the text goes, and not kept for the next one.
+    mallopt(M_MMAP_THRESHOLD, 256 << 10);
     umask(022);
 }
 
@@ -83,10 +86,13 @@ std::unique_ptr<ServedCache> MakeCache(const Options& options, const Storage& st
     record.deviceSize = storage.deviceSize;
     record.cacheSize = options.ssdSize;
     const std::string pinStore = PinStorePath(record.ssd);
+    const std::string lost =
+        "ssd " + record.ssd + " was cut or lost space: nothing is cached until the next start";
     auto served =
         std::make_unique<ServedCache>(storage.backing.get(), storage.ssd.get(), storage.deviceSize,
                                       static_cast<uint32_t>(options.ssdSize / kUnitSize), pinStore,
                                       options.registryDirectory, std::move(record));
+    served->cache.WhenSsdIsLost([lost] { Succeeded(lost); });
     Succeeded(served->RestorePins());  // a bitmap that does not fit is told, and does without
     return served;
 }

@@ -32,10 +32,25 @@ static bool UsableName(const std::string& name) {
            name.find_first_not_of(allowed) == std::string::npos;
 }
 
-// True while the process that wrote the entry lives.
-static bool EntryAlive(const std::string& path) {
-    const OwnedFd entry(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    return entry.valid() && flock(entry.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+static std::string LockPath(const std::string& directory, const std::string& name) {
+    return directory + "/" + name + ".lock";
+}
+
+// Only root can open a lock, so nobody else can keep it.
+static OwnedFd OpenLock(const std::string& path, int flags) {
+    return OwnedFd(open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));
+}
+
+// Whether a cache serves under this name now: 1, 0, or -errno when that cannot be found out.
+static int IsServed(const std::string& directory, const std::string& name) {
+    const OwnedFd lock = OpenLock(LockPath(directory, name), O_RDONLY);
+    if (!lock.valid()) {
+        return errno == ENOENT ? 0 : -errno;
+    }
+    if (flock(lock.get(), LOCK_SH | LOCK_NB) == 0) {
+        return 0;
+    }
+    return errno == EWOULDBLOCK ? 1 : -errno;
 }
 
 std::string WhyNotServe(const std::string& directory, const std::string& name) {
@@ -43,8 +58,11 @@ std::string WhyNotServe(const std::string& directory, const std::string& name) {
         return "name '" + name +
                "': 1 to 64 letters, digits, '.', '_' or '-', not starting with '.' or '-'";
     }
-    const std::string path = EntryPath(directory, name);
-    return EntryAlive(path) ? "name " + name + " is already served: " + path : "";
+    const int served = IsServed(directory, name);
+    if (served < 0) {
+        return "registry lock " + LockPath(directory, name) + ": " + strerror(-served);
+    }
+    return served == 1 ? "name " + name + " is already served: " + EntryPath(directory, name) : "";
 }
 
 static std::string EntryText(const RegistryRecord& record) {
@@ -71,32 +89,49 @@ static std::string EntryText(const RegistryRecord& record) {
 RegistryEntry::RegistryEntry(std::string directory, RegistryRecord record)
     : directory_(std::move(directory)), record_(std::move(record)) {}
 
-// Looking and putting are one step among caches that start or stop: the directory itself is the
-// lock.
-static OwnedFd LockDirectory(const std::string& directory) {
-    OwnedFd lock(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (lock.valid() && flock(lock.get(), LOCK_EX) != 0) {
-        return OwnedFd();
+// Takes the lock, and waits for whoever has it. Returns an invalid descriptor, with errno set, when
+// it cannot be had.
+static OwnedFd TakeLock(const std::string& path) {
+    OwnedFd lock = OpenLock(path, O_RDWR | O_CREAT);
+    while (lock.valid() && flock(lock.get(), LOCK_EX) != 0) {
+        if (errno != EINTR) {
+            const int error = errno;
+            lock = OwnedFd();
+            errno = error;
+        }
     }
     return lock;
 }
 
+// Looking and putting are one step among caches that start or end.
+static OwnedFd LockDirectory(const std::string& directory) {
+    return TakeLock(directory + "/.lock");
+}
+
 std::string RegistryEntry::Publish() {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const std::lock_guard<std::mutex> guard(mutex_);
     std::error_code error;
     std::filesystem::create_directories(directory_, error);
     const OwnedFd directoryLock = LockDirectory(directory_);
     if (!directoryLock.valid()) {
         return "registry " + directory_ + ": " + strerror(errno);
     }
-    const std::string whyNot = WhyNotServe(directory_, record_.name);
+    std::string whyNot = WhyNotServe(directory_, record_.name);
     if (!whyNot.empty()) {
         return whyNot;
     }
+    const std::string lockPath = LockPath(directory_, record_.name);
+    OwnedFd lock = TakeLock(lockPath);  // at most a reader has it, for a moment
+    if (!lock.valid()) {
+        return "registry lock " + lockPath + ": " + strerror(errno);
+    }
     const int result = Write(record_);
-    return result == 0
-               ? ""
-               : "registry entry " + EntryPath(directory_, record_.name) + ": " + strerror(-result);
+    if (result != 0) {
+        unlink(lockPath.c_str());
+        return "registry entry " + EntryPath(directory_, record_.name) + ": " + strerror(-result);
+    }
+    lock_ = std::move(lock);
+    return "";
 }
 
 int RegistryEntry::Write(const RegistryRecord& record) {
@@ -104,18 +139,10 @@ int RegistryEntry::Write(const RegistryRecord& record) {
     const std::string text = EntryText(record);
     OwnedFd file;
     int result = WriteReplacement(path, text.data(), text.size(), 0644, file);
-    if (result != 0) {
-        return result;
-    }
-    // Locked before anybody can see it.
-    if (flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-        result = -errno;
-        DropReplacement(path);
-        return result;
-    }
-    result = PutReplacement(path);
     if (result == 0) {
-        previous_ = std::move(entry_);
+        result = PutReplacement(path);
+    }
+    if (result == 0) {
         entry_ = std::move(file);
     }
     return result;
@@ -144,17 +171,23 @@ int RegistryEntry::SetSupportPin(bool supportPin) {
 }
 
 void RegistryEntry::Remove() {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (!lock_.valid()) {
+        return;
+    }
     const OwnedFd directoryLock = LockDirectory(directory_);
     const std::string path = EntryPath(directory_, record_.name);
     struct stat mine;
     struct stat standing;
-    if (entry_.valid() && fstat(entry_.get(), &mine) == 0 && stat(path.c_str(), &standing) == 0 &&
+    if (fstat(entry_.get(), &mine) == 0 && stat(path.c_str(), &standing) == 0 &&
         mine.st_ino == standing.st_ino && mine.st_dev == standing.st_dev) {
         unlink(path.c_str());
     }
+    if (directoryLock.valid()) {  // else somebody may be about to take it
+        unlink(LockPath(directory_, record_.name).c_str());
+    }
     entry_ = OwnedFd();
-    previous_ = OwnedFd();
+    lock_ = OwnedFd();
 }
 
 }  // namespace softcache

@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
 // The cache's entry in the registry, by which the rest of the system finds it: one JSON file a
-// cache,
-// `<directory>/<name>.json`, there exactly as long as the cache serves.
+// cache, `<directory>/<name>.json`, there exactly as long as the cache serves.
 //
-// The cache keeps flock(LOCK_EX) on its entry for as long as it lives, so an entry whose lock can
-// be had belongs to a cache that is gone. A change of state puts a new file in the old one's place;
-// the old one stays open and locked until the next change, so that a reader who opened it just
-// before does not take the cache for dead.
+// The cache keeps flock(LOCK_EX) on `<directory>/<name>.lock` for as long as it lives, so an entry
+// whose lock can be had, or is not there, belongs to a cache that is gone. Caches that start or end
+// take `<directory>/.lock` meanwhile. Both are files of mode 0600: whoever can open a file can lock
+// it, and an entry is for everybody to read. A change of state replaces the entry in one step.
 #pragma once
 
 #include <stdint.h>
@@ -32,8 +31,8 @@ struct RegistryRecord {
     uint64_t cacheSize = 0;   // bytes
 };
 
-// An empty text, or why no cache may be served under this name: not fit for a file name, or another
-// cache serves under it now.
+// An empty text, or why no cache may be served under this name: not fit for a file name, another
+// cache serves under it now, or that cannot be found out.
 std::string WhyNotServe(const std::string& directory, const std::string& name);
 
 // Safe to use from any number of threads.
@@ -59,8 +58,8 @@ class RegistryEntry {
     const std::string directory_;
     std::mutex mutex_;
     RegistryRecord record_;
-    OwnedFd entry_;     // the file that stands there, locked; none before Publish and after Remove
-    OwnedFd previous_;  // the one it replaced, still locked
+    OwnedFd lock_;   // as long as the entry stands
+    OwnedFd entry_;  // the file that stands there; none before Publish and after Remove
 };
 
 }  // namespace softcache

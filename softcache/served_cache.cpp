@@ -61,31 +61,31 @@ static void AddCache(const BlockCache& cache, Json::Value& stats) {
     stats["ssdErrors"] = Number(counters.ssdErrors);
 }
 
-static Json::Value RequestList(const ControlEvidence& evidence) {
-    Json::Value list(Json::arrayValue);
+// The lists are written by hand: as values they would take 20 times the memory of their text.
+static void AppendRequests(const ControlEvidence& evidence, std::string& text) {
+    const char* separator = "\n";
     for (const ControlRequest& request : evidence.requests) {
         const bool isBitmap = request.kind == ControlKind::kBitmap;
-        Json::Value& entry = list.append(Json::Value(Json::objectValue));
-        entry["seq"] = Number(request.seq);
-        entry["request"] = isBitmap ? "bitmap" : "unpin";
-        entry["result"] = request.result;
-        entry[isBitmap ? "bytes" : "ranges"] = Number(request.amount);
+        text += separator;
+        text += "    {\"seq\" : " + std::to_string(request.seq) + ", \"request\" : \"" +
+                (isBitmap ? "bitmap" : "unpin") +
+                "\", \"result\" : " + std::to_string(request.result) + ", \"" +
+                (isBitmap ? "bytes" : "ranges") + "\" : " + std::to_string(request.amount) + "}";
+        separator = ",\n";
     }
-    return list;
 }
 
-static Json::Value RangeList(const ControlEvidence& evidence) {
-    Json::Value list(Json::arrayValue);
+static void AppendRanges(const ControlEvidence& evidence, std::string& text) {
+    const char* separator = "\n";
     for (const UnpinRange& range : evidence.releasedRanges) {
-        Json::Value& entry = list.append(Json::Value(Json::arrayValue));
-        entry.append(Number(range.startSector));
-        entry.append(Number(range.numSectors));
+        text += separator;
+        text += "    [" + std::to_string(range.startSector) + ", " +
+                std::to_string(range.numSectors) + "]";
+        separator = ",\n";
     }
-    return list;
 }
 
-static void AddControl(const ControlRecord& record, Json::Value& stats) {
-    const ControlEvidence evidence = record.Evidence();
+static void AddControl(const ControlEvidence& evidence, Json::Value& stats) {
     stats["controlRequests"]["bitmap"] = Number(evidence.bitmaps);
     stats["controlRequests"]["unpin"] = Number(evidence.unpins);
     stats["controlRequests"]["refused"] = Number(evidence.refused);
@@ -94,15 +94,21 @@ static void AddControl(const ControlRecord& record, Json::Value& stats) {
         stats["lastBitmap"]["bytes"] = Number(evidence.bitmap->size());
         stats["lastBitmap"]["bitsSet"] = Number(CountBits(*evidence.bitmap));
     }
-    stats["releasedRanges"] = RangeList(evidence);
-    stats["requests"] = RequestList(evidence);
 }
 
 std::string StatsText(const ServedCache& served) {
+    const ControlEvidence evidence = served.record.Evidence();
     Json::Value stats(Json::objectValue);
     AddCache(served.cache, stats);
-    AddControl(served.record, stats);
-    return stats.toStyledString();
+    AddControl(evidence, stats);
+    std::string text = stats.toStyledString();
+    text.erase(text.rfind("\n}"));
+    text += ",\n  \"releasedRanges\" : [";
+    AppendRanges(evidence, text);
+    text += "],\n  \"requests\" : [";
+    AppendRequests(evidence, text);
+    text += "]\n}\n";
+    return text;
 }
 
 }  // namespace softcache

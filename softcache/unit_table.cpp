@@ -57,6 +57,9 @@ uint32_t UnitTable::TakeSlot(const std::function<bool(uint32_t unit)>& inUse) {
 }
 
 void UnitTable::Insert(uint32_t slot, uint32_t unit) {
+    if (slots_[slot].place == kRetired) {
+        return;
+    }
     slots_[slot].unit = unit;
     slots_[slot].lastUse = ++clock_;
     slotOf_[unit] = slot;
@@ -64,11 +67,19 @@ void UnitTable::Insert(uint32_t slot, uint32_t unit) {
 }
 
 void UnitTable::Free(uint32_t slot) {
-    Vacate(slot, kFree);
+    if (slots_[slot].place != kRetired) {
+        Vacate(slot, kFree);
+    }
 }
 
 void UnitTable::Retire(uint32_t slot) {
     Vacate(slot, kRetired);
+}
+
+void UnitTable::RetireAll() {
+    for (uint32_t slot = 0; slot < Slots(); ++slot) {
+        Retire(slot);
+    }
 }
 
 void UnitTable::SetPins(std::vector<uint8_t> bitmap) {

@@ -37,7 +37,8 @@ class UnitTable {
     // The slot is the caller's until Insert, Free or Retire.
     uint32_t TakeSlot(const std::function<bool(uint32_t unit)>& inUse);
 
-    // `unit` is resident in `slot` now, and the most recently used one.
+    // `unit` is resident in `slot` now, and the most recently used one. Nothing happens, here and
+    // in Free, when the slot was retired meanwhile.
     void Insert(uint32_t slot, uint32_t unit);
 
     // The slot holds nothing any more and can be taken again.
@@ -45,6 +46,9 @@ class UnitTable {
 
     // The slot cannot be relied on: it holds nothing any more and is never taken again.
     void Retire(uint32_t slot);
+
+    // Retires every slot, also those that are being loaded.
+    void RetireAll();
 
     // Replaces the pin bitmap (bit b = unit b, least significant bit first; units beyond it are not
     // pinned). Resident units change sides at once and keep their place in the order of use.

@@ -1,11 +1,57 @@
 // SPDX-License-Identifier: MIT
 #include "util/file.h"
 
+#include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "util/log.h"
+#include "util/scoped.h"
+
+namespace {
+
+namespace read_string {
+
+constexpr const char* kLogFunction = "FileReadString";
+
+// Reads up to `limit` bytes. Returns them, or nothing when a read fails.
+std::string ReadUpTo(int fd, size_t limit) {
+    std::string text(limit, '\0');
+    size_t length = 0;
+    ssize_t done = 0;
+
+    do {
+        done = read(fd, &text[length], limit - length);
+        length += done > 0 ? static_cast<size_t>(done) : 0;
+    } while (done > 0 && length < limit);
+    text.resize(done < 0 ? 0 : length);
+    return text;
+}
+
+int ReadContent(const char* path, size_t limit, std::string& text) {
+    struct stat status = {};
+    ScopedFd fd(open(path, O_RDONLY | O_NONBLOCK));
+
+    if (!fd.valid()) {
+        LogError("Can't open file (%s)", path);
+        return -1;
+    }
+    bool regular = fstat(fd.get(), &status) == 0 && S_ISREG(status.st_mode);
+    std::string content = regular ? ReadUpTo(fd.get(), limit) : std::string();
+    if (content.empty()) {
+        LogError("Can't get a line from file (%s)", path);
+        return -1;
+    }
+    text = content;
+    LogVerbose("Get text = %s", text.c_str());
+    return 0;
+}
+
+}  // namespace read_string
+
+}  // namespace
 
 int FileExists(const char* path) {
     struct stat status = {};
@@ -51,6 +97,10 @@ int FileReadString(const char* path, std::string& text) {
     free(line);
     LogVerbose("Get text = %s", text.c_str());
     return 0;
+}
+
+int FileReadContent(const char* path, size_t limit, std::string& text) {
+    return read_string::ReadContent(path, limit, text);
 }
 
 int FileGetSizeByte(const char* path, uint64_t* size) {

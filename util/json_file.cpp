@@ -1,12 +1,19 @@
 // SPDX-License-Identifier: MIT
 #include "util/json_file.h"
 
+#include <errno.h>
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <exception>
 #include <fstream>
 
 #include "util/log.h"
+#include "util/scoped.h"
 
 namespace {
+
+constexpr int kFileMode = 0666;  // less the process's mask
 
 // Besides its result the library throws: on a stream that cannot be read (a directory) and on
 // nesting too deep for it. Both are a file that cannot be parsed.
@@ -16,6 +23,18 @@ bool ParseStream(std::istream& stream, Json::Value& value) {
         return reader.parse(stream, value, true);
     } catch (const std::exception&) {
         return false;
+    }
+}
+
+// Errors of the write are not tested: the next reader finds what is missing.
+void WriteText(int fd, const std::string& text) {
+    for (size_t offset = 0; offset < text.size();) {
+        ssize_t done = write(fd, text.data() + offset, text.size() - offset);
+        if (done > 0) {
+            offset += static_cast<size_t>(done);
+        } else if (done == 0 || errno != EINTR) {
+            return;
+        }
     }
 }
 
@@ -40,13 +59,23 @@ int ReadFileToJson(const std::string& path, Json::Value& value) {
 
 int WriteJsonToFile(const Json::Value& value, const char* path) {
     LogEnter();
-    std::ofstream stream(path, std::ios::out | std::ios::trunc);
-    if (!stream.is_open()) {
+    // The process may end at any moment, and from the opening to the write the file is empty. So
+    // the text is there before, and nothing else is done in between, a stream's buffer not made.
+    std::string text = JsonToStyledText(value);
+    ScopedFd fd(open(path, O_WRONLY | O_CREAT | O_TRUNC, kFileMode));
+    if (!fd.valid()) {
         LogError("Can't open config file (%s)", path);
         return -1;
     }
-    stream << value.toStyledString();
-    stream.close();
+    WriteText(fd.get(), text);
     LogLeave();
     return 0;
+}
+
+std::string JsonToStyledText(const Json::Value& value) {
+    Json::StreamWriterBuilder builder;  // its defaults are those of the styled form
+
+    builder["emitUTF8"] = true;
+    return (value.hasComment(Json::commentBefore) ? "\n" : "") + Json::writeString(builder, value) +
+           "\n";
 }

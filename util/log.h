@@ -35,6 +35,7 @@ enum class LogKind {
 };
 
 // Writes one line. Use the statements below, which fill in the place and skip hidden kinds unread.
+// `file` and `line` are printed as they are.
 void LogWrite(LogKind kind, const char* file, int line, const char* function, const char* format,
               ...) __attribute__((format(printf, 5, 6)));
 
@@ -43,9 +44,19 @@ void LogWrite(LogKind kind, const char* file, int line, const char* function, co
 // they are known by.
 constexpr const char* kLogFunction = nullptr;
 
-#define LogWriteHere(kind, ...)                                                             \
-    LogWrite(kind, LOG_SOURCE, __LINE__, kLogFunction != nullptr ? kLogFunction : __func__, \
-             __VA_ARGS__)
+// All files of a component print its name, LOG_SOURCE, and each adds a thousand of its own,
+// LOG_BASE, to its lines: the two together name one statement. Both are set by the build
+// (cmake/log_source.cmake). Statements stand in bodies only; in a header they would have as many
+// lines as there are includers.
+template <int base, int line>
+constexpr int LogLine() {
+    static_assert(line < 1000, "the lines of a file that logs are numbered up to 999");
+    return base + line;
+}
+
+#define LogWriteHere(kind, ...)                               \
+    LogWrite(kind, LOG_SOURCE, LogLine<LOG_BASE, __LINE__>(), \
+             kLogFunction != nullptr ? kLogFunction : __func__, __VA_ARGS__)
 #define LogWriteAbove(level, kind, ...)      \
     do {                                     \
         if (g_printLevel > (level)) {        \

@@ -6,12 +6,12 @@
 #include <linux/fs.h>
 #include <stdlib.h>
 #include <sys/ioctl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 
 #include "util/file.h"
+#include "util/foreign_place.h"
 #include "util/log.h"
 #include "util/scoped.h"
 #include "util/space.h"
@@ -26,9 +26,6 @@ static_assert(sizeof(off_t) == 8, "files and devices are larger than 2 GiB");
 constexpr unsigned kDeviceToBitmapShift = 19;  // 8 bits of 64 KiB to a byte
 constexpr uint64_t kFilePieceBytes = 4096;
 constexpr int kFileMode = 0644;
-// The volume's users may put anything in the file's place: nothing to wait for is waited for, and
-// no link is followed to a file elsewhere.
-constexpr int kOpenFlags = O_NONBLOCK | O_NOFOLLOW;
 constexpr int kOperationSet = 1;
 
 // Returns false when there is no memory.
@@ -85,6 +82,7 @@ int BitmapGetNeededSizeByte(const char* device, uint64_t* size) {
 
 // One long function: a line of the log names the function that its statement stands in, and these
 // are all known by this one.
+// NOLINTNEXTLINE(readability-function-size)
 int BitmapMemAllocateAndInit(const char* spaceUuid, PinBitmap** bitmap, uint8_t* sizeChanged) {
     uint64_t size = 0;
     uint64_t fileSize = 0;
@@ -162,7 +160,7 @@ int BitmapMemInitByFile(const char* path, PinBitmap* bitmap) {
         LogError("Get the size of file (%s) error", path);
         return -1;
     }
-    ScopedFd fd(open(path, O_RDONLY | kOpenFlags));
+    ScopedFd fd(OpenInForeignPlace(path, O_RDONLY, 0));
     if (!fd.valid()) {
         LogError("Can't open bitmap file (%s)\n", path);
         return -1;
@@ -218,7 +216,7 @@ int BitmapFileWrite(const PinBitmap* bitmap, const char* path) {
     uint64_t offset = 0;
 
     LogVerbose("Bytes to write = %d", static_cast<int>(bitmap->size));
-    ScopedFd fd(open(path, O_RDWR | O_CREAT | kOpenFlags, kFileMode));
+    ScopedFd fd(OpenInForeignPlace(path, O_RDWR | O_CREAT, kFileMode));
     if (!fd.valid()) {
         LogError("Can't open bitmap file (%s) \n", path);
         return -1;

@@ -14,6 +14,10 @@ constexpr int kNumTypes = sizeof(kTypeNames) / sizeof(kTypeNames[0]);
 
 }  // namespace
 
+bool RequestHasFiles(const Request& request) {
+    return request.type == kRequestPinFiles || request.type == kRequestUnpinFiles;
+}
+
 const char* RequestTypeToString(int type) {
     // A message may carry any number: below the table there is nothing to read either.
     if (type >= kNumTypes || type < 0) {

@@ -42,6 +42,9 @@ static_assert(offsetof(RequestMsg, body.mountPath) == 8, "RequestMsg mountPath")
 static_assert(offsetof(RequestMsg, body.data) == 520, "RequestMsg data");
 #endif
 
+// Whether the request is about files, which its data names: pin and unpin.
+bool RequestHasFiles(const Request& request);
+
 // Returns the type's name, a static text, or null with an error when there is no such type.
 const char* RequestTypeToString(int type);
 

@@ -23,12 +23,10 @@ using SpaceList = std::unique_ptr<SpaceInfo, SpaceListDeleter>;
 // Returns false when the spaces cannot be listed.
 bool EnumSpaces(SpaceList& list) {
     SpaceInfo* first = nullptr;
+    int result = QUORSpaceInfoEnum(kSpaceEnumKind, &first);
 
-    if (QUORSpaceInfoEnum(kSpaceEnumKind, &first) < 0) {
-        return false;
-    }
-    list.reset(first);
-    return true;
+    list.reset(first);  // whatever the result: a failure may have stored what it had found
+    return result >= 0;
 }
 
 bool SameText(const char* left, const char* right) {

@@ -2,6 +2,7 @@
 #include "client/pins/listed_paths.h"
 
 #include <filesystem>
+#include <set>
 
 namespace client {
 
@@ -29,13 +30,10 @@ std::string AsListed(const std::string& path, const std::vector<Volume>& volumes
 std::multimap<std::string, PinnedFile> EntriesNamed(const std::vector<std::string>& paths,
                                                     const ConfigState& state,
                                                     const std::vector<Volume>& volumes) {
-    std::multimap<std::string, std::string> given;  // by the path as it is listed
+    std::map<std::string, std::set<std::string>> given;  // by the path as it is listed
     for (const std::string& path : paths) {
-        const std::string listed = AsListed(path, volumes);
-        given.insert({path, path});
-        if (!listed.empty() && listed != path) {
-            given.insert({listed, path});
-        }
+        given[path].insert(path);
+        given[AsListed(path, volumes)].insert(path);
     }
     std::multimap<std::string, PinnedFile> named;
     for (const auto& [mountPath, files] : state.pinned) {
@@ -46,9 +44,11 @@ std::multimap<std::string, PinnedFile> EntriesNamed(const std::vector<std::strin
             }
         }
         for (const PinnedFile& pinned : InspectListed(entries, mountPath, volumes)) {
-            const auto range = given.equal_range(PathOnVolume(mountPath, pinned.entry.relative));
-            for (auto path = range.first; path != range.second; ++path) {
-                named.insert({path->second, pinned});
+            if (pinned.fate == Fate::kThere) {
+                continue;
+            }
+            for (const std::string& path : given[PathOnVolume(mountPath, pinned.entry.relative)]) {
+                named.insert({path, pinned});
             }
         }
     }
@@ -58,8 +58,6 @@ std::multimap<std::string, PinnedFile> EntriesNamed(const std::vector<std::strin
 std::string WhyNotThere(const PinnedFile& pinned) {
     const std::string text = std::string("is on the service's list and ") + FateName(pinned.fate);
     switch (pinned.fate) {
-        case Fate::kThere:
-            return "";
         case Fate::kGone:
             return text + "; check --repair takes it off";
         case Fate::kReplaced:

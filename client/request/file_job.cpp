@@ -26,6 +26,7 @@ class CacheQuestion {
 // Moves to the refusals what lies right and still cannot be served.
 void RefuseUnservable(FileJob& job) {
     CacheQuestion caches;
+    Mapper mapper;
     std::vector<FileRef> kept;
     for (FileRef& file : job.list.files) {
         std::string why;
@@ -34,7 +35,7 @@ void RefuseUnservable(FileJob& job) {
             why = "its volume " + Printable(file.volume->mountPath) +
                   " has no cache that keeps pins now";
         }
-        if (why.empty() && MapForRequest(job.mapper, file, why)) {
+        if (why.empty() && MapForRequest(mapper, file, why)) {
             kept.push_back(std::move(file));
         } else {
             job.list.refusals.push_back({file.path, why});

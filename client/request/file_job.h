@@ -15,7 +15,6 @@ namespace client {
 struct FileJob {
     RequestType type = kRequestPinFiles;
     std::vector<Volume> volumes;  // files point into it
-    Mapper mapper;
     FileList list;
     std::vector<Refusal> passedOver;     // unpin: files that took the place of listed ones
     std::vector<PinnedFile> entries;     // unpin: listed, named, and not there

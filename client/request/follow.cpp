@@ -31,10 +31,6 @@ std::vector<Watched> ToWatch(const std::vector<Message>& messages, size_t count)
     return requests;
 }
 
-bool WasStored(const Watched& request) {
-    return request.state != WatchState::kUnseen;
-}
-
 void Follow(std::vector<Watched>& requests, const ConfigState& state, int64_t base, bool drained) {
     std::set<std::string> present;
     std::set<std::string> taken;

@@ -34,9 +34,6 @@ std::vector<Watched> ToWatch(const std::vector<Message>& messages, size_t count)
 // has been there and left, provided that as many numbers were given since.
 void Follow(std::vector<Watched>& requests, const ConfigState& state, int64_t base, bool drained);
 
-// Whether a request has been stored, so that what it names is not asked for by name any more.
-bool WasStored(const Watched& request);
-
 // Returns how many bytes of these extents a reader at `position` on the device has read; 0 when it
 // is at none of them. Extents that were never written are not read.
 uint64_t BytesRead(const std::vector<FileMappingEntry>& reading, uint64_t position);

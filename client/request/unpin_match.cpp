@@ -45,17 +45,16 @@ std::vector<std::string> AllPaths(const FileList& list) {
     return paths;
 }
 
-// Adds the entries that the path names and whose file does not lie there, none twice. Returns why
-// the first of them does not; empty when there is none.
+// Adds the entries that the path names, none twice. Returns why the first one's file does not lie
+// there; empty when there is none.
 std::string TakeEntries(const Named& named, const std::string& path, std::set<Identity>& seen,
                         FileJob& job) {
     std::string why;
     const auto range = named.equal_range(path);
     for (auto entry = range.first; entry != range.second; ++entry) {
         const PinnedFile& pinned = entry->second;
-        const std::string reason = WhyNotThere(pinned);
-        why = why.empty() ? reason : why;
-        if (!reason.empty() && seen.insert({pinned.mountPath, pinned.entry.inode}).second) {
+        why = why.empty() ? WhyNotThere(pinned) : why;
+        if (seen.insert({pinned.mountPath, pinned.entry.inode}).second) {
             job.entries.push_back(pinned);
         }
     }

@@ -25,10 +25,13 @@ std::string RegistryDirectory() {
     return given == nullptr || *given == '\0' ? kRegistryDirectory : given;
 }
 
-// The process behind an entry keeps it locked.
-bool IsLiving(const std::string& path) {
-    const ScopedFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    return fd.valid() && flock(fd.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+// The process behind an entry keeps the lock file beside it locked. Only root can open that; others
+// believe the entry, and find out when they read what its cache shows.
+bool IsLiving(const std::filesystem::path& entryPath) {
+    std::filesystem::path path = entryPath;
+    path.replace_extension(".lock");
+    const ScopedFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    return fd.valid() ? flock(fd.get(), LOCK_SH | LOCK_NB) != 0 : errno != ENOENT;
 }
 
 bool ReadEntry(const std::string& path, Json::Value& entry) {
@@ -52,8 +55,9 @@ bool FindEntry(const std::string& devicePath, Json::Value& entry) {
     for (std::filesystem::directory_iterator it(RegistryDirectory(), error), end;
          !error && it != end; it.increment(error)) {
         const std::string path = it->path();
-        if (it->path().extension() == ".json" && ReadEntry(path, entry) &&
-            entry["device"].asString() == devicePath && IsLiving(path)) {
+        // Alive first: what nobody holds, a pipe say, is not even opened for reading.
+        if (it->path().extension() == ".json" && IsLiving(path) && ReadEntry(path, entry) &&
+            entry["device"].asString() == devicePath) {
             return true;
         }
     }

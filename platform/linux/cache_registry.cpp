@@ -8,20 +8,25 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 
 #include <algorithm>
+#include <map>
 #include <memory>
+#include <mutex>
+#include <string_view>
 
+#include "platform/linux/patience.h"
 #include "platform/linux/report.h"
 #include "platform/linux/small_file.h"
 #include "platform/linux/unique_fd.h"
+
+namespace stand_in {
 
 namespace {
 
 constexpr char kRegistryDirectory[] = "/run/quorsoftcache";
 constexpr int kRegistryVersion = 1;
-constexpr int kReplacedAttempts = 100;
+constexpr std::string_view kEntryEnding = ".json";
 
 struct DirectoryCloser {
     void operator()(DIR* directory) const { closedir(directory); }
@@ -33,14 +38,16 @@ std::string RegistryDirectory() {
 }
 
 bool IsEntryName(const std::string& name) {
-    const std::string ending = ".json";
-    return name.size() > ending.size() && name.front() != '.' &&
-           name.compare(name.size() - ending.size(), ending.size(), ending) == 0;
+    const size_t end = kEntryEnding.size();
+    return name.size() > end && name.front() != '.' &&
+           name.compare(name.size() - end, end, kEntryEnding) == 0;
 }
 
-// Stores the paths of the registry files, sorted. Returns false when the directory cannot be read.
+// Stores the paths of the registry files, none where there is no directory. Returns false with
+// errno set when the directory cannot be read.
 bool ListEntries(const std::string& directory, std::vector<std::string>& paths) {
     const std::string prefix = directory + "/";
+    paths.clear();
     const std::unique_ptr<DIR, DirectoryCloser> open(opendir(directory.c_str()));
     if (!open) {
         return errno == ENOENT;
@@ -49,16 +56,12 @@ bool ListEntries(const std::string& directory, std::vector<std::string>& paths) 
         errno = 0;
         const dirent* const entry = readdir(open.get());
         if (entry == nullptr) {
-            break;
+            return errno == 0;
         }
         if (IsEntryName(entry->d_name)) {
             paths.push_back(prefix + entry->d_name);
         }
     }
-    const int failure = errno;
-    std::sort(paths.begin(), paths.end());
-    errno = failure;
-    return failure == 0;
 }
 
 // The first thing wrong with the document, or null when it has all that an entry needs.
@@ -110,95 +113,160 @@ std::string ParseEntry(const std::string& content, CacheEntry& cache) {
     return "";
 }
 
-// Whether another process (or descriptor) keeps the open registry file locked.
-bool IsLocked(int fd) {
-    if (flock(fd, LOCK_SH | LOCK_NB) == 0) {
-        return false;  // the lock goes with the descriptor
+// What is known of the process behind an entry.
+enum class Life { kLives, kGone, kUnknown };  // kUnknown: errno says why
+
+// The file beside the entry that its cache keeps locked.
+std::string LockPath(const std::string& entryPath) {
+    return entryPath.substr(0, entryPath.size() - kEntryEnding.size()) + ".lock";
+}
+
+// Whether somebody keeps the lock file locked.
+Life AskLock(const std::string& path, Patience& patience) {
+    UniqueFd lock(-1);
+    if (!patience.Try([&] {
+            lock.Reset(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+            return lock.Valid();
+        })) {
+        return errno == ENOENT ? Life::kGone : Life::kUnknown;
     }
-    return errno == EWOULDBLOCK;
+    bool free = false;  // the lock is had for a moment and goes with the descriptor
+    const auto ask = [&] {
+        free = flock(lock.Get(), LOCK_SH | LOCK_NB) == 0;
+        return free || errno == EWOULDBLOCK;
+    };
+    if (!patience.Try(ask)) {
+        return Life::kUnknown;
+    }
+    return free ? Life::kGone : Life::kLives;
 }
 
-// Whether `path` still names the open file.
-bool IsStillAt(int fd, const std::string& path) {
-    struct stat opened = {};
-    struct stat named = {};
-    return fstat(fd, &opened) == 0 && lstat(path.c_str(), &named) == 0 &&
-           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+// Reads the registry file. Returns false with errno set.
+bool ReadContent(const std::string& path, std::string& content) {
+    const UniqueFd file(OpenSmallFile(path, O_NOFOLLOW));
+    return file.Valid() && ReadSmallFile(file.Get(), content);
 }
 
-// Opens the registry file and tells whether its cache lives. Returns -1 with errno set.
-int OpenEntry(const std::string& path, bool& living) {
-    for (int attempt = 0; attempt < kReplacedAttempts; ++attempt) {
-        UniqueFd file(OpenSmallFile(path, O_NOFOLLOW));
-        if (!file.Valid()) {
-            return -1;
+// Whether a file that cannot be read for this reason is none that a cache wrote: a link, not a
+// regular file, too large.
+bool IsNoEntry(int error) {
+    return error == ELOOP || error == EINVAL || error == EFBIG;
+}
+
+using KnownEntries = std::map<std::string, CacheEntry>;  // by the path of the registry file
+
+// One look at the whole registry.
+class Look {
+  public:
+    // `known` is what the look before found.
+    explicit Look(const KnownEntries& known) : known_(known) {}
+
+    void AtDirectory(const std::string& directory) {
+        std::vector<std::string> paths;
+        if (!patience_.Try([&] { return ListEntries(directory, paths); })) {
+            lines.push_back(
+                Format("cache registry %s cannot be read: %s", directory.c_str(), strerror(errno)));
+            complete = false;
+            paths = KnownIn(directory);
         }
-        living = IsLocked(file.Get());
-        if (living || IsStillAt(file.Get(), path)) {
-            return file.Release();
+        std::sort(paths.begin(), paths.end());
+        for (const std::string& path : paths) {
+            CacheEntry entry;
+            if (Read(path, entry) && Lives(path)) {
+                found[path] = entry;
+            }
         }
-        // The cache has put a new file in the place of this one since it was opened.
     }
-    errno = EBUSY;
-    return -1;
-}
 
-// Stores the entry of the registry file when its cache lives. Adds a line to `lines` when the file
-// is not in order.
-bool ReadEntry(const std::string& path, CacheEntry& cache, std::vector<std::string>& lines) {
-    bool living = false;
-    std::string content;
-    const UniqueFd file(OpenEntry(path, living));
-    if (!file.Valid() && errno == ENOENT) {
-        return false;  // its cache has just gone
+    KnownEntries found;  // those of living caches
+    bool complete = true;
+    std::vector<std::string> lines;  // about what is not in order
+
+  private:
+    std::vector<std::string> KnownIn(const std::string& directory) const {
+        std::vector<std::string> paths;
+        for (const auto& [path, entry] : known_) {
+            if (path.compare(0, directory.size() + 1, directory + "/") == 0) {
+                paths.push_back(path);
+            }
+        }
+        return paths;
     }
-    if (!file.Valid() || !ReadSmallFile(file.Get(), content)) {
-        lines.push_back(
-            Format("cache registry file %s is passed over: %s", path.c_str(), strerror(errno)));
-        return false;
+
+    // Stores the entry. When its file cannot be read for the moment, the one that was known counts.
+    bool Read(const std::string& path, CacheEntry& entry) {
+        std::string content;
+        if (patience_.Try([&] { return ReadContent(path, content); })) {
+            const std::string wrong = ParseEntry(content, entry);
+            if (!wrong.empty()) {
+                lines.push_back(Format("cache registry file %s is damaged and passed over: %s",
+                                       path.c_str(), wrong.c_str()));
+            }
+            return wrong.empty();
+        }
+        if (errno == ENOENT) {
+            return false;  // its cache has just gone
+        }
+        const auto known = known_.find(path);
+        const bool counts = known != known_.end() && !IsNoEntry(errno);
+        lines.push_back(Format("cache registry file %s %s: %s", path.c_str(),
+                               counts ? "counts as it was read before" : "is passed over",
+                               strerror(errno)));
+        if (counts) {
+            entry = known->second;
+        } else if (!IsNoEntry(errno)) {
+            complete = false;
+        }
+        return counts;
     }
-    const std::string wrong = ParseEntry(content, cache);
-    if (!wrong.empty()) {
-        lines.push_back(Format("cache registry file %s is damaged and passed over: %s",
-                               path.c_str(), wrong.c_str()));
-        return false;
+
+    // A cache is believed to live until it is known to be gone: a no would make the service forget
+    // what is pinned.
+    bool Lives(const std::string& path) {
+        const std::string lockPath = LockPath(path);
+        const Life life = AskLock(lockPath, patience_);
+        if (life == Life::kUnknown) {
+            lines.push_back(
+                Format("cache registry lock %s cannot be asked, the cache counts as "
+                       "living: %s",
+                       lockPath.c_str(), strerror(errno)));
+        }
+        return life != Life::kGone;
     }
-    return living;
-}
+
+    const KnownEntries& known_;
+    Patience patience_;
+};
 
 }  // namespace
 
-bool ReadCacheRegistry(std::vector<CacheEntry>& caches) {
-    const std::string directory = RegistryDirectory();
-    std::vector<std::string> paths;
-    if (!ListEntries(directory, paths)) {
-        Report("cache registry %s cannot be read: %s", directory.c_str(), strerror(errno));
-        return false;
+CacheListing ReadCacheRegistry() {
+    // All three may be in use while the process exits.
+    static StandingLines& standing = *new StandingLines;
+    static std::mutex& mutex = *new std::mutex;  // guards `known`
+    static KnownEntries& known = *new KnownEntries;
+    const std::lock_guard<std::mutex> lock(mutex);
+    Look look(known);
+    look.AtDirectory(RegistryDirectory());
+    standing.Send(look.lines);
+    CacheListing listing;
+    listing.complete = look.complete;
+    for (const auto& [path, entry] : look.found) {
+        listing.caches.push_back(entry);
     }
-    static StandingLines& standing = *new StandingLines;  // may be in use while the process exits
-    std::vector<CacheEntry> living;
-    std::vector<std::string> lines;
-    for (const std::string& path : paths) {
-        CacheEntry cache;
-        if (ReadEntry(path, cache, lines)) {
-            living.push_back(cache);
-        }
-    }
-    standing.Send(lines);
-    caches = std::move(living);
-    return true;
+    known = std::move(look.found);
+    return listing;
 }
 
 int FindCacheBySsd(const std::string& ssdPath, CacheEntry& cache) {
-    std::vector<CacheEntry> caches;
-    if (!ReadCacheRegistry(caches)) {
-        return -1;
-    }
-    for (const CacheEntry& candidate : caches) {
+    const CacheListing listing = ReadCacheRegistry();
+    for (const CacheEntry& candidate : listing.caches) {
         if (candidate.ssd == ssdPath) {
             cache = candidate;
             return 1;
         }
     }
-    return 0;
+    return listing.complete ? 0 : -1;
 }
+
+}  // namespace stand_in

@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: MIT
 // The cache registry: one JSON file a cache, NAME.json, in /run/quorsoftcache or in the directory
-// that the environment variable QUORSOFTCACHE_REGISTRY names. A cache's process keeps its file
-// locked (flock) as long as it lives; a file that nobody locks is a leftover.
+// that the environment variable QUORSOFTCACHE_REGISTRY names. A cache's process keeps NAME.lock
+// beside it locked (flock) as long as it lives; an entry whose lock nobody keeps is a leftover.
 #pragma once
 
 #include <stdint.h>
 
 #include <string>
 #include <vector>
+
+namespace stand_in {
 
 struct CacheEntry {
     std::string ssd;     // absolute path of the SSD file or device
@@ -16,12 +18,20 @@ struct CacheEntry {
     int32_t supportPin;  // 1 = keeps pinned blocks
 };
 
-// Stores the entries of the caches whose process lives, in the order of their file names. No
-// directory means no caches. A file that is damaged is named in the system log, once as long as it
-// stays, and passed over; a leftover is passed over silently. Returns false, having said why, when
-// the directory cannot be read; `caches` is then untouched.
-bool ReadCacheRegistry(std::vector<CacheEntry>& caches);
+struct CacheListing {
+    std::vector<CacheEntry> caches;  // of the living ones, in the order of their file names
+    bool complete;                   // false: there may be others, for something could not be read
+};
+
+// Lists the caches whose process lives. No directory means no caches. A leftover is passed over
+// silently, a file that no cache wrote with a line. What cannot be read or asked for the moment is
+// waited for a little; then a cache counts as living whose lock cannot be asked, and an entry as it
+// was read the last time. Every line is said once as long as it stands.
+CacheListing ReadCacheRegistry();
 
 // As above, for the one cache on the SSD at `ssdPath`. Returns 1 when it is found, 0 when no living
-// cache has that SSD, -1 when the registry cannot be read. `cache` is stored only on 1.
+// cache has that SSD, -1 when the listing is not complete and it is not among what was found.
+// `cache` is stored only on 1.
 int FindCacheBySsd(const std::string& ssdPath, CacheEntry& cache);
+
+}  // namespace stand_in

@@ -7,7 +7,10 @@
 #include <string.h>
 #include <sys/ioctl.h>
 
+#include "platform/linux/patience.h"
 #include "platform/linux/report.h"
+
+namespace stand_in {
 
 namespace {
 
@@ -76,7 +79,7 @@ bool ReadFileExtents(int fd, const std::string& path, std::vector<FileMappingEnt
     FiemapRequest request;
     uint64_t covered = 0;  // bytes of the file that are told already
     for (;;) {
-        if (!request.Ask(fd, covered)) {
+        if (!Patience().Try([&] { return request.Ask(fd, covered); })) {
             Report("extents of file %s cannot be read: %s", path.c_str(), strerror(errno));
             return false;
         }
@@ -99,3 +102,5 @@ bool ReadFileExtents(int fd, const std::string& path, std::vector<FileMappingEnt
         }
     }
 }
+
+}  // namespace stand_in

@@ -12,14 +12,19 @@
 
 #include <memory>
 
+#include "platform/linux/patience.h"
 #include "platform/linux/report.h"
 #include "platform/linux/small_file.h"
 #include "platform/linux/unique_fd.h"
 
+namespace stand_in {
+
 namespace {
 
-constexpr char kMountInfo[] = "/proc/self/mountinfo";
-constexpr char kMountIdRow[] = "\nmnt_id:\t";  // of /proc/self/fdinfo/N
+// The thread's, not the process's: when the main thread has ended and others go on, /proc/self is
+// what is left of the main thread, without mounts and descriptors.
+constexpr char kMountInfo[] = "/proc/thread-self/mountinfo";
+constexpr char kMountIdRow[] = "\nmnt_id:\t";  // of /proc/thread-self/fdinfo/N
 
 struct TableDeleter {
     void operator()(libmnt_table* table) const { mnt_unref_table(table); }
@@ -51,9 +56,14 @@ bool IsNodeOf(const std::string& path, dev_t number) {
 }  // namespace
 
 bool ReadMounts(std::vector<Mount>& mounts) {
-    const std::unique_ptr<libmnt_table, TableDeleter> table(mnt_new_table_from_file(kMountInfo));
-    const std::unique_ptr<libmnt_iter, IteratorDeleter> iterator(mnt_new_iter(MNT_ITER_FORWARD));
-    if (!table || !iterator) {
+    Patience patience;
+    std::unique_ptr<libmnt_table, TableDeleter> table;
+    std::unique_ptr<libmnt_iter, IteratorDeleter> iterator;
+    if (!patience.Try([&] {
+            table.reset(mnt_new_table_from_file(kMountInfo));
+            iterator.reset(mnt_new_iter(MNT_ITER_FORWARD));
+            return table && iterator;
+        })) {
         Report("%s cannot be read: %s", kMountInfo, strerror(errno));
         return false;
     }
@@ -72,7 +82,8 @@ bool FindMountId(const std::string& path, uint64_t& id) {
         return false;
     }
     std::string content;
-    const UniqueFd info(OpenSmallFile("/proc/self/fdinfo/" + std::to_string(place.Get()), 0));
+    const UniqueFd info(
+        OpenSmallFile("/proc/thread-self/fdinfo/" + std::to_string(place.Get()), 0));
     if (!info.Valid() || !ReadSmallFile(info.Get(), content)) {
         return false;
     }
@@ -112,3 +123,5 @@ bool FindBlockDevice(const Mount& mount, BlockDevice& device) {
     device = {name.get(), number};
     return true;
 }
+
+}  // namespace stand_in

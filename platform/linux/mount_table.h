@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+namespace stand_in {
+
 struct Mount {
     uint64_t id;             // the kernel's number of the mount
     std::string mountPoint;  // plain text, with its blanks and newlines
@@ -38,3 +40,5 @@ dev_t BlockDeviceNumber(const Mount& mount);
 // Stores the mount's block device. Returns false when no node of it is found. Only for mounts that
 // have one.
 bool FindBlockDevice(const Mount& mount, BlockDevice& device);
+
+}  // namespace stand_in

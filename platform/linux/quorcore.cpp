@@ -13,7 +13,11 @@
 #include "platform/linux/small_file.h"
 #include "platform/linux/unique_fd.h"
 
+using namespace stand_in;
+
+namespace stand_in {
 const char* const kLibraryName = "libquorcore";
+}
 
 namespace {
 

@@ -13,10 +13,15 @@
 #include "platform/linux/file_extents.h"
 #include "platform/linux/inode_lookup.h"
 #include "platform/linux/mount_table.h"
+#include "platform/linux/patience.h"
 #include "platform/linux/report.h"
 #include "platform/linux/unique_fd.h"
 
+using namespace stand_in;
+
+namespace stand_in {
 const char* const kLibraryName = "libquordataverifier";
+}
 
 namespace {
 
@@ -80,7 +85,7 @@ int FileSystemDevice::GetDevicePath(const std::string& path, std::string& device
                                     bool /*flag*/) {
     uint64_t id = 0;
     std::vector<Mount> mounts;
-    if (!FindMountId(path, id)) {
+    if (!Patience().Try([&] { return FindMountId(path, id); })) {
         Report("mount of %s cannot be found: %s", path.c_str(), strerror(errno));
         return kLookupFailed;
     }

@@ -7,7 +7,11 @@
 #include "platform/linux/cache_registry.h"
 #include "platform/linux/report.h"
 
+using namespace stand_in;
+
+namespace stand_in {
 const char* const kLibraryName = "libquorflashcache";
+}
 
 int QUORFlashcacheGetCachePath(const char* ssdPath, char* path, size_t size) {
     if (ssdPath == nullptr || path == nullptr) {

@@ -9,6 +9,8 @@
 #include "platform/linux/volumes.h"
 #include "platform/quorstoragecore.h"
 
+using namespace stand_in;
+
 namespace {
 
 FlashCacheConfig* NewConfig(const CacheEntry& cache) {
@@ -23,31 +25,25 @@ FlashCacheConfig* NewConfig(const CacheEntry& cache) {
     return config;
 }
 
-// Stores the cache of the space with this UUID. Returns 1 when it has one, 0 when not, -1 on
-// failure.
+// Stores the cache of the space with this UUID. Returns 1 when it has one, 0 when not, -1 when that
+// could not be found out.
 int FindCacheByUuid(const std::string& uuid, CacheEntry& found) {
-    std::vector<CacheEntry> caches;
-    std::vector<Volume> volumes;
-    if (!ReadCacheRegistry(caches)) {
+    const CacheListing registry = ReadCacheRegistry();
+    const int notFound = registry.complete ? 0 : -1;
+    if (registry.caches.empty()) {
+        return notFound;  // no device needs to be read for that
+    }
+    VolumeListing mounted;
+    if (!ListVolumes(mounted)) {
         return -1;
     }
-    if (caches.empty()) {
-        return 0;  // no device needs to be read for that
-    }
-    if (!ListVolumes(volumes)) {
-        return -1;
-    }
-    for (const Volume& volume : volumes) {
+    for (const Volume& volume : mounted.volumes) {
         if (volume.uuid == uuid) {
-            const CacheEntry* const cache = FindCacheOf(volume.device, caches);
-            if (cache == nullptr) {
-                return 0;
-            }
-            found = *cache;
-            return 1;
+            const int result = FindCacheOf(volume.device, registry.caches, found);
+            return result == 0 ? notFound : result;
         }
     }
-    return 0;
+    return mounted.complete ? 0 : -1;
 }
 
 }  // namespace

@@ -7,7 +7,11 @@
 #include "platform/linux/volumes.h"
 #include "platform/quorstoragecore.h"
 
+using namespace stand_in;
+
+namespace stand_in {
 const char* const kLibraryName = "libquorstoragecore";
+}
 
 namespace {
 
@@ -39,13 +43,13 @@ int QUORSpaceInfoEnum(int kind, SpaceInfo** list) {
         Report("spaces of kind %d are not known; kind %d is", kind, kAllSpaces);
         return -1;
     }
-    std::vector<Volume> volumes;
-    if (!ListVolumes(volumes)) {
+    VolumeListing mounted;
+    if (!ListVolumes(mounted)) {
         return -1;
     }
     SpaceInfo* first = nullptr;
     SpaceInfo** end = &first;
-    for (const Volume& volume : volumes) {
+    for (const Volume& volume : mounted.volumes) {
         SpaceNode* const node = NewNode(volume);
         if (node == nullptr) {
             Report("no memory for the list of spaces");

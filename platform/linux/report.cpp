@@ -9,6 +9,8 @@
 
 #include <algorithm>
 
+namespace stand_in {
+
 namespace {
 
 [[gnu::format(printf, 1, 0)]] std::string FormatList(const char* format, va_list arguments) {
@@ -49,3 +51,5 @@ void StandingLines::Send(const std::vector<std::string>& lines) {
     }
     previous_ = lines;
 }
+
+}  // namespace stand_in

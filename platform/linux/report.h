@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+namespace stand_in {
+
 // The library's own name, which its lines begin with. Each of the four libraries defines it once.
 extern const char* const kLibraryName;
 
@@ -28,3 +30,5 @@ class StandingLines {
     std::mutex mutex_;
     std::vector<std::string> previous_;
 };
+
+}  // namespace stand_in

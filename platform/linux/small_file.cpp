@@ -7,6 +7,8 @@
 
 #include "platform/linux/unique_fd.h"
 
+namespace stand_in {
+
 int OpenSmallFile(const std::string& path, int flags) {
     UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | flags));
     struct stat status = {};
@@ -42,3 +44,5 @@ bool ReadSmallFile(int fd, std::string& content) {
         all.append(buffer, static_cast<size_t>(got));
     }
 }
+
+}  // namespace stand_in

@@ -6,6 +6,8 @@
 
 #include <string>
 
+namespace stand_in {
+
 constexpr size_t kSmallFileLimit = size_t{1024} * 1024;  // bytes; such a file has a few hundred
 
 // Opens the regular file `path` for reading; `flags` are further flags for open(2), such as
@@ -16,3 +18,5 @@ int OpenSmallFile(const std::string& path, int flags);
 // Reads the rest of the file into `content`. Returns false with errno set when it cannot be read or
 // is longer than the limit (EFBIG); `content` is then untouched.
 bool ReadSmallFile(int fd, std::string& content);
+
+}  // namespace stand_in

@@ -4,6 +4,8 @@
 
 #include <unistd.h>
 
+namespace stand_in {
+
 class UniqueFd {
   public:
     explicit UniqueFd(int fd) : fd_(fd) {}
@@ -31,3 +33,5 @@ class UniqueFd {
   private:
     int fd_;
 };
+
+}  // namespace stand_in

@@ -10,8 +10,11 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
+#include "platform/linux/patience.h"
 #include "platform/linux/report.h"
 #include "platform/linux/unique_fd.h"
+
+namespace stand_in {
 
 namespace {
 
@@ -22,18 +25,28 @@ bool IsPartition(dev_t number) {
     return access(mark.c_str(), F_OK) == 0;
 }
 
-// Stores what backs the block device. Returns false when it is not a loop device in use.
-bool ReadLoopStatus(const BlockDevice& device, loop_info64& status) {
+// Whether the block device is a loop device, and what backs it then. Returns 1, 0, or -1, having
+// said why.
+int ReadLoopStatus(const BlockDevice& device, Patience& patience, loop_info64& status) {
     if (major(device.number) != LOOP_MAJOR || IsPartition(device.number)) {
-        return false;
+        return 0;
     }
-    const UniqueFd loop(open(device.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (!loop.Valid() || ioctl(loop.Get(), LOOP_GET_STATUS64, &status) != 0) {
-        Report("what backs loop device %s cannot be told: %s", device.path.c_str(),
+    UniqueFd loop(-1);
+    if (!patience.Try([&] {
+            loop.Reset(open(device.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+            return loop.Valid() && ioctl(loop.Get(), LOOP_GET_STATUS64, &status) == 0;
+        })) {
+        Report("what backs loop device %s cannot be read: %s", device.path.c_str(),
                strerror(errno));
-        return false;
+        return -1;
     }
-    return true;
+    return 1;
+}
+
+// Whether a path that cannot be examined for this reason leads to no device at all: there is none,
+// or only the dead mount of a cache that was killed.
+bool LeadsNowhere(int error) {
+    return error == ENOENT || error == ENOTDIR || error == ENOTCONN;
 }
 
 // Whether the loop device shows the whole of the file that has this status.
@@ -54,23 +67,30 @@ bool ShowsAllOf(const struct stat& file, const loop_info64& loop, const BlockDev
 
 }  // namespace
 
-const CacheEntry* FindCacheOf(const BlockDevice& device, const std::vector<CacheEntry>& caches) {
+int FindCacheOf(const BlockDevice& device, const std::vector<CacheEntry>& caches,
+                CacheEntry& found) {
     if (caches.empty()) {
-        return nullptr;
+        return 0;
     }
+    Patience patience;
     loop_info64 loop = {};
-    const bool isLoop = ReadLoopStatus(device, loop);
+    const int isLoop = ReadLoopStatus(device, patience, loop);
+    int notFound = isLoop == -1 ? -1 : 0;
     for (const CacheEntry& cache : caches) {
         struct stat cached = {};
-        if (stat(cache.device.c_str(), &cached) != 0) {
+        if (!patience.Try([&] { return stat(cache.device.c_str(), &cached) == 0; })) {
+            notFound = LeadsNowhere(errno) ? notFound : -1;
             Report("cached device %s cannot be examined: %s", cache.device.c_str(),
                    strerror(errno));
             continue;
         }
         if ((S_ISBLK(cached.st_mode) && cached.st_rdev == device.number) ||
-            (isLoop && ShowsAllOf(cached, loop, device, cache))) {
-            return &cache;
+            (isLoop == 1 && ShowsAllOf(cached, loop, device, cache))) {
+            found = cache;
+            return 1;
         }
     }
-    return nullptr;
+    return notFound;
 }
+
+}  // namespace stand_in

@@ -6,9 +6,13 @@
 #include <string.h>
 
 #include <memory>
+#include <mutex>
 
+#include "platform/linux/patience.h"
 #include "platform/linux/report.h"
 #include "platform/quorstoragecore.h"
+
+namespace stand_in {
 
 namespace {
 
@@ -37,14 +41,14 @@ void LookOnlyFor(blkid_probe probe, const std::string& fsType) {
     }
 }
 
-// The UUID of the file system on the device; empty when it has none. When it cannot be told,
-// `problem` says why.
-std::string ProbeUuid(const std::string& devicePath, const std::string& fsType,
-                      std::string& problem) {
+// Stores the UUID of the file system on the device; empty when it has none. Returns false when it
+// cannot be read: errno and `problem` say why.
+bool ProbeUuid(const std::string& devicePath, const std::string& fsType, std::string& uuid,
+               std::string& problem) {
     const Probe probe(blkid_new_probe_from_filename(devicePath.c_str()));
     if (!probe) {
         problem = strerror(errno);
-        return "";
+        return false;
     }
     blkid_probe_enable_superblocks(probe.get(), 1);
     blkid_probe_set_superblocks_flags(probe.get(), BLKID_SUBLKS_UUID);
@@ -52,82 +56,170 @@ std::string ProbeUuid(const std::string& devicePath, const std::string& fsType,
     const int result = blkid_do_safeprobe(probe.get());
     if (result < 0) {
         problem = result == kAmbiguous ? "several file systems show" : "reading failed";
-        return "";
-    }
-    const char* uuid = nullptr;
-    if (result != 0 || blkid_probe_lookup_value(probe.get(), "UUID", &uuid, nullptr) != 0) {
-        return "";
-    }
-    return uuid;
-}
-
-// Whether the mount is one of the whole of a block device's file system, and its mount point leads
-// to it and not to one that covers it.
-bool IsVolume(const Mount& mount) {
-    uint64_t id = 0;
-    return mount.root == "/" && BlockDeviceNumber(mount) != 0 &&
-           FindMountId(mount.mountPoint, id) && id == mount.id;
-}
-
-// Completes the volume of the mount. Returns false when it has no UUID or must be left out, which
-// `problem` then explains; `known` are the volumes before it.
-bool ToVolume(const Mount& mount, const std::vector<Volume>& known, Volume& volume,
-              std::string& problem) {
-    if (mount.mountPoint.size() >= sizeof(SpaceInfo::referencePath)) {
-        problem = Format("its path is longer than %zu bytes", sizeof(SpaceInfo::referencePath) - 1);
+        errno = EIO;
         return false;
     }
-    volume.mountPoint = mount.mountPoint;
-    volume.fileSystem = mount.fileSystem;
-    if (!FindBlockDevice(mount, volume.device)) {
-        problem = "its block device has no node in /dev";
-        return false;
-    }
-    for (const Volume& other : known) {
-        if (other.fileSystem == volume.fileSystem) {  // mounted twice
-            volume.uuid = other.uuid;
-            return true;
+    const char* found = nullptr;
+    const bool has =
+        result == 0 && blkid_probe_lookup_value(probe.get(), "UUID", &found, nullptr) == 0;
+    uuid = has ? found : "";
+    return true;
+}
+
+// Whether what failed with this errno says nothing of what is there. (A device that must not be
+// opened, as in a container that sees the mounts of its host, is no such case.)
+bool MayComeBack(int error) {
+    return MayPass(error) || error == EIO;
+}
+
+// A volume as it was listed, and the mount that it was.
+struct KnownVolume {
+    uint64_t mountId;
+    Volume volume;
+};
+
+// One look at all mounts.
+class Look {
+  public:
+    // `known` is what the look before found: it answers for a mount that is still there and cannot
+    // be examined for the moment.
+    explicit Look(const std::vector<KnownVolume>& known) : known_(known) {}
+
+    void At(const Mount& mount) {
+        Volume volume;
+        std::string problem;
+        if (!IsVolume(mount)) {
+            return;
+        }
+        if (Complete(mount, volume, problem)) {
+            found.push_back({mount.id, volume});
+        } else if (!problem.empty()) {
+            Say(mount, "is left out", problem);
         }
     }
-    volume.uuid = ProbeUuid(volume.device.path, mount.fsType, problem);
-    if (!problem.empty()) {
-        problem = "its UUID cannot be read from " + volume.device.path + ": " + problem;
-        return false;
+
+    std::vector<KnownVolume> found;
+    bool complete = true;  // false: a mount was left out that may be a volume
+    std::vector<std::string> lines;
+
+  private:
+    const Volume* Known(const Mount& mount) const {
+        for (const KnownVolume& known : known_) {
+            if (known.mountId == mount.id && known.volume.mountPoint == mount.mountPoint &&
+                known.volume.fileSystem == mount.fileSystem) {
+                return &known.volume;
+            }
+        }
+        return nullptr;
     }
-    for (const Volume& other : known) {
-        if (!volume.uuid.empty() && other.uuid == volume.uuid) {
-            problem = Format("its UUID %s on %s is that of %s on %s", volume.uuid.c_str(),
-                             volume.device.path.c_str(), other.mountPoint.c_str(),
-                             other.device.path.c_str());
+
+    void Say(const Mount& mount, const char* outcome, const std::string& why) {
+        lines.push_back("volume " + mount.mountPoint + " " + outcome + ": " + why);
+    }
+
+    // Whether the mount is one of the whole of a block device's file system, and its mount point
+    // leads to it and not to one that covers it.
+    bool IsVolume(const Mount& mount) {
+        if (mount.root != "/" || BlockDeviceNumber(mount) == 0) {
             return false;
         }
+        uint64_t id = 0;
+        if (patience_.Try([&] { return FindMountId(mount.mountPoint, id); })) {
+            return id == mount.id;
+        }
+        if (!MayComeBack(errno)) {
+            return false;  // the path leads nowhere
+        }
+        const bool counts = Known(mount) != nullptr;
+        Say(mount, counts ? "counts as it was found before" : "is left out",
+            std::string("its mount point cannot be examined: ") + strerror(errno));
+        complete = complete && counts;
+        return counts;
     }
-    return !volume.uuid.empty();
-}
+
+    // Completes the volume of the mount. Returns false when it has no UUID or must be left out,
+    // which `problem` then explains.
+    bool Complete(const Mount& mount, Volume& volume, std::string& problem) {
+        if (mount.mountPoint.size() >= sizeof(SpaceInfo::referencePath)) {
+            problem =
+                Format("its path is longer than %zu bytes", sizeof(SpaceInfo::referencePath) - 1);
+            return false;
+        }
+        volume.mountPoint = mount.mountPoint;
+        volume.fileSystem = mount.fileSystem;
+        if (!FindBlockDevice(mount, volume.device)) {
+            problem = "its block device has no node in /dev";
+            return false;
+        }
+        for (const KnownVolume& other : found) {
+            if (other.volume.fileSystem == volume.fileSystem) {  // mounted twice
+                volume.uuid = other.volume.uuid;
+                return true;
+            }
+        }
+        return FindUuid(mount, volume, problem) && !volume.uuid.empty() &&
+               IsNoCopy(volume, problem);
+    }
+
+    bool FindUuid(const Mount& mount, Volume& volume, std::string& problem) {
+        std::string why;
+        if (patience_.Try(
+                [&] { return ProbeUuid(volume.device.path, mount.fsType, volume.uuid, why); })) {
+            return true;
+        }
+        why = "its UUID cannot be read from " + volume.device.path + ": " + why;
+        if (const Volume* const known = Known(mount)) {
+            volume.uuid = known->uuid;
+            Say(mount, "keeps the UUID that it had", why);
+            return true;
+        }
+        problem = why;
+        complete = complete && !MayComeBack(errno);
+        return false;
+    }
+
+    // Whether no volume before it has its UUID.
+    bool IsNoCopy(const Volume& volume, std::string& problem) const {
+        for (const KnownVolume& known : found) {
+            const Volume& other = known.volume;
+            if (other.uuid == volume.uuid) {
+                problem = Format("its UUID %s on %s is that of %s on %s", volume.uuid.c_str(),
+                                 volume.device.path.c_str(), other.mountPoint.c_str(),
+                                 other.device.path.c_str());
+                return false;
+            }
+        }
+        return true;
+    }
+
+    const std::vector<KnownVolume>& known_;
+    Patience patience_;
+};
 
 }  // namespace
 
-bool ListVolumes(std::vector<Volume>& volumes) {
-    static StandingLines& standing = *new StandingLines;  // may be in use while the process exits
+bool ListVolumes(VolumeListing& listing) {
+    // All three may be in use while the process exits.
+    static StandingLines& standing = *new StandingLines;
+    static std::mutex& mutex = *new std::mutex;  // guards `known`
+    static std::vector<KnownVolume>& known = *new std::vector<KnownVolume>;
     std::vector<Mount> mounts;
     if (!ReadMounts(mounts)) {
         return false;
     }
-    std::vector<Volume> listed;
-    std::vector<std::string> lines;
+    const std::lock_guard<std::mutex> lock(mutex);
+    Look look(known);
     for (const Mount& mount : mounts) {
-        Volume volume;
-        std::string problem;
-        if (!IsVolume(mount)) {
-            continue;
-        }
-        if (ToVolume(mount, listed, volume, problem)) {
-            listed.push_back(volume);
-        } else if (!problem.empty()) {
-            lines.push_back("volume " + mount.mountPoint + " is left out: " + problem);
-        }
+        look.At(mount);
     }
-    standing.Send(lines);
-    volumes = std::move(listed);
+    standing.Send(look.lines);
+    listing.complete = look.complete;
+    listing.volumes.clear();
+    for (const KnownVolume& volume : look.found) {
+        listing.volumes.push_back(volume.volume);
+    }
+    known = std::move(look.found);
     return true;
 }
+
+}  // namespace stand_in

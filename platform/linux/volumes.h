@@ -9,6 +9,8 @@
 
 #include "platform/linux/mount_table.h"
 
+namespace stand_in {
+
 struct Volume {
     std::string mountPoint;  // fits into a space's record
     std::string uuid;        // as libblkid writes it
@@ -16,10 +18,18 @@ struct Volume {
     BlockDevice device;      // what it is mounted from
 };
 
-// Stores the volumes in the order of their mounting: each mount, reachable at its mount point, of
-// the whole of a block device's file system that has a UUID. A file system mounted in several
-// places is there as often. Left out are a device that cannot be read, a mount point too long for
-// its field, and a second file system with a UUID that is there already, for a UUID must mean one
-// volume; the system log names each once as long as it stands.
+struct VolumeListing {
+    std::vector<Volume> volumes;  // in the order of their mounting
+    bool complete;                // false: a volume was left out that could not be examined
+};
+
+// Lists the volumes: each mount, reachable at its mount point, of the whole of a block device's
+// file system that has a UUID. A file system mounted in several places is there as often. Left out
+// are a device that cannot be read, a mount point too long for its field, and a second file system
+// with a UUID that is there already, for a UUID must mean one volume; the system log names each
+// once as long as it stands. A mount that was listed the last time and cannot be examined now keeps
+// its UUID: that of a mounted file system does not change.
 // Returns false, having said why, when the mounts cannot be listed.
-bool ListVolumes(std::vector<Volume>& volumes);
+bool ListVolumes(VolumeListing& listing);
+
+}  // namespace stand_in

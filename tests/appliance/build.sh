@@ -19,7 +19,8 @@ for name in core storagecore flashcache dataverifier; do
 done
 
 cmake -S "$source" -B "$work/build" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DQUOR_PLATFORM=appliance \
-    -DCMAKE_PREFIX_PATH="$work/sysroot/usr" >"$work/log" 2>&1 || { cat "$work/log"; fail "does not configure"; }
+    -DCMAKE_COMPILE_WARNING_AS_ERROR=ON -DCMAKE_PREFIX_PATH="$work/sysroot/usr" \
+    >"$work/log" 2>&1 || { cat "$work/log"; fail "does not configure"; }
 cmake --build "$work/build" >"$work/log" 2>&1 || { cat "$work/log"; fail "does not build"; }
 
 program=$work/build/bin/quorcachepinfiled

@@ -29,8 +29,8 @@ import sys
 import tempfile
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-COPIED = ["CMakeLists.txt", "CMakePresets.json", "platform", "util", "daemon", "tests/CMakeLists.txt",
-          "tests/unit/CMakeLists.txt", "tests/unit/support", "tests/unit/util", "tests/unit/daemon"]
+COPIED = ["CMakeLists.txt", "CMakePresets.json", "cmake", "platform", "util", "daemon",
+          "tests/CMakeLists.txt", "tests/unit/CMakeLists.txt", "tests/unit/support", "tests/unit/util", "tests/unit/daemon"]
 TESTS_OF = {"util": ["util_test", "daemon_test"], "daemon": ["daemon_test", "util_test"]}
 TEST_SECONDS = 45  # they take one or two; a change that makes them hang is caught too
 

@@ -32,7 +32,7 @@ def test_two_thousand_files(stage):
     assert sorted(listed.output.split("\0")[:-1]) == paths
     report = command.report("unpin", "--wait", "-0", "-f", "-", given=listed.output)
 
-    assert report["holds"][0]["wrong"] == report["mended"] == []
+    assert report["holds"][0]["wrong"] == report["repinned"] == []
     assert evidence.pinned_bits(volume.mount_path) == volume.cache.pinned() == set()
     assert evidence.configuration(daemon.configuration) == {
         "nextRequestNum": pinned["sent"] + report["sent"], "requestQueue": None, "requests": {},

@@ -33,7 +33,7 @@ def test_waiting_ends_with_what_holds(stage, kind):
     assert evidence.pinned_files(daemon.configuration, volume.mount_path) == evidence.listing(
         volume.mount_path, paths)
     assert [file["path"] for file in report["files"]] == paths
-    assert report["refused"] == report["mended"] == []
+    assert report["refused"] == report["repinned"] == []
 
     lines = command.done("pin", "--wait", *paths)
     assert lines[0] == f"{volume.mount_path}: pinned 4 files, {lines[0].rpartition(', ')[2]}"
@@ -166,6 +166,38 @@ def test_a_wait_can_be_bounded_and_ended(stage):
 
     command.done("release", volume.mount_path)
     daemon.until_done("pinFiles", 2)
+
+
+def test_a_hang_up_ends_a_wait_in_order(stage):
+    volume = stage.volume()
+    path = volume.write("a", 500_000)
+    daemon = stage.daemon()
+    command.done("pend", volume.mount_path)
+    waiting = command.start("pin", "--wait", path)
+    daemon.wait_for("Signal a new request is added")
+    waiting.send_signal(signal.SIGHUP)
+    result = command.finish(waiting)
+    assert result.status == 128 + signal.SIGHUP
+    assert "interrupted; the requests stay queued" in result.talk
+    command.done("release", volume.mount_path)
+    daemon.until_done("pinFiles")
+
+
+def test_a_wait_goes_on_through_signals_that_were_ignored_before(stage):
+    volume = stage.volume()
+    path = volume.write("a", 500_000)
+    daemon = stage.daemon()
+    command.done("pend", volume.mount_path)
+    ignored = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
+    waiting = command.start("pin", "--wait", "--json", path, preexec_fn=lambda: [
+        signal.signal(number, signal.SIG_IGN) for number in ignored])
+    daemon.wait_for("Signal a new request is added")
+    for number in ignored:
+        waiting.send_signal(number)
+    command.done("release", volume.mount_path)
+    result = command.finish(waiting)
+    assert result.status == 0, result
+    assert holds(result.report()) == (len(evidence.units([path])),) * 4
 
 
 def test_a_dropped_request_is_not_called_done(stage):

@@ -1,17 +1,8 @@
 # SPDX-License-Identifier: MIT
-"""quorcachepinctl unpin: released, and what shared a unit with it pinned again."""
+"""quorcachepinctl unpin: off the list, and what shared a unit with it pinned again."""
 import os
 
-from lab import command, evidence, journal
-
-# What the service logs when an entry whose file is gone is taken off its list.
-STALE_ENTRY = ("Get mapping result fail.", "Get mapping table of file", "Unset bitmap and append unpin",
-               "Handle request failed", "Handle request error", "Remove pinned files from the config")
-
-
-def leftovers(volume):
-    """Directories of the command's own at the top of the volume."""
-    return [name for name in os.listdir(volume.mount_path) if name.startswith(".quor")]
+from lab import command, evidence
 
 
 def neighbours(volume):
@@ -19,7 +10,7 @@ def neighbours(volume):
     return [volume.write(f"small/{n}", 6000) for n in range(40)]
 
 
-def test_what_is_released_is_off_the_list_and_out_of_the_bitmap(stage):
+def test_what_is_unpinned_is_off_the_list_and_out_of_the_bitmap(stage):
     volume = stage.volume()
     kept, let_go = volume.write("kept", 3_000_000), volume.write("let-go", 2_000_000)
     daemon = stage.daemon()
@@ -47,12 +38,12 @@ def test_files_that_lose_a_shared_unit_are_pinned_again(stage):
     assert evidence.pinned_files(daemon.configuration, volume.mount_path) == evidence.listing(
         volume.mount_path, kept)
     sharers = [path for path in kept if evidence.units([path]) & evidence.units(let_go)]
-    assert sorted(file["path"] for file in report["mended"]) == sorted(sharers)
-    assert report["mendedHolds"][0]["wrong"] == []
+    assert sorted(file["path"] for file in report["repinned"]) == sorted(sharers)
+    assert report["repinnedHolds"][0]["wrong"] == []
     command.done("check")
 
 
-def test_mending_needs_no_wait(stage):
+def test_pinning_again_needs_no_wait(stage):
     volume = stage.volume()
     files = neighbours(volume)
     daemon = stage.daemon()
@@ -65,18 +56,18 @@ def test_mending_needs_no_wait(stage):
     assert evidence.pinned_bits(volume.mount_path) == evidence.units(files[:10] + files[11:])
 
 
-def test_without_mending_the_services_own_rule_shows(stage):
+def test_without_pinning_again_the_services_own_rule_shows(stage):
     volume = stage.volume()
     files = neighbours(volume)
     stage.daemon()
     command.done("pin", "--wait", *files)
-    command.report("unpin", "--wait", "--no-mend", files[10])
+    command.report("unpin", "--wait", "--no-repin", files[10])
     assert evidence.pinned_bits(volume.mount_path) == (
         evidence.units(files) - evidence.units([files[10]]))
     assert command.run("check").status == 1
 
 
-def test_what_is_only_queued_to_be_pinned_is_mended_too(stage):
+def test_what_is_only_queued_to_be_pinned_is_pinned_again_too(stage):
     volume = stage.volume()
     files = neighbours(volume)
     one, others = files[10], files[:10] + files[11:]
@@ -101,12 +92,12 @@ def test_a_dry_run_says_what_would_be_pinned_again(stage):
     price, = command.report("unpin", "--dry-run", files[10])["price"]
     sharers = [path for path in files if path != files[10]
                and evidence.units([path]) & evidence.units([files[10]])]
-    assert price["mendedFiles"] == len(sharers) > 0
+    assert price["repinnedFiles"] == len(sharers) > 0
     assert price["pinnedUnitsThen"] == len(evidence.units(files[:10] + files[11:]))
     assert evidence.pinned_bits(volume.mount_path) == evidence.units(files)
 
 
-def test_a_driver_that_did_not_take_the_bitmap_is_not_called_released(stage):
+def test_a_driver_that_did_not_take_the_bitmap_is_not_called_unpinned(stage):
     volume = stage.volume()
     kept, let_go = volume.write("kept", 700_000), volume.write("let-go", 700_000)
     daemon = stage.daemon()
@@ -115,7 +106,7 @@ def test_a_driver_that_did_not_take_the_bitmap_is_not_called_released(stage):
     command.done("pin", "--wait", kept, let_go)
     volume.cache.control("refuse-control 1")
     left = len(evidence.units([let_go]) - evidence.units([kept]))
-    report = command.report("unpin", "--wait", "--no-mend", let_go, status=1)
+    report = command.report("unpin", "--wait", "--no-repin", let_go, status=1)
     one, = report["holds"]
     assert one["unitsSet"] == 0 and one["unitsWithDriver"] == left
     assert f"{left} units still with the driver" in one["wrong"][0]["reason"]
@@ -123,57 +114,53 @@ def test_a_driver_that_did_not_take_the_bitmap_is_not_called_released(stage):
     assert volume.cache.pinned() == evidence.units([kept])
 
 
-def test_a_path_whose_file_was_replaced_is_released_with_its_entry(stage):
+def test_a_file_in_the_place_of_a_listed_one_is_named_and_not_sent(stage):
     volume = stage.volume()
-    kept, path = volume.write("kept", 700_000), volume.write("a", 700_000)
+    other, path = volume.write("other", 700_000), volume.write("a", 700_000)
     daemon = stage.daemon()
-    daemon.expect(*STALE_ENTRY)
-    command.done("pin", "--wait", kept, path)
+    command.done("pin", "--wait", other, path)
     inode = os.stat(path).st_ino
     os.rename(volume.write("a.new", 500_000), path)
 
-    report = command.report("unpin", "--wait", path)
-    assert [(entry["path"], entry["inode"], entry["state"]) for entry in report["staleEntries"]] == [
-        (path, inode, "replaced")]
-    assert report["stillListed"] == report["notPinned"] == []
-    assert evidence.pinned_files(daemon.configuration, volume.mount_path) == evidence.listing(
-        volume.mount_path, [kept])
-    assert leftovers(volume) == []
+    report = command.report("unpin", "--wait", path, other, status=1)
+
+    assert [file["path"] for file in report["files"]] == [other]
+    entry, = report["entries"]
+    assert (entry["path"], entry["volume"], entry["inode"], entry["fate"]) == (
+        path, volume.mount_path, inode, "replaced")
+    refused, = report["refused"]
+    assert refused["path"] == path and "check --repair follows it" in refused["reason"]
+    assert evidence.pinned_files(daemon.configuration, volume.mount_path) == {str(inode): "a"}
+    assert command.done("list", "--paths") == [path]
+    assert command.run("unpin", path).status == 1
 
 
-def test_everything_that_is_listed_can_be_released(stage):
+def test_what_is_listed_and_gone_is_refused_with_the_remedy(stage):
     volume = stage.volume()
-    paths = [volume.write(f"{name}/{name}", 700_000) for name in "abcdef"]
-    daemon = stage.daemon()
-    daemon.expect(*STALE_ENTRY)
+    paths = [volume.write(f"{name}/{name}", 700_000) for name in "abcd"]
+    gone, emptied, renamed, there = paths
+    daemon, queue = stage.daemon(), stage.queue()
     command.done("pin", "--wait", *paths)
-    os.unlink(paths[0])
-    os.rmdir(os.path.dirname(paths[0]))
-    os.truncate(paths[1], 0)
-    os.rename(volume.write("new", 500_000), paths[2])
-    os.rename(paths[3], volume.path("away"))
+    os.unlink(gone)
+    os.rmdir(os.path.dirname(gone))
+    os.truncate(emptied, 0)
+    os.rename(renamed, volume.path("away"))
     listed = command.run("list", "-0", volume.mount_path).output
 
-    lines = command.done("unpin", "-0", "-f", "-", given=listed)
-    assert "4 entries whose file is gone, replaced or empty: to be taken off the list" in lines[-1]
-    assert leftovers(volume) == []
-    daemon.until_done("unpinFiles")
-    journal.until(lambda: not evidence.pinned_files(daemon.configuration, volume.mount_path),
-                  lambda: "entries stay on the list")
-    command.done("check", "--repair")
-    assert evidence.pinned_bits(volume.mount_path) == volume.cache.pinned() == set()
+    report = command.report("unpin", "-0", "-f", "-", given=listed, status=5)
+    assert report["sent"] == 0 and queue.state().messages == 0
+    shown = {refusal["path"]: refusal["reason"] for refusal in report["refused"]}
+    assert shown[gone] == "is on the service's list and gone; check --repair takes it off"
+    assert shown[renamed] == f"is on the service's list and renamed: lies at {volume.path('away')}"
+    assert shown[emptied].startswith("is empty")
+    assert {entry["path"]: entry["fate"] for entry in report["entries"]} == {
+        gone: "gone", renamed: "renamed"}
 
-
-def test_after_a_wait_the_entry_of_a_truncated_file_is_off_the_list(stage):
-    volume = stage.volume()
-    path = volume.write("a", 700_000)
-    daemon = stage.daemon()
-    daemon.expect(*STALE_ENTRY)
-    command.done("pin", "--wait", path)
-    os.truncate(path, 0)
-    lines = command.done("unpin", "--wait", path)
-    assert lines[0].startswith("  1 entry whose file is gone, replaced or empty: off the list")
-    assert evidence.pinned_files(daemon.configuration, volume.mount_path) == {}
+    result = command.run("unpin", "--wait", "--keep-going", "-0", "-f", "-", given=listed)
+    assert result.status == 1 and there not in result.talk
+    command.done("unpin", "--wait", volume.path("away"))
+    left = evidence.pinned_files(daemon.configuration, volume.mount_path)
+    assert sorted(left.values()) == ["a/a", "b/b"]
 
 
 def test_what_was_not_pinned_is_told(stage):
@@ -188,7 +175,7 @@ def test_what_was_not_pinned_is_told(stage):
     command.done("check")
 
 
-def test_without_the_list_nothing_is_sent_unless_nothing_is_to_be_mended(stage):
+def test_without_the_list_nothing_is_sent_unless_nothing_is_to_be_pinned_again(stage):
     volume = stage.volume()
     path = volume.write("a", 700_000)
     daemon, queue = stage.daemon(), stage.queue()
@@ -197,6 +184,6 @@ def test_without_the_list_nothing_is_sent_unless_nothing_is_to_be_mended(stage):
     result = command.run("unpin", path)
     assert result.status == 3 and "nothing was sent" in result.talk
     assert queue.state().messages == 0
-    command.done("unpin", "--no-mend", path)
+    command.done("unpin", "--no-repin", path)
     command.done("unpin", "--config-path", daemon.configuration, path)
     assert queue.state().messages == 2

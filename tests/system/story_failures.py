@@ -170,10 +170,13 @@ def test_what_stands_in_the_place_of_the_bitmap_file_is_not_followed(stage, make
     volume = stage.volume()
     other = volume.write("other", 100_000)
     make(volume.path(evidence.BITMAP_FILE))
+    os.chmod(volume.mount_path, 0o1777)  # where others may make such a thing
     with open("/tmp/elsewhere", "wb") as file:
         file.write(b"untouched")
     daemon, queue = stage.daemon(), stage.queue()
     daemon.expect(*errors, "drop it.")
+    if os.path.islink(volume.path(evidence.BITMAP_FILE)):
+        daemon.expect("is a symbolic link that others than root can change")
     if not os.path.islink(volume.path(evidence.BITMAP_FILE)) or os.path.exists(volume.path(evidence.BITMAP_FILE)):
         daemon.expect("Bitmap size changed. Could be due to volume expansion")
 
@@ -184,6 +187,21 @@ def test_what_stands_in_the_place_of_the_bitmap_file_is_not_followed(stage, make
     assert not os.path.exists("/tmp/nowhere")
     with open("/tmp/elsewhere", "rb") as file:
         assert file.read() == b"untouched"
+    os.unlink("/tmp/elsewhere")
+
+
+def test_a_link_that_is_roots_alone_is_followed(stage):
+    volume = stage.volume()
+    path = volume.write("photo", 100_000)
+    os.symlink("/tmp/elsewhere", volume.path(evidence.BITMAP_FILE))
+    daemon, queue = stage.daemon(), stage.queue()
+
+    queue.pin(volume.mount_path, [path])
+
+    daemon.until_done("pinFiles")
+    assert evidence.pinned_bits(volume.mount_path) == volume.cache.pinned() == evidence.units([path])
+    assert os.path.islink(volume.path(evidence.BITMAP_FILE))
+    assert os.path.getsize("/tmp/elsewhere") == evidence.bitmap_bytes(volume.size)
     os.unlink("/tmp/elsewhere")
 
 

@@ -81,6 +81,33 @@ def test_a_bad_message(stage, name):
     assert volume.cache.pinned() == evidence.units([path])
 
 
+def test_what_is_stored_for_two_volumes_is_done_after_intake_has_stopped(stage):
+    first, second = stage.volume("vol1"), stage.volume("vol2")
+    paths = {volume: [volume.write(name, 300_000) for name in ("a", "b", "c")] for volume in (first, second)}
+    daemon, queue = stage.daemon(), stage.queue()
+    daemon.expect("Should provide file paths", "Get wrong message format")
+    first.cache.control("delay-read 3600000")  # keeps the worker at the first request
+
+    for one, other in zip(paths[first], paths[second]):
+        queue.pin(first.mount_path, [one])
+        queue.pin(second.mount_path, [other])
+    queue.unpin(first.mount_path, paths[first][2:])
+    queue.send(queues.PIN, first.mount_path, "")
+    journal.until(lambda: not daemon.receiver_alive(), "the receiver is still there")
+    assert len(evidence.configuration(daemon.configuration)["requestQueue"]) == 7
+    first.cache.control("clear-faults")
+
+    daemon.until_done("pinFiles", 6)
+    daemon.until_done("unpinFiles")
+    assert daemon.worker_alive()
+    for volume, listed in ((first, paths[first][:2]), (second, paths[second])):
+        assert volume.cache.pinned() == evidence.units(listed) == evidence.pinned_bits(volume.mount_path)
+        assert evidence.pinned_files(daemon.configuration, volume.mount_path) == evidence.listing(
+            volume.mount_path, listed)
+    journal.until(lambda: evidence.configuration(daemon.configuration)["requestQueue"] is None,
+                  "a request is still queued")
+
+
 def test_a_message_too_long_stays_and_is_met_again(stage):
     volume = stage.volume()
     daemon, queue = stage.daemon(), stage.queue()

@@ -26,6 +26,26 @@ def test_requests_are_dropped_when_the_cache_stops_pinning(stage):
     assert lost.cache.pinned() == evidence.units([lost_path])  # the driver is not told anything
 
 
+def test_a_pending_volume_stays_pending_when_its_cache_is_lost(stage):
+    volume = stage.volume()
+    path = volume.write("a", 100_000)
+    daemon, queue = stage.daemon(), stage.queue()
+    queue.send(queues.ADD_PENDING, volume.mount_path)
+    volume.cache.control("support-pin 0")
+    queue.pin(volume.mount_path, [path])
+    daemon.wait_for("Drop requests finish")
+    volume.cache.control("support-pin 1")
+
+    queue.pin(volume.mount_path, [path])
+
+    # Meant: the field that is asked whether the dropped request's volume is pending is always empty.
+    daemon.wait_for("is pending")
+    assert not daemon.logged("from pending list") and not daemon.logged("Handle request (type=")
+    queue.send(queues.REMOVE_PENDING, volume.mount_path)
+    queue.send(queues.RELOAD, volume.mount_path)
+    daemon.until_done("pinFiles")
+
+
 def test_a_cache_that_is_still_being_built_does_not_pin(stage):
     volume = stage.volume()
     path = volume.write("a", 100_000)

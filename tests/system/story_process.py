@@ -17,10 +17,8 @@ USAGE = ("Usage:\n\tStart service:\n\t\tquorcachepinfiled --config-path conf_pat
 
 
 def call(*arguments):
-    done = subprocess.run([PROGRAM, *arguments], stdin=subprocess.DEVNULL, capture_output=True,
+    return subprocess.run([PROGRAM, *arguments], stdin=subprocess.DEVNULL, capture_output=True,
                           text=True, timeout=journal.PATIENCE)
-    journal.settle()
-    return done
 
 
 def texts_since(position):

@@ -25,16 +25,16 @@ EXTRA = 2  # requests by which the runs differ
 
 
 def register(volume):
-    """A registry entry for the volume's own device, locked as a living cache's. Returns its file."""
+    """A registry entry for the volume's own device, locked as a living cache's. Returns the lock's file."""
     os.makedirs("/run/quorsoftcache", exist_ok=True)
-    entry = open("/run/quorsoftcache/count.json", "w", encoding="utf-8")
-    json.dump({"version": 1, "name": "count", "pid": os.getpid(), "ssd": "/tmp/ssd",
-               "device": volume.block_device, "state": 1, "supportPin": 1, "unitSize": 65536,
-               "deviceSize": volume.size, "cacheSize": volume.size, "stats": "", "control": "",
-               "resident": "", "pinned": ""}, entry)
-    entry.flush()
-    fcntl.flock(entry, fcntl.LOCK_EX)
-    return entry
+    lock = open("/run/quorsoftcache/count.lock", "w", encoding="utf-8")
+    fcntl.flock(lock, fcntl.LOCK_EX)
+    with open("/run/quorsoftcache/count.json", "w", encoding="utf-8") as entry:
+        json.dump({"version": 1, "name": "count", "pid": os.getpid(), "ssd": "/tmp/ssd",
+                   "device": volume.block_device, "state": 1, "supportPin": 1, "unitSize": 65536,
+                   "deviceSize": volume.size, "cacheSize": volume.size, "stats": "", "control": "",
+                   "resident": "", "pinned": ""}, entry)
+    return lock
 
 
 def run(volume, paths):

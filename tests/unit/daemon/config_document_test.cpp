@@ -19,9 +19,8 @@ class ConfigDocumentTest : public DaemonTest {
 
     Lines WrongMember(const std::string& member) const {
         return ReadJsonLines() +
-               Lines{kDaemonLog.Error("ConfigReadDocument",
-                                      std::string("Config file (") + config() +
-                                          ") has a member of a wrong kind (" + member + ")")};
+               Lines{kDaemonLog.Error("ConfigCheckKind",
+                                      "Config has a member of a wrong kind (" + member + ")")};
     }
 
     Lines ParseError() const {
@@ -142,8 +141,8 @@ TEST_F(ConfigDocumentTest, ADirectoryCannotBeRead) {
     });
 }
 
-// Valid JSON that the library would throw on, at the first look or at a later one.
-TEST_F(ConfigDocumentTest, MembersOfAWrongKindCannotBeRead) {
+// Valid JSON that the library would throw on.
+TEST_F(ConfigDocumentTest, WhatIsNoObjectWithAQueueCannotBeRead) {
     struct Row {
         const char* what;
         const char* text;
@@ -155,39 +154,10 @@ TEST_F(ConfigDocumentTest, MembersOfAWrongKindCannotBeRead) {
         {"a text at the top", "'requestQueue'", "top level"},
         {"a number at the top", "7", "top level"},
         {"true at the top", "true", "top level"},
-        {"a text for the counter", "{'nextRequestNum':'3'}", "nextRequestNum"},
-        {"an object for the counter", "{'nextRequestNum':{}}", "nextRequestNum"},
-        {"an array for the counter", "{'nextRequestNum':[3]}", "nextRequestNum"},
-        {"a counter above int", "{'nextRequestNum':2147483648}", "nextRequestNum"},
-        {"a counter below int", "{'nextRequestNum':-2147483649}", "nextRequestNum"},
-        {"a counter above 64 bits", "{'nextRequestNum':18446744073709551616}", "nextRequestNum"},
-        {"a real counter above int", "{'nextRequestNum':1e300}", "nextRequestNum"},
         {"a text for the queue", "{'requestQueue':'0'}", "requestQueue"},
         {"an object for the queue", "{'requestQueue':{'0':'0'}}", "requestQueue"},
         {"a number for the queue", "{'requestQueue':0}", "requestQueue"},
         {"false for the queue", "{'requestQueue':false}", "requestQueue"},
-        {"an object in the queue", "{'requestQueue':['0',{}]}", "requestQueue"},
-        {"an array in the queue", "{'requestQueue':[['0']]}", "requestQueue"},
-        {"an array for the requests", "{'requests':[]}", "requests"},
-        {"a text for the requests", "{'requests':'0'}", "requests"},
-        {"a text for a request", "{'requests':{'0':'pinFiles'}}", "requests"},
-        {"an array for a request", "{'requests':{'0':[]}}", "requests"},
-        {"a number for a request", "{'requests':{'1':{},'0':7}}", "requests"},
-        {"an object for a type", "{'requests':{'0':{'type':{}}}}", "requests"},
-        {"an array for a type", "{'requests':{'0':{'type':['pinFiles']}}}", "requests"},
-        {"an object for a mount path", "{'requests':{'0':{'mountPath':{}}}}", "requests"},
-        {"an object for data", "{'requests':{'0':{'data':{'a':5}}}}", "requests"},
-        {"an array for data", "{'requests':{'0':{'data':[]}}}", "requests"},
-        {"an array for the volumes", "{'volumes':['/v']}", "volumes"},
-        {"a text for the volumes", "{'volumes':'/v'}", "volumes"},
-        {"a text for a volume", "{'volumes':{'/v':'files'}}", "volumes"},
-        {"an array for a volume", "{'volumes':{'/v':[]}}", "volumes"},
-        {"an array for files", "{'volumes':{'/v':{'files':[]}}}", "volumes"},
-        {"a text for files", "{'volumes':{'/v':{'files':'a'}}}", "volumes"},
-        {"a number for files", "{'volumes':{'/v':{'files':5}}}", "volumes"},
-        {"the first wrong member is named",
-         "{'nextRequestNum':'a','requestQueue':'a','requests':'a','volumes':'a'}",
-         "nextRequestNum"},
     };
 
     AtEveryLogSetting([&](LogCapture& log) {
@@ -202,14 +172,17 @@ TEST_F(ConfigDocumentTest, MembersOfAWrongKindCannotBeRead) {
     });
 }
 
-// What the library takes for a text or a number as it is, the service takes too.
-TEST_F(ConfigDocumentTest, MembersThatCanBeUsedAreOfTheRightKind) {
+// Only who uses a member is concerned by it.
+TEST_F(ConfigDocumentTest, NothingElseIsLookedAt) {
     const char* const texts[] = {
-        "{'nextRequestNum':null}",
-        "{'nextRequestNum':2147483647}",
-        "{'nextRequestNum':-2147483648}",
-        "{'nextRequestNum':1.5}",
-        "{'nextRequestNum':true}",
+        "{'nextRequestNum':'3'}",
+        "{'requestQueue':[{},[]]}",
+        "{'requests':7}",
+        "{'requests':{'0':'pinFiles'}}",
+        "{'requests':{'0':{'type':{},'mountPath':[],'data':[]}}}",
+        "{'volumes':7}",
+        "{'volumes':{'/v':[]}}",
+        "{'volumes':{'/v':{'files':5}}}",
         "{'requestQueue':[0,1.5,true,null,'a']}",
         "{'requests':null}",
         "{'requests':{'0':null}}",
@@ -226,8 +199,48 @@ TEST_F(ConfigDocumentTest, MembersThatCanBeUsedAreOfTheRightKind) {
         Json::Value document;
         LogCapture log;
         SetConfig(text);
+        uint32_t count = 99;
         EXPECT_EQ(ConfigReadDocument(config(), document), 0) << text;
+        EXPECT_EQ(ConfigGetJsonAndNumRequest(config(), document, count), 0) << text;
         EXPECT_TRUE(log.Shows({})) << text;
+    }
+}
+
+// What the library takes for a text or a number as it is, the service takes too.
+TEST_F(ConfigDocumentTest, KindsAreCheckedAsTheLibraryConverts) {
+    struct Row {
+        const char* value;
+        bool object, array, text, number;
+    };
+    const Row rows[] = {
+        {"null", true, true, true, true},
+        {"{}", true, false, false, false},
+        {"{'a':1}", true, false, false, false},
+        {"[]", false, true, false, false},
+        {"[1]", false, true, false, false},
+        {"''", false, false, true, false},
+        {"'3'", false, false, true, false},
+        {"true", false, false, true, true},
+        {"1.5", false, false, true, true},
+        {"2147483647", false, false, true, true},
+        {"-2147483648", false, false, true, true},
+        {"2147483648", false, false, true, false},
+        {"-2147483649", false, false, true, false},
+        {"18446744073709551616", false, false, true, false},
+        {"1e300", false, false, true, false},
+    };
+
+    for (const Row& row : rows) {
+        LogCapture log;
+        Json::Value value = Document(std::string("{'m':") + row.value + "}")["m"];
+        EXPECT_EQ(ConfigCheckObject(value, "m"), row.object ? 0 : -1) << row.value;
+        EXPECT_EQ(ConfigCheckArray(value, "m"), row.array ? 0 : -1) << row.value;
+        EXPECT_EQ(ConfigCheckText(value, "m"), row.text ? 0 : -1) << row.value;
+        EXPECT_EQ(ConfigCheckNumber(value, "m"), row.number ? 0 : -1) << row.value;
+        int wrong = 4 - row.object - row.array - row.text - row.number;
+        EXPECT_TRUE(log.Shows(
+            Lines(static_cast<size_t>(wrong),
+                  kDaemonLog.Error("ConfigCheckKind", "Config has a member of a wrong kind (m)"))));
     }
 }
 

@@ -513,6 +513,40 @@ TEST_F(EntryTest, AStartBecomesTheReceiverBesideOneWorker) {
         testing::ExitedWithCode(0), "");
 }
 
+// The worker may first run when the receiver, and with it main's frame, has ended.
+TEST_F(EntryTest, TheOptionsLiveAsLongAsTheProcess) {
+    EXPECT_EXIT(
+        {
+            pthread_attr_t attributes = {};
+            void* stack = nullptr;
+            size_t size = 0;
+            FailCall(Call::kFtok, 1, EACCES);
+            WriteFile(dir_ / "key", "");
+            Background caller([&] {
+                pthread_getattr_np(pthread_self(), &attributes);
+                pthread_attr_getstack(&attributes, &stack, &size);
+                RunMain({"-f", config()});
+            });
+            bool right = caller.Ends() && ThreadArguments().size() == 1;
+            auto* options = static_cast<ServiceOptions*>(ThreadArguments()[0]);
+            auto offset = reinterpret_cast<uintptr_t>(options) - reinterpret_cast<uintptr_t>(stack);
+            right = right && offset >= size && options->configPath == std::string(config());
+            _exit(right ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+TEST_F(EntryTest, EveryStartBeginsWithFreshOptions) {
+    LogCapture log(1);
+
+    FailCall(Call::kSignal, 1, EINVAL);
+    EXPECT_EQ(RunMain({"--debug", "-f", config()}), -1);
+    g_printLevel = 1;
+    EXPECT_EQ(RunMain({}), -1);
+    EXPECT_EQ(g_printLevel, 1);
+    log.Clear();
+}
+
 TEST_F(EntryTest, TheReceiverEndsAndTheWorkerGoesOn) {
     EXPECT_EXIT(
         {

@@ -3,6 +3,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <sys/stat.h>
 
 #include <memory>
@@ -140,19 +141,64 @@ TEST_F(FileMappingTest, TheDebugFileNamesOneFileExactly) {
         for (const Row& row : rows) {
             WriteFile(debugPath_, row.content);
             EXPECT_EQ(FileSimulateGetMappingFailed("/volume1/a.bin"), row.simulated) << row.what;
-            // Shown as far as it is read: its first line, without the newline, up to a null byte.
-            std::string line = row.content.substr(0, row.content.find('\n'));
-            bool hasNewline = line.size() < row.content.size();
-            std::string shown = line.c_str();
+            // Shown whole, up to a null byte; the trace of the comparison without the last newline.
+            std::string shown = row.content.c_str();
+            std::string compared = shown.substr(0, shown.size() - (shown.back() == '\n' ? 1 : 0));
             EXPECT_TRUE(log.Shows({
-                kUtilLog.Verbose("FileReadString",
-                                 "Get text = " + shown + (hasNewline ? "\n" : "")),
+                kUtilLog.Verbose("FileReadString", "Get text = " + shown),
                 kDaemonLog.Debug("FileSimulateGetMappingFailed",
-                                 "Simulate error file=/volume1/a.bin failed failed=" + shown +
+                                 "Simulate error file=/volume1/a.bin failed failed=" + compared +
                                      " ret=" + std::to_string(row.simulated)),
             })) << row.what;
         }
     });
+}
+
+TEST_F(FileMappingTest, APathMayHoldANewline) {
+    for (const char* content : {"/volume1/a\nb", "/volume1/a\nb\n"}) {
+        WriteFile(debugPath_, content);
+        EXPECT_EQ(FileSimulateGetMappingFailed("/volume1/a\nb"), 1);
+        EXPECT_EQ(FileSimulateGetMappingFailed("/volume1/a"), 0);
+    }
+}
+
+// Anybody can make the file; the worker waits for nobody and keeps no more of it than a path has.
+TEST_F(FileMappingTest, ADebugFileOfAnyKindIsReadWithoutWaiting) {
+    LogCapture log;
+    const ExpectedLine nothing = kUtilLog.Error(
+        "FileReadString", std::string("Can't get a line from file (") + kDebugSettingsPath + ")");
+
+    ASSERT_EQ(mkfifo(debugPath_.c_str(), 0666), 0);
+    EXPECT_EQ(FileSimulateGetMappingFailed("/volume1/a.bin"), 0);
+    EXPECT_TRUE(log.Shows({nothing}));
+    ASSERT_EQ(unlink(debugPath_.c_str()), 0);
+    ASSERT_EQ(mkdir(debugPath_.c_str(), 0777), 0);
+    EXPECT_EQ(FileSimulateGetMappingFailed("/volume1/a.bin"), 0);
+    EXPECT_TRUE(log.Shows({nothing}));
+    ASSERT_EQ(rmdir(debugPath_.c_str()), 0);
+    RedirectPath(kDebugSettingsPath, "/dev/zero");
+    EXPECT_EQ(FileSimulateGetMappingFailed("/volume1/a.bin"), 0);
+    EXPECT_TRUE(log.Shows({nothing}));
+}
+
+TEST_F(FileMappingTest, OnlyWhatCanBeAPathIsRead) {
+    const std::string longest(PATH_MAX - 1, 'x');
+    LogCapture log(3);
+
+    WriteFile(debugPath_, longest + "\n");
+    EXPECT_EQ(FileSimulateGetMappingFailed(longest), 1);
+    WriteFile(debugPath_, longest + "\n\n");
+    EXPECT_EQ(FileSimulateGetMappingFailed(longest), 0);
+    WriteFile(debugPath_, "/volume1/a.bin\n");
+    ASSERT_EQ(truncate(debugPath_.c_str(), off_t{3} << 30), 0);
+    RecordReads();
+    EXPECT_EQ(FileSimulateGetMappingFailed("/volume1/a.bin"), 0);
+    size_t size = 0;
+    for (const ReadRecord& record : ReadsTried()) {
+        size += record.size;
+    }
+    EXPECT_EQ(size, size_t{PATH_MAX} + 1);
+    log.Clear();
 }
 
 TEST_F(FileMappingTest, NothingIsSimulatedWithoutADebugFile) {

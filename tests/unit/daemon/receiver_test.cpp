@@ -348,7 +348,7 @@ TEST_F(ReceiverTest, WhatWasStoredBeforeABadMessageStays) {
 TEST_F(ReceiverTest, AFileThatCannotBeReadStopsIntake) {
     MakeQueue();
     LogCapture log;
-    SetConfig("{'requestQueue':7}");
+    SetConfig("[]");
     std::string before = ConfigText();
     Send(Reload("/a"));
     RunUntilStop();

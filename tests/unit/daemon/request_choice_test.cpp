@@ -356,6 +356,43 @@ TEST_F(RequestChoiceTest, AnEmptyPendingEntryDoesNotMatterWhileNothingIsDropped)
     EXPECT_EQ(Choose(), kChoiceRequest);
 }
 
+// One odd member concerns nobody but its users.
+TEST_F(RequestChoiceTest, WhatAChoiceDoesNotUseMayBeAnything) {
+    struct Row {
+        const char* what;
+        std::string content;
+        int choice;
+    };
+    const std::string run = "'5':" + Reload("/a");
+    const Row rows[] = {
+        {"the counter", "{'nextRequestNum':[],'requestQueue':['5'],'requests':{" + run + "}}",
+         kChoiceRequest},
+        {"volumes, while none is forgotten",
+         "{'volumes':7,'requestQueue':['5'],'requests':{" + run + "}}", kChoiceRequest},
+        {"another volume's files",
+         "{'volumes':{'/u':[]},'requestQueue':['4'],'requests':{'4':" + Reload("/gone") + "}}",
+         kChoiceNothing},
+        {"the files of the volume that is forgotten",
+         "{'volumes':{'/gone':7},'requestQueue':['4'],'requests':{'4':" + Reload("/gone") + "}}",
+         kChoiceNothing},
+        {"a request that is not queued", "{'requestQueue':['5'],'requests':{'4':7," + run + "}}",
+         kChoiceRequest},
+        {"a request behind the chosen one",
+         "{'requestQueue':['5','6'],'requests':{'6':[]," + run + "}}", kChoiceRequest},
+        {"a number behind the chosen one",
+         "{'requestQueue':['4','5',{}],'requests':{'4':" + Reload("/gone") + "," + run + "}}",
+         kChoiceRequest},
+        {"type and data of one that is dropped",
+         "{'requestQueue':['4'],'requests':{'4':{'mountPath':'/gone','type':{},'data':[]}}}",
+         kChoiceNothing},
+    };
+
+    for (const Row& row : rows) {
+        SetConfig(row.content);
+        EXPECT_EQ(Choose(), row.choice) << row.what;
+    }
+}
+
 // --- errors
 
 TEST_F(RequestChoiceTest, AnInconsistentFileIsAnErrorAndStaysAsItIs) {
@@ -372,6 +409,10 @@ TEST_F(RequestChoiceTest, AnInconsistentFileIsAnErrorAndStaysAsItIs) {
                                                 "Can't get space uuid from mount path (/gone)");
     const ExpectedLine notRemoved =
         kDaemonLog.Error("ConfigParseAndGetNextAvailableRequest", "Can't remove request (4)");
+    auto wrongKind = [](const std::string& member) {
+        return kDaemonLog.Error("ConfigCheckKind",
+                                "Config has a member of a wrong kind (" + member + ")");
+    };
     auto request = [](const char* number, const std::string& body) {
         return std::string("{'requestQueue':['") + number + "'],'requests':{'" + number +
                "':" + body + "}}";
@@ -413,14 +454,30 @@ TEST_F(RequestChoiceTest, AnInconsistentFileIsAnErrorAndStaysAsItIs) {
                            InConfig("Can't read data from config file (")),
           kDaemonLog.Error("ConfigParseAndGetNextAvailableRequest",
                            InConfig("Get request from config file (", ") error"))}},
-        {"of a wrong shape",
-         "{'requestQueue':['5'],'requests':{'5':{'mountPath':[]}}}",
-         {kDaemonLog.Error("ConfigReadDocument",
-                           InConfig("Config file (", ") has a member of a wrong kind (requests)")),
+        {"a queue that is no array",
+         "{'requestQueue':{'0':'5'}}",
+         {wrongKind("requestQueue"),
           kDaemonLog.Error("ConfigGetJsonAndNumRequest",
                            InConfig("Can't read data from config file (")),
           kDaemonLog.Error("ConfigParseAndGetNextAvailableRequest",
                            InConfig("Get request from config file (", ") error"))}},
+        {"a number that is no text", "{'requestQueue':[{}]}", {wrongKind("requestQueue")}},
+        {"requests that are no object",
+         "{'requestQueue':['5'],'requests':[]}",
+         {wrongKind("requests")}},
+        {"a request that is no object", request("5", "'x'"), {wrongKind("5")}},
+        {"a mount path that is no text",
+         request("5", "{'mountPath':[]}"),
+         {wrongKind("mountPath")}},
+        {"a type that is no text",
+         request("5", "{'mountPath':'/a','type':{}}"),
+         {wrongKind("type")}},
+        {"data that is no text",
+         request("5", "{'mountPath':'/a','type':'pinFiles','data':[]}"),
+         {wrongKind("data")}},
+        {"volumes that are no object, and one to forget",
+         "{'requestQueue':['4'],'requests':{'4':" + Reload("/gone") + "},'volumes':7}",
+         {noSpace, wrongKind("volumes")}},
     };
 
     for (const Row& row : rows) {

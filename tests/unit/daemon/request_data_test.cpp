@@ -520,4 +520,45 @@ TEST_F(RequestDataTest, OnlyTheFirst1023CharactersOfDataCount) {
     EXPECT_EQ(AsTexts(infos), Strings({"a 1"})) << "the number is cut";
 }
 
+// --- for the log
+
+TEST_F(RequestDataTest, RequestToString) {
+    Request request = MakeRequest(kRequestUnpinFiles, "/v", "a#5;b#6");
+
+    EXPECT_EQ(RequestToString(request), "Request type=unpinFiles mountPath=/v data=a#5;b#6");
+    EXPECT_EQ(RequestToString(Request{}), "Request type=unknown mountPath= data=");
+    EXPECT_EQ(RequestToString(MakeRequest(kRequestPinFiles, "%n%s", "%s")),
+              "Request type=pinFiles mountPath=%n%s data=%s");
+}
+
+TEST_F(RequestDataTest, ATypeWithoutANameIsTheLibrarysNullMarker) {
+    LogCapture log;
+
+    EXPECT_EQ(RequestToString(MakeRequest(7, "/v", "a")),
+              "Request type=(null) mountPath=/v data=a");
+    EXPECT_EQ(RequestToString(MakeRequest(-1, "/v")), "Request type=(null) mountPath=/v data=");
+    EXPECT_TRUE(log.Shows(
+        {kUtilLog.Error("RequestTypeToString", "Convert request type to string errror"),
+         kUtilLog.Error("RequestTypeToString", "Convert request type to string errror")}));
+}
+
+// Meant: 1024 characters exactly, and only they, are traced.
+TEST_F(RequestDataTest, OnlyALineOf1024CharactersIsTracedAsFull) {
+    const std::string head = "Request type=pinFiles mountPath= data=";
+
+    AtEveryLogSetting([&](LogCapture& log) {
+        for (size_t length : {1022U, 1023U, 1024U, 1025U, 1100U}) {
+            std::string mountPath = Text(length - head.size() - 700, 'm');
+            std::string text =
+                RequestToString(MakeRequest(kRequestPinFiles, mountPath, Text(700, 'd')));
+            std::string whole =
+                "Request type=pinFiles mountPath=" + mountPath + " data=" + Text(700, 'd');
+            ASSERT_EQ(whole.size(), length);
+            EXPECT_EQ(text, whole.substr(0, 1023)) << length;
+            Lines full = {kDaemonLog.Verbose("RequestToString", "String is full")};
+            EXPECT_TRUE(log.Shows(length == 1024 ? full : Lines())) << length;
+        }
+    });
+}
+
 }  // namespace

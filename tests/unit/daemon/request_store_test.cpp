@@ -29,6 +29,11 @@ class RequestStoreTest : public DaemonTest {
         return MakeRequest(kRequestPinFiles, dir_.path(), names);
     }
 
+    static ExpectedLine WrongKind(const std::string& member) {
+        return kDaemonLog.Error("ConfigCheckKind",
+                                "Config has a member of a wrong kind (" + member + ")");
+    }
+
     std::string InConfig(const char* before, const char* after = ")") const {
         return before + std::string(config()) + after;
     }
@@ -191,6 +196,20 @@ TEST_F(RequestStoreTest, AddingIsTracedWithTheWholeDocument) {
     });
 }
 
+// A name need not be UTF-8: no byte of it is swallowed, nor the separator behind it.
+TEST_F(RequestStoreTest, ANameIsStoredAndTracedByteForByte) {
+    const std::string entry = Make("caf\xe9");
+    LogCapture log(2);
+
+    SetConfig("{}");
+    ASSERT_EQ(ConfigAddRequest(config(), Pin(dir_ / "caf\xe9")), 0);
+    EXPECT_NE(ConfigText().find('"' + entry + '"'), std::string::npos) << ConfigText();
+    EXPECT_EQ(ConfigDocument()["requests"]["0"]["data"].asString(), entry);
+    EXPECT_TRUE(log.Has(
+        kDaemonLog.Verbose("JsonAddRequest", "After request is added: jsConf:" + ConfigText())));
+    log.Clear();
+}
+
 // --- removing from a document
 
 TEST_F(RequestStoreTest, ARequestIsRemovedFromQueueAndRequests) {
@@ -338,45 +357,6 @@ TEST_F(RequestStoreTest, JsonArrayHasString) {
 
 // --- one line of a request
 
-TEST_F(RequestStoreTest, RequestToString) {
-    Request request = MakeRequest(kRequestUnpinFiles, "/v", "a#5;b#6");
-
-    EXPECT_EQ(RequestToString(request), "Request type=unpinFiles mountPath=/v data=a#5;b#6");
-    EXPECT_EQ(RequestToString(Request{}), "Request type=unknown mountPath= data=");
-    EXPECT_EQ(RequestToString(MakeRequest(kRequestPinFiles, "%n%s", "%s")),
-              "Request type=pinFiles mountPath=%n%s data=%s");
-}
-
-TEST_F(RequestStoreTest, ATypeWithoutANameIsTheLibrarysNullMarker) {
-    LogCapture log;
-
-    EXPECT_EQ(RequestToString(MakeRequest(7, "/v", "a")),
-              "Request type=(null) mountPath=/v data=a");
-    EXPECT_EQ(RequestToString(MakeRequest(-1, "/v")), "Request type=(null) mountPath=/v data=");
-    EXPECT_TRUE(log.Shows(
-        {kUtilLog.Error("RequestTypeToString", "Convert request type to string errror"),
-         kUtilLog.Error("RequestTypeToString", "Convert request type to string errror")}));
-}
-
-// Meant: 1024 characters exactly, and only they, are traced.
-TEST_F(RequestStoreTest, OnlyALineOf1024CharactersIsTracedAsFull) {
-    const std::string head = "Request type=pinFiles mountPath= data=";
-
-    AtEveryLogSetting([&](LogCapture& log) {
-        for (size_t length : {1022U, 1023U, 1024U, 1025U, 1100U}) {
-            std::string mountPath = Text(length - head.size() - 700, 'm');
-            std::string text =
-                RequestToString(MakeRequest(kRequestPinFiles, mountPath, Text(700, 'd')));
-            std::string whole =
-                "Request type=pinFiles mountPath=" + mountPath + " data=" + Text(700, 'd');
-            ASSERT_EQ(whole.size(), length);
-            EXPECT_EQ(text, whole.substr(0, 1023)) << length;
-            Lines full = {kDaemonLog.Verbose("RequestToString", "String is full")};
-            EXPECT_TRUE(log.Shows(length == 1024 ? full : Lines())) << length;
-        }
-    });
-}
-
 // --- adding to the file
 
 TEST_F(RequestStoreTest, AddingToAMissingFileCreatesIt) {
@@ -423,15 +403,7 @@ TEST_F(RequestStoreTest, AddingToAFileThatCannotBeReadIsRefused) {
         {"{'requestQueue':",
          {kUtilLog.Enter("ReadFileToJson"),
           kUtilLog.Error("ReadFileToJson", InConfig("Prase file ", " error"))}},
-        {"[]", ReadJsonLines() +
-                   Lines{kDaemonLog.Error(
-                       "ConfigReadDocument",
-                       InConfig("Config file (", ") has a member of a wrong kind (top level)"))}},
-        {"{'requestQueue':{}}",
-         ReadJsonLines() +
-             Lines{kDaemonLog.Error(
-                 "ConfigReadDocument",
-                 InConfig("Config file (", ") has a member of a wrong kind (requestQueue)"))}},
+        {"[]", ReadJsonLines() + Lines{WrongKind("top level")}},
     };
 
     AtEveryLogSetting([&](LogCapture& log) {
@@ -449,6 +421,125 @@ TEST_F(RequestStoreTest, AddingToAFileThatCannotBeReadIsRefused) {
                 << row.content;
         }
     });
+}
+
+TEST_F(RequestStoreTest, AMemberThatAnAddUsesMustHaveItsKind) {
+    struct Row {
+        const char* content;
+        const char* member;
+    };
+    const Row rows[] = {
+        {"{'nextRequestNum':'3'}", "nextRequestNum"},
+        {"{'nextRequestNum':{}}", "nextRequestNum"},
+        {"{'nextRequestNum':2147483648}", "nextRequestNum"},
+        {"{'requestQueue':{}}", "requestQueue"},
+        {"{'requestQueue':'0'}", "requestQueue"},
+        {"{'requests':[]}", "requests"},
+        {"{'requests':7}", "requests"},
+    };
+
+    for (const Row& row : rows) {
+        LogCapture log;
+        SetConfig(row.content);
+        std::string before = ConfigText();
+        EXPECT_EQ(ConfigAddRequest(config(), MakeRequest(kRequestReloadPinBlocks, "/v")), -1);
+        EXPECT_EQ(ConfigText(), before);
+        EXPECT_TRUE(log.Shows({WrongKind(row.member),
+                               kDaemonLog.Error("ConfigAddRequest", "Can't add request to json")}))
+            << row.content;
+    }
+}
+
+// One odd member concerns nobody but its users.
+TEST_F(RequestStoreTest, WhatAnAddDoesNotUseMayBeAnything) {
+    struct Row {
+        const char* rest;      // of the document, beside what an add uses
+        const char* requests;  // before it
+        const char* queue;
+    };
+    const Row rows[] = {
+        {",'volumes':7", "", ""},
+        {",'volumes':{'/v':[]}", "", ""},
+        {",'volumes':{'/v':{'files':'a'}}", "", ""},
+        {",'another':[[]]", "", ""},
+        {"", "'1':7,", "'1',"},
+        {"", "'1':{'type':[],'mountPath':{},'data':[]},", "'1',"},
+        {"", "", "{},[],"},
+    };
+    const std::string added = "'4':{'type':'reloadPinBlocks','mountPath':'/v','data':null}";
+
+    for (const Row& row : rows) {
+        LogCapture log;
+        std::string queue = row.queue;
+        std::string requests = row.requests;
+        auto document = [&](const std::string& number, const std::string& newQueue,
+                            const std::string& newRequests) {
+            return "{'nextRequestNum':" + number + ",'requestQueue':[" + newQueue +
+                   "],'requests':{" + newRequests + "}" + row.rest + "}";
+        };
+        SetConfig(document("4", queue.substr(0, queue.size() - (queue.empty() ? 0 : 1)),
+                           requests.substr(0, requests.size() - (requests.empty() ? 0 : 1))));
+        EXPECT_EQ(ConfigAddRequest(config(), MakeRequest(kRequestReloadPinBlocks, "/v")), 0);
+        EXPECT_EQ(Styled(ConfigDocument()),
+                  Styled(Document(document("5", queue + "'4'", requests + added))));
+        EXPECT_TRUE(log.Shows({}));
+    }
+}
+
+TEST_F(RequestStoreTest, WhatStandsUnderTheNumberIsOverwritten) {
+    for (const char* before : {"7", "[]", "'pinFiles'", "null", "{'type':[],'mountPath':7}"}) {
+        LogCapture log;
+        SetConfig(std::string("{'nextRequestNum':4,'requests':{'4':") + before + "}}");
+        EXPECT_EQ(ConfigAddRequest(config(), MakeRequest(kRequestReloadPinBlocks, "/v")), 0);
+        EXPECT_EQ(
+            Styled(ConfigDocument()["requests"]),
+            Styled(Document("{'4':{'type':'reloadPinBlocks','mountPath':'/v','data':null}}")));
+        EXPECT_TRUE(log.Shows({}));
+    }
+}
+
+// A pin needs the volume's list; what has failed leaves whatever the list is.
+TEST_F(RequestStoreTest, OnlyWhoUsesTheVolumesIsConcernedByThem) {
+    struct Row {
+        const char* volumes;
+        const char* member;
+    };
+    const Row rows[] = {
+        {"7", "volumes"},
+        {"[]", "volumes"},
+        {"{'/v':'files'}", "/v"},
+        {"{'/v':{'files':5}}", "files"},
+    };
+    const ExpectedLine takesOff = kDaemonLog.Error(
+        "ConfigDropErrorRequest", "Remove pinned files from the config file if possible");
+
+    for (const Row& row : rows) {
+        LogCapture log;
+        const std::string content =
+            std::string("{'requestQueue':['7',{}],'requests':{'7':{}},'volumes':") + row.volumes +
+            "}";
+        const Request pin = MakeRequest(kRequestPinFiles, "/v", "a#5");
+        SetConfig(content);
+        EXPECT_EQ(ConfigUpdatedByFinishedRequest(config(), pin, "7"), -1);
+        EXPECT_EQ(Styled(ConfigDocument()), Styled(Document(content)));
+        EXPECT_TRUE(
+            log.Shows({WrongKind(row.member), kDaemonLog.Error("ConfigUpdatedByFinishedRequest",
+                                                               "Can't update pin file list")}));
+        EXPECT_EQ(ConfigDropErrorRequest(config(), pin, "7"), 0);
+        EXPECT_TRUE(log.Shows({}));
+        SetConfig(content);
+        EXPECT_EQ(
+            ConfigDropErrorRequest(config(), MakeRequest(kRequestUnpinFiles, "/v", "a#5"), "7"), 0);
+        EXPECT_TRUE(log.Shows({takesOff, WrongKind(row.member)}));
+        SetConfig(content);
+        EXPECT_EQ(ConfigUpdatedByFinishedRequest(config(),
+                                                 MakeRequest(kRequestReloadPinBlocks, "/v"), "7"),
+                  0);
+        EXPECT_EQ(Styled(ConfigDocument()),
+                  Styled(Document(std::string("{'requestQueue':[{}],'requests':{},'volumes':") +
+                                  row.volumes + "}")));
+        EXPECT_TRUE(log.Shows({}));
+    }
 }
 
 TEST_F(RequestStoreTest, ARequestThatCannotBeConvertedLeavesTheFileAlone) {
@@ -673,11 +764,13 @@ void RequestStoreTest::FailEveryStep(const Leaving& leaving) {
         {"no JSON",
          "{'a':",
          {kUtilLog.Error("ReadFileToJson", InConfig("Prase file ", " error")), notRead}},
-        {"of a wrong shape",
-         "{'volumes':[]}",
-         {kDaemonLog.Error("ConfigReadDocument",
-                           InConfig("Config file (", ") has a member of a wrong kind (volumes)")),
-          notRead}},
+        {"of a wrong shape", "[]", {WrongKind("top level"), notRead}},
+        {"the queue no array",
+         "{'requestQueue':{'7':'7'},'requests':{'7':{}}}",
+         {WrongKind("requestQueue"), notRemoved}},
+        {"the requests no object",
+         "{'requestQueue':['7'],'requests':['7']}",
+         {WrongKind("requests"), notRemoved}},
         {"queue null",
          "{'requestQueue':null,'requests':{'7':{}}}",
          {kDaemonLog.Error("JsonRemoveRequest", "Can't read request queue"), notRemoved}},

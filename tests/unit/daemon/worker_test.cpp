@@ -594,21 +594,19 @@ TEST_F(WorkerTest, TheEndOfTheWorkerIsTraced) {
         constexpr char kChoose[] = "ConfigParseAndGetNextAvailableRequest";
         std::string path = config();
         EXPECT_TRUE(ShowsOwn(
-            log,
-            {
-                kDaemonLog.Enter("DoRequests"),
-                kDaemonLog.Enter(kChoose),
-                kDaemonLog.Enter(kCount),
-                kDaemonLog.Error("ConfigReadDocument", "Config file (" + path +
-                                                           ") has a member of a wrong kind (top "
-                                                           "level)"),
-                kDaemonLog.Error(kCount, "Can't read data from config file (" + path + ")"),
-                kDaemonLog.Error("ConfigParseAndGetNextAvailableRequest",
-                                 "Get request from config file (" + path + ") error"),
-                kDaemonLog.Leave(kChoose),
-                kDaemonLog.Error("DoRequests", "Get request error"),
-                kDaemonLog.Leave("DoRequests"),
-            }));
+            log, {
+                     kDaemonLog.Enter("DoRequests"),
+                     kDaemonLog.Enter(kChoose),
+                     kDaemonLog.Enter(kCount),
+                     kDaemonLog.Error("ConfigCheckKind",
+                                      "Config has a member of a wrong kind (top level)"),
+                     kDaemonLog.Error(kCount, "Can't read data from config file (" + path + ")"),
+                     kDaemonLog.Error("ConfigParseAndGetNextAvailableRequest",
+                                      "Get request from config file (" + path + ") error"),
+                     kDaemonLog.Leave(kChoose),
+                     kDaemonLog.Error("DoRequests", "Get request error"),
+                     kDaemonLog.Leave("DoRequests"),
+                 }));
         EXPECT_EQ(ConfigText(), "[]");
     }
 }

@@ -64,30 +64,35 @@ TEST_F(CacheRegistryTest, TheEntryOfAProcessThatWasKilledIsALeftover) {
 
 TEST_F(CacheRegistryTest, ALivingCacheIsNotMissedWhileItReplacesItsFile) {
     LivingEntry cache("vol1", EntryText("/ssd1", "/dev1"));
-    int replaced = 0;
-    SetFlockHook([&] {  // between the opening of the file and the test of its lock
-        if (replaced < 5) {
-            cache.Replace(EntryText("/ssd1", "/dev1", ++replaced, 1));
-        }
+    int replaced = 1;
+    SetFlockHook([&] {  // between the reading of the file and the test of its lock
+        cache.Replace(EntryText("/ssd1", "/dev1", ++replaced, 1));
+        return 0;
     });
-    EXPECT_EQ(StatOf("/ssd1"), "5 1");
+    EXPECT_EQ(StatOf("/ssd1"), "1 1");
+    EXPECT_EQ(StatOf("/ssd1"), "2 1");
     EXPECT_EQ(LogLines(), std::vector<std::string>{});
 }
 
-TEST_F(CacheRegistryTest, AFileThatIsReplacedAllTheTimeIsNotWaitedForForEver) {
-    LivingEntry cache("vol1", EntryText("/ssd1", "/dev1"));
-    SetFlockHook([&] { cache.Replace(EntryText("/ssd1", "/dev1")); });
+TEST_F(CacheRegistryTest, ALockThatNeverWasIsThatOfALeftover) {
+    WriteFile(EntryPath("vol1"), EntryText("/ssd1", "/dev1"));
     EXPECT_EQ(StatOf("/ssd1"), "= 0");
-    SetFlockHook(nullptr);
+    EXPECT_TRUE(LogLines().empty());
+}
+
+// Anybody may read an entry, and lock what he may read.
+TEST_F(CacheRegistryTest, ALockOnTheEntryItselfMeansNothing) {
+    WriteFile(EntryPath("vol1"), EntryText("/ssd1", "/dev1"));
+    const UniqueFd anybody(open(EntryPath("vol1").c_str(), O_RDONLY | O_CLOEXEC));
+    ASSERT_EQ(flock(anybody.Get(), LOCK_EX | LOCK_NB), 0);
+    EXPECT_EQ(StatOf("/ssd1"), "= 0");
+    const LivingEntry cache("vol1", EntryText("/ssd1", "/dev1"));
     EXPECT_EQ(StatOf("/ssd1"), "1 1");
-    EXPECT_EQ(LogLines(), std::vector<std::string>{"libquorstoragecore: cache registry file " +
-                                                   EntryPath("vol1") +
-                                                   " is passed over: Device or resource busy"});
 }
 
 TEST_F(CacheRegistryTest, AFileThatIsRemovedWhileItIsLookedAtIsNoEntry) {
     { const LivingEntry cache("vol1", EntryText("/ssd1", "/dev1")); }
-    SetFlockHook([] { unlink(EntryPath("vol1").c_str()); });
+    SetFlockHook([] { return unlink(EntryPath("vol1").c_str()); });
     EXPECT_EQ(StatOf("/ssd1"), "= 0");
     EXPECT_EQ(LogLines(), std::vector<std::string>{});
 }

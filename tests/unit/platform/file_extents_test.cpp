@@ -11,6 +11,8 @@
 #include "platform/linux/unique_fd.h"
 #include "tests/unit/platform/mapping_fixture.h"
 
+using stand_in::UniqueFd;
+
 namespace {
 
 uint64_t Sectors(const FileMappingTable& table) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Three calls of the C library that the platform libraries make come to the test program first: a
+// Five calls of the C library that the platform libraries make come to the test program first: a
 // definition in the program goes before that of the C library.
 #pragma once
 
@@ -18,5 +18,13 @@ using IoctlHook = std::function<int(int fd, unsigned long request, void* argumen
 void SetIoctlHook(IoctlHook hook);
 int RealIoctl(int fd, unsigned long request, void* argument);
 
-// Called before every flock while set; may lock files itself.
-void SetFlockHook(std::function<void()> hook);
+// Called before every flock while set; may lock files itself. Returns 0, or an errno with which the
+// call then fails.
+void SetFlockHook(std::function<int()> hook);
+
+// Called before every open while set. Returns 0, or an errno with which the call then fails.
+using OpenHook = std::function<int(const std::string& path)>;
+void SetOpenHook(OpenHook hook);
+
+// Called in the place of every nanosleep while set.
+void SetSleepHook(std::function<void()> hook);

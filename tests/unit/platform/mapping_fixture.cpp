@@ -8,6 +8,8 @@
 
 #include "platform/linux/unique_fd.h"
 
+using stand_in::UniqueFd;
+
 void MappingTest::UseVolume(const std::string& fsType, std::vector<std::string> options) {
     const std::string blockSize =
         fsType == "xfs" ? "size=" + std::to_string(kBlock) : std::to_string(kBlock);

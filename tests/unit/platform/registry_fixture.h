@@ -13,6 +13,8 @@
 #include "platform/quorstoragecore.h"
 #include "tests/unit/platform/scratch.h"
 
+using stand_in::UniqueFd;
+
 constexpr char kRegistry[] = "/mnt/registry";
 
 inline std::string EntryPath(const std::string& name) {
@@ -27,26 +29,29 @@ inline std::string EntryText(const std::string& ssd, const std::string& device, 
            R"(,"unitSize":65536,"deviceSize":1048576,"cacheSize":65536})" + "\n";
 }
 
-// The registry file of a living cache: written beside its place, locked, and put there in one step,
-// as the cache does it. It is alive until the object goes; the file stays.
+inline std::string LockPath(const std::string& name) {
+    return std::string(kRegistry) + "/" + name + ".lock";
+}
+
+// The registry file of a living cache: locked by a file beside it, then written aside and put into
+// its place in one step, as the cache does it. It is alive until the object goes; both files stay.
 class LivingEntry {
   public:
-    LivingEntry(const std::string& name, const std::string& text) : name_(name), lock_(-1) {
+    LivingEntry(const std::string& name, const std::string& text)
+        : name_(name), lock_(open(LockPath(name).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
+        EXPECT_EQ(flock(lock_.Get(), LOCK_EX | LOCK_NB), 0);
         Replace(text);
     }
 
     void Replace(const std::string& text) {
         const std::string temporary = std::string(kRegistry) + "/." + name_ + ".new";
         WriteFile(temporary, text);
-        UniqueFd fresh(open(temporary.c_str(), O_RDONLY | O_CLOEXEC));
-        EXPECT_EQ(flock(fresh.Get(), LOCK_EX | LOCK_NB), 0);
         EXPECT_EQ(rename(temporary.c_str(), EntryPath(name_).c_str()), 0);
-        lock_.Reset(fresh.Release());  // the old file's lock goes here
     }
 
   private:
     const std::string name_;
-    UniqueFd lock_;
+    const UniqueFd lock_;
 };
 
 class RegistryTest : public ScratchTest {

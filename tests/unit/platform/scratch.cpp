@@ -45,6 +45,8 @@ void ScratchTest::SetUp() {
 void ScratchTest::TearDown() {
     SetIoctlHook(nullptr);
     SetFlockHook(nullptr);
+    SetOpenHook(nullptr);
+    SetSleepHook(nullptr);
     umount2(kScratch, MNT_DETACH);  // and all that is mounted below
 }
 

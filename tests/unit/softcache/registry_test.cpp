@@ -4,6 +4,8 @@
 #include <json/json.h>
 #include <sys/file.h>
 
+#include <thread>
+
 #include "tests/unit/softcache/test_files.h"
 
 namespace softcache {
@@ -28,10 +30,18 @@ class RegistryTest : public ::testing::Test {
 
     // What a reader asks: is the process that wrote it still there?
     static bool Alive(int fd) { return flock(fd, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK; }
+    bool Alive() { return Alive(OpenFile(lock_, O_RDONLY).get()); }
+
+    static mode_t ModeOf(const std::string& path) {
+        struct stat status {};
+        EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
+        return status.st_mode & 07777;
+    }
 
     TempDir dir_;
     std::string registry_ = dir_ / "run/caches";
     std::string path_ = registry_ + "/vol1.json";
+    std::string lock_ = registry_ + "/vol1.lock";
     RegistryRecord record_;
 };
 
@@ -54,18 +64,19 @@ TEST_F(RegistryTest, TheEntryTellsEverythingAndIsLocked) {
     expected["resident"] = "/mnt/c/resident";
     expected["pinned"] = "/mnt/c/pinned";
     EXPECT_EQ(Entry(), expected);
-    EXPECT_TRUE(Alive(OpenFile(path_, O_RDONLY).get()));
+    EXPECT_TRUE(Alive());
     EXPECT_FALSE(std::filesystem::exists(path_ + ".new"));
 }
 
-TEST_F(RegistryTest, AChangeReplacesTheFileAndBothStayLocked) {
+TEST_F(RegistryTest, AChangeReplacesTheFileUnderTheSameLock) {
     RegistryEntry entry(registry_, record_);
     ASSERT_EQ(entry.Publish(), "");
     const OwnedFd before = OpenFile(path_, O_RDONLY);
+    const OwnedFd lockBefore = OpenFile(lock_, O_RDONLY);
     EXPECT_EQ(entry.SetState(3), 0);
     EXPECT_EQ(Entry()["state"], 3);
-    EXPECT_TRUE(Alive(OpenFile(path_, O_RDONLY).get()));
-    EXPECT_TRUE(Alive(before.get())) << "a reader who came just before the change";
+    EXPECT_TRUE(Alive());
+    EXPECT_TRUE(Alive(lockBefore.get()));
     struct stat status;
     ASSERT_EQ(fstat(before.get(), &status), 0);
     EXPECT_EQ(status.st_nlink, 0u);
@@ -98,11 +109,67 @@ TEST_F(RegistryTest, AFailedChangeChangesNothing) {
 TEST_F(RegistryTest, RemoveTakesTheEntryAway) {
     RegistryEntry entry(registry_, record_);
     ASSERT_EQ(entry.Publish(), "");
-    const OwnedFd reader = OpenFile(path_, O_RDONLY);
+    const OwnedFd reader = OpenFile(lock_, O_RDONLY);
     entry.Remove();
     EXPECT_FALSE(std::filesystem::exists(path_));
+    EXPECT_FALSE(std::filesystem::exists(lock_));
     EXPECT_FALSE(Alive(reader.get()));
     entry.Remove();  // once more does no harm
+}
+
+// Whoever can open a file can lock it, and hold up everybody who wants it.
+TEST_F(RegistryTest, NobodyElseCanKeepACacheFromStartingOrEnding) {
+    std::filesystem::create_directories(registry_);
+    NewFile(path_, {'s', 't', 'a', 'l', 'e'});
+    const OwnedFd directory = OpenFile(registry_, O_RDONLY | O_DIRECTORY);
+    const OwnedFd stale = OpenFile(path_, O_RDONLY);
+    ASSERT_EQ(flock(directory.get(), LOCK_EX | LOCK_NB), 0);
+    ASSERT_EQ(flock(stale.get(), LOCK_EX | LOCK_NB), 0);
+    RegistryEntry entry(registry_, record_);
+    EXPECT_EQ(entry.Publish(), "");
+    EXPECT_EQ(ModeOf(lock_), 0600u);
+    EXPECT_EQ(ModeOf(registry_ + "/.lock"), 0600u);
+    EXPECT_EQ(ModeOf(path_), 0644u);
+    const OwnedFd standing = OpenFile(path_, O_RDONLY);
+    ASSERT_EQ(flock(standing.get(), LOCK_EX | LOCK_NB), 0);
+    EXPECT_EQ(entry.SetState(2), 0);
+    entry.Remove();
+    EXPECT_FALSE(std::filesystem::exists(path_));
+}
+
+TEST_F(RegistryTest, AStartWaitsForWhoeverAsksWhetherItLives) {
+    std::filesystem::create_directories(registry_);
+    NewFile(lock_, {});
+    OwnedFd reader = OpenFile(lock_, O_RDONLY);
+    ASSERT_EQ(flock(reader.get(), LOCK_SH | LOCK_NB), 0);
+    RegistryEntry entry(registry_, record_);
+    std::thread start([&] { EXPECT_EQ(entry.Publish(), ""); });
+    while (!std::filesystem::exists(registry_ + "/.lock")) {
+        std::this_thread::yield();
+    }
+    reader = OwnedFd();
+    start.join();
+    EXPECT_TRUE(Alive());
+}
+
+TEST_F(RegistryTest, ALockThatCannotBeAskedIsNoLeaveToStart) {
+    std::filesystem::create_directories(registry_);
+    ASSERT_EQ(symlink("vol1.json", lock_.c_str()), 0);
+    const std::string whyNot = "registry lock " + lock_ + ": Too many levels of symbolic links";
+    EXPECT_EQ(WhyNotServe(registry_, "vol1"), whyNot);
+    EXPECT_EQ(RegistryEntry(registry_, record_).Publish(), whyNot);
+    EXPECT_FALSE(std::filesystem::exists(path_));
+}
+
+TEST_F(RegistryTest, AStartThatFailsLeavesNothingBehind) {
+    RegistryEntry entry(registry_, record_);
+    {
+        const FileSizeLimit limit(10);
+        EXPECT_NE(entry.Publish(), "");
+    }
+    EXPECT_FALSE(std::filesystem::exists(path_));
+    EXPECT_FALSE(std::filesystem::exists(lock_));
+    EXPECT_EQ(entry.Publish(), "");
 }
 
 TEST_F(RegistryTest, RemoveLeavesAnotherCachesEntryAlone) {

@@ -162,7 +162,7 @@ TEST_F(ServiceTest, ServesItsFilesAndEndsInOrder) {
     EXPECT_EQ(entry["ssd"], ssd_);
     EXPECT_EQ(entry["state"], 1);
     EXPECT_EQ(entry["supportPin"], 1);
-    EXPECT_NE(flock(OpenFile(path, O_RDONLY).get(), LOCK_SH | LOCK_NB), 0);
+    EXPECT_NE(flock(OpenFile(dir_ / "reg/vol1.lock", O_RDONLY).get(), LOCK_SH | LOCK_NB), 0);
 
     const Outcome outcome = service_.End(SIGTERM);
     EXPECT_EQ(outcome.status, 0);
@@ -363,6 +363,28 @@ TEST_F(ServiceTest, ACopyThatIsBeingReadIsNotReplaced) {
     ASSERT_EQ(Control("clear-faults"), 0);
     reader.join();
     EXPECT_TRUE(firstRight);
+}
+
+TEST_F(ServiceTest, AnSsdThatIsCutIsNamedOnceAndTheDeviceKeepsItsBytes) {
+    ServeBytes(kMiB);
+    const std::vector<uint32_t> all = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+    ReadUnits(all);
+    ASSERT_EQ(Stats()["residentUnits"], 16);
+    ASSERT_EQ(truncate(ssd_.c_str(), 0), 0);
+    ASSERT_EQ(truncate(ssd_.c_str(), kMiB), 0);
+    for (int i = 0; i < 2; ++i) {
+        Bytes got(kMiB);
+        ASSERT_EQ(ReadFull(Device().get(), got.data(), got.size(), 0), 0);
+        EXPECT_TRUE(got == content_);
+    }
+    EXPECT_EQ(Stats()["residentUnits"], 0);
+    EXPECT_EQ(Stats()["retiredUnits"], 16);
+    EXPECT_EQ(Stats()["ssdErrors"], 1);
+    const Outcome outcome = service_.End(SIGTERM);
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output,
+              "quorsoftcache: vol1 ready\nquorsoftcache: ssd " + ssd_ +
+                  " was cut or lost space: nothing is cached until the next start\n");
 }
 
 TEST_F(ServiceTest, AKilledCacheIsColdAfterwardsButKnowsItsPins) {

@@ -151,7 +151,7 @@ int QLIBCFileGetKeyValue(const char* file, const char* key, char* value, size_t 
 
 int QUORSpaceInfoEnum(int kind, SpaceInfo** list) {
     Record("QUORSpaceInfoEnum(" + std::to_string(kind) + ")");
-    if (g_platform.enumResult < 0) {
+    if (g_platform.enumResult < 0 && !g_platform.storesListOnFailure) {
         return g_platform.enumResult;
     }
     *list = nullptr;

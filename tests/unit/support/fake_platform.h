@@ -56,6 +56,7 @@ struct FakeMapping {
 
 struct FakePlatform {
     int enumResult = 0;
+    bool storesListOnFailure = false;  // a failed listing hands out what it had found
     std::vector<FakeSpace> spaces;
     std::map<std::string, FakeCacheConfig> configs;   // by space UUID
     std::map<std::string, FakeCacheStat> stats;       // by SSD path

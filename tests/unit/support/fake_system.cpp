@@ -28,6 +28,7 @@ int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                           void* (*start)(void*), void* argument);
 int __real_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes);
 sighandler_t __real_signal(int number, sighandler_t handler);
+ssize_t __real_write(int fd, const void* data, size_t size);
 }
 
 namespace {
@@ -42,6 +43,7 @@ struct SystemState {
     std::array<CallState, static_cast<size_t>(Call::kNumCalls)> calls;
     std::vector<unsigned> sleeps;
     std::vector<SignalRecord> signals;
+    std::vector<void*> threadArguments;
     std::vector<ReadRecord> reads;
     bool recordsReads = false;
 };
@@ -86,6 +88,7 @@ void FakeSystemReset() {
     state.calls = {};
     state.sleeps.clear();
     state.signals.clear();
+    state.threadArguments.clear();
     state.reads.clear();
     state.recordsReads = false;
 }
@@ -159,6 +162,13 @@ std::vector<ReadRecord> ReadsTried() {
     return state.reads;
 }
 
+std::vector<void*> ThreadArguments() {
+    SystemState& state = State();
+    std::lock_guard<std::mutex> lock(state.mutex);
+
+    return state.threadArguments;
+}
+
 std::vector<SignalRecord> SignalsSet() {
     SystemState& state = State();
     std::lock_guard<std::mutex> lock(state.mutex);
@@ -199,6 +209,13 @@ ssize_t __wrap_pwrite64(int fd, const void* data, size_t size, off64_t offset) {
     return outcome.fails ? -1 : __real_pwrite64(fd, data, std::min(size, outcome.limit), offset);
 }
 
+ssize_t __wrap_write(int fd, const void* data, size_t size) {
+    CallOutcome outcome = EnterCall(Call::kWrite);
+
+    errno = outcome.fails ? outcome.error : errno;
+    return outcome.fails ? -1 : __real_write(fd, data, std::min(size, outcome.limit));
+}
+
 // Limits count for single-byte items only, as the service writes them.
 size_t __wrap_fwrite(const void* data, size_t size, size_t count, FILE* file) {
     CallOutcome outcome = EnterCall(Call::kFwrite);
@@ -237,8 +254,15 @@ int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                           void* (*start)(void*), void* argument) {
     CallOutcome outcome = EnterCall(Call::kThreadCreate);
 
-    return outcome.fails ? outcome.error
-                         : __real_pthread_create(thread, attributes, start, argument);
+    if (outcome.fails) {
+        return outcome.error;
+    }
+    {
+        SystemState& state = State();
+        std::lock_guard<std::mutex> lock(state.mutex);
+        state.threadArguments.push_back(argument);
+    }
+    return __real_pthread_create(thread, attributes, start, argument);
 }
 
 int __wrap_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes) {

@@ -40,6 +40,7 @@ enum class Call {
     kStrdup,
     kThreadCreate,
     kVasprintf,
+    kWrite,
     kNumCalls,
 };
 
@@ -49,7 +50,7 @@ void FakeSystemReset();
 // that reports its error by its result returns `error`; kFwrite writes nothing.
 void FailCall(Call call, int nth, int error, int times = 1);
 
-// Makes the nth call from now move no more than `bytes`: kRead, kPread, kPwrite, kFwrite.
+// Makes the nth call from now move no more than `bytes`: kRead, kPread, kPwrite, kFwrite, kWrite.
 void ShortenCall(Call call, int nth, size_t bytes);
 
 // Runs `hook` before every call of the kind, with the number of calls so far (the first is 1).
@@ -72,6 +73,9 @@ struct ReadRecord {
 };
 void RecordReads();
 std::vector<ReadRecord> ReadsTried();
+
+// What the threads that were started got for their argument, in order.
+std::vector<void*> ThreadArguments();
 
 // Signals asked for, in order; the handlers are installed for real.
 struct SignalRecord {

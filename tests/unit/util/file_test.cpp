@@ -177,6 +177,40 @@ TEST_F(FileTest, ReadingWhatHoldsNoLineLeavesTheTextAlone) {
     }
 }
 
+TEST_F(FileTest, AContentIsReadUpToItsLimit) {
+    const std::string path = dir_ / "file";
+
+    WriteFile(path, "one\ntwo\n");
+    for (const auto& [limit, expected] :
+         {std::pair<size_t, std::string>{3, "one"}, {8, "one\ntwo\n"}, {100, "one\ntwo\n"}}) {
+        AtEveryLogSetting([&, limit = limit, expected = expected](LogCapture& log) {
+            std::string text = kUntouched;
+            FakeSystemReset();
+            ShortenCall(Call::kRead, 1, 1);
+            EXPECT_EQ(FileReadContent(path.c_str(), limit, text), 0);
+            EXPECT_EQ(text, expected);
+            EXPECT_TRUE(log.Shows({kUtilLog.Verbose("FileReadString", "Get text = " + expected)}));
+        });
+    }
+}
+
+TEST_F(FileTest, AContentThatCannotBeReadLeavesTheTextAlone) {
+    const std::string missing = dir_ / "missing";
+    const std::string path = dir_ / "file";
+    std::string text = kUntouched;
+    LogCapture log;
+
+    EXPECT_EQ(FileReadContent(missing.c_str(), 10, text), -1);
+    EXPECT_TRUE(log.Shows({kUtilLog.Error("FileReadString", "Can't open file (" + missing + ")")}));
+    WriteFile(path, "text");
+    ShortenCall(Call::kRead, 1, 2);
+    FailCall(Call::kRead, 2, EIO);
+    EXPECT_EQ(FileReadContent(path.c_str(), 10, text), -1);
+    EXPECT_TRUE(
+        log.Shows({kUtilLog.Error("FileReadString", "Can't get a line from file (" + path + ")")}));
+    EXPECT_EQ(text, kUntouched);
+}
+
 TEST_F(FileTest, SizesAreOf64Bits) {
     std::string path = dir_ / "file";
     std::string missing = dir_ / "missing";

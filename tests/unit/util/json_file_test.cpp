@@ -1,13 +1,17 @@
 // SPDX-License-Identifier: MIT
 #include "util/json_file.h"
 
+#include <errno.h>
 #include <gtest/gtest.h>
+#include <stdint.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <random>
 #include <string>
 #include <vector>
 
+#include "tests/unit/support/fake_system.h"
 #include "tests/unit/support/log_capture.h"
 #include "tests/unit/support/unit_test.h"
 #include "tests/unit/util/lines.h"
@@ -215,6 +219,130 @@ TEST_F(JsonFileTest, TheFileIsRewrittenInPlace) {
     EXPECT_EQ(after.st_ino, before.st_ino);
     EXPECT_EQ(ReadFile(path_), "{}\n");
     EXPECT_EQ(ReadFile(link), "{}\n");
+}
+
+// The process may end at any moment: while the file is empty nothing is done but the one write.
+TEST_F(JsonFileTest, TheTextIsMadeBeforeTheFileIsOpenedAndWrittenAtOnce) {
+    Json::Value value;
+
+    for (size_t size : {1UL, 1000UL, 100000UL}) {
+        FakeSystemReset();
+        value["text"] = std::string(size, 'x');
+        std::string text = value.toStyledString();
+        OnCall(Call::kOpen, [&](int) { value["text"] = "too late"; });
+        OnCall(Call::kWrite, [&](int) { EXPECT_EQ(ReadFile(path_), ""); });
+        WriteFile(path_, "before");
+        EXPECT_EQ(WriteJsonToFile(value, path_.c_str()), 0);
+        EXPECT_EQ(ReadFile(path_), text);
+        EXPECT_EQ(CallCount(Call::kOpen), 1);
+        EXPECT_EQ(CallCount(Call::kWrite), 1);
+    }
+}
+
+TEST_F(JsonFileTest, AWriteThatIsCutShortGoesOn) {
+    Json::Value value("0123456789");
+
+    ShortenCall(Call::kWrite, 1, 3);
+    FailCall(Call::kWrite, 2, EINTR);
+    EXPECT_EQ(WriteJsonToFile(value, path_.c_str()), 0);
+    EXPECT_EQ(ReadFile(path_), "\"0123456789\"\n");
+    EXPECT_EQ(CallCount(Call::kWrite), 3);
+}
+
+// --- the styled form
+
+// A text of any of the bytes below `limit`.
+std::string RandomText(std::mt19937& random, unsigned limit) {
+    std::string text(random() % 12, '\0');
+
+    for (char& c : text) {
+        c = static_cast<char>(random() % limit);
+    }
+    return text;
+}
+
+Json::Value RandomValue(std::mt19937& random, unsigned limit, int depth) {
+    Json::Value value;
+
+    switch (random() % (depth == 0 ? 6 : 8)) {
+        case 0:
+            return value;
+        case 1:
+            return Json::Value(static_cast<Json::Int64>(random()) - INT32_MAX);
+        case 2:
+            return Json::Value(static_cast<double>(random()) / 7);
+        case 3:
+            return Json::Value(random() % 2 == 0);
+        case 4:
+            return Json::Value(random() % 2 == 0 ? Json::arrayValue : Json::objectValue);
+        case 5:
+            return Json::Value(RandomText(random, limit));
+        case 6:
+            for (size_t i = random() % 5; i > 0; --i) {
+                value.append(RandomValue(random, limit, depth - 1));
+            }
+            return value;
+        default:
+            for (size_t i = random() % 5; i > 0; --i) {
+                value[RandomText(random, limit)] = RandomValue(random, limit, depth - 1);
+            }
+            return value;
+    }
+}
+
+TEST_F(JsonFileTest, AsciiIsStyledAsTheLibraryStylesIt) {
+    std::mt19937 random(1);
+
+    for (int i = 0; i < 20000; ++i) {
+        Json::Value value = RandomValue(random, 0x80, 4);
+        if (i % 3 == 0) {
+            value.setComment(std::string("// why"), Json::commentBefore);
+            value.setComment(std::string("// so"), Json::commentAfterOnSameLine);
+        }
+        ASSERT_EQ(JsonToStyledText(value), value.toStyledString());
+    }
+    for (const char* text : {kDocument, "{}", "[]", "[[],{}]", "// why\n{\"a\": 1 /* one */}\n"}) {
+        Json::Value value;
+        Json::Reader reader;
+        ASSERT_TRUE(reader.parse(text, value, true));
+        EXPECT_EQ(JsonToStyledText(value), value.toStyledString());
+    }
+}
+
+TEST_F(JsonFileTest, EveryByteOfATextComesBack) {
+    std::mt19937 random(2);
+
+    for (int i = 0; i < 2000; ++i) {
+        Json::Value value = RandomValue(random, 0x100, 4);
+        Json::Value again;
+        ASSERT_EQ(WriteJsonToFile(value, path_.c_str()), 0);
+        ASSERT_EQ(ReadFileToJson(path_, again), 0) << ReadFile(path_);
+        ASSERT_EQ(JsonToStyledText(again), JsonToStyledText(value));
+    }
+}
+
+TEST_F(JsonFileTest, BytesOfATextAsTheyAreWritten) {
+    struct Row {
+        const char* why;
+        std::string text;
+        const char* written;
+    };
+    const Row rows[] = {
+        {"a name that is not UTF-8, and what follows it", "a;caf\xe9#12", "a;caf\xe9#12"},
+        {"a name that is", "caf\xc3\xa9", "caf\xc3\xa9"},
+        {"a lead byte at the end", "a\xf0", "a\xf0"},
+        {"a lead byte alone before a quote", "\xe2\"", "\xe2\\\""},
+        {"control characters", std::string("\0\x01\x1f\n\t", 5), "\\u0000\\u0001\\u001f\\n\\t"},
+        {"the last of ASCII", "\x7f", "\x7f"},
+    };
+
+    for (const Row& row : rows) {
+        Json::Value again;
+        EXPECT_EQ(WriteJsonToFile(Json::Value(row.text), path_.c_str()), 0);
+        EXPECT_EQ(ReadFile(path_), std::string("\"") + row.written + "\"\n") << row.why;
+        EXPECT_EQ(ReadFileToJson(path_, again), 0) << row.why;
+        EXPECT_EQ(again.asString(), row.text) << row.why;
+    }
 }
 
 TEST_F(JsonFileTest, AFileThatCannotBeOpenedIsNotWritten) {

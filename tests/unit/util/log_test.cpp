@@ -21,8 +21,9 @@ const int32_t kFirstDebugFlags = g_debugFlags;
 
 class LogTest : public UnitTest {};
 
-// Every statement form, each on a line of its own. This program's source name is statement.cpp.
-constexpr int kFirstStatement = __LINE__ + 2;
+// Every statement form, each on a line of its own. This program's lines name statement.cpp, and
+// those of its files begin at LOG_BASE.
+constexpr int kFirstStatement = LOG_BASE + __LINE__ + 2;
 void Speak() {
     LogError("an error, %d", 1);
     LogNotice("a notice, %s", "two");

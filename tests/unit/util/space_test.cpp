@@ -109,6 +109,14 @@ TEST_F(SpaceTest, SpacesThatCannotBeListed) {
     }
 }
 
+TEST_F(SpaceTest, WhatAFailedListingHasStoredIsReleased) {
+    g_platform.enumResult = -1;
+    g_platform.storesListOnFailure = true;
+    EXPECT_EQ(SpaceGetUUID("/mnt/one"), nullptr);
+    EXPECT_EQ(SpaceGetReferencePath("uuid-1"), nullptr);
+    EXPECT_TRUE(PlatformRecordsHeld().empty());
+}
+
 TEST_F(SpaceTest, AnyOtherAnswerIsAList) {
     for (int result : {0, 1, 3}) {
         g_platform.enumResult = result;

@@ -66,7 +66,7 @@ void PinsTest::LetTheCacheTell(const std::string& resident, const std::string& p
     WriteFile(registry + "/vol.json", R"({"name":"vol","cacheSize":1048576,"device":")" + device_ +
                                           R"(","resident":")" + (dir_ / "resident") +
                                           R"(","pinned":")" + (dir_ / "pinned") + "\"}");
-    lock_ = open((registry + "/vol.json").c_str(), O_RDONLY | O_CLOEXEC);
+    lock_ = open((registry + "/vol.lock").c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, 0600);
     ASSERT_EQ(flock(lock_, LOCK_EX), 0);
 }
 

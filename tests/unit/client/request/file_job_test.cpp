@@ -14,10 +14,6 @@ namespace {
 
 class FileJobTest : public ClientTest {
   protected:
-    void TearDown() override {
-        job_.mapper = Mapper();
-        ClientTest::TearDown();
-    }
     std::string Placed(const std::string& relative) {
         const std::string path = Make(relative);
         Place(path, {{next_ += 128, 8}});
@@ -60,7 +56,7 @@ TEST_F(FileJobTest, WhatHasNoPlaceOnTheDeviceIsRefused) {
 }
 
 TEST_F(FileJobTest, WithoutACacheThatKeepsPinsAllIsRefused) {
-    g_platform.supportPin = 0;
+    g_platform.stats["/dev/ssd1"].supportPin = 0;
     ASSERT_EQ(Collect({Placed("a")}), kExitDone);
     ASSERT_EQ(job_.list.refusals.size(), 1U);
     EXPECT_NE(job_.list.refusals[0].reason.find("has no cache that keeps pins now"),

@@ -16,10 +16,6 @@ constexpr uint64_t kUnit = 128;  // sectors
 
 class UnpinMatchTest : public ClientTest {
   protected:
-    void TearDown() override {
-        job_.mapper = Mapper();
-        ClientTest::TearDown();
-    }
     std::string File(const std::string& relative, bool listed) {
         const std::string path = Make(relative);
         Place(path, {{next_ += kUnit, 8}});
