@@ -37,7 +37,7 @@ int Look(const CheckOptions& options, Scene& scene, Record& report) {
     if (!options.volume.empty()) {
         const Volume* const volume = ResolveVolume(options.volume, scene.volumes, why);
         if (volume == nullptr) {
-            return Fail(report, kExitRefused, Printable(options.volume) + ": " + why);
+            return Refuse(report, options.volume, why);
         }
         scene.mountPath = volume->mountPath;
         scene.unmounted.clear();
