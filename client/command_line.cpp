@@ -118,7 +118,12 @@ void AddListAndStatus(CLI::App& app, Parsed& parsed) {
 void AddCheckAndExplain(CLI::App& app, Parsed& parsed) {
     CLI::App& check = AddVerb(app, kCheckHelp, parsed.check.common);
     check.add_option("VOLUME", parsed.check.volume, "Only this volume")->type_name("");
-    check.add_flag("--repair", parsed.check.repair, "Set right what is found, then check again");
+    CLI::Option* const repair = check.add_flag("--repair", parsed.check.repair,
+                                               "Set right what is found, then check again");
+    check
+        .add_flag("--restart", parsed.check.restart,
+                  "Stop the service for the repair and start it again")
+        ->needs(repair);
     AddTimeout(check, parsed.check.send);
     AddSending(check, parsed.check.send);
     check.callback([&parsed] { parsed.exitStatus = CheckVerb(parsed.check); });

@@ -9,6 +9,7 @@
 #include <fstream>
 
 #include "util/log.h"
+#include "util/rewrite_scope.h"
 #include "util/scoped.h"
 
 namespace {
@@ -59,9 +60,10 @@ int ReadFileToJson(const std::string& path, Json::Value& value) {
 
 int WriteJsonToFile(const Json::Value& value, const char* path) {
     LogEnter();
-    // The process may end at any moment, and from the opening to the write the file is empty. So
-    // the text is there before, and nothing else is done in between, a stream's buffer not made.
+    // From the opening to the end of the write the file is empty. The text is therefore there
+    // before, and an end by a signal waits; one by force may still fall into it.
     std::string text = JsonToStyledText(value);
+    RewriteScope scope;
     ScopedFd fd(open(path, O_WRONLY | O_CREAT | O_TRUNC, kFileMode));
     if (!fd.valid()) {
         LogError("Can't open config file (%s)", path);

@@ -30,8 +30,11 @@ import tempfile
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 COPIED = ["CMakeLists.txt", "CMakePresets.json", "cmake", "platform", "util", "daemon",
-          "tests/CMakeLists.txt", "tests/unit/CMakeLists.txt", "tests/unit/support", "tests/unit/util", "tests/unit/daemon"]
-TESTS_OF = {"util": ["util_test", "daemon_test"], "daemon": ["daemon_test", "util_test"]}
+          "tests/CMakeLists.txt", "tests/unit/CMakeLists.txt", "tests/unit/support", "tests/unit/util",
+          "tests/unit/daemon"]
+CLIENT = ["client", "tests/unit/client", "docs/man"]  # copied and built only for changes of the command
+TESTS_OF = {"util": ["util_test", "daemon_test"], "daemon": ["daemon_test", "util_test"],
+            "client": ["client_test"]}
 TEST_SECONDS = 45  # they take one or two; a change that makes them hang is caught too
 
 
@@ -43,6 +46,10 @@ class Mutation:
     why: str
     old: list
     new: list
+
+    def tests(self):
+        """The programs of which one must go red, the likeliest first."""
+        return TESTS_OF.get(self.path.split("/")[0], ["util_test", "daemon_test"])
 
     def title(self):
         return f"{self.path}: {self.why}"
@@ -75,12 +82,15 @@ def apply(mutation, text):
 
 
 class Workshop:
-    """A copy of the sources with a build of its own, in which one change at a time is tried."""
+    """A copy of the sources with a build of its own, in which one change at a time is tried.
 
-    def __init__(self, directory):
+    tests: the programs that the changes need.
+    """
+
+    def __init__(self, directory, tests):
         self.source = directory / "source"
         self.build = directory / "build"
-        for name in COPIED:
+        for name in COPIED + (CLIENT if "client_test" in tests else []):
             source, target = ROOT / name, self.source / name
             target.parent.mkdir(parents=True, exist_ok=True)
             if source.is_dir():
@@ -90,8 +100,8 @@ class Workshop:
         self.run_or_die("cmake", "-S", self.source, "-B", self.build, "-G", "Ninja",
                         "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS=-O0 -g0 -w -D_GLIBCXX_ASSERTIONS",
                         "--compile-no-warning-as-error")
-        self.run_or_die("ninja", "-C", self.build, "-j1", "util_test", "daemon_test")
-        for test in ("util_test", "daemon_test"):
+        self.run_or_die("ninja", "-C", self.build, "-j1", *tests)
+        for test in tests:
             if not self.passes(test):
                 sys.exit(f"mutate: {test} fails on the unchanged sources")
 
@@ -127,8 +137,7 @@ class Workshop:
         except ValueError as error:
             return f"STALE ({error})"
         try:
-            room = mutation.path.split("/")[0]
-            for test in TESTS_OF.get(room, ["util_test", "daemon_test"]):
+            for test in mutation.tests():
                 built = subprocess.run(["ninja", "-C", self.build, "-j1", test],
                                        stdin=subprocess.DEVNULL, capture_output=True)
                 if b"static assertion failed" in built.stdout:
@@ -173,8 +182,9 @@ def run(mutations, jobs):
                 workshops.put(workshop)
 
         with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
-            rooms = [pathlib.Path(directory) / str(job) for job in range(jobs)]
-            for workshop in pool.map(Workshop, rooms):
+            places = [pathlib.Path(directory) / str(job) for job in range(jobs)]
+            tests = sorted({test for mutation in mutations for test in mutation.tests()})
+            for workshop in pool.map(lambda place: Workshop(place, tests), places):
                 workshops.put(workshop)
             for mutation, outcome in pool.map(work, mutations):
                 outcomes.setdefault(outcome.split(" ")[0], []).append(mutation)

@@ -37,7 +37,7 @@ def test_waiting_ends_with_what_holds(stage, kind):
 
     lines = command.done("pin", "--wait", *paths)
     assert lines[0] == f"{volume.mount_path}: pinned 4 files, {lines[0].rpartition(', ')[2]}"
-    assert lines[1] == (f"  units wanted {len(units)}, bits set {len(units)}, with the driver "
+    assert lines[1] == (f"  units  {len(units)}, set {len(units)}, with the driver "
                         f"{len(units)}, in the cache {len(units)}")
 
 
@@ -66,7 +66,7 @@ def test_a_dry_run_costs_nothing_and_is_right(stage):
     assert price["extents"] == len(evidence.extents(second))
     assert price["bytes"] == size
     assert price["roundingBytes"] == len(units) * evidence.UNIT - size
-    assert price["unitsAlreadyPinned"] == len(units & evidence.units([first]))
+    assert price["unitsSet"] == len(units & evidence.units([first]))
     assert price["pinnedUnitsNow"] == len(evidence.units([first]))
     assert price["pinnedUnitsThen"] == len(evidence.units([first, second]))
     assert price["cacheBytes"] == 4 * MIB

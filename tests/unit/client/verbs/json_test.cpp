@@ -220,11 +220,13 @@ TEST_F(JsonTest, CheckTellsFatesAndCounts) {
     EXPECT_EQ(Shape(Report({"check", "/nowhere"}, 5)), kRefusedShape);
 }
 
-TEST_F(JsonTest, RepairNeedsAServiceThatWorks) {
+TEST_F(JsonTest, RepairTellsWhatItDid) {
     PinHalf();
-    const Json::Value report = Report({"check", "--repair"}, 3);
-    EXPECT_EQ(Shape(report["repair"]), "actions:a obstacles:a requests:n unitsCleared:n");
+    const Json::Value report = Report({"check", "--repair"}, 0);
+    EXPECT_EQ(Shape(report["repair"]), "actions:a left:a requests:n unitsCleared:n unitsSet:n");
     EXPECT_EQ(report["repair"]["requests"], 0);
+    EXPECT_EQ(report["repair"]["unitsSet"], 1);
+    EXPECT_EQ(Shape(report["volumes"][0]), Shape(report["volumesAfterRepair"][0]));
 }
 
 TEST_F(JsonTest, ExplainTellsExtentsUnitsAndNeighbours) {

@@ -36,9 +36,14 @@ class ResidencyTest : public ClientTest {
         return R"({"device":")" + device + R"(","resident":")" + (dir_ / "resident") +
                R"(","pinned":")" + (dir_ / "pinned") + R"(","cacheSize":67108864})";
     }
+    // Opens the lock file beside an entry.
+    static int OpenLock(const std::string& path) {
+        const std::filesystem::path lock = std::filesystem::path(path).replace_extension(".lock");
+        return open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    }
     // Locks an entry, as the process behind it does.
     void Live(const std::string& path) {
-        lock_ = std::make_unique<ScopedFd>(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+        lock_ = std::make_unique<ScopedFd>(OpenLock(path));
         ASSERT_EQ(flock(lock_->get(), LOCK_EX), 0);
     }
     void TearDown() override {
@@ -60,8 +65,9 @@ TEST_F(ResidencyTest, ALivingCacheIsBelieved) {
 
 TEST_F(ResidencyTest, AnEntryThatNobodyHoldsIsLeftOver) {
     const std::string path = Enter("vol.json", Entry("/dev/cached"));
-    EXPECT_FALSE(ReadResidency("/dev/cached").known);
-    const ScopedFd shared(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    EXPECT_FALSE(ReadResidency("/dev/cached").known) << "it has no lock file";
+    const ScopedFd shared(OpenLock(path));
+    EXPECT_FALSE(ReadResidency("/dev/cached").known) << "the lock file is left over too";
     ASSERT_EQ(flock(shared.get(), LOCK_SH), 0);
     EXPECT_FALSE(ReadResidency("/dev/cached").known) << "another reader is no cache";
 }
