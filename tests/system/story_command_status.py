@@ -15,7 +15,7 @@ def test_what_is_pinned_is_listed_by_volume(stage):
     assert command.run("list", "-0", two.mount_path).output == paths[2] + "\0"
     os.unlink(paths[0])
     os.rename(one.write("new", 5000), paths[1])
-    states = {file["relativePath"]: file["state"] for volume in command.report("list")["volumes"]
+    states = {file["relativePath"]: file["fate"] for volume in command.report("list")["volumes"]
               for file in volume["files"]}
     assert states == {"a": "replaced", "b": "gone", "c": "there"}
     assert command.done("list", two.mount_path)[0] == f"{two.mount_path}: 1 file pinned"

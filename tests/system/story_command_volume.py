@@ -18,7 +18,8 @@ def test_reload_reads_what_is_pinned_again(stage):
     assert report["unitsSet"] == report["unitsWithDriver"] == report["unitsResident"] == len(units)
     daemon.until_done("reloadPinBlocks")
     assert command.done("reload", "--wait", volume.mount_path + "//") == [
-        f"{volume.mount_path}: reloaded, {len(units)} units set, with the driver {len(units)}, "
+        f"{volume.mount_path}: reloaded",
+        f"  units  {len(units)}, set {len(units)}, with the driver {len(units)}, "
         f"in the cache {len(units)}"]
 
 
