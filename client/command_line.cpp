@@ -10,6 +10,7 @@
 #include "client/help.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
+#include "client/show/report.h"
 #include "client/verbs/verbs.h"
 
 namespace client {
@@ -117,7 +118,12 @@ void AddListAndStatus(CLI::App& app, Parsed& parsed) {
 void AddCheckAndExplain(CLI::App& app, Parsed& parsed) {
     CLI::App& check = AddVerb(app, kCheckHelp, parsed.check.common);
     check.add_option("VOLUME", parsed.check.volume, "Only this volume")->type_name("");
-    check.add_flag("--repair", parsed.check.repair, "Set right what is found, then check again");
+    CLI::Option* const repair = check.add_flag("--repair", parsed.check.repair,
+                                               "Set right what is found, then check again");
+    check
+        .add_flag("--restart", parsed.check.restart,
+                  "Stop the service for the repair and start it again")
+        ->needs(repair);
     AddTimeout(check, parsed.check.send);
     AddSending(check, parsed.check.send);
     check.callback([&parsed] { parsed.exitStatus = CheckVerb(parsed.check); });
@@ -180,17 +186,27 @@ bool HasVerb(const CLI::App& app, const std::string& name) {
                        [&name](const CLI::App* verb) { return verb->get_name() == name; });
 }
 
+// What --json makes of a wrong command line, besides the words on standard error.
+int UsageError(const std::vector<std::string>& arguments, const std::string& why) {
+    const bool json = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
+    const bool named = arguments.size() > 1 && arguments[1][0] != '-';
+    Record report;
+    report.Add("error", why);
+    return Finish(named ? arguments[1] : "", report, json, kExitUsage);
+}
+
 }  // namespace
 
 int RunCommandLine(int argc, char* argv[]) {
     CLI::App app;
     Parsed parsed;
+    const std::vector<std::string> arguments = WithoutLists(argc, argv);
     Build(app, parsed);
     if (argc > 1 && argv[1][0] != '-' && !HasVerb(app, argv[1])) {
-        Say("there is no verb " + Printable(argv[1]) + "; --help lists them");
-        return kExitUsage;
+        const std::string why = "there is no verb " + Printable(argv[1]) + "; --help lists them";
+        Say(why);
+        return UsageError(arguments, why);
     }
-    const std::vector<std::string> arguments = WithoutLists(argc, argv);
     std::vector<const char*> pointers;
     for (const std::string& argument : arguments) {
         pointers.push_back(argument.c_str());
@@ -198,7 +214,7 @@ int RunCommandLine(int argc, char* argv[]) {
     try {
         app.parse(argc, pointers.data());
     } catch (const CLI::ParseError& error) {
-        parsed.exitStatus = app.exit(error) == 0 ? kExitDone : kExitUsage;
+        parsed.exitStatus = app.exit(error) == 0 ? kExitDone : UsageError(arguments, error.what());
     }
     return FinishOutput() || parsed.exitStatus != kExitDone ? parsed.exitStatus : kExitPartly;
 }

@@ -74,11 +74,13 @@ constexpr VerbHelp kStatusHelp = {"status", "Show the service, its queue and wha
 constexpr VerbHelp kCheckHelp = {
     "check", "Compare the pinned files with the bitmap and the driver",
     "Finds bits that are missing (a file grew, was rewritten, a shared unit was cleared), bits\n"
-    "that no pinned file needs, and files that are gone or were replaced. --repair pins again,\n"
-    "follows replaced files, takes files that are gone off the list and clears what is left over.\n"
+    "that no pinned file needs, and files that are gone, were replaced or renamed. With the\n"
+    "service running, --repair pins what is missing and names what is left. While no service\n"
+    "runs, or with --restart, it sets list, bitmap and driver right altogether.\n"
     "\n"
     "Examples:\n"
     "  quorcachepinctl check\n"
+    "  quorcachepinctl check --repair --restart\n"
     "  quorcachepinctl check --repair /mnt/pool1"};
 
 constexpr VerbHelp kExplainHelp = {"explain", "Tell everything about one file",

@@ -27,7 +27,7 @@ _quorcachepinctl() {
         reload) options="$common $waiting --send-timeout" ;;
         pend | release) options="$common --send-timeout" ;;
         list) options="$common -p --paths -0 --null" ;;
-        check) options="$common --repair --timeout --send-timeout" ;;
+        check) options="$common --repair --restart --timeout --send-timeout" ;;
         map) options="$common -o --output --width" ;;
         doctor) options="$common --fix" ;;
         *) options=$common ;;

@@ -25,6 +25,7 @@ namespace client {
 namespace {
 
 constexpr char kProgramName[] = "quorcachepinfiled";
+constexpr char kPackagedConfig[] = "/var/lib/quorcachepinfiled/quorcachepinfile.conf";
 constexpr size_t kCommLength = 15;  // the kernel keeps so many characters of a program's name
 
 std::string ReadAll(const std::string& path) {
@@ -243,8 +244,9 @@ bool FindConfigPath(const std::string& given, std::string& path, std::string& wh
         path = given;
         return true;
     }
-    path.clear();
-    for (const ServiceProcess& service : FindServices()) {
+    const std::vector<ServiceProcess> services = FindServices();
+    path = services.empty() && !IsMissing(kPackagedConfig) ? kPackagedConfig : "";
+    for (const ServiceProcess& service : services) {
         if (!path.empty() && service.configPath != path) {
             why =
                 "several services run with different configuration files; --config-path names one";

@@ -42,9 +42,10 @@ bool IsConfigOf(const ServiceProcess& service, const std::string& path);
 // is then not what they do.
 bool IsAnothersConfig(const std::string& path);
 
-// Finds the configuration file: the one given, else that of the running service. Returns false,
-// with the reason in `why`. One that was given must be there, unless a running service has yet to
-// write it: else a slip of the pen would read as nothing being pinned.
+// Finds the configuration file: the one given, else that of the running service, else, when none
+// runs, the packaged service's where it is there. Returns false, with the reason in `why`. One that
+// was given must be there, unless a running service has yet to write it: else a slip of the pen
+// would read as nothing being pinned.
 bool FindConfigPath(const std::string& given, std::string& path, std::string& why);
 
 }  // namespace client

@@ -10,7 +10,6 @@
 
 #include <algorithm>
 
-#include "client/show/exit_status.h"
 #include "client/show/text.h"
 
 namespace client {
@@ -85,17 +84,6 @@ void AppendPadded(std::string& line, const std::string& cell, size_t width, bool
 }
 
 std::string g_lastSaid;
-
-// Replaces texts that a JSON document cannot hold.
-void MakeUtf8(Json::Value& value) {
-    if (value.isString() && !IsUtf8(value.asString())) {
-        value = Printable(value.asString());
-    } else if (value.isArray() || value.isObject()) {
-        for (Json::Value& member : value) {
-            MakeUtf8(member);
-        }
-    }
-}
 
 }  // namespace
 
@@ -197,14 +185,6 @@ void Table::Show(const std::string& indent) const {
     }
 }
 
-Json::Value NewReport(const char* verb) {
-    Json::Value report(Json::objectValue);
-    g_lastSaid.clear();
-    report["schema"] = kJsonSchema;
-    report["verb"] = verb;
-    return report;
-}
-
 bool FinishOutput() {
     errno = 0;
     if (fflush(stdout) == 0 && ferror(stdout) == 0) {
@@ -213,18 +193,6 @@ bool FinishOutput() {
     Say(std::string("standard output cannot be written") +
         (errno != 0 ? std::string(": ") + strerror(errno) : ""));
     return false;
-}
-
-void PrintReport(Json::Value& report, int exitStatus) {
-    report["exitStatus"] = exitStatus;
-    if ((exitStatus == kExitNoService || exitStatus == kExitTimedOut) && !g_lastSaid.empty()) {
-        report["error"] = g_lastSaid;
-    }
-    MakeUtf8(report);
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "  ";
-    builder["emitUTF8"] = true;
-    Print(Json::writeString(builder, report));
 }
 
 }  // namespace client

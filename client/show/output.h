@@ -2,15 +2,12 @@
 // What the command shows: results on standard output, talk on standard error.
 #pragma once
 
-#include <json/json.h>
 #include <stdint.h>
 
 #include <string>
 #include <vector>
 
 namespace client {
-
-constexpr int kJsonSchema = 1;
 
 // Returns the text with control characters, direction marks and bytes that are no UTF-8 written as
 // \xNN, so that a file name cannot write to the terminal.
@@ -57,13 +54,5 @@ class Table {
     std::string alignment_;
     std::vector<std::vector<std::string>> rows_;
 };
-
-// Returns a document with the members that every verb's JSON begins with.
-Json::Value NewReport(const char* verb);
-
-// Completes the document with the exit status and, when that is kExitNoService or kExitTimedOut,
-// with what was said last as the reason; prints it on standard output. Texts that are no UTF-8 are
-// written as Printable has them.
-void PrintReport(Json::Value& report, int exitStatus);
 
 }  // namespace client

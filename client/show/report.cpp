@@ -11,7 +11,7 @@ namespace client {
 
 namespace {
 
-constexpr uint64_t kUnitBytes = 65536;
+constexpr int kJsonSchema = 1;
 constexpr char kIndent[] = "  ";
 
 std::string TextOf(const Json::Value& value, Unit unit) {
@@ -23,10 +23,6 @@ std::string TextOf(const Json::Value& value, Unit unit) {
     }
     if (unit == Unit::kBytes) {
         return HumanBytes(value.asUInt64());
-    }
-    if (unit == Unit::kUnits) {
-        return Counted(value.asUInt64(), "unit") + " = " +
-               HumanBytes(value.asUInt64() * kUnitBytes);
     }
     return Printable(value.asString());
 }
@@ -55,13 +51,15 @@ Record& Record::Add(const char* name, const Json::Value& value) {
 }
 
 Record& Record::Add(const char* name, const Json::Value& value, const char* label, Unit unit) {
-    return Shown(name, value, label, TextOf(value, unit));
+    Shown(name, value, label, TextOf(value, unit));
+    items_.back().unknown = value.isNull();
+    return *this;
 }
 
 Record& Record::Shown(const char* name, const Json::Value& value, const char* label,
                       const std::string& text) {
     json_[name] = value;
-    items_.push_back({Item::kRow, label, text, value.isNumeric(), value.isNull(), {}, {}});
+    items_.push_back({Item::kRow, label, text, value.isNumeric(), false, {}, {}});
     return *this;
 }
 
@@ -204,6 +202,14 @@ int Fail(Record& report, int exitStatus, const std::string& text) {
     Say(text);
     report.Add("error", text);
     return exitStatus;
+}
+
+int Refuse(Record& report, const std::string& path, const std::string& reason) {
+    Record refusal;
+    report.List("refused", {refusal.Add("path", path).Add("reason", reason)});
+    report.Add("error", Printable(path) + ": " + reason);
+    Say(TonedError(Tone::kBad, "refused") + " " + Printable(path) + ": " + reason);
+    return kExitRefused;
 }
 
 int Finish(const std::string& verb, Record& report, bool json, int exitStatus) {

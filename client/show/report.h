@@ -12,8 +12,8 @@ namespace client {
 
 class Table;
 
-// How a value is written in the text form; JSON has plain numbers, of bytes or of units of 64 KiB.
-enum class Unit { kPlain, kBytes, kUnits };
+// How a value is written in the text form; JSON has plain numbers.
+enum class Unit { kPlain, kBytes };
 
 // How the text form shows a list. JSON has an array of objects whichever it is.
 enum class Layout {
@@ -88,6 +88,10 @@ Json::Value TextsToJson(const std::vector<std::string>& texts);
 // Says on standard error why the verb fails, and puts it into the report as "error". The text must
 // be printable. Returns `exitStatus`.
 int Fail(Record& report, int exitStatus, const std::string& text);
+
+// The same for a verb that cannot do anything with the path it was given, which becomes the one
+// member of the report's "refused". Returns kExitRefused.
+int Refuse(Record& report, const std::string& path, const std::string& reason);
 
 // Prints the report of a verb, as JSON or as text, and returns `exitStatus`. The JSON form begins
 // with the members that all verbs have: schema, verb, exitStatus. When the verb neither did what it

@@ -6,6 +6,7 @@
 #include "client/service/service_state.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
+#include "client/verbs/repair.h"
 #include "client/verbs/verbs.h"
 
 namespace client {
@@ -36,7 +37,7 @@ int Look(const CheckOptions& options, Scene& scene, Record& report) {
     if (!options.volume.empty()) {
         const Volume* const volume = ResolveVolume(options.volume, scene.volumes, why);
         if (volume == nullptr) {
-            return Fail(report, kExitRefused, Printable(options.volume) + ": " + why);
+            return Refuse(report, options.volume, why);
         }
         scene.mountPath = volume->mountPath;
         scene.unmounted.clear();
@@ -63,6 +64,21 @@ void Describe(const Scene& scene, const char* name, Record& report) {
     }
 }
 
+// Repairs what was found and looks again. Returns an exit status.
+int RepairAndLook(const CheckOptions& options, Scene& scene, Record& report) {
+    RepairReport repair;
+    if (!options.common.json) {
+        report.Print();
+    }
+    int status = Repair(options, scene.service.configPath, scene.mountPath, repair);
+    report.Member("repair", DescribeRepair(repair, status == kExitDone));
+    if (status == kExitDone) {
+        status = Look(options, scene, report);
+        Describe(scene, "volumesAfterRepair", report);
+    }
+    return status;
+}
+
 }  // namespace
 
 int CheckVerb(const CheckOptions& options) {
@@ -71,6 +87,9 @@ int CheckVerb(const CheckOptions& options) {
     int status = Look(options, scene, report);
     if (status == kExitDone || status == kExitPartly) {
         Describe(scene, "volumes", report);
+    }
+    if (status == kExitPartly && options.repair) {
+        status = RepairAndLook(options, scene, report);
     }
     return Finish("check", report, options.common.json, status);
 }

@@ -9,6 +9,7 @@
 #include "client/service/queue_look.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
+#include "client/show/report.h"
 #include "client/verbs/doctor.h"
 #include "client/verbs/verbs.h"
 #include "util/message_queue.h"
@@ -36,29 +37,14 @@ Tone ToneOf(Health health) {
                                     : Tone::kWarn;
 }
 
-void PrintFindings(const std::vector<Finding>& findings) {
-    Table table("lll");
-    for (const Finding& finding : findings) {
-        table.Add({Toned(ToneOf(finding.health), HealthName(finding.health)), finding.subject,
-                   finding.text});
-        if (!finding.remedy.empty()) {
-            table.Add({"", "", "remedy: " + finding.remedy});
-        }
-    }
-    table.Show();
-}
-
-Json::Value ToJson(const std::vector<Finding>& findings) {
-    Json::Value list(Json::arrayValue);
-    for (const Finding& finding : findings) {
-        Json::Value item;
-        item["subject"] = finding.subject;
-        item["health"] = HealthName(finding.health);
-        item["text"] = finding.text;
-        item["remedy"] = finding.remedy.empty() ? Json::Value() : Json::Value(finding.remedy);
-        list.append(item);
-    }
-    return list;
+Record Describe(const Finding& finding) {
+    const char* const health = HealthName(finding.health);
+    Record record;
+    record.Shown("health", health, "", Toned(ToneOf(finding.health), health))
+        .Add("subject", finding.subject, "")
+        .Add("text", finding.text, "")
+        .Add("remedy", finding.remedy.empty() ? Json::Value() : Json::Value(finding.remedy));
+    return finding.remedy.empty() ? record : record.Line("remedy: " + finding.remedy);
 }
 
 bool SizeQueue(int queue, std::string& why) {
@@ -111,28 +97,22 @@ int ExitStatusOf(const Diagnosis& diagnosis) {
 }  // namespace
 
 int DoctorVerb(const DoctorOptions& options) {
-    Json::Value report = NewReport("doctor");
+    Record report;
     Diagnosis diagnosis = Examine(options.common);
     std::vector<std::string> done;
+    std::vector<Record> findings;
     if (options.fix && (diagnosis.badMessages || diagnosis.smallQueue)) {
         done = Fix(diagnosis);
         diagnosis = Examine(options.common);
     }
-    const int status = ExitStatusOf(diagnosis);
-    report["findings"] = ToJson(diagnosis.findings);
-    report["done"] = Json::Value(Json::arrayValue);
     for (const std::string& line : done) {
-        report["done"].append(line);
-        if (!options.common.json) {
-            Print("fixed: " + line);
-        }
+        report.Line("fixed: " + line);
     }
-    if (options.common.json) {
-        PrintReport(report, status);
-    } else {
-        PrintFindings(diagnosis.findings);
+    for (const Finding& finding : diagnosis.findings) {
+        findings.push_back(Describe(finding));
     }
-    return status;
+    report.Add("done", TextsToJson(done)).List("findings", findings, Layout::kRows);
+    return Finish("doctor", report, options.common.json, ExitStatusOf(diagnosis));
 }
 
 }  // namespace client

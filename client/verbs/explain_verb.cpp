@@ -33,8 +33,7 @@ int ExplainVerb(const ExplainOptions& options) {
     Record report;
     int status = service.known ? kExitDone : kExitNoService;
     if (!ListVolumes(volumes) || !ExamineFile(options.path, volumes, file, why)) {
-        status = Fail(report, kExitRefused, Printable(options.path) + ": " + why);
-        report.List("refused", DescribeRefusals({{options.path, why}}));
+        status = Refuse(report, options.path, why);
         SayEntries(options.path, service, volumes, report);
     } else {
         report.Member("file", DescribeExplanation(Explain(file, service, volumes)));

@@ -89,8 +89,7 @@ int ListVerb(const ListOptions& options) {
     }
     ListVolumes(volumes);
     if (!options.volume.empty() && !Narrow(options.volume, volumes, lists, why)) {
-        return Finish("list", report, options.common.json,
-                      Fail(report, kExitRefused, Printable(options.volume) + ": " + why));
+        return Finish("list", report, options.common.json, Refuse(report, options.volume, why));
     }
     if ((options.paths || options.nulSeparated) && !options.common.json) {
         PrintPaths(lists, options.nulSeparated);

@@ -3,10 +3,10 @@
 #include <unistd.h>
 
 #include "client/map/picture.h"
-#include "client/request/file_job.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
 #include "client/show/progress.h"
+#include "client/show/report.h"
 #include "client/verbs/verbs.h"
 
 namespace client {
@@ -24,52 +24,53 @@ Json::Value RunsToJson(const UnitSet& set) {
     return list;
 }
 
-void AddToReport(const VolumeView& view, Json::Value& report) {
-    report["volume"] = view.mountPath;
-    report["units"] = Json::UInt64{view.bits.Room()};
-    report["unitBytes"] = Json::UInt64{kUnitBytes};
-    report["unitsSet"] = Json::UInt64{view.bits.Count()};
-    report["setRuns"] = RunsToJson(view.bits);
-    report["residentRuns"] =
-        view.residency.known ? RunsToJson(view.residency.resident) : Json::Value();
-    report["cacheBytes"] =
-        view.residency.known ? Json::Value(Json::UInt64{view.residency.cacheSize}) : Json::Value();
+Record Describe(const VolumeView& view) {
+    const bool tells = view.residency.known;
+    Record report;
+    return report.Add("volume", view.mountPath)
+        .Add("units", Json::UInt64{view.bits.Room()})
+        .Add("unitBytes", Json::UInt64{kUnitBytes})
+        .Add("unitsSet", Json::UInt64{view.bits.Count()})
+        .Add("setRuns", RunsToJson(view.bits))
+        .Add("residentRuns", tells ? RunsToJson(view.residency.resident) : Json::Value())
+        .Add("cacheBytes", IfKnown(tells, view.residency.cacheSize));
+}
+
+// Draws on the terminal or into the file. Returns an exit status.
+int Draw(const VolumeView& view, const MapOptions& options, Record& report) {
+    std::string why;
+    if (options.output.empty()) {
+        if (!options.common.json) {
+            PrintMap(view, options.width > 0 ? options.width : TerminalColumns(STDOUT_FILENO));
+        }
+        return kExitDone;
+    }
+    if (!WriteSvg(MakePicture(view), options.output, why)) {
+        return Fail(report, kExitPartly, Printable(why));
+    }
+    report.Line("written to " + Printable(options.output));
+    return kExitDone;
 }
 
 }  // namespace
 
 int MapVerb(const MapOptions& options) {
-    Json::Value report = NewReport("map");
+    Record report;
     std::vector<Volume> volumes;
     std::string why;
-    int status = kExitDone;
+    int status = kExitRefused;
     ListVolumes(volumes);
     const Volume* const volume = ResolveVolume(options.volume, volumes, why);
     const VolumeView view = volume == nullptr ? VolumeView() : LookAt(*volume);
     if (volume == nullptr) {
-        status = kExitRefused;
-        why = options.volume + ": " + why;
+        Refuse(report, options.volume, why);
     } else if (view.deviceSize == 0 && !view.hasBitmap) {
-        status = kExitRefused;
-        why = volume->mountPath + ": it has neither a cache nor a bitmap file";
-    } else if (!options.output.empty() && !WriteSvg(MakePicture(view), options.output, why)) {
-        status = kExitPartly;
+        Refuse(report, volume->mountPath, "it has neither a cache nor a bitmap file");
+    } else {
+        report = Describe(view);
+        status = Draw(view, options, report);
     }
-    if (status != kExitDone) {
-        Say(Printable(why));
-        report["error"] = Printable(why);
-    }
-    if (options.common.json) {
-        if (volume != nullptr) {
-            AddToReport(view, report);
-        }
-        PrintReport(report, status);
-    } else if (status == kExitDone && options.output.empty()) {
-        PrintMap(view, options.width > 0 ? options.width : TerminalColumns(STDOUT_FILENO));
-    } else if (status == kExitDone) {
-        Print("written to " + Printable(options.output));
-    }
-    return status;
+    return Finish("map", report, options.common.json, status);
 }
 
 }  // namespace client

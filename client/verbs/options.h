@@ -48,6 +48,7 @@ struct CheckOptions {
     SendOptions send;
     std::string volume;  // empty = all
     bool repair = false;
+    bool restart = false;  // the service rests while it is repaired
 };
 
 struct ExplainOptions {

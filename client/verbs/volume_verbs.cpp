@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: MIT
 // reload, pend, release: requests about a whole volume.
-#include "client/request/file_job.h"
+#include "client/pins/unit_counts.h"
+#include "client/request/file_check.h"
+#include "client/request/packing.h"
 #include "client/request/sending.h"
 #include "client/service/service_state.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
+#include "client/show/report.h"
 #include "client/verbs/verbs.h"
 #include "client/volume/volume_view.h"
 #include "util/pin_bitmap.h"
@@ -52,36 +55,24 @@ std::vector<FileMappingEntry> ReadingOf(const UnitSet& bits) {
     return reading;
 }
 
-// Shows what a reload came to. Returns an exit status.
-int ShowReloaded(const Volume& volume, bool json, Json::Value& report) {
+// Describes what a reload came to. Returns an exit status.
+int AddReloaded(const Volume& volume, Record& report) {
     const VolumeView view = LookAt(volume);
-    const uint64_t set = view.bits.Count();
-    const uint64_t resident = set - view.bits.CountWithout(view.residency.resident);
-    const uint64_t driver = set - view.bits.CountWithout(view.residency.pinned);
-    const bool tells = view.residency.known;
-    report["unitsSet"] = static_cast<Json::UInt64>(set);
-    report["unitsWithDriver"] = tells ? Json::Value(Json::UInt64{driver}) : Json::Value();
-    report["unitsResident"] = tells ? Json::Value(Json::UInt64{resident}) : Json::Value();
-    const bool good = !tells || (resident == set && driver == set);
-    if (!json) {
-        std::string text = "reloaded, " + Counted(set, "unit") + " set";
-        if (tells) {
-            text += ", with the driver " + std::to_string(driver) + ", in the cache " +
-                    std::to_string(resident);
-        }
-        Print(Toned(Tone::kStrong, Printable(volume.mountPath)) + ": " +
-              Toned(good ? Tone::kGood : Tone::kBad, text));
-    }
+    const UnitCounts counts = CountUnits(view, view.bits);
+    const bool good = !counts.cacheTells ||
+                      (counts.resident == counts.units && counts.withDriver == counts.units);
+    report.Headline(Toned(Tone::kStrong, Printable(volume.mountPath)) + ": " +
+                    Toned(good ? Tone::kGood : Tone::kBad, "reloaded"));
+    AddCounts(counts, report);
     return good ? kExitDone : kExitPartly;
 }
 
 int SendVolumeRequest(const VolumeVerb& verb, const VolumeVerbOptions& options,
-                      const Volume& volume, Json::Value& report) {
+                      const Volume& volume, Record& report) {
     const ServiceState before =
         options.send.wait ? ReadServiceState(options.common.configPath) : ServiceState();
     if (options.send.wait && !before.known) {
-        Say("--wait: " + before.why + "; nothing was sent");
-        return kExitNoService;
+        return Fail(report, kExitNoService, "--wait: " + before.why + "; nothing was sent");
     }
     std::vector<Message> messages = {VolumeMessage(verb.type, volume.mountPath)};
     if (options.send.wait) {
@@ -89,35 +80,29 @@ int SendVolumeRequest(const VolumeVerb& verb, const VolumeVerbOptions& options,
     }
     size_t sent = 0;
     const int status = SendAndWait(messages, before.configPath, options.send, sent);
-    report["sent"] = static_cast<Json::UInt64>(sent);
-    if (status != kExitDone) {
-        return status;
+    report.Add("sent", Json::UInt64{sent});
+    if (status == kExitDone && options.send.wait) {
+        return AddReloaded(volume, report);
     }
-    if (options.send.wait) {
-        return ShowReloaded(volume, options.common.json, report);
-    }
-    if (!options.common.json) {
-        Print(Printable(volume.mountPath) + ": " + verb.name + " sent");
+    if (status == kExitDone) {
+        report.Line(Printable(volume.mountPath) + ": " + verb.name + " sent");
     }
     return status;
 }
 
 int RunVolumeVerb(const VolumeVerb& verb, const VolumeVerbOptions& options) {
-    Json::Value report = NewReport(verb.name);
+    Record report;
     Volume volume;
     std::string why;
     int status = kExitRefused;
-    report["sent"] = 0;
+    report.Add("sent", 0);
     if (ChooseVolume(verb, options.volume, volume, why)) {
-        report["volume"] = volume.mountPath;
+        report.Add("volume", volume.mountPath);
         status = SendVolumeRequest(verb, options, volume, report);
     } else {
-        Say(TonedError(Tone::kBad, "refused") + " " + Printable(options.volume) + ": " + why);
+        Refuse(report, options.volume, why);
     }
-    if (options.common.json) {
-        PrintReport(report, status);
-    }
-    return status;
+    return Finish(verb.name, report, options.common.json, status);
 }
 
 }  // namespace

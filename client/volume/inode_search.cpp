@@ -33,6 +33,9 @@ InodeSearch SearchVolume(const std::string& mountPath, const std::set<uint32_t>&
     struct stat bitmap = {};
     const bool everPinned = stat(bitmapPath.c_str(), &bitmap) == 0;
     const auto visit = [&](const WalkEntry& entry) {
+        if (entry.path == bitmapPath) {
+            return;  // the service's own, whatever its number was before
+        }
         const auto inode = static_cast<uint32_t>(entry.status.st_ino);
         if (entry.error != 0) {
             search.unreadable = Printable(entry.path) + ": " + strerror(entry.error);

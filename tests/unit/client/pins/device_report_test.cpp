@@ -30,8 +30,9 @@ TEST_F(DeviceReportTest, WhatAgreesIsOneLine) {
 
 TEST_F(DeviceReportTest, EachFindingHasItsLine) {
     Pinned("grown", {{0, 2 * kUnit}});
-    unlink(Pinned("gone", {{5 * kUnit, kUnit}}).c_str());
+    const std::string gone = Pinned("gone", {{5 * kUnit, kUnit}});
     rename(Pinned("old", {{8 * kUnit, kUnit}}).c_str(), (mount_ + "/new").c_str());
+    unlink(gone.c_str());  // last: the next file made would get its inode
     WriteBitmap({0, 5, 8, 9});
     LetTheCacheTell("", "\x03");
     state_.queue.push_back({"3", "reloadPinBlocks", mount_, ""});

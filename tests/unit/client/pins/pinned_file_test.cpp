@@ -117,6 +117,12 @@ TEST_F(PinnedFileTest, AFileThatOnlyInheritedTheNumberIsNotTheListedOne) {
     EXPECT_EQ(Listed("a").fate, Fate::kGone) << "born after the last pin";
 }
 
+TEST_F(PinnedFileTest, TheBitmapFileIsNoListedFileWhateverItsNumber) {
+    WriteBitmap({0});
+    List("a", InodeOf(mount_ + "/quorcachepinfile.bitmap"));
+    EXPECT_EQ(Listed("a").fate, Fate::kGone);
+}
+
 TEST_F(PinnedFileTest, WhereItCannotBeLookedForAFileIsNotGone) {
     std::filesystem::create_symlink("loop", mount_ + "/loop");
     std::filesystem::create_symlink("/proc", mount_ + "/other");

@@ -15,6 +15,7 @@
 #include <filesystem>
 #include <functional>
 
+#include "tests/unit/support/fake_files.h"
 #include "tests/unit/support/queue_space.h"
 #include "tests/unit/support/unit_test.h"
 
@@ -118,6 +119,23 @@ TEST_F(ServiceProcessTest, AGivenConfigurationFileMustBeThere) {
     const Impostor service(program_, {"-f", dir_ / "cnof"});
     EXPECT_TRUE(FindConfigPath(dir_ / "cnof", path, why)) << "its service has yet to write it";
     EXPECT_FALSE(FindConfigPath(dir_ / "cnfo", path, why));
+}
+
+TEST_F(ServiceProcessTest, WithoutAServiceThePackagedFileIsTaken) {
+    const std::string packaged = "/var/lib/quorcachepinfiled/quorcachepinfile.conf";
+    std::string path;
+    std::string why;
+    RedirectPath(packaged, dir_ / "packaged");
+    EXPECT_FALSE(FindConfigPath("", path, why)) << "it is not there";
+    WriteFile(dir_ / "packaged", "{}");
+    EXPECT_TRUE(FindConfigPath("", path, why)) << why;
+    EXPECT_EQ(path, packaged);
+    {
+        const Impostor service(program_, {"-f", dir_ / "conf"});
+        EXPECT_TRUE(FindConfigPath("", path, why)) << why;
+        EXPECT_EQ(path, dir_ / "conf") << "a service that runs comes first";
+    }
+    FakeFilesReset();
 }
 
 TEST_F(ServiceProcessTest, AnothersConfigurationFileIsKnown) {

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
-#include "client/show/exit_status.h"
 #include "client/show/text.h"
 
 namespace client {
@@ -108,22 +107,14 @@ TEST(Output, CountsAgreeWithTheirWords) {
     EXPECT_EQ(Counted(2, "entry", "entries"), "2 entries");
 }
 
-TEST(Output, AReportIsUtf8AndNamesTheReasonOfAFailure) {
-    Json::Value report = NewReport("list");
-    report["paths"].append("/m/\xe4");
+TEST(Output, WhatWasSaidLastIsKeptOnce) {
     testing::internal::CaptureStderr();
     Say("nobody is there");
-    testing::internal::GetCapturedStderr();
-    testing::internal::CaptureStdout();
-    PrintReport(report, kExitNoService);
-    testing::internal::GetCapturedStdout();
-    EXPECT_EQ(report["paths"][0], "/m/\\xe4");
-    EXPECT_EQ(report["error"], "nobody is there");
-    Json::Value good = NewReport("list");
-    testing::internal::CaptureStdout();
-    PrintReport(good, kExitDone);
-    testing::internal::GetCapturedStdout();
-    EXPECT_FALSE(good.isMember("error"));
+    Say("start the service");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "quorcachepinctl: nobody is there\nquorcachepinctl: start the service\n");
+    EXPECT_EQ(TakeLastSaid(), "start the service");
+    EXPECT_EQ(TakeLastSaid(), "");
 }
 
 }  // namespace

@@ -52,19 +52,17 @@ TEST(Report, OneDescriptionComesOutTwice) {
         {"a null is unknown", Record().Add("n", Json::Value(), "count").Add("m", 1, "m"), "m  1\n",
          R"({"m":1,"n":null})"},
         {"units of measure",
-         Record()
-             .Add("b", 2048, "bytes", Unit::kBytes)
-             .Add("u", 2, "units", Unit::kUnits)
-             .Add("y", true, "yes?")
-             .Add("c", 3, "count"),
-         "bytes  2.0 KiB\nunits  2 units = 128.0 KiB\nyes?   yes\ncount  3\n",
-         R"({"b":2048,"c":3,"u":2,"y":true})"},
+         Record().Add("b", 2048, "bytes", Unit::kBytes).Add("y", true, "yes?").Add("c", 3, "count"),
+         "bytes  2.0 KiB\nyes?   yes\ncount  3\n", R"({"b":2048,"c":3,"y":true})"},
         {"a name that writes to the terminal", Record().Add("path", "a\033[2J", "path"),
          "path  a\\x1b[2J\n", "{\"path\":\"a\\u001b[2J\"}"},
         {"lines below a headline", Record().Headline("/m: 1 file").Add("n", 1, "n").Line("end"),
          "/m: 1 file\n  n  1\n  end\n", R"({"n":1})"},
         {"a text of its own", Record().Shown("state", "bad", "state", "bad, and why"),
          "state  bad, and why\n", R"({"state":"bad"})"},
+        {"a text says why a value is unknown",
+         Record().Shown("cache", Json::Value(), "cache", "of no known size"),
+         "cache  of no known size\n", R"({"cache":null})"},
         {"a list for programs", Record().List("files", files), "", "{" + filesJson + "}"},
         {"an empty list", Record().List("files", {}, Layout::kHeadedRows), "", R"({"files":[]})"},
         {"columns, numbers right, unknown as -", Record().List("files", files, Layout::kRows),
@@ -88,6 +86,13 @@ TEST(Report, BlocksWithoutAHeadlineStandInLineWithTheRowsAround) {
                          .Add("configPath", "/c", "configuration")
                          .List("volumes", {headed}, Layout::kBlocks)),
               "service        7\nservice        7\nconfiguration  /c\n/m:\n  units set  1\n");
+}
+
+TEST(Report, AMemberStandsInLineToo) {
+    const Record file = Record().Add("inode", 7, "inode");
+    const Record report = Record().Add("volume", "/m", "volume").Member("file", file);
+    EXPECT_EQ(JsonOf(report), R"({"file":{"inode":7},"volume":"/m"})");
+    EXPECT_EQ(TextOf(report), "volume  /m\ninode   7\n");
 }
 
 TEST(Report, ALineInAListOfRowsStandsInTheLastColumn) {
@@ -154,6 +159,19 @@ TEST(Report, AVerbGivesItsReasonItself) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "quorcachepinctl: the disk is full\n");
     SayUnheard("by the way");
     EXPECT_EQ(Finished(report, kExitPartly)["error"], "the disk is full");
+}
+
+TEST(Report, ARefusalNamesItsPath) {
+    Record report;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(Refuse(report, "/m/\033", "no volume is there"), kExitRefused);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "quorcachepinctl: refused /m/\\x1b: no volume is there\n");
+    const Json::Value document = Finished(report, kExitRefused);
+    EXPECT_EQ(document["error"], "/m/\\x1b: no volume is there");
+    ASSERT_EQ(document["refused"].size(), 1U);
+    EXPECT_EQ(document["refused"][0]["path"], "/m/\033");
+    EXPECT_EQ(document["refused"][0]["reason"], "no volume is there");
 }
 
 TEST(Report, JsonIsUtf8) {

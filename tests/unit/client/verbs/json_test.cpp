@@ -14,6 +14,9 @@ namespace {
 
 constexpr uint64_t kUnit = 128;  // sectors
 
+// Of a verb that can do nothing with the path it was given.
+constexpr char kRefusedShape[] = "error:s exitStatus:n refused:a schema:n verb:s";
+
 class JsonTest : public QueueClientTest {
   protected:
     void SetUp() override {
@@ -114,8 +117,8 @@ TEST_F(JsonTest, ADryRunTellsThePriceAndSendsNothing) {
     const Json::Value& price = report["price"][0];
     EXPECT_EQ(Shape(price),
               "bytes:n cacheBytes:0 extents:n files:n pinnedUnitsNow:n pinnedUnitsThen:n "
-              "repinnedFiles:n requests:n roundingBytes:n units:n unitsSet:n "
-              "unitsWithoutBit:n volume:s");
+              "repinnedFiles:n requests:n roundingBytes:n units:n unitsSet:n unitsWithoutBit:n "
+              "volume:s");
     EXPECT_EQ(price["extents"], 2);
     EXPECT_EQ(price["bytes"], 24 * 512);
     EXPECT_EQ(price["units"], 2);
@@ -166,15 +169,19 @@ TEST_F(JsonTest, ListTellsFilesByVolume) {
     const std::string path = PinHalf();
     const Json::Value report = Report({"list"}, 0);
     EXPECT_EQ(Shape(report), "exitStatus:n schema:n verb:s volumes:a");
-    EXPECT_EQ(Shape(report["volumes"][0]), "files:a mountPath:s");
+    EXPECT_EQ(Shape(report["volumes"][0]), "files:a mounted:b volume:s");
     const Json::Value& file = report["volumes"][0]["files"][0];
-    EXPECT_EQ(Shape(file), "inode:n path:s relativePath:s size:n state:s");
+    EXPECT_EQ(Shape(file), "fate:s inode:n path:s reason:0 relativePath:s size:n volume:s");
     EXPECT_EQ(file["path"], path);
-    EXPECT_EQ(file["state"], "there");
+    EXPECT_EQ(file["fate"], "there");
     unlink(path.c_str());
-    EXPECT_EQ(Report({"list"}, 0)["volumes"][0]["files"][0]["state"], "gone");
+    const Json::Value gone = Report({"list"}, 0)["volumes"][0]["files"][0];
+    EXPECT_EQ(gone["fate"], "gone");
+    EXPECT_TRUE(gone["reason"].isString());
+    EXPECT_TRUE(gone["size"].isNull());
+    EXPECT_EQ(Shape(Report({"list", "/nowhere"}, 5)), kRefusedShape);
     config_ = dir_.path();  // cannot be read
-    Report({"list"}, 3);
+    EXPECT_EQ(Shape(Report({"list"}, 3)), "error:s exitStatus:n schema:n verb:s");
 }
 
 TEST_F(JsonTest, StatusTellsWhatIsThereAlsoWithoutAService) {
@@ -187,34 +194,39 @@ TEST_F(JsonTest, StatusTellsWhatIsThereAlsoWithoutAService) {
     EXPECT_EQ(report["services"].size(), 0U);
     EXPECT_EQ(Shape(report["requests"][0]), "files:n number:s state:s type:s volume:s");
     EXPECT_EQ(Shape(report["volumes"][0]),
-              "cacheBytes:0 files:n mountPath:s unitsResident:0 unitsSet:n");
+              "cacheBytes:0 files:n unitsResident:0 unitsSet:n unitsWithDriver:0 volume:s");
     MakeQueue();
     EXPECT_EQ(Shape(Report({"status"}, 3)["queue"]), "bytes:n id:n key:n limitBytes:n messages:n");
 }
 
-TEST_F(JsonTest, CheckTellsConditionsAndCounts) {
+TEST_F(JsonTest, CheckTellsFatesAndCounts) {
     PinHalf();
     const Json::Value report = Report({"check"}, 1);
     EXPECT_EQ(Shape(report), "exitStatus:n schema:n verb:s volumes:a");
     const Json::Value& volume = report["volumes"][0];
-    EXPECT_EQ(
-        Shape(volume),
-        "bitmapFileTooLong:b bitmapWith:0 clean:b files:a mountPath:s mounted:b requestsQueued:n "
-        "unitsDriverLacks:0 unitsDriverSurplus:0 unitsMissing:n unitsSet:n unitsSurplus:n "
-        "unitsWanted:n unitsWithoutBit:n");
-    EXPECT_EQ(Shape(volume["files"][0]), "condition:s inode:n path:s units:n unitsMissing:n");
-    EXPECT_EQ(volume["files"][0]["condition"], "missing bits");
-    EXPECT_EQ(volume["unitsMissing"], 1);
+    EXPECT_EQ(Shape(volume),
+              "agrees:b bitmapFileTooLong:b files:a mountPaths:a mounted:b requestsQueued:n "
+              "uncertain:0 unitsDriverLacks:0 unitsDriverSurplus:0 unitsMissing:n unitsNeeded:n "
+              "unitsSet:n unitsSurplus:n unitsWithoutBit:n volume:s");
+    EXPECT_EQ(Shape(volume["files"][0]),
+              "fate:s inode:n path:s reason:0 units:n unitsMissing:n volume:s");
+    EXPECT_EQ(volume["volume"], mount_);
+    EXPECT_EQ(volume["mountPaths"][0], mount_);
+    EXPECT_EQ(volume["files"][0]["fate"], "there");
+    EXPECT_EQ(volume["files"][0]["unitsMissing"], 1);
     EXPECT_EQ(volume["requestsQueued"], 1);
     WriteBitmap({4, 5});
-    EXPECT_EQ(Report({"check"}, 0)["volumes"][0]["clean"], true);
+    EXPECT_EQ(Report({"check"}, 0)["volumes"][0]["agrees"], true);
+    EXPECT_EQ(Shape(Report({"check", "/nowhere"}, 5)), kRefusedShape);
 }
 
-TEST_F(JsonTest, RepairNeedsAServiceThatWorks) {
+TEST_F(JsonTest, RepairTellsWhatItDid) {
     PinHalf();
-    const Json::Value report = Report({"check", "--repair"}, 3);
-    EXPECT_EQ(Shape(report["repair"]), "actions:a obstacles:a requests:n unitsCleared:n");
+    const Json::Value report = Report({"check", "--repair"}, 0);
+    EXPECT_EQ(Shape(report["repair"]), "actions:a left:a requests:n unitsCleared:n unitsSet:n");
     EXPECT_EQ(report["repair"]["requests"], 0);
+    EXPECT_EQ(report["repair"]["unitsSet"], 1);
+    EXPECT_EQ(Shape(report["volumes"][0]), Shape(report["volumesAfterRepair"][0]));
 }
 
 TEST_F(JsonTest, ExplainTellsExtentsUnitsAndNeighbours) {
@@ -223,7 +235,7 @@ TEST_F(JsonTest, ExplainTellsExtentsUnitsAndNeighbours) {
     Place(other, {{5 * kUnit, 8}});
     const Json::Value file = Report({"explain", other}, 0)["file"];
     EXPECT_EQ(Shape(file),
-              "extents:a inode:n path:s pathReplaced:b pinned:b queued:a shares:a size:n "
+              "extents:a fate:0 inode:n path:s pathReplaced:b pinned:b queued:a shares:a size:n "
               "unitRuns:a units:n unitsResident:0 unitsSet:n unitsWithDriver:0 volume:s "
               "whyNotResident:s");
     EXPECT_EQ(file["pinned"], false);
@@ -232,7 +244,9 @@ TEST_F(JsonTest, ExplainTellsExtentsUnitsAndNeighbours) {
     EXPECT_EQ(file["unitRuns"][0][1], 5);
     EXPECT_EQ(Shape(file["shares"][0]), "path:s units:n");
     EXPECT_EQ(file["shares"][0]["path"], path);
-    EXPECT_EQ(Report({"explain", path}, 0)["file"]["pinned"], true);
+    const Json::Value itself = Report({"explain", path}, 0)["file"];
+    EXPECT_EQ(itself["pinned"], true);
+    EXPECT_EQ(itself["fate"], "there");
     const Json::Value refused = Report({"explain", mount_ + "/nothing"}, 5);
     EXPECT_EQ(refused["refused"].size(), 1U);
     EXPECT_EQ(refused["entries"].size(), 0U);
@@ -254,7 +268,7 @@ TEST_F(JsonTest, MapTellsRuns) {
     EXPECT_EQ(report["setRuns"][0][0], 1);
     EXPECT_EQ(report["setRuns"][0][1], 3);
     EXPECT_EQ(report["setRuns"][1][0], 9);
-    Report({"map", "/nowhere"}, 5);
+    EXPECT_EQ(Shape(Report({"map", "/nowhere"}, 5)), kRefusedShape);
 }
 
 TEST_F(JsonTest, VolumeVerbsTellTheVolume) {
@@ -265,7 +279,7 @@ TEST_F(JsonTest, VolumeVerbsTellTheVolume) {
         EXPECT_EQ(report["volume"], mount_);
         EXPECT_EQ(report["sent"], 1);
         EXPECT_EQ(Shape(Report({verb, "/nowhere"}, 5)),
-                  "exitStatus:n refused:a schema:n sent:n verb:s");
+                  "error:s exitStatus:n refused:a schema:n sent:n verb:s");
     }
 }
 
@@ -277,6 +291,17 @@ TEST_F(JsonTest, DoctorTellsFindingsAndWhatItDid) {
         EXPECT_TRUE(shape == "health:s remedy:s subject:s text:s" ||
                     shape == "health:s remedy:0 subject:s text:s")
             << shape;
+    }
+}
+
+// Besides the words on standard error.
+TEST_F(JsonTest, AWrongCommandLineIsAReportToo) {
+    const std::vector<std::string> lines[] = {
+        {"pin"}, {"pin", "--nonsense", "a"}, {"map"}, {"map", "a", "-o", "a.png"}, {"nonsense"}};
+    for (const std::vector<std::string>& line : lines) {
+        const Json::Value report = Report(line, 2);
+        EXPECT_EQ(Shape(report), "error:s exitStatus:n schema:n verb:s") << line[0];
+        EXPECT_NE(report["error"], "") << line[0];
     }
 }
 

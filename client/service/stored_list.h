@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+// Changing the service's lists of pinned files while no service runs. One that runs would not see
+// the change, and would undo it with its next request.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "client/service/config_state.h"
+#include "util/scoped.h"
+
+namespace client {
+
+// By mount path; an empty list takes the mount path away.
+using StoredLists = std::map<std::string, std::vector<StoredFile>>;
+
+// A configuration file, locked against a second repair for as long as this lives. The lock is a
+// file of its own beside it, which only its owner can open: the configuration file itself can be
+// read, and so be locked, by anybody.
+class StoredList {
+  public:
+    // Locks the file, which must be there and hold lists in their form: what does not would read as
+    // nothing being pinned. Returns false, with the reason in `why`.
+    bool Lock(const std::string& path, std::string& why);
+
+    // Replaces the lists of the mount paths given and leaves all else as it is. The new file takes
+    // the old one's place in one step, with its mode and owner. Returns false, with the reason in
+    // `why`; the old file is then still there.
+    bool Replace(const StoredLists& lists, std::string& why);
+
+  private:
+    std::string path_;  // no symbolic link
+    std::unique_ptr<ScopedFd> lock_;
+};
+
+}  // namespace client

@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: MIT
+// Setting right by requests, which a running service carries out.
+#pragma once
+
+#include <string>
+
+#include "client/verbs/repair.h"
+
+namespace client {
+
+// Pins again what lacks units, pins what replaced listed files, and waits for it. Names in the
+// report what is left for a repair at rest. Returns kExitDone when all requests are done, whatever
+// they came to, else the exit status, having said why.
+int RepairByRequests(const std::string& configPath, const std::string& mountPath,
+                     const SendOptions& options, RepairReport& report);
+
+}  // namespace client

@@ -1,0 +1,153 @@
+// SPDX-License-Identifier: MIT
+#include "client/verbs/rest_repair.h"
+
+#include <unistd.h>
+
+#include "client/pins/rest_plan.h"
+#include "client/request/followers.h"
+#include "client/service/service_process.h"
+#include "client/service/stored_list.h"
+#include "client/show/exit_status.h"
+#include "client/show/output.h"
+#include "client/volume/bitmap_file.h"
+#include "util/driver.h"
+
+namespace client {
+
+namespace {
+
+void Append(const std::vector<std::string>& more, std::vector<std::string>& all) {
+    all.insert(all.end(), more.begin(), more.end());
+}
+
+// Whether still no service runs; it would read what is half changed. Reading volumes takes long.
+bool IsAtRest(RepairReport& report) {
+    if (FindServices().empty()) {
+        return true;
+    }
+    report.left.push_back("a service was started meanwhile; what is left needs another repair");
+    return false;
+}
+
+// What a repair works on. The devices are read by the lists as they are at the time.
+struct Work {
+    std::string mountPath;  // empty = all
+    StoredList stored;
+    ConfigState state;
+    std::vector<Volume> volumes;
+    std::vector<DeviceState> devices;
+};
+
+// Changes the lists and reads the devices by what they have become. Returns false when nothing more
+// may be done.
+bool RepairLists(Work& work, RepairReport& report) {
+    const ListPlan plan = PlanLists(work.devices, FindFollowers(work.devices, work.volumes));
+    std::string why;
+    Append(plan.left, report.left);
+    if (plan.lists.empty()) {
+        return true;
+    }
+    if (!IsAtRest(report)) {
+        return false;
+    }
+    if (!work.stored.Replace(plan.lists, why)) {
+        report.left.push_back(why);
+        return false;
+    }
+    Append(plan.actions, report.actions);
+    for (const auto& [mountPath, files] : plan.lists) {
+        work.state.pinned[mountPath] = files;
+    }
+    work.devices = ReadDevices(work.state, work.volumes, work.mountPath);
+    return true;
+}
+
+void HandToDriver(const DeviceState& device, const BitmapPlan& plan, RepairReport& report) {
+    const std::string name = Printable(device.view.mountPath) + ": ";
+    std::vector<uint8_t> bytes = plan.bits.Bytes();
+    PinBitmap bitmap = {bytes.data(), static_cast<uint32_t>(bytes.size())};
+    if (BitmapDriverUpdate(&bitmap, device.view.cachePath.c_str()) != 0) {
+        report.left.push_back(name + "the driver did not take the bitmap");
+        return;
+    }
+    report.actions.push_back(name + "the driver has the bitmap now");
+    const Residency& cache = device.view.residency;
+    const uint64_t absent = plan.bits.CountWithout(cache.resident);
+    if (cache.known && plan.set > 0 && absent > 0) {
+        report.left.push_back(name + Counted(absent, "pinned unit") +
+                              " not in the cache; reload reads them");
+    }
+}
+
+void RepairBitmap(const DeviceState& device, RepairReport& report) {
+    const std::string name = Printable(device.view.mountPath) + ": ";
+    const BitmapPlan plan = PlanBitmap(device);
+    std::string why;
+    if (!plan.left.empty()) {
+        report.left.push_back(plan.left);
+    }
+    if (plan.write && !ReplaceBitmapFile(device.view.bitmapPath, plan.bits.Bytes(), why)) {
+        report.left.push_back(why);
+        return;
+    }
+    report.unitsSet += plan.set;
+    report.unitsCleared += plan.cleared;
+    if (plan.set > 0) {
+        report.actions.push_back(name + Counted(plan.set, "missing unit") + " set");
+    }
+    if (plan.cleared > 0) {
+        report.actions.push_back(name + Counted(plan.cleared, "unit") +
+                                 " that no file needs cleared");
+    }
+    if (plan.write && plan.set == 0 && plan.cleared == 0) {
+        report.actions.push_back(name + "the bitmap file has its right length now");
+    }
+    if (plan.hand) {
+        HandToDriver(device, plan, report);
+    }
+}
+
+void NameUnmounted(const ConfigState& state, const std::vector<Volume>& volumes,
+                   RepairReport& report) {
+    for (const std::string& path : UnmountedPaths(state, volumes)) {
+        report.left.push_back(Printable(path) + ": not mounted, left as it is with its " +
+                              Counted(state.pinned.at(path).size(), "file"));
+    }
+}
+
+}  // namespace
+
+int RepairAtRest(const std::string& configPath, const std::string& mountPath,
+                 RepairReport& report) {
+    Work work;
+    std::string why;
+    work.mountPath = mountPath;
+    if (geteuid() != 0) {
+        Say("--repair: only root sees whether the service runs; nothing was changed");
+        return kExitRefused;
+    }
+    // Read under the lock: a repair that has just ended may have changed it.
+    if (!work.stored.Lock(configPath, why) || !ReadConfigState(configPath, work.state, why)) {
+        Say("--repair: " + why + "; nothing was changed");
+        return kExitRefused;
+    }
+    if (!ListVolumes(work.volumes)) {
+        Say("the volumes cannot be listed");
+        return kExitNoService;
+    }
+    if (mountPath.empty()) {
+        NameUnmounted(work.state, work.volumes, report);
+    }
+    work.devices = ReadDevices(work.state, work.volumes, mountPath);
+    if (!RepairLists(work, report)) {
+        return kExitDone;
+    }
+    for (const DeviceState& device : work.devices) {
+        if (WhyLeftAlone(device).empty() && IsAtRest(report)) {
+            RepairBitmap(device, report);
+        }
+    }
+    return kExitDone;
+}
+
+}  // namespace client
