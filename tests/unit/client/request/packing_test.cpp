@@ -131,6 +131,19 @@ TEST(Packing, VolumesComeInTheOrderOfTheirFirstFile) {
     EXPECT_EQ(messages[1].data, "/one/b");
 }
 
+TEST(Packing, OnlyAPinReadsItsFilesExtentsInTheirOrder) {
+    const Volume volume = {"/m", ""};
+    std::vector<FileRef> files = {FileOf(volume, "a", 1), FileOf(volume, "b", 2)};
+    files[0].extents = {{0, 8, 800, 0}, {8, 8, 80, 0}};
+    files[1].extents = {{0, 8, 8, 0}};
+    const std::vector<Message> pins = PackFiles(kRequestPinFiles, files);
+    ASSERT_EQ(pins.size(), 1U);
+    ASSERT_EQ(pins[0].reading.size(), 3U);
+    EXPECT_EQ(pins[0].reading[1].deviceStartSector, 80U);
+    EXPECT_EQ(pins[0].reading[2].deviceStartSector, 8U);
+    EXPECT_TRUE(PackFiles(kRequestUnpinFiles, files)[0].reading.empty());
+}
+
 TEST(Packing, TheMessageIsTheWireFormat) {
     const RequestMsg msg =
         ToRequestMsg({kRequestUnpinFiles, "/mnt/pool1", "/mnt/pool1/a", "a#1", 1, {}});
