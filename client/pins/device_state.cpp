@@ -46,10 +46,16 @@ void TakeEntries(const ConfigState& state, const std::vector<Volume>& volumes,
 // Maps the listed and queued files and adds up what they need.
 void AddUpNeeds(DeviceState& device) {
     Mapper mapper;
-    device.needed = UnitSet(device.view.bits.Bytes().size());
+    UnitSet own(device.view.bits.Bytes().size());
+    device.needed = own;
     for (PinnedFile& pinned : device.listed) {
         MapPinned(pinned, mapper);
         device.needed.Put(pinned.units);
+        // A former mount path may mean another volume, made like this one: its entries keep bits,
+        // and ask for none.
+        if (IsMountOf(device, pinned.mountPath)) {
+            own.Put(pinned.units);
+        }
         device.withoutBit += CountUnits(pinned.units) - device.needed.RoomFor(pinned.units);
         if (pinned.fate == Fate::kUnknown && device.uncertain.empty()) {
             device.uncertain = Printable(PathOnVolume(pinned.mountPath, pinned.entry.relative)) +
@@ -57,7 +63,7 @@ void AddUpNeeds(DeviceState& device) {
                                "), so no unit can be said to be unneeded";
         }
     }
-    device.missing = device.needed.Without(device.view.bits);
+    device.missing = own.Without(device.view.bits);
     // What is queued is not set yet, unless its request was interrupted, and then it is not
     // surplus.
     for (PinnedFile& pinned : device.queued) {

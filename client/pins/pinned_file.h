@@ -45,7 +45,8 @@ std::vector<PinnedFile> InspectListed(const std::vector<StoredFile>& entries,
                                       const std::string& mountPath,
                                       const std::vector<Volume>& volumes);
 
-// The same as InspectEntries without the search: a file that is not at its path is kGone here, wherever it may be.
+// The same as InspectEntries without the search: a file that is not at its path is kGone here,
+// wherever it may be.
 std::vector<PinnedFile> InspectAtPaths(const std::vector<StoredFile>& entries,
                                        const Volume& volume);
 

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "client/pins/repin.h"
 
-#include <algorithm>
 #include <set>
 #include <utility>
 
@@ -10,11 +9,6 @@ namespace client {
 namespace {
 
 using PinId = std::pair<std::string, uint32_t>;  // mount path, inode
-
-bool IsMountOf(const DeviceState& device, const std::string& mountPath) {
-    return std::any_of(device.mounts.begin(), device.mounts.end(),
-                       [&mountPath](const Volume* mount) { return mount->mountPath == mountPath; });
-}
 
 // Takes those of the files that stay and lie in the units released.
 void TakeSharing(const std::vector<PinnedFile>& pinned, const UnitRuns& released,

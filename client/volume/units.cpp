@@ -194,7 +194,7 @@ uint64_t BytesOf(const std::vector<FileMappingEntry>& extents) {
 }
 
 bool ReadUnitSet(const std::string& path, UnitSet& set) {
-    const ScopedFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const ScopedFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!fd.valid()) {
         return false;
     }
