@@ -121,6 +121,11 @@ DeviceState ReadDevice(const ConfigState& state, const Volume& volume,
     return device;
 }
 
+bool IsMountOf(const DeviceState& device, const std::string& mountPath) {
+    return std::any_of(device.mounts.begin(), device.mounts.end(),
+                       [&mountPath](const Volume* mount) { return mount->mountPath == mountPath; });
+}
+
 std::vector<std::string> UnmountedPaths(const ConfigState& state,
                                         const std::vector<Volume>& volumes) {
     std::vector<std::string> paths;

@@ -22,7 +22,7 @@ struct DeviceState {
 
     // The bitmap as it should be: the units of all files that are listed or queued to be pinned.
     UnitSet needed;
-    UnitSet missing;          // needed by listed files, and not set
+    UnitSet missing;          // needed by what its mount paths of now list, and not set
     UnitSet surplus;          // set, and needed by none
     UnitSet driverLacks;      // set in the file, not with the driver; empty when the driver is mute
     UnitSet driverSurplus;    // with the driver, not set in the file; the same
@@ -39,6 +39,9 @@ std::vector<DeviceState> ReadDevices(const ConfigState& state, const std::vector
 // Reads one device of `volumes`.
 DeviceState ReadDevice(const ConfigState& state, const Volume& volume,
                        const std::vector<Volume>& volumes);
+
+// Whether the device is mounted there.
+bool IsMountOf(const DeviceState& device, const std::string& mountPath);
 
 // Returns the mount paths with pinned files at which no volume is mounted now.
 std::vector<std::string> UnmountedPaths(const ConfigState& state,
