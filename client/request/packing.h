@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "client/request/file_check.h"
+#include "client/volume/file_ref.h"
 #include "util/request.h"
 
 namespace client {

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "client/verbs/options.h"
 #include "client/service/queue.h"
 #include "client/service/service_process.h"
+#include "client/verbs/options.h"
 
 namespace client {
 

@@ -5,7 +5,6 @@
 
 #include "client/request/file_check.h"
 #include "client/request/followers.h"
-#include "client/request/sending.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
 

@@ -4,7 +4,8 @@
 
 #include <string>
 
-#include "client/verbs/repair.h"
+#include "client/request/sending.h"
+#include "client/verbs/repair_report.h"
 
 namespace client {
 

@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "client/verbs/repair.h"
+#include "client/verbs/repair_report.h"
 
 namespace client {
 
