@@ -6,8 +6,8 @@
 #include <fstream>
 #include <sstream>
 
-#include "client/show/output.h"
 #include "client/map/picture.h"
+#include "client/show/output.h"
 
 namespace client {
 

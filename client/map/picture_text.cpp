@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <iterator>
 
-#include "client/show/output.h"
 #include "client/map/picture.h"
+#include "client/show/output.h"
 
 namespace client {
 
