@@ -157,7 +157,7 @@ void* DoRequests(void* options) {
         if (choice == kChoiceRequest) {
             do_requests::RunChosenRequest(configPath, request, number);
         } else {
-            sleep(kPauseSeconds);
+            sleep(kPauseSeconds);  // what is queued is pending, and a release signals nothing
         }
     }
     LogError("Get request error");
@@ -178,6 +178,7 @@ int HandleRequestAndModifyConfig(const char* configPath, const Request& request,
             LogError("Can't drop request");
         }
     } else if (result == kRequestInterrupted) {
+        // It stays queued and is run from its start when the volume is released.
         LogVerbose("Handle request interruped (num = %s, type = %s)", number.c_str(), type);
         return kRequestInterrupted;
     } else if (result == kRequestDone) {
