@@ -43,6 +43,8 @@ int LoadBitmap(RequestResources& resources) {
     uint8_t sizeChanged = 0;  // reported by the log only
 
     if (BitmapMemAllocateAndInit(resources.uuid.get(), &resources.bitmap, &sizeChanged) != 0) {
+        // With any other errno the loader has released the record, if there was one: the pointer
+        // dangles.
         resources.ownsBitmap = errno == ENODEV || resources.bitmap == nullptr;
         LogError("Allocate bitmap failed");
         return -1;

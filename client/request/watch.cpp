@@ -169,6 +169,7 @@ ProgressView Observer::View() {
         }
     }
     if (reading) {
+        // Between two extents the reader stands in neither; what was shown must not shrink then.
         mostRead_ = std::max(mostRead_, BytesRead(first->message.reading, position));
         view.bytesDone += mostRead_;
     }
