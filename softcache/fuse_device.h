@@ -30,8 +30,8 @@ class FuseDevice {
     // mount away. Returns false when it ended before it began.
     bool Start(std::function<void()> onEnd);
 
-    // Requests that are being answered are finished, then nothing is served any more. What still
-    // has the device open meets errors from then on.
+    // Finishes the requests that are being answered, then serves no others. Whoever still has the
+    // device open meets errors from then on.
     void Stop();
 
     void Unmount();

@@ -29,7 +29,7 @@ class Observer {
     Observer(std::vector<Watched>& requests, const WaitOptions& options)
         : requests_(requests), options_(options) {}
 
-    // Looks once. Returns false, with an exit status, when there is nothing to wait for any more.
+    // Looks once. Returns false, with an exit status, when there is nothing left to wait for.
     bool Look(int& status);
     ProgressView View();
 
