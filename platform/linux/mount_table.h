@@ -29,8 +29,8 @@ struct BlockDevice {
 // why, when the list cannot be read; `mounts` is then untouched.
 bool ReadMounts(std::vector<Mount>& mounts);
 
-// Stores the number of the mount that holds `path`. The kernel itself finds it, so links and covered
-// mounts need no thought here. Returns false with errno set.
+// Stores the number of the mount that holds `path`. The kernel itself finds it, so links and
+// covered mounts need no thought here. Returns false with errno set.
 bool FindMountId(const std::string& path, uint64_t& id);
 
 // Returns the number of the block device that the mount's file system lies on, 0 when it lies on
