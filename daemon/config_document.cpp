@@ -51,7 +51,7 @@ int ConfigGetJsonAndNumRequest(const char* path, Json::Value& document, uint32_t
         return -1;
     }
     const Json::Value* queue = &document[kRequestQueueKey];
-    if (queue == nullptr) {
+    if (queue == nullptr) {  // never: operator[] creates what it does not find
         LogError("Got NULL pointer");
         return -1;
     }

@@ -78,6 +78,7 @@ int WaitForExtents(FileSystemDevice& device, const std::string& filePath, unsign
             LogVerbose("Entry number = %zu", table.entries.size());
             return 0;
         }
+        // A fresh file gets its place on the device when it is written out, which may take a while.
         if (attempt == 0) {
             LogNotice("Do fsync");
             if (DoFsync(filePath.c_str()) != 0) {

@@ -36,7 +36,7 @@ class PendingSpaceList {
     };
 };
 
-// Tells whether the space is pending. Takes no lock; the answer is advisory.
+// Returns whether the space is pending. Takes no lock, so the answer may be outdated at once.
 bool ServiceIsSpacePending(const char* mountPath);
 
 // Adds a space. Takes the service mutex. Returns 0; or -1 when it is pending already, and then the

@@ -40,6 +40,8 @@ int PinFiles(const std::vector<FileInfo>& infos, PinBitmap* bitmap, const char* 
     if (AddFiles(infos, bitmap, mountPath, files) != 0) {
         return kRequestFailed;
     }
+    // The file first: the next request starts from it and would undo what only the driver has. The
+    // reading last: the cache may evict at once what it does not yet know to be pinned.
     if (BitmapFileWrite(bitmap, bitmapPath) != 0) {
         LogError("Write bitmap failed");
         return kRequestFailed;

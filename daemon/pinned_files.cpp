@@ -61,6 +61,7 @@ int JsonUpdatePinFileInfo(Json::Value& document, const Request& request) {
         return -1;
     }
     for (const FileInfo& info : infos) {
+        // The inode is the key: a renamed file stays pinned, under the path that it was listed by.
         snprintf(key, sizeof(key), "%lu", info.inodeNum);
         if (request.type == kRequestPinFiles) {
             update_pin_files::AddFile(files, key, info);

@@ -31,6 +31,7 @@ constexpr struct option kLongOptions[] = {
 };
 // clang-format on
 
+// The debug settings file comes last: it overrides the options.
 void SetPrintLevel(const ServiceOptions& options) {
     if (options.debug != 0) {
         g_printLevel = 3;
@@ -84,6 +85,7 @@ int InitSharedState() {
         LogError("Initialize mutex failed");
         return -1;
     }
+    // All zero is what PTHREAD_COND_INITIALIZER gives, too.
     memset(&g_service.cond, 0, sizeof(g_service.cond));
     return 0;
 }

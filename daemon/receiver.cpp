@@ -79,6 +79,8 @@ int StoreRequest(const RequestMsg& msg, const char* configPath) {
         LogError("Can't add request to config (%s)", configPath);
         return -1;
     }
+    // The mutex is free again. The signal is not lost: the worker looks into the file, holding the
+    // mutex, before it waits.
     LogVerbose("Signal a new request is added");
     pthread_cond_signal(&g_service.cond);
     return 0;
@@ -106,6 +108,7 @@ void GetRequests(const char* configPath) {
 
     LogEnter();
     if (get_requests::OpenQueue() == 0) {
+        // The first failure ends intake for good, on purpose; only a restart begins it again.
         while (get_requests::Receive(msg) == 0 &&
                get_requests::HandleMessage(msg, configPath) == 0) {
         }

@@ -54,10 +54,10 @@ int WaitForRequests(const char* path, Json::Value& document) {
     }
 }
 
-// Forgets what is kept for the volume of a request that can no longer be served. Returns 0, or -1.
+// Forgets everything about the volume of a request that cannot be served now. Returns 0, or -1.
 int ForgetVolume(Choice& choice, const char* mountPath, const Request& output) {
-    // The output record's field is asked, which comes in empty: only an empty entry can match, and
-    // then the removal blocks on the mutex that is held here.
+    // Required quirk: this tests the output record's field, which is empty, and not `mountPath`.
+    // Only an empty entry can match, and then the removal blocks for good on the mutex held here.
     if (ServiceIsSpacePending(output.mountPath)) {
         if (ServiceRemovePendingSpaceAtomic(output.mountPath) != 0) {
             LogError("Can't remove space from pending list");
@@ -65,7 +65,7 @@ int ForgetVolume(Choice& choice, const char* mountPath, const Request& output) {
         }
         LogVerbose("Remove space (%s) from pending list", mountPath);
     }
-    // Looked at, hence created: a missing "volumes" reaches the file as null.
+    // operator[] creates what it does not find: a missing "volumes" reaches the file as null.
     Json::Value& volumes = choice.document[kVolumesKey];
     if (ConfigCheckObject(volumes, kVolumesKey) != 0) {
         return -1;
@@ -118,6 +118,7 @@ int Consider(Choice& choice, const std::string& number, Request& request) {
         return ForgetVolume(choice, mountPath, request);
     }
     if (ServiceIsSpacePending(mountPath)) {
+        // It stays queued, and the requests of other volumes overtake it.
         LogVerbose("Request num (%s) volume (%s) is pending", number.c_str(), mountPath);
         return 0;
     }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Which stored request the worker runs next.
+// Choosing the stored request that the worker runs next.
 #pragma once
 
 #include <string>
@@ -12,8 +12,10 @@ enum RequestChoice : int {
     kChoiceError = 3,    // the file cannot be read, is inconsistent, or cannot be written
 };
 
-// Blocks while nothing is queued, then fills in the first queued request whose volume has a cache
-// that supports pinning and is not pending, and its number. Requests met on the way whose volume
-// has no such cache any more are dropped from the file, with the volume's pinned-file list. The
-// chosen request stays in the file. `request` comes in zero-filled. Returns a RequestChoice.
+// Blocks while nothing is queued. Then chooses the first queued request whose volume has a cache
+// that supports pinning and is not pending, and fills in `request`, which must be zero-filled, and
+// its number. The chosen request stays in the file.
+//
+// A request found before it whose volume has no such cache is dropped from the file, together with
+// the volume's list of pinned files. Returns a RequestChoice.
 int ConfigParseAndGetNextAvailableRequest(const char* path, Request& request, std::string& number);

@@ -49,7 +49,7 @@ std::string ScanRelativePath(const char* mountPath, const char* filePath) {
 }
 
 // Narrows what "%lu" converted from the text to the 32 bits that it has on the target, where a
-// number beyond them, be it negative or not, becomes the largest.
+// number beyond them, negative or not, becomes the largest.
 unsigned long ToTargetUnsignedLong(const char* text, unsigned long value) {
     uint64_t magnitude = *SkipSpace(text) == '-' ? 0UL - value : value;
 
@@ -134,6 +134,7 @@ int AbsolutePathsToFileInodeList(const char* mountPath, const char* absolutePath
             return -1;
         }
         if (result == make_list::kEntryDoesNotFit) {
+            // What fits is stored: a failure here would stop intake for every client.
             break;
         }
     }

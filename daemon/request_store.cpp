@@ -78,8 +78,8 @@ int ReadAddAndWrite(const char* path, const Request& request) {
 
 }  // namespace add_request
 
-// A request on its way out of the file: what finished and failed ones share. Lines name the
-// function that the request leaves by.
+// A request on its way out of the file: the steps that a finished and a failed one share. Log lines
+// name the function by which the request leaves.
 struct LeavingRequest {
     const char* kLogFunction;
     const char* path;  // of the file
@@ -160,6 +160,7 @@ int ConfigDropErrorRequest(const char* path, const Request& request, const std::
     }
     if (request.type == kRequestUnpinFiles) {
         LogError("Remove pinned files from the config file if possible");
+        // Its failure is ignored: a request that stayed because of it would be run for ever.
         JsonUpdatePinFileInfo(leaving.document, request);
     }
     return leaving.RemoveAndWrite(number);
@@ -178,7 +179,8 @@ int JsonAddRequest(Json::Value& document, const Request& request) {
     }
     snprintf(number, sizeof(number), "%d", TakeRequestNumber(counter));
 
-    // Asked of whether there is a queue, not of the queue, so that no number is ever rejected.
+    // Required quirk: this searches the boolean "has a queue" and not the queue, so it never finds
+    // anything, and a number that is queued already is issued again.
     Json::Value hasQueue(document.isMember(kRequestQueueKey));
     if (JsonArrayHasString(hasQueue, number) != 0) {
         LogError("Should not find the element");
@@ -188,7 +190,7 @@ int JsonAddRequest(Json::Value& document, const Request& request) {
 
     const char* type = RequestTypeToString(request.type);
     if (type == nullptr) {
-        return -1;  // no name to store it under
+        return -1;  // there is no name to store it under
     }
     Json::Value& requests = document[kRequestsKey];
     if (ConfigCheckObject(requests, kRequestsKey) != 0) {
@@ -196,7 +198,7 @@ int JsonAddRequest(Json::Value& document, const Request& request) {
     }
     Json::Value& stored = requests[number];
     if (!stored.isObject()) {
-        stored = Json::Value();  // no request, hence overwritten as a whole
+        stored = Json::Value();  // what stands there is no request: overwrite all of it
     }
     stored[kTypeKey] = type;
     stored[kMountPathKey] = request.mountPath;
@@ -247,7 +249,7 @@ int JsonArrayRemoveString(Json::Value& array, const std::string& text) {
 
     for (const Json::Value& element : array) {
         if (!element.isConvertibleTo(Json::stringValue)) {
-            kept.append(element);  // nobody's number: it stays as it is
+            kept.append(element);  // not a number of any request: it stays
         } else if (element.asString() == text) {
             ++count;
         } else {

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-// Requests in the configuration file: numbered and added by the receiver, taken away by the worker.
+// Requests in the configuration file: the receiver numbers and adds them, the worker removes them.
 //
-// "Config" functions are whole read-change-write sequences and take the service mutex; "Json"
-// functions change a caller's document only.
+// A "Config" function reads, changes and writes the file, holding the service mutex throughout. A
+// "Json" function changes the caller's document and nothing else.
 #pragma once
 
 #include <json/json.h>
@@ -11,30 +11,30 @@
 
 #include "util/request.h"
 
-// Stores the request under the next number; a missing file is created. Returns 0, or -1 with the
-// file unchanged (possibly truncated when it could not be written).
+// Stores the request under the next number, creating a missing file. Returns 0, or -1 with the file
+// unchanged; a write that failed may have truncated it.
 int ConfigAddRequest(const char* path, const Request& request);
 
-// Takes a request that succeeded out of the file and brings the pinned-file list up to date.
-// Returns 0; or -1 with nothing written, and then the request stays queued.
+// Removes a request that succeeded, and brings the pinned-file list up to date. Returns 0, or -1
+// with nothing written: the request then stays queued.
 int ConfigUpdatedByFinishedRequest(const char* path, const Request& request,
                                    const std::string& number);
 
-// Takes a request that failed out of the file; a failed unpin still takes its files off the
-// pinned-file list. Returns 0, or -1 with nothing written.
+// Removes a request that failed. A failed unpin still takes its files off the pinned-file list.
+// Returns 0, or -1 with nothing written.
 int ConfigDropErrorRequest(const char* path, const Request& request, const std::string& number);
 
-// Adds the request to the document. Returns 0; or -1, and then the document may be half changed and
-// must be thrown away.
+// Adds the request to the document. Returns 0, or -1 with the document possibly half changed: throw
+// it away.
 int JsonAddRequest(Json::Value& document, const Request& request);
 
-// Takes the request out of the queue and out of the requests. Returns 0, or -1; after a failure in
-// the second step the queue stays changed.
+// Removes the request from the queue, then from the requests. Returns 0 or -1; when the second step
+// fails, the queue stays changed.
 int JsonRemoveRequest(Json::Value& document, const std::string& number);
 
-// Rebuilds the array without the text, which must stand in it exactly once; an array that would be
-// empty becomes null. Returns 0, or -1 with the array unchanged.
+// Rebuilds the array without the text, which it must hold exactly once. An array left empty becomes
+// null. Returns 0, or -1 with the array unchanged.
 int JsonArrayRemoveString(Json::Value& array, const std::string& text);
 
-// Returns 1 when an element equals the text, else 0; what is no array has no elements.
+// Returns 1 when an element equals the text, else 0. A value that is no array has no elements.
 int JsonArrayHasString(const Json::Value& array, const char* text);

@@ -58,6 +58,7 @@ int UnpinFiles(const std::vector<FileInfo>& infos, PinBitmap* bitmap, const char
     if (ReleaseFiles(infos, bitmap, mountPath, cachePath, ranges) != 0) {
         return kRequestFailed;
     }
+    // The file first: the next request starts from it and would undo what only the driver has.
     if (BitmapFileWrite(bitmap, bitmapPath) != 0) {
         LogError("Write bitmap failed");
         return kRequestFailed;

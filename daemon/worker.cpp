@@ -43,6 +43,8 @@ int LoadBitmap(RequestResources& resources) {
     uint8_t sizeChanged = 0;  // reported by the log only
 
     if (BitmapMemAllocateAndInit(resources.uuid.get(), &resources.bitmap, &sizeChanged) != 0) {
+        // With any other errno the loader has released the record, if there was one: the pointer
+        // dangles.
         resources.ownsBitmap = errno == ENODEV || resources.bitmap == nullptr;
         LogError("Allocate bitmap failed");
         return -1;
@@ -157,7 +159,7 @@ void* DoRequests(void* options) {
         if (choice == kChoiceRequest) {
             do_requests::RunChosenRequest(configPath, request, number);
         } else {
-            sleep(kPauseSeconds);
+            sleep(kPauseSeconds);  // what is queued is pending, and a release signals nothing
         }
     }
     LogError("Get request error");
@@ -178,6 +180,7 @@ int HandleRequestAndModifyConfig(const char* configPath, const Request& request,
             LogError("Can't drop request");
         }
     } else if (result == kRequestInterrupted) {
+        // It stays queued and is run from its start when the volume is released.
         LogVerbose("Handle request interruped (num = %s, type = %s)", number.c_str(), type);
         return kRequestInterrupted;
     } else if (result == kRequestDone) {

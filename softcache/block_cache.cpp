@@ -50,16 +50,16 @@ void BlockCache::Count(uint64_t CacheCounters::*counter) {
     ++(counters_.*counter);
 }
 
-// Whatever the SSD said about this slot, its copy is not to be trusted again.
+// After an error of the SSD nothing is believed of this slot again, whatever the next read says.
 void BlockCache::GiveUp(uint32_t slot) {
     const std::lock_guard<std::mutex> lock(mutex_);
     ++counters_.ssdErrors;
     table_.Retire(slot);
 }
 
-// Whether the SSD still is what it was when the cache was made. Asked after a read and before a
-// write: a file that was cut gives nothing or zeros, and grows again by writing. Counts and tells
-// the loss, once.
+// Whether the SSD still is what it was when the cache was made. Call it after a read and before a
+// write: a file that was cut gives nothing or zeros, and writing makes it grow again. Counts and
+// reports the loss once.
 bool BlockCache::SsdIsWhole() {
     if (SizeOf(ssd_) >= ssdBytes_ && (!ssdIsAllocated_ || AllocatedBytes(ssd_) >= ssdBytes_)) {
         return true;

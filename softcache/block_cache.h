@@ -2,20 +2,19 @@
 // The cache itself: a device whose bytes lie in a backing file, with copies of 64 KiB units on an
 // SSD.
 //
-// - The backing is the truth. A write goes there first and only then into the copy, so the copies
-// can
-//   be thrown away at any moment, and are: a new BlockCache starts cold.
-// - A read of an absent unit reads the whole unit and keeps a copy; the least recently used unit
-// makes
-//   room, a pinned one never. When nobody can make room the read passes by.
-// - A write never brings a unit in; it brings the copy of a resident one up to date.
-// - An error of the SSD fails nothing: the copy is dropped, its slot retired, the backing answers.
-// - An SSD that has become shorter, or has lost allocated space, was changed from outside: it is
-// lost.
-//   No slot is trusted any more, all are retired.
+// The backing is the truth. A write goes there first and only then into the copy, so all copies can
+// be thrown away at any moment, and are: a new BlockCache starts cold.
 //
-// All functions may be called by any number of threads. Operations on one unit run one after
-// another, those on different units side by side; no lock is held during input or output.
+// A read of an absent unit reads the whole unit and keeps a copy. The least recently used unit that
+// is not pinned makes room; when there is none, the read bypasses the SSD. A write never brings a
+// unit in, it only brings the copy of a resident one up to date.
+//
+// An error of the SSD fails no request: the copy is dropped, its slot is retired, and the backing
+// answers. An SSD that became shorter, or lost allocated space, was changed from outside: it counts
+// as lost, and all of its slots are retired.
+//
+// Any number of threads may call any function. Operations on one unit run one after another, those
+// on different units side by side; no lock is held during input or output.
 #pragma once
 
 #include <stddef.h>
@@ -37,11 +36,11 @@ struct CacheCounters {
     uint64_t writes = 0;     // write requests
     uint64_t hits = 0;       // units read from the SSD
     uint64_t misses = 0;     // units read from the backing and taken in
-    uint64_t bypasses = 0;   // units read from the backing because no slot could be had
+    uint64_t bypasses = 0;   // units read from the backing because no slot was to be had
     uint64_t ssdErrors = 0;  // reads and writes of the SSD that failed, and its loss
 };
 
-// What is so now, in units.
+// The state of this moment, in units.
 struct CacheLevels {
     uint32_t units = 0;       // of the device, the last one may be short
     uint32_t cacheUnits = 0;  // slots on the SSD
@@ -57,26 +56,26 @@ class BlockCache {
     // are the device (1 byte to kMaxUnits units); the SSD holds `slots` units from offset 0.
     BlockCache(int backing, int ssd, uint64_t deviceSize, uint32_t slots);
 
-    // Sets what is called, once, when the SSD is lost. Before the first request.
+    // Sets the function to call, once, when the SSD is lost. Call this before the first request.
     void WhenSsdIsLost(std::function<void()> tell) { tellSsdIsLost_ = std::move(tell); }
 
     uint64_t DeviceSize() const { return deviceSize_; }
 
-    // Read and write whole ranges that lie on the device. Return 0, or -errno of the backing; then
-    // what the buffer, or the range on the device, holds is not known.
+    // Read and write whole ranges that lie on the device. Return 0, or -errno of the backing; the
+    // contents of the buffer, or of the range on the device, are then undefined.
     int Read(void* data, size_t size, uint64_t offset);
     int Write(const void* data, size_t size, uint64_t offset);
 
-    // Everything written so far is on stable storage once this returns 0; else -errno.
+    // Brings everything written so far to stable storage. Returns 0 or -errno.
     int Flush(bool dataOnly);
 
-    // fallocate(2) of a range that lies on the device: punch hole and zero range, which leave
-    // zeros, and plain allocation, which changes no byte. Returns 0 or -errno; -EOPNOTSUPP for
-    // every other mode and where the backing cannot.
+    // fallocate(2) of a range that lies on the device: punching a hole and zeroing a range, which
+    // leave zeros, and plain allocation, which changes no byte. Returns 0 or -errno; -EOPNOTSUPP
+    // for every other mode, and when the backing does not support it.
     int Allocate(int mode, uint64_t offset, uint64_t length);
 
-    // The longest pin bitmap of this device: one bit for each unit, but a tail of under 512 KiB has
-    // none.
+    // The length of a full pin bitmap: one bit for each unit, except that a tail of less than
+    // 512 KiB has none.
     size_t MaxPinBytes() const { return static_cast<size_t>(deviceSize_ >> 19); }
 
     // Replaces the pin bitmap, at most MaxPinBytes long; units beyond it are not pinned.

@@ -3,10 +3,11 @@
 //
 //   refuse-control N            the N-th control request from now fails with EIO (1 = the next)
 //   fail-read OFFSET LENGTH     reads of the device that touch these bytes fail with EIO
-//   delay-read MS               every read of the device waits MS milliseconds first (0 = no
-//   longer) clear-faults                undoes the three above reset-counters counters, released
-//   ranges and requests start again from nothing support-pin 0|1             the registry entry's
-//   supportPin state N                     the registry entry's state
+//   delay-read MS               every read of the device first waits MS milliseconds (0 = off)
+//   clear-faults                undoes the three above
+//   reset-counters              counters, released ranges and requests start again from nothing
+//   support-pin 0|1             the registry entry's supportPin
+//   state N                     the registry entry's state
 #pragma once
 
 #include <stdint.h>

@@ -17,15 +17,15 @@ struct IoctlReply {
 };
 
 // Answers `request` of `caller` with the argument `argument`:
-// - BLKGETSIZE64 in either width of its number: always a 64-bit size, as the block layer does it;
-// - FLASH_CACHE_SET_PIN_BITMAP: puts the bitmap in force. -EINVAL when it is longer than the
-// device's
-//   own (one bit a unit, a tail of under 512 KiB has none); where it is shorter the rest is
-//   unpinned; -errno when it cannot be kept on disk;
-// - FLASH_CACHE_UNPIN_RANGES: records the ranges. What is pinned is the bitmap's business alone;
-// - anything else: -ENOTTY.
-// -EFAULT when the caller's memory cannot be reached, -EIO when the request was asked to fail. A
-// refused request changes nothing.
+//
+// - BLKGETSIZE64, in either width of its number, gives a 64-bit size, as the block layer does.
+// - FLASH_CACHE_SET_PIN_BITMAP puts the bitmap in force. Units beyond a shorter one are not pinned.
+//   -EINVAL when it is longer than BlockCache::MaxPinBytes, -errno when it cannot be stored.
+// - FLASH_CACHE_UNPIN_RANGES records the ranges. It unpins nothing: the bitmap alone does that.
+// - Anything else is -ENOTTY.
+//
+// Both control requests: -EFAULT when the caller's memory cannot be reached, -EIO when the request
+// was ordered to fail. A refused request changes nothing.
 int DeviceIoctl(ServedCache& served, const Caller& caller, uint32_t request, uint64_t argument,
                 IoctlReply& reply);
 

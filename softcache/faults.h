@@ -21,7 +21,7 @@ class Faults {
     // Reads of the device that touch these bytes fail. Ranges add up.
     void FailRead(uint64_t offset, uint64_t length);
 
-    // Every read of the device waits that long first; 0 = no longer.
+    // Every read of the device first waits that long; 0 = off.
     void DelayReads(uint32_t milliseconds);
 
     // No fault is left, and reads that wait go on at once.
@@ -34,7 +34,7 @@ class Faults {
     // read is to fail.
     int BeforeRead(uint64_t offset, size_t size);
 
-    // Shutdown: nobody waits any more.
+    // Shutdown: waiting reads go on, and none waits again.
     void Stop();
 
   private:

@@ -26,12 +26,12 @@ class FuseDevice {
     std::string Mount(const std::string& name, const std::string& mountPoint);
 
     // Starts serving and returns when the first request of others can be answered. `onEnd` is
-    // called from another thread when serving ends, be it by Stop or because somebody took the
+    // called from another thread when serving ends, by Stop or because somebody took the
     // mount away. Returns false when it ended before it began.
     bool Start(std::function<void()> onEnd);
 
-    // Requests that are being answered are finished, then nothing is served any more. What still
-    // has the device open meets errors from then on.
+    // Finishes the requests that are being answered, then serves no others. Whoever still has the
+    // device open meets errors from then on.
     void Stop();
 
     void Unmount();

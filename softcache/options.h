@@ -21,8 +21,7 @@ struct Options {
 };
 
 // Parses the command line. Returns the exit status when there is nothing to serve: 0 after --help
-// and
-// --version, 2 after an error, which has been told.
+// and --version, 2 after an error, having said so.
 std::optional<int> ParseOptions(int argc, char** argv, Options& options);
 
 }  // namespace softcache

@@ -19,7 +19,7 @@ using namespace softcache;
 
 namespace {
 
-// False, and told, when the text says what went wrong.
+// Returns whether the text is empty; otherwise it says what went wrong, and is printed.
 bool Succeeded(const std::string& wrong) {
     if (!wrong.empty()) {
         fprintf(stderr, "quorsoftcache: %s\n", wrong.c_str());
@@ -93,7 +93,7 @@ std::unique_ptr<ServedCache> MakeCache(const Options& options, const Storage& st
                                       static_cast<uint32_t>(options.ssdSize / kUnitSize), pinStore,
                                       options.registryDirectory, std::move(record));
     served->cache.WhenSsdIsLost([lost] { Succeeded(lost); });
-    Succeeded(served->RestorePins());  // a bitmap that does not fit is told, and does without
+    Succeeded(served->RestorePins());  // a bitmap that does not fit is reported and left out
     return served;
 }
 

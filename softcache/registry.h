@@ -20,7 +20,7 @@ namespace softcache {
 // QUORSOFTCACHE_REGISTRY, or /run/quorsoftcache.
 std::string DefaultRegistryDirectory();
 
-// What an entry tells. Paths are absolute.
+// The members of an entry. Paths are absolute.
 struct RegistryRecord {
     std::string name;
     std::string ssd;

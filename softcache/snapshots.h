@@ -18,8 +18,8 @@ namespace softcache {
 // bounded: of more than kMostKeptBytes the oldest contents go, but never the last kAlwaysKept.
 // Equal contents in a row are one.
 //
-// They are kept here rather than behind the file handle alone: the kernel tells of the last closes
-// late, or no more when serving ends. Safe to use from any number of threads.
+// They are kept here rather than behind the file handle alone: the kernel reports the last closes
+// late, or not at all when serving ends. Safe to use from any number of threads.
 class OpenSnapshots {
   public:
     static constexpr size_t kMostKeptBytes = 32u << 20;

@@ -41,10 +41,10 @@ class UnitTable {
     // in Free, when the slot was retired meanwhile.
     void Insert(uint32_t slot, uint32_t unit);
 
-    // The slot holds nothing any more and can be taken again.
+    // Empties the slot, which can then be taken again.
     void Free(uint32_t slot);
 
-    // The slot cannot be relied on: it holds nothing any more and is never taken again.
+    // Empties a slot that cannot be relied on; it is never taken again.
     void Retire(uint32_t slot);
 
     // Retires every slot, also those that are being loaded.

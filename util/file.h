@@ -7,7 +7,7 @@
 
 #include <string>
 
-// Returns 1 when the path can be stat-ed, be it a file or a directory, else 0. Silent.
+// Returns 1 when the path can be stat-ed, whatever it leads to, else 0. Silent.
 int FileExists(const char* path);
 
 // Creates or truncates the file and writes the text's bytes, nothing more. Returns 0, or -1.
@@ -17,9 +17,9 @@ int FileWriteString(const char* path, const std::string& text);
 // file cannot be opened or holds nothing; `text` is then untouched.
 int FileReadString(const char* path, std::string& text);
 
-// Stores what a regular file holds, its first `limit` bytes at most, with the lines in the log of
-// FileReadString. Nothing is waited for: what is no regular file holds nothing. Returns 0, or -1
-// when the file cannot be opened or holds nothing; `text` is then untouched.
+// Stores the content of a regular file, at most its first `limit` bytes, with the log lines of
+// FileReadString. Anything else than a regular file counts as empty, and is never waited for.
+// Returns 0, or -1 with `text` untouched when the file cannot be opened or is empty.
 int FileReadContent(const char* path, size_t limit, std::string& text);
 
 // Stores the file's size in bytes. Returns 0, or -1 with `size` untouched.

@@ -1,26 +1,26 @@
 // SPDX-License-Identifier: MIT
-// Log lines of four kinds, to the system log or to standard output, and the settings read at start.
+// Log lines, to the system log or to standard output, and the settings that are read at the start.
 //
-// Everything here is set before the second thread exists and only read afterwards.
+// All variables here are set before the second thread exists and are only read afterwards.
 #pragma once
 
 #include <stdint.h>
 
 extern int32_t g_printLevel;   // 1 = normal, 2 = verbose, 3 = debug
 extern int32_t g_logToSyslog;  // 1 = system log, 0 = standard output
-extern const char*
-    g_processName;            // prefix of every line on standard output; null until main sets it
-extern int32_t g_debugFlags;  // value of cache_pin_debug_flags; reported, used by nobody
+// The prefix of every line on standard output; null until main sets it.
+extern const char* g_processName;
+extern int32_t g_debugFlags;  // value of cache_pin_debug_flags; logged at the start, used nowhere
 
-// File whose key print_level sets the print level; its whole content may also name a file whose
-// mapping is made to fail.
+// The file whose key print_level sets the print level. Its whole content may instead be the path of
+// a file whose mapping is to fail.
 constexpr char kDebugSettingsPath[] = "/tmp/quorcachepinfiletool.debug";
 
-// Sets `*level` from the debug settings file: "debug" gives 3, "verbose" 2, anything else leaves
-// it. Logs the resulting level when the file names one; silent when it does not.
+// Sets `*level` from the debug settings file: 3 for "debug", 2 for "verbose", unchanged for
+// anything else. Logs the resulting level when the file has the key, and nothing when it has not.
 void UpdatePrintLevelByFile(int32_t* level);
 
-// Reads and reports g_debugFlags; leaves it 0 when the setting is absent.
+// Reads and logs g_debugFlags, which stays 0 when the setting is absent.
 void InitDebugFlags();
 
 // Returns the current time as text, in a static buffer that the next call overwrites.
@@ -31,23 +31,23 @@ enum class LogKind {
     kNotice,   // always logged
     kVerbose,  // print level above 1
     kDebug,    // print level above 2
-    kMarker,   // entry and exit markers: a verbose trace in the shape of a notice
+    kMarker,   // entry and exit of a function: shown like kVerbose, in the shape of a notice
 };
 
-// Writes one line. Use the statements below, which fill in the place and skip hidden kinds unread.
-// `file` and `line` are printed as they are.
+// Writes one line. Use the statements below instead: they fill in the place, and do not evaluate
+// the arguments of a line that the print level hides. `file` and `line` are printed as they are.
 void LogWrite(LogKind kind, const char* file, int line, const char* function, const char* format,
               ...) __attribute__((format(printf, 5, 6)));
 
-// The function that a line names is the one it stands in. The steps of a longer function stand in a
-// scope that declares its name under this one, so that their lines are found by the function that
-// they are known by.
+// A line names the function that it stands in, unless its scope declares a kLogFunction of its own.
+// The steps of a longer function do: their lines carry that function's name, which is the one that
+// people search the log for. See CONTRIBUTING.md.
 constexpr const char* kLogFunction = nullptr;
 
-// All files of a component print its name, LOG_SOURCE, and each adds a thousand of its own,
-// LOG_BASE, to its lines: the two together name one statement. Both are set by the build
-// (cmake/log_source.cmake). Statements stand in bodies only; in a header they would have as many
-// lines as there are includers.
+// All files of a component print the component's name, LOG_SOURCE, and each adds a thousand of its
+// own, LOG_BASE, to its line numbers: the two together identify one statement. The build sets both
+// (cmake/log_source.cmake). Keep log statements out of headers, where the same statement would get
+// another number in each file that includes it.
 template <int base, int line>
 constexpr int LogLine() {
     static_assert(line < 1000, "the lines of a file that logs are numbered up to 999");

@@ -4,8 +4,8 @@
 //
 // A space has a mount path (its reference path), a UUID, and, when it has a cache, the path of the
 // SSD behind the cache and the path of the cached block device (the cache path). Every text
-// returned is newly allocated and released with free; null means failed or not found, which only
-// the log tells apart. Yes-or-no results are 1 and 0.
+// returned is newly allocated and released with free; null means failed or not found, and only the
+// log shows which. Yes-or-no results are 1 and 0.
 #pragma once
 
 #include "platform/quorstoragecore.h"

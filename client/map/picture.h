@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A volume's units as a picture: which are pinned, and, where the cache tells, which it holds.
+// A volume's units as a picture: those that are pinned, and, where the cache reports it, those that
+// it holds.
 #pragma once
 
 #include <stdint.h>

@@ -74,7 +74,8 @@ std::string RowLabel(uint64_t offset, uint64_t pitch) {
     return std::to_string(offset >> shift) + " " + kUnits[unit];
 }
 
-// Where the cache tells: green when it holds all pinned units of the mark, red when none.
+// Where the cache reports what it holds: green when it holds all pinned units of the mark, red when
+// none.
 std::string TonedMark(const char* mark, const UnitSet& set, const UnitSet* held, uint64_t first,
                       uint64_t end) {
     if (held == nullptr || set.CountBetween(first, end) == 0) {

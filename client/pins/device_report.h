@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A device's state in words, and as a record of a check.
+// A device's state in words, and as a check's record.
 #pragma once
 
 #include <string>
@@ -9,7 +9,8 @@
 
 namespace client {
 
-// Returns "gone: is nowhere on its volume", or "" when there is nothing to say of the listed file.
+// Returns what is wrong with the listed file, as in "gone: is nowhere on its volume"; empty when
+// nothing is.
 std::string Remark(const DeviceState& device, const PinnedFile& pinned);
 
 // Describes an entry: path, volume, inode, fate, reason.
@@ -17,7 +18,7 @@ Record DescribeEntry(const PinnedFile& pinned);
 
 Record DescribeDevice(const DeviceState& device);
 
-// Describes the files listed by a mount path at which no volume is mounted.
+// Describes the files that are listed under a mount path at which no volume is mounted.
 Record DescribeUnmounted(const std::string& mountPath, const std::vector<PinnedFile>& entries);
 
 }  // namespace client

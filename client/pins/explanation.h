@@ -20,26 +20,27 @@ struct Sharer {
 };
 
 struct Explanation {
-    PinnedFile file;  // as one that is there, whether it is listed or not; its why: not mapped
+    PinnedFile file;  // as if it were listed and there; its `why` says why it could not be mapped
     DeviceState device;
     bool stateKnown = false;
-    std::string whyUnknown;           // why the service's state is not known
+    std::string whyUnknown;           // why it is not, in words
     bool pinned = false;              // its inode is on the list
-    std::string pinnedAs;             // the path that the list has for it, when it is another
-    bool pathReplaced = false;        // the list has its path with another inode
+    std::string pinnedAs;             // its path on the list, when that is another one
+    bool pathReplaced = false;        // its path is on the list with another inode
     std::vector<std::string> queued;  // "request 7 (pinFiles), place 2 of 3"
     bool queuedToPin = false;
     UnitCounts counts;
-    uint64_t units = 0;         // those without a bit too
+    uint64_t units = 0;         // including those without a bit
     uint64_t neverWritten = 0;  // bytes
     std::vector<Sharer> sharers;
 };
 
-// Explains an examined file. `volumes` are those that it points into.
+// Explains an examined file, which points into `volumes`.
 Explanation Explain(const FileRef& file, const ServiceState& service,
                     const std::vector<Volume>& volumes);
 
-// Why units of the file are not in the cache; empty when all are, or when that is not known.
+// Returns why units of the file are not in the cache; empty when all are, or when that is not
+// known.
 std::string WhyNotResident(const Explanation& explanation);
 
 Record DescribeExplanation(const Explanation& explanation);

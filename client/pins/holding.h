@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What really holds after requests are done: the list, the bits, the driver's copy of them, and
-// what the cache has.
+// What holds once requests are done, judged by the list, the bits, the driver's copy of them, and
+// the contents of the cache.
 #pragma once
 
 #include <stdint.h>
@@ -26,20 +26,20 @@ struct Holding {
     uint64_t bytes = 0;        // of their extents
     UnitCounts counts;         // of their units; after an unpin, of those that nothing else needs
     uint64_t absent = 0;       // after a pin: units that were written and are not in the cache
-    std::string whyAbsent;     // in words, when any is
-    std::vector<Unmet> wrong;  // files for which it does not hold
+    std::string whyAbsent;     // in words, when there are any
+    std::vector<Unmet> wrong;  // files that are not what they were to become
 };
 
-// After a pin: every file is listed, all of its units that have a bit are set, and the driver has
-// them. One record a volume.
+// Judges a pin, in one record for each volume: every file should be listed, and all of its units
+// that have a bit should be set, in the file and with the driver.
 std::vector<Holding> HoldingAfterPin(const ConfigState& state, const std::vector<FileRef>& files);
 
-// After an unpin: no file is listed, and of their units only those are set that a file which stays
-// pinned or is queued to be needs.
+// Judges an unpin: no file should be listed, and of their units only those should be set that
+// another listed or queued file needs.
 std::vector<Holding> HoldingAfterUnpin(const ConfigState& state, const std::vector<FileRef>& files,
                                        const std::vector<Volume>& volumes);
 
-// Whether everything holds, and what is pinned is in the cache.
+// Returns whether every file is what it was to become, and all that is pinned is in the cache.
 bool AllHold(const std::vector<Holding>& holdings);
 
 // Describes the holding; `done` is what the files are now: "pinned", "unpinned" or "whole again".

@@ -16,37 +16,38 @@ namespace client {
 // file that is gone, and clears its units.
 enum class Fate {
     kThere,     // lies at its path
-    kGone,      // lies neither at its path nor, under any other name, on its volume
+    kGone,      // lies nowhere on its volume
     kReplaced,  // another file lies at its path
-    kRenamed,   // lies on its volume under another name; stays pinned, as an entry is an inode
-    kUnknown,   // cannot be looked at: its volume is not mounted, a directory cannot be read
+    kRenamed,   // lies elsewhere on its volume; stays pinned, as the list goes by inodes
+    kUnknown,   // cannot be looked at: its volume is not mounted, or a directory cannot be read
 };
 
-// Returns the fate in the words of every verb: "there", "gone", "replaced", "renamed", "cannot be
-// looked at".
+// Returns the fate in the words that every verb uses: "there", "gone", "replaced", "renamed" or
+// "cannot be looked at".
 const char* FateName(Fate fate);
 
 struct PinnedFile {
     StoredFile entry;
-    std::string mountPath;  // that it is listed by
+    std::string mountPath;  // under which it is listed
     Fate fate = Fate::kUnknown;
-    FileRef file;     // the listed file itself, where it lies now: filled when there or renamed
-    UnitRuns units;   // its units, filled by MapPinned
-    std::string why;  // a sentence's rest that explains the fate; empty when the file is there
+    FileRef file;     // the listed file itself, where it lies now; filled when there or renamed
+    UnitRuns units;   // its units; MapPinned fills them
+    std::string why;  // explains the fate, as the rest of a sentence; empty when there
 };
 
-// Looks for the entries' files, all listed by the volume's mount path. Searches the volume once
-// when any of them does not lie at its path.
+// Looks for the files of entries that are listed under the volume's mount path. Searches the whole
+// volume, once, when any of them does not lie at its path.
 std::vector<PinnedFile> InspectEntries(const std::vector<StoredFile>& entries,
                                        const Volume& volume);
 
-// The same by the mount path that lists them; unknown when no volume is mounted there.
+// The same for entries listed under any mount path; their fate is unknown when no volume is mounted
+// there.
 std::vector<PinnedFile> InspectListed(const std::vector<StoredFile>& entries,
                                       const std::string& mountPath,
                                       const std::vector<Volume>& volumes);
 
-// The same as InspectEntries without the search: a file that is not at its path is kGone here,
-// wherever it may be.
+// The same as InspectEntries without the search: here, a file with nothing at its path is kGone
+// even when it lies elsewhere.
 std::vector<PinnedFile> InspectAtPaths(const std::vector<StoredFile>& entries,
                                        const Volume& volume);
 
@@ -54,7 +55,7 @@ std::vector<PinnedFile> InspectAtPaths(const std::vector<StoredFile>& entries,
 // becomes kUnknown.
 void MapPinned(PinnedFile& pinned, Mapper& mapper);
 
-// Returns the entries as files that cannot be looked at, because no volume is mounted there.
+// Returns the entries of a mount path at which no volume is mounted, as files of unknown fate.
 std::vector<PinnedFile> UnmountedEntries(const std::vector<StoredFile>& entries,
                                          const std::string& mountPath);
 

@@ -45,6 +45,7 @@ void CompareWithVolume(bool pin, const Volume& volume, const UnitRuns& units,
     if (pin) {
         then.Put(units);
     } else {
+        // In this order, as the service does it: the unpin clears a shared unit, the repin sets it.
         then = then.Without(own);
         then.Put(repinned);
     }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Units that several files share. The service keeps one bit a unit and clears it when any of them
-// is unpinned; the others are then pinned again, by requests that follow in the same queue.
+// Units that several files share. The service has one bit for each unit and clears it when any of
+// the files is unpinned. The others are then pinned again, by requests sent right behind the unpin.
 #pragma once
 
 #include <vector>
@@ -9,8 +9,8 @@
 
 namespace client {
 
-// Returns the files that stay pinned, or are queued to be, by any mount path of the devices, and
-// share a unit with one of `leaving`, whose extents must be filled. None is returned twice.
+// Returns the files that share a unit with one of `leaving`, whose extents must be filled, and that
+// stay pinned, or are queued to be, under any mount path of the devices. None is returned twice.
 std::vector<FileRef> FilesToRepin(const std::vector<DeviceState>& devices,
                                   const std::vector<FileRef>& leaving);
 

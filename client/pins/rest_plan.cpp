@@ -55,7 +55,7 @@ void PlanList(const DeviceState& device, const std::string& mountPath, const Fol
             changes |= PlanEntry(pinned, followers, entries, plan);
         }
     }
-    if (changes) {
+    if (changes) {  // the plan has the whole list, and no list that stays as it is
         plan.lists[mountPath] = entries;
     }
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// What a repair makes of the lists and of the bitmaps while no service runs, worked out without
-// changing anything. The lists come first: what a bitmap needs is read anew by the lists as they
-// become.
+// The lists and bitmaps that a repair would leave behind while no service runs, worked out without
+// changing anything. The lists come first: once they are written, the devices are read again, and
+// the bitmaps follow from that.
 #pragma once
 
 #include <stdint.h>
@@ -17,34 +17,35 @@ namespace client {
 
 // The file that lies at the path of an entry whose own file was replaced.
 struct Follower {
-    FileRef file;     // filled, its extents too, when it can be pinned
-    std::string why;  // it cannot; empty when it can
+    FileRef file;     // with its extents, when it can be pinned
+    std::string why;  // why it cannot be; empty when it can
 };
 using Followers = std::map<std::string, Follower>;  // by absolute path
 
 struct ListPlan {
-    StoredLists lists;                 // as they become; only those that change
+    StoredLists lists;                 // the new ones, of the mount paths whose list changes
     std::vector<std::string> actions;  // what changes, in words
-    std::vector<std::string> left;     // what stays as it is, and why
+    std::vector<std::string> left;     // what is not repaired, and why
 };
 
 struct BitmapPlan {
-    UnitSet bits;      // the whole bitmap as it becomes
-    uint64_t set = 0;  // units, newly
-    uint64_t cleared = 0;
-    bool write = false;  // the file has something else
-    bool hand = false;   // the driver has something else, or may have
-    std::string left;    // what stays as it is, and why; empty when all is set right
+    UnitSet bits;          // the whole new bitmap
+    uint64_t set = 0;      // units that the file does not have yet
+    uint64_t cleared = 0;  // units that it has, and the new bitmap has not
+    bool write = false;    // the file differs
+    bool hand = false;     // the driver's bitmap differs, or may differ
+    std::string left;      // what is not repaired, and why; empty when everything is
 };
 
-// Returns why nothing may be changed about the device, empty when it may.
+// Returns why nothing of the device may be changed; empty when it may.
 std::string WhyLeftAlone(const DeviceState& device);
 
-// Entries of files that are gone go, those of replaced files follow to the file at the path,
-// renamed ones get their new path. Entries that are listed by a former mount path stay.
+// Plans the lists: the entry of a gone file is removed, that of a replaced file gets the inode of
+// the file at its path, that of a renamed file gets its new path. Entries under a former mount path
+// stay.
 ListPlan PlanLists(const std::vector<DeviceState>& devices, const Followers& followers);
 
-// The bitmap becomes exactly what the lists need. While that is uncertain nothing is cleared.
+// Plans the bitmap: exactly the units needed. While those are uncertain, none is cleared.
 BitmapPlan PlanBitmap(const DeviceState& device);
 
 }  // namespace client

@@ -12,9 +12,9 @@
 namespace client {
 
 struct UnitCounts {
-    uint64_t units = 0;       // all of them that have a bit
+    uint64_t units = 0;       // those that have a bit
     uint64_t set = 0;         // of those, set in the bitmap file
-    bool cacheTells = false;  // the next two are known
+    bool cacheTells = false;  // whether the next two are known
     uint64_t withDriver = 0;  // of those, set in the bitmap that the driver has
     uint64_t resident = 0;    // of those, in the cache
 };

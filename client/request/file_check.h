@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Whether the service can take a file: what it could not store, or what would end its intake or
-// drop the request, is found here, before anything is sent.
+// Finds out, before anything is sent, whether the service can take a file: it must be able to store
+// its name, and the file must neither end intake nor make the service drop the request.
 #pragma once
 
 #include <stdint.h>
@@ -19,17 +19,18 @@ struct Refusal {
     std::string reason;
 };
 
-// Describes refusals, in the JSON form alone.
+// Describes the refusals; they show in JSON only.
 std::vector<Record> DescribeRefusals(const std::vector<Refusal>& refusals);
 
-// Returns why the service could not store a file of this mount path and relative path, empty when
+// Returns why the service could not store a file with this mount path and relative path; empty when
 // it can.
 std::string WhyNotStorable(const std::string& mountPath, const std::string& relative);
 
-// Returns why the service could not work with this mount path, empty when it can.
+// Returns why the service could not work with this mount path; empty when it can.
 std::string WhyNotMountPath(const std::string& mountPath);
 
-// Resolves and checks a path. Returns false, with the reason in `why`, when no request can name it.
+// Resolves and checks a path. Returns false, with the reason in `why`, when no request can name the
+// file.
 bool ExamineFile(const std::string& given, const std::vector<Volume>& volumes, FileRef& file,
                  std::string& why);
 

@@ -17,15 +17,15 @@ struct FileJob {
     std::vector<Volume> volumes;  // files point into it
     FileList list;
     std::vector<Refusal> passedOver;     // unpin: files that took the place of listed ones
-    std::vector<PinnedFile> entries;     // unpin: listed, named, and not there
-    std::vector<std::string> notPinned;  // unpin: paths of the list's files
+    std::vector<PinnedFile> entries;     // unpin: entries named whose files do not lie there
+    std::vector<std::string> notPinned;  // unpin: paths of files in `list` that were not pinned
     std::vector<FileRef> repinned;  // files that stay pinned and share units with those unpinned
-    std::vector<Message> messages;  // for the list's files, then for those pinned again
-    size_t sent = 0;                // of those
+    std::vector<Message> messages;  // for the files in `list`, then for those pinned again
+    size_t sent = 0;                // how many of the messages, from the first
 };
 
-// Fills the job's volumes, files and refusals. Returns kExitDone, or the exit status of what kept
-// it from that, having said so.
+// Fills the job's volumes, files and refusals. Returns kExitDone, or another exit status, having
+// said why.
 int CollectJob(const FileListOptions& options, FileJob& job);
 
 // Says on standard error what is refused and why, and packs the files. Returns kExitDone when the
@@ -35,7 +35,7 @@ int PackJob(bool keepGoing, FileJob& job);
 // Adds the messages that pin the job's `repinned` again.
 void PackRepinned(FileJob& job);
 
-// Maps the file; false, with the reason in `why`, when the service could not.
+// Maps the file. Returns false, with the reason in `why`, when the service could not map it.
 bool MapForRequest(Mapper& mapper, FileRef& file, std::string& why);
 
 }  // namespace client

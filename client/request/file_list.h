@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Which files are meant: arguments, lists, patterns, directories.
+// The files that are meant, from arguments, lists, patterns and directories.
 #pragma once
 
 #include <string>
@@ -20,11 +20,11 @@ struct FileListOptions {
 struct FileList {
     std::vector<FileRef> files;      // in order, none twice
     std::vector<Refusal> refusals;   // in order
-    std::vector<std::string> notes;  // what was passed over below directories, in words
+    std::vector<std::string> notes;  // what was left out below directories, in words
 };
 
 // Collects and checks the files. Returns false, with the reason in `why`, when a list cannot be
-// read or has NUL in a line.
+// read or has a NUL in a line.
 bool CollectFiles(const FileListOptions& options, const std::vector<Volume>& volumes,
                   FileList& list, std::string& why);
 

@@ -16,6 +16,7 @@ bool IsSameRequest(const Watched& request, const StoredRequest& stored) {
            request.message.mountPath == stored.mountPath && request.message.stored == stored.data;
 }
 
+// Numbers run in a circle: what lies less than half of it ahead of `base` was given out after it.
 bool CameAfter(int64_t base, const std::string& number) {
     const int64_t value = strtoll(number.c_str(), nullptr, 10);
     return NumberDistance(base, value) < kRequestNumbers / 2;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Following requests that were sent, by what the configuration file shows. The service answers
-// nothing: a request is recognised there by its type, volume and stored data, and is over when its
-// number has left the queue.
+// Following requests that were sent. The service answers nothing, so the configuration file has to
+// show it: a request is recognised there by its type, volume and stored data, and has ended when
+// its number has left the queue.
 #pragma once
 
 #include <stdint.h>
@@ -23,19 +23,19 @@ enum class WatchState {
 struct Watched {
     Message message;
     WatchState state = WatchState::kUnseen;
-    std::string number;  // once it was seen
+    std::string number;  // once it has been seen
 };
 
-// Returns the first `count` messages as requests to be waited for.
+// Returns the first `count` messages as requests to wait for.
 std::vector<Watched> ToWatch(const std::vector<Message>& messages, size_t count);
 
-// Advances the states by a view of the file. `base` is the next number as it was before the first
-// message was sent; `drained` tells that the message queue is empty: what is not in the file then
-// has been there and left, provided that as many numbers were given since.
+// Advances the states by one reading of the file. `base` is the next number as it was before the
+// first message was sent. `drained` means that the message queue is empty: a request that is not in
+// the file has then been there and left, provided that enough numbers were given out since `base`.
 void Follow(std::vector<Watched>& requests, const ConfigState& state, int64_t base, bool drained);
 
-// Returns how many bytes of these extents a reader at `position` on the device has read; 0 when it
-// is at none of them. Extents that were never written are not read.
+// Returns how many bytes of these extents the service has read when it has come to `position` on
+// the device; 0 when that lies in none of them. It skips extents that were never written.
 uint64_t BytesRead(const std::vector<FileMappingEntry>& reading, uint64_t position);
 
 }  // namespace client

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What lies at the paths of listed files that were replaced.
+// The files that took the place of listed ones.
 #pragma once
 
 #include <vector>

@@ -26,6 +26,8 @@ void AddFile(RequestType type, const FileRef& file, std::vector<Message>& messag
     const std::string& mountPath = file.volume->mountPath;
     const std::string path = PathOnVolume(mountPath, file.relative);
     const std::string entry = StoredEntry(file.relative, file.inode);
+    // Either form can be the longer one: the list that is sent repeats the mount path, the stored
+    // one has the inode numbers.
     if (messages.empty() || LengthWith(messages.back().data, path) > kMostListLength ||
         LengthWith(messages.back().stored, entry) > kMostListLength) {
         messages.push_back({type, mountPath, "", "", 0, {}});
@@ -98,6 +100,7 @@ std::vector<std::string> TakeOutVanished(Message& message) {
         ++left.numFiles;
     }
     if (!vanished.empty()) {
+        // Extents of vanished files stay in: they only feed the progress bar.
         left.reading = std::move(message.reading);
         message = std::move(left);
     }

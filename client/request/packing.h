@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Packing files into request messages: as many a message as fit, since the service rests a second
-// after each request.
+// Packing files into request messages, as many into each as fit: the service rests for a second
+// after every request.
 #pragma once
 
 #include <stddef.h>
@@ -13,34 +13,34 @@
 
 namespace client {
 
-// Both the list that is sent and the form that it is stored in have this many characters at most.
+// The longest list, in characters, both as it is sent and in the form that the service stores.
 constexpr size_t kMostListLength = sizeof(Request::data) - 1;
 
-// One request message, in texts.
+// One request message, as texts.
 struct Message {
     RequestType type;
     std::string mountPath;
     std::string data;    // absolute paths joined by ";"; empty for requests about a volume
     std::string stored;  // what the service stores for it: "path#inode" joined by ";"
     size_t numFiles;
-    std::vector<FileMappingEntry> reading;  // what it makes the service read, in order
+    std::vector<FileMappingEntry> reading;  // the extents that the service will read, in order
 };
 
 // Returns the file's entry in the stored form.
 std::string StoredEntry(const std::string& relative, uint32_t inode);
 
-// Packs the files, which must have passed their checks, into messages: each file in exactly one, in
-// the order given within its volume; the volumes in the order of their first file.
+// Packs files that have passed their checks into messages. Each file goes into exactly one; the
+// files of a volume keep their order, and the volumes come in the order of their first files.
 std::vector<Message> PackFiles(RequestType type, const std::vector<FileRef>& files);
 
-// Takes out of the message the files at whose path there is nothing any more: such a path ends the
-// service's intake. Returns those paths.
+// Removes from the message the files that have vanished, as a path with nothing there ends the
+// service's intake. Returns their paths.
 std::vector<std::string> TakeOutVanished(Message& message);
 
 // Returns a request about a whole volume.
 Message VolumeMessage(RequestType type, const std::string& mountPath);
 
-// Returns the message as it goes through the queue. The texts must fit.
+// Returns the message in the form that the queue carries. The texts must fit.
 RequestMsg ToRequestMsg(const Message& message);
 
 }  // namespace client

@@ -102,6 +102,8 @@ int SendAndWait(std::vector<Message>& messages, const std::string& configPath,
     ConfigState before;
     std::string why;
     sent = 0;
+    // The next number, read before the first message goes, separates our requests from older ones
+    // with the same content.
     if (options.wait && !ReadConfigState(configPath, before, why)) {
         Say(why + "; nothing was sent");
         return kExitNoService;

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-// Sending requests and waiting for them, saying on standard error how that went.
+// Sending requests and waiting for them, with a report on standard error.
 //
-// SIGINT, SIGTERM and SIGHUP end it between two messages, or end the wait; the exit status is then
-// 128 and the signal's number. They leave the requests that were sent in the queue.
+// SIGINT, SIGTERM and SIGHUP stop the sending between two messages, and end a wait; the exit status
+// is then 128 plus the signal's number. The requests sent so far stay in the queue.
 #pragma once
 
 #include <stddef.h>
@@ -15,19 +15,19 @@
 namespace client {
 
 struct SendOptions {
-    unsigned patience = 30;  // seconds that a full queue is given
+    unsigned patience = 30;  // seconds to keep trying while the queue is full
     bool wait = false;       // until the requests are done
     unsigned timeout = 0;    // seconds that the wait may take; 0 = as long as it takes
 };
 
-// Sends all messages in order, or says why not and how many went. Files that have vanished since
-// they were checked are taken out first and named; a message that they leave empty is removed.
-// Stores how many messages, from the first, were sent. Returns kExitDone, kExitPartly when files
-// had vanished, or the exit status of the failure.
+// Sends all messages in order, or says why it could not and how many were sent; stores that number.
+// Files that have vanished since they were checked are named and taken out first; a message left
+// without files is dropped. Returns kExitDone, kExitPartly when files had vanished, or the exit
+// status of the failure.
 int SendAll(std::vector<Message>& messages, unsigned patience, size_t& sent);
 
-// The same; when the options say so, waits then until what was sent is done, as far as the
-// configuration file at `configPath` shows that. Returns the worse exit status of the two.
+// The same; then waits, if the options say so, until the configuration file at `configPath` shows
+// that the requests sent are done. Returns the worse exit status of the two.
 int SendAndWait(std::vector<Message>& messages, const std::string& configPath,
                 const SendOptions& options, size_t& sent);
 

@@ -15,7 +15,7 @@ constexpr size_t kMostSaid = 10;  // files that were not pinned, a line each
 
 using Named = std::multimap<std::string, PinnedFile>;
 
-// A mount path and an inode, as the service tells files apart.
+// A mount path and an inode: what identifies a file to the service.
 using Identity = std::pair<std::string, uint32_t>;
 
 // What is on the list, or queued to be.

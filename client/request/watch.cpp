@@ -29,7 +29,7 @@ class Observer {
     Observer(std::vector<Watched>& requests, const WaitOptions& options)
         : requests_(requests), options_(options) {}
 
-    // Looks once. Returns false, with an exit status, when there is nothing to wait for any more.
+    // Looks once. Returns false, with an exit status, when there is nothing left to wait for.
     bool Look(int& status);
     ProgressView View();
 
@@ -169,6 +169,7 @@ ProgressView Observer::View() {
         }
     }
     if (reading) {
+        // Between two extents the reader stands in neither; what was shown must not shrink then.
         mostRead_ = std::max(mostRead_, BytesRead(first->message.reading, position));
         view.bytesDone += mostRead_;
     }

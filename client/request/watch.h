@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Waiting for requests that were sent, with their progress on standard error.
+// Waiting for requests that were sent, showing their progress on standard error.
 #pragma once
 
 #include <stdint.h>
@@ -17,9 +17,9 @@ struct WaitOptions {
     unsigned timeout = 0;  // seconds; 0 = as long as it takes
 };
 
-// Waits until all requests have left, showing progress on standard error. Returns kExitDone,
-// kExitTimedOut, 128 and the number of the signal that ended the wait, or kExitNoService when the
-// service ended or stopped working; has said so then.
+// Waits until all requests have left the queue. Returns kExitDone; otherwise says why and returns
+// kExitTimedOut, 128 plus the number of the signal that ended the wait, or kExitNoService when the
+// service has ended or stopped working.
 int WaitForRequests(std::vector<Watched>& requests, const WaitOptions& options);
 
 }  // namespace client

@@ -10,7 +10,7 @@
 
 namespace client {
 
-constexpr int64_t kRequestNumbers = 2147483646;  // request numbers start again at 0 after so many
+constexpr int64_t kRequestNumbers = 2147483646;  // how many there are; then they start again at 0
 
 // A file as the service keeps it.
 struct StoredFile {
@@ -39,8 +39,8 @@ bool ReadConfigState(const std::string& path, ConfigState& state, std::string& w
 // Splits stored data, "path#inode" joined by ";". Malformed entries are left out.
 std::vector<StoredFile> ParseStoredFiles(const std::string& data);
 
-// Returns the files of requests queued for the volume that pin; files that an unpin request behind
-// them names again are left out.
+// Returns the files of the pin requests that are queued for the volume, without those that a later
+// unpin request names.
 std::vector<StoredFile> QueuedToPin(const ConfigState& state, const std::string& mountPath);
 
 // Returns how many numbers `number` lies behind `base`, in the order of numbering; less than half

@@ -96,7 +96,7 @@ SendOutcome SendNow(int queue, const RequestMsg& msg, std::string& why) {
     if (msgsnd(queue, &msg, sizeof(msg.body), IPC_NOWAIT) == 0) {
         return SendOutcome::kSent;
     }
-    if (errno == EAGAIN || errno == EINTR) {
+    if (errno == EAGAIN || errno == EINTR) {  // nothing went; who sends decides about another try
         return SendOutcome::kFull;
     }
     why = std::string("sending failed: ") + strerror(errno);

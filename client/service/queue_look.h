@@ -13,7 +13,7 @@ namespace client {
 struct WaitingMessage {
     long mtype = 0;
     size_t bytes = 0;         // of its body
-    std::string what;         // "pin /mnt/pool1", as far as its body tells
+    std::string what;         // "pin /mnt/pool1", as far as its body shows it
     bool blocks = false;      // the receive fails and leaves it there: at every start again
     bool ignored = false;     // of a type that the service never reads
     bool endsIntake = false;  // is taken, and cannot be stored

@@ -93,6 +93,7 @@ bool StoredList::Lock(const std::string& path, std::string& why) {
         return false;
     }
     path_ = resolved.get();
+    // The file is never removed: one repair could lock it just before, and the next a new one.
     const std::string name = path_ + ".lock";
     lock_ = std::make_unique<ScopedFd>(
         open(name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kOwnerOnly));

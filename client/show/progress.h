@@ -46,7 +46,7 @@ class Progress {
 // Returns the bar's line, fitted to `columns`. `rate` is in bytes a second, 0 when not known.
 std::string ProgressLine(const ProgressView& view, double rate, size_t columns);
 
-// The width of the terminal behind a descriptor, 80 when it cannot be told.
+// Returns the width of the terminal behind a descriptor, 80 when it is not known.
 size_t TerminalColumns(int fd);
 
 }  // namespace client

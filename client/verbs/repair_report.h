@@ -14,12 +14,13 @@ namespace client {
 struct RepairReport {
     size_t requests = 0;               // sent
     uint64_t unitsCleared = 0;         // in bitmap files
-    uint64_t unitsSet = 0;             // the same, without a request
+    uint64_t unitsSet = 0;             // in bitmap files, not counting what requests set
     std::vector<std::string> actions;  // what was done or, by requests that were sent, asked for
-    std::vector<std::string> left;     // what was not, and why, in words
+    std::vector<std::string> left;     // what was not done, and why, in words
 };
 
-// `done`: what was asked for is done, and the volumes are shown again below.
+// Describes the repair. `done` means that its requests are done, and the volumes are shown again
+// below.
 Record DescribeRepair(const RepairReport& repair, bool done);
 
 }  // namespace client

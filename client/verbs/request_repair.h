@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Setting right by requests, which a running service carries out.
+// Setting right what requests can, with a service that carries them out.
 #pragma once
 
 #include <string>
@@ -9,9 +9,9 @@
 
 namespace client {
 
-// Pins again what lacks units, pins what replaced listed files, and waits for it. Names in the
-// report what is left for a repair at rest. Returns kExitDone when all requests are done, whatever
-// they came to, else the exit status, having said why.
+// Pins files that lack units again, pins files that replaced listed ones, and waits for the
+// requests. The report names what is left for a repair at rest. Returns kExitDone when all requests
+// are done, successfully or not; else another exit status, having said why.
 int RepairByRequests(const std::string& configPath, const std::string& mountPath,
                      const SendOptions& options, RepairReport& report);
 

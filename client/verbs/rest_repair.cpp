@@ -55,6 +55,7 @@ bool RepairLists(Work& work, RepairReport& report) {
         return false;
     }
     Append(plan.actions, report.actions);
+    // Read again by the new lists: a file that took another's place needs other units.
     for (const auto& [mountPath, files] : plan.lists) {
         work.state.pinned[mountPath] = files;
     }

@@ -22,8 +22,8 @@ struct VolumeVerb {
     bool needsCache;  // without one the service would drop the request and forget the volume
 };
 
-// Stores the volume that is meant. Returns false, with the reason in `why`, when the service must
-// not be told of it.
+// Stores the volume that is meant. Returns false, with the reason in `why`, when no request may
+// name it.
 bool ChooseVolume(const VolumeVerb& verb, const std::string& given, Volume& volume,
                   std::string& why) {
     std::vector<Volume> volumes;

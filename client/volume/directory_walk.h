@@ -19,12 +19,12 @@ struct WalkEntry {
     int error;  // errno when it, or the directory that it is, cannot be read; else 0
 };
 
-// Calls `visit` for all below the directory that is no directory, in the order of names, and for
-// what cannot be read. No link is followed. Returns how many directories on other file systems were
-// not entered.
+// Calls `visit`, in the order of names, for everything below the directory that is not itself a
+// directory, and for whatever cannot be read. Follows no link. Returns how many directories on
+// other file systems were not entered.
 //
-// The C library's own walker leaves out, without a word, what does not fit the 32-bit target's
-// narrow directory entries: inode numbers and offsets that some file systems make of 64 bits.
+// The C library has a walker of its own, but on the 32-bit target it silently leaves out entries
+// whose inode numbers or offsets need 64 bits, as they do on some file systems.
 size_t WalkBelow(const std::string& directory, const std::function<void(const WalkEntry&)>& visit);
 
 }  // namespace client

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Where files lie on their volume's block device, asked of the same library as the service asks.
+// The places of files on their volume's block device, from the library that the service uses, too.
 #pragma once
 
 #include <stdint.h>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// What a cache tells of itself beyond what the service asks: which units it holds now and which
-// bits it was last given. Only caches that have an entry in the cache registry tell; that one does
-// not is normal.
+// What a cache reports of itself beyond what the service asks for: the units that it holds now, and
+// the bits that it was last given. Only a cache with an entry in the cache registry reports them;
+// it is normal for one to have none.
 #pragma once
 
 #include <stdint.h>
@@ -19,7 +19,7 @@ struct Residency {
     UnitSet pinned;          // the bitmap that it was last given
 };
 
-// Returns what the cache behind this cached device tells.
+// Returns what the cache behind this cached device reports.
 Residency ReadResidency(const std::string& devicePath);
 
 }  // namespace client

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A volume as it is now: its cached device, its bitmap file, what its cache tells.
+// A volume as it is now: its cached device, its bitmap file, and what its cache reports.
 #pragma once
 
 #include <stdint.h>
@@ -16,7 +16,7 @@ namespace client {
 struct VolumeView {
     std::string mountPath;
     std::string cachePath;    // the cached device; empty when the volume has no cache
-    uint64_t deviceSize = 0;  // bytes; 0 when it cannot be told
+    uint64_t deviceSize = 0;  // bytes; 0 when it is not known
     std::string bitmapPath;
     bool hasBitmap = false;  // the bitmap file exists and could be read
     uint64_t fileBytes = 0;  // its length

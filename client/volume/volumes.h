@@ -9,7 +9,7 @@ namespace client {
 
 struct Volume {
     std::string mountPath;  // the reference path, byte for byte as the service compares it
-    std::string uuid;       // empty when it cannot be told
+    std::string uuid;       // empty when it is not known
 };
 
 // Stores the volumes in the platform's order. Returns false when they cannot be listed.

@@ -20,18 +20,19 @@ struct CacheEntry {
 
 struct CacheListing {
     std::vector<CacheEntry> caches;  // of the living ones, in the order of their file names
-    bool complete;                   // false: there may be others, for something could not be read
+    bool complete;                   // false: there may be more, as something could not be read
 };
 
-// Lists the caches whose process lives. No directory means no caches. A leftover is passed over
-// silently, a file that no cache wrote with a line. What cannot be read or asked for the moment is
-// waited for a little; then a cache counts as living whose lock cannot be asked, and an entry as it
-// was read the last time. Every line is said once as long as it stands.
+// Lists the caches whose process lives. No directory means no caches. A leftover is skipped
+// silently; a file that no cache can have written is skipped with a line in the log.
+//
+// A file or lock that is unavailable for a moment is waited for a little. After that, a cache whose
+// lock cannot be queried counts as living, and an entry that cannot be read counts as it was last
+// read. Each line is logged once for as long as its cause lasts.
 CacheListing ReadCacheRegistry();
 
-// As above, for the one cache on the SSD at `ssdPath`. Returns 1 when it is found, 0 when no living
-// cache has that SSD, -1 when the listing is not complete and it is not among what was found.
-// `cache` is stored only on 1.
+// Looks in that list for the cache on the SSD at `ssdPath`. Returns 1 and stores it in `cache`, 0
+// when no living cache has that SSD, -1 when it was not found and the list is not complete.
 int FindCacheBySsd(const std::string& ssdPath, CacheEntry& cache);
 
 }  // namespace stand_in

@@ -77,7 +77,7 @@ bool ReadFileExtents(int fd, const std::string& path, std::vector<FileMappingEnt
     }
     std::vector<FileMappingEntry> read;
     FiemapRequest request;
-    uint64_t covered = 0;  // bytes of the file that are told already
+    uint64_t covered = 0;  // bytes of the file that the extents so far reach to
     for (;;) {
         if (!Patience().Try([&] { return request.Ask(fd, covered); })) {
             Report("extents of file %s cannot be read: %s", path.c_str(), strerror(errno));

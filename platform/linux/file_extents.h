@@ -10,9 +10,8 @@
 namespace stand_in {
 
 // Stores the extents that have a place on the volume's block device, in file order. Extents without
-// one (allocation delayed, data within the inode, compressed) give no entry. Nothing is written out
-// for the sake of the answer. `path` is for messages only.
-// Returns false, having said why; `entries` is then untouched.
+// one (delayed allocation, data inside the inode, compressed) give no entry. The file is not synced
+// first. `path` is for messages only. Returns false, having said why, with `entries` untouched.
 bool ReadFileExtents(int fd, const std::string& path, std::vector<FileMappingEntry>& entries);
 
 }  // namespace stand_in

@@ -100,7 +100,7 @@ dev_t BlockDeviceNumber(const Mount& mount) {
     if (major(mount.fileSystem) != 0) {
         return mount.fileSystem;
     }
-    // btrfs has a number of its own; only its source tells a device. Elsewhere a source that is the
+    // btrfs has a number of its own; only its source names a device. Elsewhere a source that is the
     // path of a device proves nothing: a tmpfs may be given any.
     struct stat status = {};
     if (mount.fsType == "btrfs" && stat(mount.source.c_str(), &status) == 0 &&

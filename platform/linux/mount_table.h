@@ -14,10 +14,10 @@ namespace stand_in {
 struct Mount {
     uint64_t id;             // the kernel's number of the mount
     std::string mountPoint;  // plain text, with its blanks and newlines
-    std::string root;        // what of the file system is mounted; "/" is the whole of it
+    std::string root;        // the part of the file system that is mounted; "/" is all of it
     std::string fsType;      // "ext4"
-    std::string source;      // as it was given to mount; need not be a path
-    dev_t fileSystem;        // the file system's device number; major 0 is no block device's
+    std::string source;      // as it was given to mount; not necessarily a path
+    dev_t fileSystem;        // the file system's device number; no block device has major 0
 };
 
 struct BlockDevice {
@@ -29,16 +29,15 @@ struct BlockDevice {
 // why, when the list cannot be read; `mounts` is then untouched.
 bool ReadMounts(std::vector<Mount>& mounts);
 
-// Stores the number of the mount that holds `path`, found by the kernel itself, so that links and
-// mounts that cover others need no thought. Returns false with errno set.
+// Stores the number of the mount that holds `path`. The kernel itself finds it, so links and
+// covered mounts need no thought here. Returns false with errno set.
 bool FindMountId(const std::string& path, uint64_t& id);
 
-// The number of the block device that the mount's file system lies on; 0 when it lies on none.
-// One of the devices where the file system has several.
+// Returns the number of the block device that the mount's file system lies on, 0 when it lies on
+// none. Where a file system has several devices, it is one of them.
 dev_t BlockDeviceNumber(const Mount& mount);
 
-// Stores the mount's block device. Returns false when no node of it is found. Only for mounts that
-// have one.
+// Stores the block device of a mount that has one. Returns false when no node of it is found.
 bool FindBlockDevice(const Mount& mount, BlockDevice& device);
 
 }  // namespace stand_in

@@ -30,7 +30,7 @@ constexpr int kNoDevice = 1;
 
 enum class FileSystemType { kExt = 1, kXfs = 2 };
 
-// A mounted ext2, ext3, ext4 or XFS: FIEMAP tells places on its block device.
+// A mounted ext2, ext3, ext4 or XFS: their FIEMAP gives places on the block device.
 class MountedDevice : public FileSystemDevice {
   public:
     MountedDevice(dev_t number, FileSystemType type) : number_(number), type_(type) {}

@@ -19,11 +19,12 @@ extern const char* const kLibraryName;
 // The formatted text, of whatever length.
 [[gnu::format(printf, 1, 2)]] std::string Format(const char* format, ...);
 
-// What one kind of listing says of the things that it passes over. Spaces and caches are listed
-// several times a request: what stands for days is said once, and again when it comes back.
+// The log lines of one kind of listing, about what it leaves out. Spaces and caches are listed
+// several times for each request: a line whose cause lasts for days is logged once, and again only
+// when the cause comes back.
 class StandingLines {
   public:
-    // Takes the lines of a whole listing and reports those that the listing before did not have.
+    // Takes the lines of a whole listing and reports those that the previous listing did not have.
     void Send(const std::vector<std::string>& lines);
 
   private:

@@ -8,7 +8,7 @@
 
 namespace stand_in {
 
-constexpr size_t kSmallFileLimit = size_t{1024} * 1024;  // bytes; such a file has a few hundred
+constexpr size_t kSmallFileLimit = size_t{1024} * 1024;  // bytes; a real one has a few hundred
 
 // Opens the regular file `path` for reading; `flags` are further flags for open(2), such as
 // O_NOFOLLOW. A pipe or a device in the file's place is refused without waiting for it (EINVAL).

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Which cache stands before a volume's block device.
+// The cache in front of a volume's block device.
 #pragma once
 
 #include <vector>
@@ -9,11 +9,10 @@
 
 namespace stand_in {
 
-// Stores the cache whose cached device is this block device, or backs this loop device from its
-// first sector to its last. Returns 1 when it is found, 0 when none of `caches` is it, -1, having
-// said why, when that could not be found out.
-// Sectors mean the same on both only then: a loop device with an offset or a size limit has no
-// cache, and the system log says so.
+// Stores the cache whose cached device is this block device, or backs this loop device from the
+// first sector to the last: only then does a sector number mean the same on both. A loop device
+// with an offset or a size limit has no cache, and the system log says so. Returns 1 when a cache
+// is found, 0 when it is none of `caches`, -1 when that could not be found out, having said why.
 int FindCacheOf(const BlockDevice& device, const std::vector<CacheEntry>& caches,
                 CacheEntry& found);
 

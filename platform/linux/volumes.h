@@ -19,16 +19,19 @@ struct Volume {
 };
 
 struct VolumeListing {
-    std::vector<Volume> volumes;  // in the order of their mounting
-    bool complete;                // false: a volume was left out that could not be examined
+    std::vector<Volume> volumes;  // in the order in which they were mounted
+    bool complete;                // false: a volume that could not be examined was left out
 };
 
-// Lists the volumes: each mount, reachable at its mount point, of the whole of a block device's
-// file system that has a UUID. A file system mounted in several places is there as often. Left out
-// are a device that cannot be read, a mount point too long for its field, and a second file system
-// with a UUID that is there already, for a UUID must mean one volume; the system log names each
-// once as long as it stands. A mount that was listed the last time and cannot be examined now keeps
-// its UUID: that of a mounted file system does not change.
+// Lists the volumes. A volume is a mount of the whole of a block device's file system that has a
+// UUID and can be reached at its mount point; a file system mounted in several places is listed for
+// each of them.
+//
+// Left out are a device that cannot be read, a mount point too long for its field, and a second
+// file system with a UUID that is listed already, because a UUID must mean one volume. The system
+// log names each of them once for as long as its cause lasts. A mount that was listed last time and
+// cannot be examined now keeps its UUID: that of a mounted file system does not change.
+//
 // Returns false, having said why, when the mounts cannot be listed.
 bool ListVolumes(VolumeListing& listing);
 
