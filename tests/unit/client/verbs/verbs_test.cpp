@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "client/command_line.h"
+#include "client/show/output.h"
 
 namespace client {
 
@@ -15,6 +16,7 @@ CallResult Call(std::vector<std::string> arguments) {
     for (std::string& argument : arguments) {
         pointers.push_back(argument.data());
     }
+    TakeLastSaid();  // by an earlier test: each call is the first of its process
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
     CallResult result;
