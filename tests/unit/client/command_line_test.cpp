@@ -4,40 +4,19 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/msg.h>
 #include <unistd.h>
 
-#include <sys/msg.h>
 #include <filesystem>
 
 #include "client/show/exit_status.h"
-#include "tests/unit/client/client_test.h"
+#include "tests/unit/client/verbs/verbs_test.h"
 #include "tests/unit/support/fake_platform.h"
 #include "util/request.h"
 
 namespace client {
 
 namespace {
-
-struct Result {
-    int status;
-    std::string out;
-    std::string talk;
-};
-
-Result Call(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), "quorcachepinctl");
-    std::vector<char*> pointers;
-    for (std::string& argument : arguments) {
-        pointers.push_back(argument.data());
-    }
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    Result result;
-    result.status = RunCommandLine(static_cast<int>(pointers.size()), pointers.data());
-    result.out = testing::internal::GetCapturedStdout();
-    result.talk = testing::internal::GetCapturedStderr();
-    return result;
-}
 
 class CommandLineTest : public QueueClientTest {
   protected:
@@ -69,10 +48,26 @@ TEST_F(CommandLineTest, WhatIsNoCommandIsAUsageErrorAndSaysWhy) {
         {{"pin", "-f", "/nothing/there"}, kExitUsage},
     };
     for (const UsageRow& row : rows) {
-        const Result result = Call(row.arguments);
+        const CallResult result = Call(row.arguments);
         EXPECT_EQ(result.status, row.status) << testing::PrintToString(row.arguments);
         EXPECT_NE(result.talk, "") << testing::PrintToString(row.arguments);
         EXPECT_EQ(result.out, "") << testing::PrintToString(row.arguments);
+    }
+}
+
+// Besides the words on standard error.
+TEST_F(CommandLineTest, AWrongCommandLineIsAReportToo) {
+    const std::vector<std::string> lines[] = {
+        {"pin"}, {"pin", "--nonsense", "a"}, {"map"}, {"map", "a", "-o", "a.png"}, {"nonsense"}};
+    for (std::vector<std::string> line : lines) {
+        line.push_back("--json");
+        const CallResult result = Call(line);
+        const Json::Value report = ParseReport(result.out);
+        EXPECT_EQ(result.status, kExitUsage) << line[0];
+        EXPECT_EQ(Shape(report), "error:s exitStatus:n schema:n verb:s") << line[0];
+        EXPECT_EQ(report["verb"], line[0]);
+        EXPECT_EQ(report["exitStatus"], kExitUsage) << line[0];
+        EXPECT_NE(report["error"], "") << line[0];
     }
 }
 
@@ -80,7 +75,7 @@ TEST_F(CommandLineTest, EveryVerbHelpsWithExamples) {
     EXPECT_EQ(Call({"--help"}).status, kExitDone);
     EXPECT_EQ(Call({"--version"}).status, kExitDone);
     for (const VerbOptionNames& verb : AllOptionNames()) {
-        const Result result = Call({verb.verb, "--help"});
+        const CallResult result = Call({verb.verb, "--help"});
         EXPECT_EQ(result.status, kExitDone) << verb.verb;
         EXPECT_EQ(result.talk, "") << verb.verb;
         EXPECT_NE(result.out.find("Example"), std::string::npos) << verb.verb;
@@ -90,7 +85,7 @@ TEST_F(CommandLineTest, EveryVerbHelpsWithExamples) {
 }
 
 TEST_F(CommandLineTest, AVerbThatIsNoneIsNamed) {
-    const Result result = Call({"frob\033nicate"});
+    const CallResult result = Call({"frob\033nicate"});
     EXPECT_EQ(result.status, kExitUsage);
     EXPECT_EQ(result.talk,
               "quorcachepinctl: there is no verb frob\\x1bnicate; --help lists them\n");
@@ -105,9 +100,9 @@ TEST_F(CommandLineTest, ANameInBracketsIsOneName) {
     }
     WriteFile(mount_ + "/[list]", mount_ + "/a\n");
     std::filesystem::current_path(mount_);
-    const Result named =
+    const CallResult named =
         Call({"pin", "-n", "--json", "--config-path", dir_ / "conf", "[a,b]", "[c]"});
-    const Result listed =
+    const CallResult listed =
         Call({"pin", "-n", "--json", "--config-path", dir_ / "conf", "-f", "[list]"});
     std::filesystem::current_path(before);
     EXPECT_EQ(named.status, kExitDone) << named.talk;
@@ -134,7 +129,7 @@ TEST_F(CommandLineTest, WhatCannotBePrintedIsAFailure) {
 }
 
 TEST_F(CommandLineTest, WithoutAQueueNothingIsSent) {
-    const Result result = Call({"pin", Placed("a")});
+    const CallResult result = Call({"pin", Placed("a")});
     EXPECT_EQ(result.status, kExitNoService);
     EXPECT_NE(result.talk.find("there is no key file"), std::string::npos) << result.talk;
     EXPECT_EQ(result.out, "");
@@ -150,7 +145,7 @@ TEST_F(CommandLineTest, AFullQueueTimesOutAndSaysHowManyWereSent) {
     for (int i = 0; i < 60; ++i) {
         arguments.push_back(Placed("a-name-of-forty-characters-and-a-number-" + std::to_string(i)));
     }
-    const Result result = Call(arguments);
+    const CallResult result = Call(arguments);
     EXPECT_EQ(result.status, kExitTimedOut);
     EXPECT_NE(result.talk.find("1 of "), std::string::npos) << result.talk;
     EXPECT_NE(result.out.find("sent in 1 request\n"), std::string::npos) << result.out;
@@ -159,7 +154,7 @@ TEST_F(CommandLineTest, AFullQueueTimesOutAndSaysHowManyWereSent) {
 TEST_F(CommandLineTest, NothingIsSentWhenAFileIsRefused) {
     const int queue = MakeQueue();
     struct msqid_ds record = {};
-    const Result result = Call({"pin", Placed("a"), Make("b b")});
+    const CallResult result = Call({"pin", Placed("a"), Make("b b")});
     EXPECT_EQ(result.status, kExitRefused);
     EXPECT_NE(result.talk.find("refused " + mount_ + "/b b: its name holds white space"),
               std::string::npos)
@@ -175,14 +170,14 @@ TEST_F(CommandLineTest, NothingIsSentWhenAFileIsRefused) {
 
 TEST_F(CommandLineTest, FilesWithoutExtentsAndVolumesWithoutACacheAreRefused) {
     MakeQueue();
-    const Result hole = Call({"pin", Make("hole")});
+    const CallResult hole = Call({"pin", Make("hole")});
     EXPECT_EQ(hole.status, kExitRefused);
     EXPECT_NE(hole.talk.find("no place on the device"), std::string::npos) << hole.talk;
     const std::string path = Placed("a");
     g_platform.stats["/dev/ssd1"].supportPin = 0;
     for (const std::vector<std::string>& arguments :
          {std::vector<std::string>{"pin", path}, {"unpin", path}, {"reload", mount_}}) {
-        const Result result = Call(arguments);
+        const CallResult result = Call(arguments);
         EXPECT_EQ(result.status, kExitRefused) << arguments[0];
         EXPECT_NE(result.talk.find("no cache that keeps pins"), std::string::npos) << result.talk;
     }
@@ -210,7 +205,7 @@ TEST_F(CommandLineTest, WaitingNeedsTheServicesConfigurationFile) {
     EXPECT_EQ(Call({"reload", "--wait", mount_}).status, kExitNoService);
     ASSERT_EQ(msgctl(queue, IPC_STAT, &record), 0);
     EXPECT_EQ(record.msg_qnum, 0U) << "nothing is sent that could not be waited for";
-    const Result late = Call({"pin", "--wait", "--config-path", dir_ / "conf", path});
+    const CallResult late = Call({"pin", "--wait", "--config-path", dir_ / "conf", path});
     EXPECT_EQ(late.status, kExitNoService) << "nobody takes it from the queue";
 }
 

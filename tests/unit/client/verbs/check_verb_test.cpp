@@ -1,0 +1,105 @@
+// SPDX-License-Identifier: MIT
+// check: findings, and what a repair comes to.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "client/show/exit_status.h"
+#include "tests/unit/client/verbs/verbs_test.h"
+
+namespace client {
+
+namespace {
+
+class CheckVerbTest : public VerbsTest {};
+
+TEST_F(CheckVerbTest, CheckTellsFatesAndCounts) {
+    PinHalf();
+    const Json::Value report = Report({"check"}, 1);
+    EXPECT_EQ(Shape(report), "exitStatus:n schema:n verb:s volumes:a");
+    const Json::Value& volume = report["volumes"][0];
+    EXPECT_EQ(Shape(volume),
+              "agrees:b bitmapFileTooLong:b files:a mountPaths:a mounted:b requestsQueued:n "
+              "uncertain:0 unitsDriverLacks:0 unitsDriverSurplus:0 unitsMissing:n unitsNeeded:n "
+              "unitsSet:n unitsSurplus:n unitsWithoutBit:n volume:s");
+    EXPECT_EQ(Shape(volume["files"][0]),
+              "fate:s inode:n path:s reason:0 units:n unitsMissing:n volume:s");
+    EXPECT_EQ(volume["volume"], mount_);
+    EXPECT_EQ(volume["mountPaths"][0], mount_);
+    EXPECT_EQ(volume["files"][0]["fate"], "there");
+    EXPECT_EQ(volume["files"][0]["unitsMissing"], 1);
+    EXPECT_EQ(volume["requestsQueued"], 1);
+    WriteBitmap({4, 5});
+    EXPECT_EQ(Report({"check"}, 0)["volumes"][0]["agrees"], true);
+    EXPECT_EQ(Shape(Report({"check", "/nowhere"}, 5)), kRefusedShape);
+}
+
+TEST_F(CheckVerbTest, RepairTellsWhatItDid) {
+    PinHalf();
+    const Json::Value report = Report({"check", "--repair"}, 0);
+    EXPECT_EQ(Shape(report["repair"]), "actions:a left:a requests:n unitsCleared:n unitsSet:n");
+    EXPECT_EQ(report["repair"]["requests"], 0);
+    EXPECT_EQ(report["repair"]["unitsSet"], 1);
+    EXPECT_EQ(Shape(report["volumes"][0]), Shape(report["volumesAfterRepair"][0]));
+}
+
+TEST_F(CheckVerbTest, WhatAgreesAndWhatDoesNotIsSaidInWords) {
+    EXPECT_EQ(Run({"check"}).out, "nothing is pinned, nothing to check\n");
+    PinHalf();
+    const CallResult half = Run({"check"});
+    EXPECT_EQ(half.status, kExitPartly);
+    EXPECT_NE(half.out.find(mount_ + ": 0 of 1 file good, 1 unit set\n"), std::string::npos)
+        << half.out;
+    EXPECT_NE(half.out.find("  photos/a.jpg: 1 unit of 2 not set: "), std::string::npos)
+        << half.out;
+    EXPECT_NE(half.out.find("1 request of the volume still queued"), std::string::npos);
+    WriteBitmap({4, 5, 9});
+    const CallResult surplus = Run({"check", mount_});
+    EXPECT_EQ(surplus.status, kExitPartly);
+    EXPECT_NE(surplus.out.find("1 unit set that no pinned file needs: 64.0 KiB of the cache"),
+              std::string::npos)
+        << surplus.out;
+    WriteBitmap({4, 5});
+    const CallResult good = Run({"check"});
+    EXPECT_EQ(good.status, kExitDone);
+    EXPECT_NE(good.out.find(": 1 of 1 file good, 2 units set\n"), std::string::npos) << good.out;
+}
+
+TEST_F(CheckVerbTest, AVolumeThatIsNotMountedCannotBeLookedAtAndIsNotWell) {
+    WriteFile(config_, R"({"volumes":{"/mnt/away":{"files":{"5":"x","6":"y"}}}})");
+    const CallResult result = Run({"check"});
+    EXPECT_EQ(result.status, kExitPartly);
+    EXPECT_EQ(result.out,
+              "/mnt/away: 2 files listed, cannot be looked at: the volume is not mounted\n");
+    const Json::Value volume = Report({"check"}, kExitPartly)["volumes"][0];
+    EXPECT_EQ(Shape(volume), "agrees:b files:a mounted:b volume:s");
+    EXPECT_EQ(volume["files"][1]["path"], "/mnt/away/y");
+    EXPECT_EQ(Run({"check", mount_}).status, kExitDone) << "it was not asked about";
+}
+
+TEST_F(CheckVerbTest, WithoutTheListNothingIsChecked) {
+    config_ = dir_ / "missing";
+    const CallResult result = Run({"check", "--repair"});
+    EXPECT_EQ(result.status, kExitNoService);
+    EXPECT_EQ(result.out, "");
+    EXPECT_NE(result.talk.find("No such file"), std::string::npos) << result.talk;
+}
+
+TEST_F(CheckVerbTest, ARepairSaysWhatItDidAndWhatHoldsAfterwards) {
+    PinHalf();
+    const CallResult result = Run({"check", "--repair"});
+    EXPECT_EQ(result.status, kExitDone) << result.talk;
+    const size_t before = result.out.find(": 0 of 1 file good");
+    const size_t repair = result.out.find("  repair: ");
+    const size_t again = result.out.find("checked again:\n");
+    const size_t after = result.out.find(": 1 of 1 file good, 2 units set\n");
+    EXPECT_LT(before, repair) << result.out;
+    EXPECT_LT(repair, again) << result.out;
+    EXPECT_LT(again, after) << result.out;
+    EXPECT_NE(after, std::string::npos) << result.out;
+    EXPECT_EQ(Run({"check", "--repair"}).out.find("repair"), std::string::npos)
+        << "nothing is left to do";
+}
+
+}  // namespace
+
+}  // namespace client

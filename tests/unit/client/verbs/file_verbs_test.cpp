@@ -1,0 +1,173 @@
+// SPDX-License-Identifier: MIT
+// pin and unpin: what they send, what they refuse and what they cost.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "client/show/exit_status.h"
+#include "tests/unit/client/verbs/verbs_test.h"
+
+namespace client {
+
+namespace {
+
+class FileVerbsTest : public VerbsTest {};
+
+TEST_F(FileVerbsTest, PinTellsFilesAndRefusals) {
+    const std::string path = Make("a");
+    Place(path, {{0, kUnit}});
+    MakeQueue();
+    const Json::Value report = Report({"pin", path}, 0);
+    EXPECT_EQ(Shape(report),
+              "dryRun:b entries:a exitStatus:n files:a notPinned:a refused:a repinned:a requests:n "
+              "schema:n sent:n verb:s");
+    EXPECT_EQ(Shape(report["files"][0]), "inode:n path:s size:n volume:s");
+    EXPECT_EQ(report["files"][0]["path"], path);
+    EXPECT_EQ(report["sent"], 1);
+    const Json::Value refused = Report({"pin", path, mount_ + "/b\xff"}, 5);
+    EXPECT_EQ(refused["sent"], 0);
+    EXPECT_EQ(Shape(refused["refused"][0]), "path:s reason:s");
+    EXPECT_EQ(refused["refused"][0]["path"], mount_ + "/b\\xff");
+    const Json::Value partly = Report({"pin", "-k", path, mount_ + "/nothing"}, 1);
+    EXPECT_EQ(partly["sent"], 1);
+    EXPECT_EQ(partly["refused"].size(), 1U);
+}
+
+TEST_F(FileVerbsTest, ADryRunTellsThePriceAndSendsNothing) {
+    PinHalf();
+    MakeQueue();
+    const std::string path = Make("b", std::string(5000, 'b'));
+    Place(path, {{5 * kUnit + 8, 16}, {9 * kUnit, 8}});
+    const Json::Value report = Report({"pin", "--dry-run", path}, 0);
+    EXPECT_EQ(report["sent"], 0);
+    EXPECT_EQ(report["dryRun"], true);
+    ASSERT_EQ(report["price"].size(), 1U);
+    const Json::Value& price = report["price"][0];
+    EXPECT_EQ(Shape(price),
+              "bytes:n cacheBytes:0 extents:n files:n pinnedUnitsNow:n pinnedUnitsThen:n "
+              "repinnedFiles:n requests:n roundingBytes:n units:n unitsSet:n unitsWithoutBit:n "
+              "volume:s");
+    EXPECT_EQ(price["extents"], 2);
+    EXPECT_EQ(price["bytes"], 24 * 512);
+    EXPECT_EQ(price["units"], 2);
+    EXPECT_EQ(price["roundingBytes"], 2 * 65536 - 24 * 512);
+    EXPECT_EQ(price["pinnedUnitsNow"], 1);
+    EXPECT_EQ(price["pinnedUnitsThen"], 3);
+    const Json::Value unpin = Report({"unpin", "--dry-run", path}, 0)["price"][0];
+    EXPECT_EQ(unpin["repinnedFiles"], 1) << "shares unit 5";
+    EXPECT_EQ(unpin["pinnedUnitsThen"], 2) << "the two of the file that is pinned again";
+    EXPECT_EQ(unpin["requests"], 2);
+}
+
+TEST_F(FileVerbsTest, UnpinTellsWhatWasNotPinnedAndWhatIsListedAndNotThere) {
+    const std::string gone = PinHalf();
+    const std::string other = Make("b");
+    Place(other, {{9 * kUnit, 8}});
+    unlink(gone.c_str());
+    MakeQueue();
+    const Json::Value report = Report({"unpin", "-k", gone, other}, 1);
+    EXPECT_EQ(report["notPinned"].size(), 1U);
+    EXPECT_EQ(report["notPinned"][0], other);
+    ASSERT_EQ(report["entries"].size(), 1U);
+    EXPECT_EQ(Shape(report["entries"][0]), "fate:s inode:n path:s reason:s volume:s");
+    EXPECT_EQ(report["entries"][0]["path"], gone);
+    EXPECT_EQ(report["entries"][0]["fate"], "gone");
+    ASSERT_EQ(report["refused"].size(), 1U);
+    EXPECT_EQ(report["refused"][0]["path"], gone);
+    EXPECT_EQ(report["sent"], 1);
+    EXPECT_EQ(Report({"unpin", gone}, 5)["sent"], 0);
+}
+
+TEST_F(FileVerbsTest, UnpinNamesAFileInThePlaceOfAListedOneAndSendsTheOthers) {
+    const std::string path = PinHalf();
+    const std::string other = Make("b");
+    Place(other, {{9 * kUnit, 8}});
+    const std::string fresh = Make("new");
+    Place(fresh, {{11 * kUnit, 8}});
+    rename(fresh.c_str(), path.c_str());
+    MakeQueue();
+    const Json::Value report = Report({"unpin", path, other}, 1);
+    EXPECT_EQ(report["sent"], 1);
+    ASSERT_EQ(report["refused"].size(), 1U);
+    EXPECT_EQ(report["refused"][0]["path"], path);
+    EXPECT_EQ(report["entries"][0]["fate"], "replaced");
+}
+
+struct RefusalRow {
+    const char* what;
+    std::vector<std::string> options;
+    int status;
+    uint64_t sent;
+};
+
+TEST_F(FileVerbsTest, ARefusalStopsAllOrWithKeepGoingItselfAlone) {
+    const std::string good = MakeAt("good", 1);
+    const std::string bad = mount_ + "/nothing";
+    const int queue = MakeQueue();
+    const RefusalRow rows[] = {
+        {"all or nothing", {good, bad}, kExitRefused, 0},
+        {"the others", {"-k", good, bad}, kExitPartly, 1},
+        {"no others", {"-k", bad}, kExitRefused, 0},
+        {"a dry run refuses alike", {"-n", good, bad}, kExitRefused, 0},
+        {"and sends nothing", {"-n", "-k", good, bad}, kExitPartly, 0},
+        {"nor without a refusal", {"-n", good}, kExitDone, 0},
+    };
+    uint64_t waiting = 0;
+    for (const char* const verb : {"pin", "unpin"}) {
+        for (const RefusalRow& row : rows) {
+            std::vector<std::string> arguments = row.options;
+            arguments.insert(arguments.begin(), verb);
+            const CallResult result = Run(arguments);
+            waiting += row.sent;
+            EXPECT_EQ(result.status, row.status) << verb << ": " << row.what << result.talk;
+            EXPECT_EQ(Waiting(queue), waiting) << verb << ": " << row.what;
+            EXPECT_EQ(result.talk.find("refused " + bad + ": ") != std::string::npos,
+                      row.status != kExitDone)
+                << verb << ": " << row.what << result.talk;
+        }
+    }
+}
+
+TEST_F(FileVerbsTest, ADryRunSaysSo) {
+    const std::string path = MakeAt("a", 1);
+    const CallResult dry = Run({"pin", "-n", path});
+    EXPECT_EQ(dry.status, kExitDone) << "it needs no queue";
+    EXPECT_NE(dry.out.find("nothing was sent: this was a dry run\n"), std::string::npos) << dry.out;
+    EXPECT_EQ(dry.out.find(" sent in "), std::string::npos) << dry.out;
+}
+
+TEST_F(FileVerbsTest, WhatSharesUnitsIsPinnedAgainUnlessToldNot) {
+    const std::string listed = PinHalf();
+    const std::string path = MakeAt("b", 5);
+    const int queue = MakeQueue();
+    const CallResult both = Run({"unpin", path});
+    EXPECT_EQ(both.status, kExitDone) << both.talk;
+    EXPECT_EQ(both.out, mount_ + ": unpin of 1 file sent in 1 request\n" +
+                            "1 pinned file shares units with them; pinned again by 1 request\n");
+    EXPECT_EQ(Waiting(queue), 2U);
+    EXPECT_EQ(Run({"unpin", "--no-repin", path}).status, kExitDone);
+    EXPECT_EQ(Waiting(queue), 3U);
+    config_ = dir_ / "missing";
+    const CallResult blind = Run({"unpin", path});
+    EXPECT_EQ(blind.status, kExitNoService);
+    EXPECT_NE(blind.talk.find("nothing was sent; "), std::string::npos) << blind.talk;
+    EXPECT_EQ(Run({"unpin", "--no-repin", path}).status, kExitDone);
+    EXPECT_EQ(Waiting(queue), 4U);
+}
+
+TEST_F(FileVerbsTest, AnUnpinOfAFileThatIsGoneNamesWhatTakesItOffTheList) {
+    const std::string gone = PinHalf();
+    unlink(gone.c_str());
+    const int queue = MakeQueue();
+    const CallResult result = Run({"unpin", gone});
+    EXPECT_EQ(result.status, kExitRefused);
+    EXPECT_NE(result.talk.find("refused " + gone +
+                               ": is on the service's list and gone; check "
+                               "--repair takes it off\n"),
+              std::string::npos)
+        << result.talk;
+    EXPECT_EQ(Waiting(queue), 0U);
+}
+
+}  // namespace
+
+}  // namespace client

@@ -1,0 +1,85 @@
+// SPDX-License-Identifier: MIT
+// list: the listed files and their fates.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "client/show/exit_status.h"
+#include "tests/unit/client/verbs/verbs_test.h"
+
+namespace client {
+
+namespace {
+
+class ListVerbTest : public VerbsTest {};
+
+TEST_F(ListVerbTest, ListTellsFilesByVolume) {
+    const std::string path = PinHalf();
+    const Json::Value report = Report({"list"}, 0);
+    EXPECT_EQ(Shape(report), "exitStatus:n schema:n verb:s volumes:a");
+    EXPECT_EQ(Shape(report["volumes"][0]), "files:a mounted:b volume:s");
+    const Json::Value& file = report["volumes"][0]["files"][0];
+    EXPECT_EQ(Shape(file), "fate:s inode:n path:s reason:0 relativePath:s size:n volume:s");
+    EXPECT_EQ(file["path"], path);
+    EXPECT_EQ(file["fate"], "there");
+    unlink(path.c_str());
+    const Json::Value gone = Report({"list"}, 0)["volumes"][0]["files"][0];
+    EXPECT_EQ(gone["fate"], "gone");
+    EXPECT_TRUE(gone["reason"].isString());
+    EXPECT_TRUE(gone["size"].isNull());
+    EXPECT_EQ(Shape(Report({"list", "/nowhere"}, 5)), kRefusedShape);
+    config_ = dir_.path();  // cannot be read
+    EXPECT_EQ(Shape(Report({"list"}, 3)), "error:s exitStatus:n schema:n verb:s");
+}
+
+TEST_F(ListVerbTest, TheFateStandsBesideAFileThatIsNotThere) {
+    for (const char* const name : {"renamed", "replaced", "stays", "vanished"}) {
+        Make(name, "12345");
+    }
+    List({"renamed", "replaced", "stays", "vanished"});
+    std::filesystem::rename(mount_ + "/renamed", mount_ + "/elsewhere");
+    Make("other");
+    std::filesystem::rename(mount_ + "/other", mount_ + "/replaced");
+    unlink((mount_ + "/vanished").c_str());
+    const CallResult result = Run({"list"});
+    EXPECT_EQ(result.status, kExitDone);
+    EXPECT_EQ(result.talk, "");
+    const char* const order[] = {
+        ": 4 files pinned\n", "renamed   renamed: lies at ",
+        "/elsewhere\n",       "replaced  replaced: ",
+        "  stays\n",          "vanished  gone: is nowhere on its volume\n"};
+    size_t at = 0;
+    for (const char* const text : order) {
+        at = result.out.find(text, at);
+        ASSERT_NE(at, std::string::npos) << text << "\n" << result.out;
+    }
+}
+
+TEST_F(ListVerbTest, FilesOfAVolumeThatIsNotMountedCannotBeLookedAt) {
+    WriteFile(config_, R"({"volumes":{"/mnt/away":{"files":{"5":"x"}}}})");
+    const CallResult result = Run({"list"});
+    EXPECT_EQ(result.status, kExitDone);
+    EXPECT_NE(result.out.find("/mnt/away: 1 file pinned\n"), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("cannot be looked at: "), std::string::npos) << result.out;
+    const Json::Value volume = Report({"list", "/mnt/away"}, kExitDone)["volumes"][0];
+    EXPECT_EQ(volume["mounted"], false);
+    EXPECT_EQ(volume["files"][0]["fate"], "cannot be looked at");
+    EXPECT_TRUE(volume["files"][0]["size"].isNull());
+}
+
+TEST_F(ListVerbTest, AnEmptyListAndAVolumeWithoutFilesAreNoFailure) {
+    EXPECT_EQ(Run({"list"}).out, "nothing is pinned\n");
+    WriteFile(config_, R"({"volumes":{"/mnt/away":{"files":{"5":"x"}}}})");
+    const CallResult other = Run({"list", mount_});
+    EXPECT_EQ(other.status, kExitDone);
+    EXPECT_EQ(other.out, "nothing is pinned\n");
+    const CallResult none = Run({"list", "/nowhere"});
+    EXPECT_EQ(none.status, kExitRefused);
+    EXPECT_EQ(none.out, "");
+    EXPECT_NE(none.talk.find("refused /nowhere: "), std::string::npos) << none.talk;
+}
+
+}  // namespace
+
+}  // namespace client

@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: MIT
+// reload, pend and release.
+#include <gtest/gtest.h>
+#include <sys/msg.h>
+
+#include "client/show/exit_status.h"
+#include "tests/unit/client/verbs/verbs_test.h"
+#include "tests/unit/support/fake_platform.h"
+#include "util/request.h"
+
+namespace client {
+
+namespace {
+
+class VolumeVerbsTest : public VerbsTest {};
+
+TEST_F(VolumeVerbsTest, VolumeVerbsTellTheVolume) {
+    MakeQueue();
+    for (const char* const verb : {"reload", "pend", "release"}) {
+        const Json::Value report = Report({verb, mount_ + "//"}, 0);
+        EXPECT_EQ(Shape(report), "exitStatus:n schema:n sent:n verb:s volume:s");
+        EXPECT_EQ(report["volume"], mount_);
+        EXPECT_EQ(report["sent"], 1);
+        EXPECT_EQ(Shape(Report({verb, "/nowhere"}, 5)),
+                  "error:s exitStatus:n refused:a schema:n sent:n verb:s");
+    }
+}
+
+struct VolumeVerbRow {
+    const char* verb;
+    RequestType type;
+    int withoutCache;  // exit status
+};
+
+TEST_F(VolumeVerbsTest, EachSendsItsRequestAndOnlyReloadNeedsACache) {
+    const int queue = MakeQueue();
+    const VolumeVerbRow rows[] = {{"reload", kRequestReloadPinBlocks, kExitRefused},
+                                  {"pend", kRequestAddPendingSpace, kExitDone},
+                                  {"release", kRequestRemovePendingSpace, kExitDone}};
+    for (const VolumeVerbRow& row : rows) {
+        const CallResult result = Run({row.verb, mount_});
+        EXPECT_EQ(result.status, kExitDone) << row.verb << result.talk;
+        EXPECT_EQ(result.out, mount_ + ": " + row.verb + " sent\n");
+        RequestMsg sent = {};
+        ASSERT_GT(msgrcv(queue, &sent, sizeof(sent.body), 0, IPC_NOWAIT), 0) << row.verb;
+        EXPECT_EQ(sent.body.type, row.type) << row.verb;
+        EXPECT_STREQ(sent.body.mountPath, mount_.c_str()) << row.verb;
+    }
+    g_platform.stats["/dev/ssd1"].state = 0;
+    for (const VolumeVerbRow& row : rows) {
+        EXPECT_EQ(Run({row.verb, mount_}).status, row.withoutCache) << row.verb;
+    }
+    EXPECT_EQ(Waiting(queue), 2U);
+}
+
+TEST_F(VolumeVerbsTest, AWaitThatCannotEndSendsNothing) {
+    const int queue = MakeQueue();
+    config_ = dir_ / "missing";
+    const CallResult result = Run({"reload", "--wait", mount_});
+    EXPECT_EQ(result.status, kExitNoService);
+    EXPECT_NE(result.talk.find("; nothing was sent"), std::string::npos) << result.talk;
+    EXPECT_EQ(Waiting(queue), 0U);
+}
+
+}  // namespace
+
+}  // namespace client
