@@ -13,9 +13,6 @@
 
 namespace client {
 
-// Both the list that is sent and the form that it is stored in have this many characters at most.
-constexpr size_t kMostListLength = sizeof(Request::data) - 1;
-
 // One request message, in texts.
 struct Message {
     RequestType type;

@@ -10,8 +10,6 @@
 
 namespace client {
 
-constexpr int64_t kRequestNumbers = 2147483646;  // request numbers start again at 0 after so many
-
 // A file as the service keeps it.
 struct StoredFile {
     std::string relative;
