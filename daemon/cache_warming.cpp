@@ -8,8 +8,8 @@
 
 #include <algorithm>
 
-#include "daemon/pending_spaces.h"
 #include "daemon/request_result.h"
+#include "daemon/service.h"
 #include "util/log.h"
 #include "util/scoped.h"
 #include "util/space.h"

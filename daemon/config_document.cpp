@@ -3,6 +3,7 @@
 
 #include "util/json_file.h"
 #include "util/log.h"
+#include "util/stored_format.h"
 
 namespace {
 

@@ -1,23 +1,10 @@
 // SPDX-License-Identifier: MIT
-// The configuration file as a document. Callers hold the service mutex.
-//
-//   nextRequestNum   the number of the next request; absent or null means 0
-//   requestQueue     request numbers as texts, in order of arrival; null when the last one has gone
-//   requests         number -> { type, mountPath, data }
-//   volumes          mount path -> { files: inode number -> relative path }
+// The configuration file as a document, in the form of util/stored_format.h. Callers hold the
+// service mutex.
 #pragma once
 
 #include <json/json.h>
 #include <stdint.h>
-
-constexpr char kNextRequestNumKey[] = "nextRequestNum";
-constexpr char kRequestQueueKey[] = "requestQueue";
-constexpr char kRequestsKey[] = "requests";
-constexpr char kVolumesKey[] = "volumes";
-constexpr char kFilesKey[] = "files";
-constexpr char kTypeKey[] = "type";
-constexpr char kMountPathKey[] = "mountPath";
-constexpr char kDataKey[] = "data";
 
 // The kind that a value must have where it is used: the JSON library throws on another one. An
 // absent or null value is of every kind, and what the library converts is of the kind wanted. Each

@@ -13,6 +13,7 @@
 #include "util/file.h"
 #include "util/log.h"
 #include "util/scoped.h"
+#include "util/stored_format.h"
 
 namespace {
 
@@ -24,7 +25,7 @@ constexpr int kDevicePathFailed = -1;
 constexpr int kDevicePathNotFound = 1;
 
 std::string DirectoryOf(const std::string& filePath) {
-    char copy[512] = {};
+    char copy[kPathBufferSize] = {};
 
     snprintf(copy, sizeof(copy), "%s", filePath.c_str());
     return dirname(copy);

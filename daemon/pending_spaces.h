@@ -35,13 +35,3 @@ class PendingSpaceList {
         std::shared_ptr<const Spaces> spaces_;  // only by atomic_load and atomic_store
     };
 };
-
-// Returns whether the space is pending. Takes no lock, so the answer may be outdated at once.
-bool ServiceIsSpacePending(const char* mountPath);
-
-// Adds a space. Takes the service mutex. Returns 0; or -1 when it is pending already, and then the
-// mutex stays locked: callers test first.
-int ServiceAddPendingSpaceAtomic(const char* mountPath);
-
-// Removes a space. Takes the service mutex. Returns 0, or -1 when it is not pending.
-int ServiceRemovePendingSpaceAtomic(const char* mountPath);

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "daemon/pin_request.h"
 
+#include "daemon/bitmap_update.h"
 #include "daemon/cache_warming.h"
 #include "daemon/file_mapping.h"
 #include "daemon/request_result.h"
-#include "util/driver.h"
 #include "util/log.h"
 
 namespace {
@@ -37,19 +37,11 @@ int PinFiles(const std::vector<FileInfo>& infos, PinBitmap* bitmap, const char* 
              const char* cachePath, const char* bitmapPath) {
     std::vector<MappedFile> files;
 
-    if (AddFiles(infos, bitmap, mountPath, files) != 0) {
+    if (AddFiles(infos, bitmap, mountPath, files) != 0 ||
+        BitmapUpdate{kLogFunction}.WriteAndSend(bitmap, cachePath, bitmapPath) != 0) {
         return kRequestFailed;
     }
-    // The file first: the next request starts from it and would undo what only the driver has. The
-    // reading last: the cache may evict at once what it does not yet know to be pinned.
-    if (BitmapFileWrite(bitmap, bitmapPath) != 0) {
-        LogError("Write bitmap failed");
-        return kRequestFailed;
-    }
-    if (BitmapDriverUpdate(bitmap, cachePath) != 0) {
-        LogError("Can't send bitmap to driver");
-        return kRequestFailed;
-    }
+    // The reading last: the cache may evict at once what it does not yet know to be pinned.
     return ReadFilesToCache(mountPath, files);
 }
 

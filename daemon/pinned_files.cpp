@@ -8,6 +8,7 @@
 #include "daemon/config_document.h"
 #include "daemon/request_data.h"
 #include "util/log.h"
+#include "util/stored_format.h"
 
 namespace {
 
@@ -38,7 +39,7 @@ void RemoveFile(Json::Value& files, const char* key, const FileInfo& info) {
 }  // namespace
 
 int JsonUpdatePinFileInfo(Json::Value& document, const Request& request) {
-    char key[1024] = {};
+    char key[kTextBufferSize] = {};
     std::vector<FileInfo> infos;
 
     LogEnter();

@@ -13,10 +13,9 @@
 #include "util/json_file.h"
 #include "util/log.h"
 #include "util/space.h"
+#include "util/stored_format.h"
 
 namespace {
-
-constexpr size_t kMountPathSize = 1024;
 
 // What one call works on.
 struct Choice {
@@ -97,7 +96,7 @@ int FillRequest(Json::Value& stored, const std::string& number, Request& request
 
 // Decides about one queued request. Returns 0, or -1.
 int Consider(Choice& choice, const std::string& number, Request& request) {
-    char mountPath[kMountPathSize] = {};
+    char mountPath[kTextBufferSize] = {};
     Json::Value& requests = choice.document[kRequestsKey];
 
     if (ConfigCheckObject(requests, kRequestsKey) != 0) {

@@ -14,10 +14,9 @@
 
 namespace {
 
-constexpr char kSeparator[] = ";";
-constexpr size_t kListSize = 1024;
-constexpr size_t kLineSize = 1024;    // of the log, a request's
-constexpr size_t kPatternSize = 512;  // of the mount path, "/%s" and the terminator
+constexpr char kSeparator[] = {kListSeparator, '\0'};
+constexpr size_t kLineSize = 1024;                // of the log, a request's
+constexpr size_t kPatternSize = kPathBufferSize;  // of the mount path, "/%s" and the terminator
 
 bool IsSpace(char c) {
     return isspace(static_cast<unsigned char>(c)) != 0;
@@ -45,7 +44,7 @@ std::string ScanRelativePath(const char* mountPath, const char* filePath) {
     while (*end != '\0' && !IsSpace(*end)) {
         ++end;
     }
-    return {begin, std::min(end, begin + kListSize - 1)};
+    return {begin, std::min(end, begin + kTextBufferSize - 1)};
 }
 
 // Narrows what "%lu" converted from the text to the 32 bits that it has on the target, where a
@@ -60,8 +59,7 @@ unsigned long ToTargetUnsignedLong(const char* text, unsigned long value) {
 int ParseEntry(const std::string& entry, FileInfo& info) {
     int numberStart = 0;
 
-    if (sscanf(entry.c_str(), "%511[^#]#%n%lu", info.szRelativePath, &numberStart,
-               &info.inodeNum) != 2) {
+    if (sscanf(entry.c_str(), kEntryScan, info.szRelativePath, &numberStart, &info.inodeNum) != 2) {
         return -1;
     }
     info.inodeNum = ToTargetUnsignedLong(entry.c_str() + numberStart, info.inodeNum);
@@ -87,11 +85,11 @@ EntryResult AppendEntry(const char* mountPath, const char* path, char* list, siz
         LogError("Cant' get inode number of file (%s)", path);
         return kEntryFailed;
     }
-    LogVerbose("szFormat=%s pszRelativePath=%s szFileInodeList=%p size=%zu len=%d", "%s%s#%lu",
+    LogVerbose("szFormat=%s pszRelativePath=%s szFileInodeList=%p size=%zu len=%d", kEntryFormat,
                relativePath.get(), static_cast<void*>(list), size, static_cast<int>(length));
     const char* separator = length == 0 ? "" : kSeparator;
     int entryLength =
-        snprintf(list + length, size - length, "%s%s#%lu", separator, relativePath.get(), inode);
+        snprintf(list + length, size - length, kEntryFormat, separator, relativePath.get(), inode);
     if (entryLength < 0 || static_cast<size_t>(entryLength) >= size - length) {
         // A cut entry would name another file or inode.
         list[length] = '\0';
@@ -121,7 +119,7 @@ char* FileGetRelativePathByMountPath(const char* mountPath, const char* filePath
 
 int AbsolutePathsToFileInodeList(const char* mountPath, const char* absolutePaths,
                                  char* fileInodeList, size_t size) {
-    char paths[kListSize] = {};
+    char paths[kTextBufferSize] = {};
     char* position = nullptr;
     size_t length = 0;
 
@@ -145,7 +143,7 @@ int AbsolutePathsToFileInodeList(const char* mountPath, const char* absolutePath
 
 void StringSplit(const std::string& text, const char* delimiters,
                  std::vector<std::string>& tokens) {
-    char copy[kListSize] = {};
+    char copy[kTextBufferSize] = {};
     char* position = nullptr;
 
     tokens.clear();

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // The identity of a request's files: the data text of a stored request.
 //
-// A data text is a list of entries joined by ";"; an entry is the file's path relative to the mount
-// path, "#", and the low 32 bits of its inode number in decimal.
+// A data text is a list of entries (util/stored_format.h); an entry is the file's path relative to
+// the mount path, and the low 32 bits of its inode number in decimal.
 #pragma once
 
 #include <stddef.h>
@@ -11,10 +11,11 @@
 #include <vector>
 
 #include "util/request.h"
+#include "util/stored_format.h"
 
 struct FileInfo {
-    char szRelativePath[512];  // relative to the volume's mount path, NUL-terminated
-    unsigned long inodeNum;    // when the request was stored; 32 bits
+    char szRelativePath[kPathBufferSize];  // relative to the volume's mount path, NUL-terminated
+    unsigned long inodeNum;                // when the request was stored; 32 bits
 };
 
 // Returns the file's path below the mount path, newly allocated (release with free), or null when

@@ -11,11 +11,9 @@
 #include "util/file.h"
 #include "util/json_file.h"
 #include "util/log.h"
+#include "util/stored_format.h"
 
 namespace {
-
-constexpr size_t kTextSize = 1024;
-constexpr int32_t kRequestNumModulus = 2147483646;
 
 // Returns the number of the next request and advances the counter. A counter edited to the largest
 // integer wraps as it does on the target.
@@ -35,7 +33,7 @@ namespace add_to_json {
 constexpr const char* kLogFunction = "JsonAddRequest";
 
 int SetRequestData(Json::Value& stored, const Request& request) {
-    char fileList[kTextSize] = {};
+    char fileList[kTextBufferSize] = {};
 
     if (!RequestHasFiles(request)) {
         stored[kDataKey] = Json::Value();
@@ -167,7 +165,7 @@ int ConfigDropErrorRequest(const char* path, const Request& request, const std::
 }
 
 int JsonAddRequest(Json::Value& document, const Request& request) {
-    char number[kTextSize] = {};
+    char number[kTextBufferSize] = {};
     // References into an object stay valid while members are added to it.
     Json::Value& counter = document[kNextRequestNumKey];
     Json::Value& queue = document[kRequestQueueKey];

@@ -35,3 +35,13 @@ class ServiceLock {
     ServiceLock(const ServiceLock&) = delete;
     ServiceLock& operator=(const ServiceLock&) = delete;
 };
+
+// Whether the space is pending. Takes no lock; the answer is advisory.
+bool ServiceIsSpacePending(const char* mountPath);
+
+// Adds a space. Takes the service mutex. Returns 0; or -1 when it is pending already, and then the
+// mutex stays locked: callers test first.
+int ServiceAddPendingSpaceAtomic(const char* mountPath);
+
+// Removes a space. Takes the service mutex. Returns 0, or -1 when it is not pending.
+int ServiceRemovePendingSpaceAtomic(const char* mountPath);

@@ -3,6 +3,7 @@
 
 #include <array>
 
+#include "daemon/bitmap_update.h"
 #include "daemon/file_mapping.h"
 #include "daemon/request_result.h"
 #include "util/driver.h"
@@ -55,16 +56,8 @@ int UnpinFiles(const std::vector<FileInfo>& infos, PinBitmap* bitmap, const char
                const char* cachePath, const char* bitmapPath) {
     std::vector<UnpinRange> ranges;
 
-    if (ReleaseFiles(infos, bitmap, mountPath, cachePath, ranges) != 0) {
-        return kRequestFailed;
-    }
-    // The file first: the next request starts from it and would undo what only the driver has.
-    if (BitmapFileWrite(bitmap, bitmapPath) != 0) {
-        LogError("Write bitmap failed");
-        return kRequestFailed;
-    }
-    if (BitmapDriverUpdate(bitmap, cachePath) != 0) {
-        LogError("Can't send bitmap to driver");
+    if (ReleaseFiles(infos, bitmap, mountPath, cachePath, ranges) != 0 ||
+        BitmapUpdate{kLogFunction}.WriteAndSend(bitmap, cachePath, bitmapPath) != 0) {
         return kRequestFailed;
     }
     if (SendUnpinInfoToDriver(cachePath, ranges) != 0) {

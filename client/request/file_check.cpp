@@ -8,21 +8,21 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "client/request/packing.h"
 #include "client/show/output.h"
 #include "client/show/text.h"
-#include "util/request.h"
 #include "util/scoped.h"
+#include "util/stored_format.h"
 
 namespace client {
 
 namespace {
 
-// The service builds "%s/%%s" of the mount path in 512 bytes.
-constexpr size_t kMostMountPath = sizeof(Request::mountPath) - 1 - 3;
-constexpr size_t kMostRelativePath = 511;
-// It takes a file's directory from the first 511 characters of its path.
-constexpr size_t kMostDirectory = 509;
+// The service builds "%s/%%s" of the mount path in one buffer.
+constexpr size_t kMostMountPath = kPathBufferSize - sizeof("/%s");
+constexpr size_t kMostRelativePath = kPathBufferSize - 1;
+// It takes a file's directory from as much of its path as the buffer holds: the slash and one
+// character of the name must be in it.
+constexpr size_t kMostDirectory = kPathBufferSize - sizeof("/n");
 
 std::string TooLong(const char* what, size_t length, size_t most) {
     return std::string(what) + " is " + std::to_string(length) +
@@ -80,7 +80,7 @@ std::string WhyNotMountPath(const std::string& mountPath) {
     if (mountPath.size() > kMostMountPath) {
         return TooLong("its mount path", mountPath.size(), kMostMountPath);
     }
-    if (mountPath.find(';') != std::string::npos) {
+    if (mountPath.find(kListSeparator) != std::string::npos) {
         return "its mount path holds \";\", which separates files in a request";
     }
     return SurvivesJson(mountPath) ? "" : "its mount path is not UTF-8 and would be stored changed";
@@ -95,10 +95,10 @@ std::string WhyNotStorable(const std::string& mountPath, const std::string& rela
     if (HasWhiteSpace(relative)) {
         return "its name holds white space, at which the service would cut it";
     }
-    if (relative.find(';') != std::string::npos) {
+    if (relative.find(kListSeparator) != std::string::npos) {
         return "its name holds \";\", which separates files in a request";
     }
-    if (relative.find('#') != std::string::npos) {
+    if (relative.find(kInodeMark) != std::string::npos) {
         return "its name holds \"#\", which separates name and inode in the service's store";
     }
     if (!SurvivesJson(relative)) {

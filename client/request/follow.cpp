@@ -6,6 +6,7 @@
 #include <set>
 
 #include "client/volume/units.h"
+#include "util/stored_format.h"
 
 namespace client {
 
@@ -19,7 +20,7 @@ bool IsSameRequest(const Watched& request, const StoredRequest& stored) {
 // Numbers run in a circle: what lies less than half of it ahead of `base` was given out after it.
 bool CameAfter(int64_t base, const std::string& number) {
     const int64_t value = strtoll(number.c_str(), nullptr, 10);
-    return NumberDistance(base, value) < kRequestNumbers / 2;
+    return NumberDistance(base, value) < kRequestNumModulus / 2;
 }
 
 }  // namespace
@@ -57,7 +58,7 @@ void Follow(std::vector<Watched>& requests, const ConfigState& state, int64_t ba
     // was seen has come and gone between two looks.
     const int64_t given = NumberDistance(base, state.nextNumber);
     bool laterSeen =
-        drained && given < kRequestNumbers / 2 && given >= static_cast<int64_t>(requests.size());
+        drained && given < kRequestNumModulus / 2 && given >= static_cast<int64_t>(requests.size());
     for (auto request = requests.rbegin(); request != requests.rend(); ++request) {
         if (request->state == WatchState::kUnseen && laterSeen) {
             request->state = WatchState::kLeft;

@@ -6,9 +6,13 @@
 
 #include <sstream>
 
+#include "util/stored_format.h"
+
 namespace client {
 
 namespace {
+
+static_assert(sizeof(Request::data) == kMostListLength + 1, "what may be stored may be sent");
 
 size_t LengthWith(const std::string& list, const std::string& entry) {
     return list.empty() ? entry.size() : list.size() + 1 + entry.size();
@@ -16,7 +20,7 @@ size_t LengthWith(const std::string& list, const std::string& entry) {
 
 void Append(std::string& list, const std::string& entry) {
     if (!list.empty()) {
-        list += ';';
+        list += kListSeparator;
     }
     list += entry;
 }
@@ -44,7 +48,7 @@ void AddFile(RequestType type, const FileRef& file, std::vector<Message>& messag
 std::vector<std::string> Split(const std::string& list) {
     std::vector<std::string> entries;
     std::istringstream stream(list);
-    for (std::string entry; std::getline(stream, entry, ';');) {
+    for (std::string entry; std::getline(stream, entry, kListSeparator);) {
         entries.push_back(entry);
     }
     return entries;
@@ -67,7 +71,7 @@ std::vector<const Volume*> VolumesOf(const std::vector<FileRef>& files) {
 }  // namespace
 
 std::string StoredEntry(const std::string& relative, uint32_t inode) {
-    return relative + "#" + std::to_string(inode);
+    return relative + kInodeMark + std::to_string(inode);
 }
 
 std::vector<Message> PackFiles(RequestType type, const std::vector<FileRef>& files) {

@@ -13,9 +13,6 @@
 
 namespace client {
 
-// The longest list, in characters, both as it is sent and in the form that the service stores.
-constexpr size_t kMostListLength = sizeof(Request::data) - 1;
-
 // One request message, as texts.
 struct Message {
     RequestType type;

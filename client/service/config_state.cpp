@@ -15,6 +15,7 @@
 #include "client/show/output.h"
 #include "client/show/poll.h"
 #include "util/request.h"
+#include "util/stored_format.h"
 
 namespace client {
 
@@ -58,8 +59,8 @@ void TakeRequest(const std::string& number, const Json::Value& requests, ConfigS
         return;
     }
     const Json::Value& stored = requests[number];
-    const StoredRequest request = {number, TextOf(stored["type"]), TextOf(stored["mountPath"]),
-                                   TextOf(stored["data"])};
+    const StoredRequest request = {number, TextOf(stored[kTypeKey]), TextOf(stored[kMountPathKey]),
+                                   TextOf(stored[kDataKey])};
     if (StringToRequestType(request.type) == kRequestUnknown) {
         state.defects.push_back("request " + Printable(number) +
                                 " is of no known type: it ends the worker");
@@ -68,7 +69,7 @@ void TakeRequest(const std::string& number, const Json::Value& requests, ConfigS
 }
 
 void TakeQueue(const Json::Value& document, ConfigState& state) {
-    const Json::Value& queue = document["requestQueue"];
+    const Json::Value& queue = document[kRequestQueueKey];
     std::set<std::string> numbers;
     if (!queue.isArray() && !queue.isNull()) {
         state.defects.push_back("\"requestQueue\" is no list: it ends the worker");
@@ -79,23 +80,23 @@ void TakeQueue(const Json::Value& document, ConfigState& state) {
             state.defects.push_back("request " + Printable(TextOf(number)) +
                                     " is queued twice: it can never be taken away");
         }
-        TakeRequest(TextOf(number), document["requests"], state);
+        TakeRequest(TextOf(number), document[kRequestsKey], state);
     }
 }
 
 void TakePinned(const Json::Value& document, ConfigState& state) {
-    const Json::Value& volumes = document["volumes"];
+    const Json::Value& volumes = document[kVolumesKey];
     if (!volumes.isObject()) {
         return;
     }
     for (const std::string& mountPath : volumes.getMemberNames()) {
         const Json::Value& volume = volumes[mountPath];
-        if (!volume.isObject() || !volume["files"].isObject()) {
+        if (!volume.isObject() || !volume[kFilesKey].isObject()) {
             continue;
         }
         std::vector<StoredFile>& files = state.pinned[mountPath];
-        for (const std::string& inode : volume["files"].getMemberNames()) {
-            files.push_back({TextOf(volume["files"][inode]),
+        for (const std::string& inode : volume[kFilesKey].getMemberNames()) {
+            files.push_back({TextOf(volume[kFilesKey][inode]),
                              static_cast<uint32_t>(strtoull(inode.c_str(), nullptr, 10))});
         }
         std::sort(files.begin(), files.end(), [](const StoredFile& left, const StoredFile& right) {
@@ -130,7 +131,7 @@ bool ReadConfigState(const std::string& path, ConfigState& state, std::string& w
     }
     state = ConfigState();
     if (document.isObject()) {
-        const Json::Value& next = document["nextRequestNum"];
+        const Json::Value& next = document[kNextRequestNumKey];
         state.nextNumber = next.isInt() ? next.asInt() : 0;
         TakeQueue(document, state);
         TakePinned(document, state);
@@ -142,8 +143,8 @@ std::vector<StoredFile> ParseStoredFiles(const std::string& data) {
     std::vector<StoredFile> files;
     std::istringstream stream(data);
     std::string entry;
-    while (std::getline(stream, entry, ';')) {
-        const size_t mark = entry.find('#');
+    while (std::getline(stream, entry, kListSeparator)) {
+        const size_t mark = entry.find(kInodeMark);
         if (mark != std::string::npos && mark > 0) {
             files.push_back({entry.substr(0, mark), static_cast<uint32_t>(strtoull(
                                                         entry.c_str() + mark + 1, nullptr, 10))});
@@ -172,7 +173,7 @@ std::vector<StoredFile> QueuedToPin(const ConfigState& state, const std::string&
 }
 
 int64_t NumberDistance(int64_t base, int64_t number) {
-    return ((number - base) % kRequestNumbers + kRequestNumbers) % kRequestNumbers;
+    return ((number - base) % kRequestNumModulus + kRequestNumModulus) % kRequestNumModulus;
 }
 
 }  // namespace client

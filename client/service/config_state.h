@@ -10,8 +10,6 @@
 
 namespace client {
 
-constexpr int64_t kRequestNumbers = 2147483646;  // how many there are; then they start again at 0
-
 // A file as the service keeps it.
 struct StoredFile {
     std::string relative;

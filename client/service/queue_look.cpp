@@ -14,6 +14,7 @@
 #include "client/show/poll.h"
 #include "client/show/text.h"
 #include "util/request.h"
+#include "util/stored_format.h"
 
 #ifndef MSG_COPY
 #define MSG_COPY 040000  // the C library names it only with its own extensions
@@ -78,7 +79,7 @@ std::string WhyNotStored(const std::string& mountPath, const std::string& data) 
         return "names no files";
     }
     std::istringstream stream(data);
-    for (std::string path; std::getline(stream, path, ';');) {
+    for (std::string path; std::getline(stream, path, kListSeparator);) {
         struct stat status = {};
         if (!path.empty() && !StartsWith(path, mountPath + "/")) {
             return "names " + Shortened(Printable(path)) + ", which is not below the mount path";
@@ -96,7 +97,6 @@ void Judge(const MessageBuffer& buffer, WaitingMessage& message) {
     memcpy(&request, buffer.Body(), std::min(message.bytes, sizeof(request)));
     const std::string mountPath = FieldText(request.mountPath, sizeof(request.mountPath));
     const std::string data = FieldText(request.data, sizeof(request.data));
-    const bool hasFiles = request.type == kRequestPinFiles || request.type == kRequestUnpinFiles;
     const bool pending =
         request.type == kRequestAddPendingSpace || request.type == kRequestRemovePendingSpace;
     message.what = std::string(VerbOf(request.type)) + " " + Shortened(Printable(mountPath));
@@ -109,9 +109,9 @@ void Judge(const MessageBuffer& buffer, WaitingMessage& message) {
         message.problem = "has " + std::to_string(message.bytes) +
                           " bytes, more than a request: it ends the intake at every start";
     } else if (!pending) {
-        const std::string why = mountPath.empty() ? "names no volume"
-                                : hasFiles        ? WhyNotStored(mountPath, data)
-                                                  : "";
+        const std::string why = mountPath.empty()          ? "names no volume"
+                                : RequestHasFiles(request) ? WhyNotStored(mountPath, data)
+                                                           : "";
         message.endsIntake = !why.empty();
         message.problem = why.empty() ? "" : why + ": it ends the intake when it is read";
     }

@@ -13,6 +13,7 @@
 
 #include "client/show/output.h"
 #include "util/json_file.h"
+#include "util/stored_format.h"
 
 namespace client {
 
@@ -26,14 +27,14 @@ bool HoldsLists(const Json::Value& document) {
     const auto isObject = [](const Json::Value& value) {
         return value.isNull() || value.isObject();
     };
-    if (!document.isObject() || !isObject(document["volumes"])) {
+    if (!document.isObject() || !isObject(document[kVolumesKey])) {
         return false;
     }
-    for (const Json::Value& volume : document["volumes"]) {
-        if (!isObject(volume) || !isObject(volume["files"])) {
+    for (const Json::Value& volume : document[kVolumesKey]) {
+        if (!isObject(volume) || !isObject(volume[kFilesKey])) {
             return false;
         }
-        for (const Json::Value& path : volume["files"]) {
+        for (const Json::Value& path : volume[kFilesKey]) {
             if (!path.isString()) {
                 return false;
             }
@@ -52,7 +53,7 @@ bool ReadLists(const std::string& path, Json::Value& document, std::string& why)
 }
 
 void PutLists(const StoredLists& lists, Json::Value& document) {
-    Json::Value& volumes = document["volumes"];
+    Json::Value& volumes = document[kVolumesKey];
     for (const auto& [mountPath, files] : lists) {
         Json::Value members(Json::objectValue);
         for (const StoredFile& file : files) {
@@ -61,7 +62,7 @@ void PutLists(const StoredLists& lists, Json::Value& document) {
         if (files.empty()) {
             volumes.removeMember(mountPath);
         } else {
-            volumes[mountPath]["files"] = members;
+            volumes[mountPath][kFilesKey] = members;
         }
     }
 }

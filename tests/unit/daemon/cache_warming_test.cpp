@@ -6,7 +6,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include "daemon/pending_spaces.h"
+#include "daemon/service.h"
 #include "tests/unit/daemon/daemon_test.h"
 #include "tests/unit/support/fake_files.h"
 #include "tests/unit/support/fake_platform.h"

@@ -18,7 +18,6 @@
 #include <set>
 
 #include "daemon/cache_warming.h"
-#include "daemon/pending_spaces.h"
 #include "daemon/receiver.h"
 #include "daemon/service.h"
 #include "daemon/worker.h"

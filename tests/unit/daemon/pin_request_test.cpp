@@ -5,7 +5,7 @@
 #include <string.h>
 #include <sys/stat.h>
 
-#include "daemon/pending_spaces.h"
+#include "daemon/service.h"
 #include "platform/quorflashcache.h"
 #include "tests/unit/daemon/daemon_test.h"
 #include "tests/unit/support/fake_ioctl.h"

@@ -7,7 +7,6 @@
 #include <string.h>
 #include <sys/msg.h>
 
-#include "daemon/pending_spaces.h"
 #include "daemon/service.h"
 #include "tests/unit/daemon/daemon_test.h"
 #include "tests/unit/support/fake_files.h"

@@ -4,7 +4,7 @@
 #include <errno.h>
 #include <string.h>
 
-#include "daemon/pending_spaces.h"
+#include "daemon/service.h"
 #include "tests/unit/daemon/daemon_test.h"
 #include "tests/unit/support/fake_ioctl.h"
 #include "tests/unit/support/fake_platform.h"

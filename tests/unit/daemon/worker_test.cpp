@@ -3,7 +3,6 @@
 
 #include <errno.h>
 
-#include "daemon/pending_spaces.h"
 #include "daemon/service.h"
 #include "platform/quorflashcache.h"
 #include "tests/unit/daemon/daemon_test.h"
