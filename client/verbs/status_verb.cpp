@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // status: the service, its queue, what is pinned.
 #include "client/pins/unit_counts.h"
+#include "client/service/queue_look.h"
 #include "client/show/output.h"
 #include "client/verbs/status.h"
 #include "client/verbs/verbs.h"
@@ -11,16 +12,8 @@ namespace client {
 namespace {
 
 std::string TypeText(const std::string& stored) {
-    switch (StringToRequestType(stored)) {
-        case kRequestPinFiles:
-            return "pin";
-        case kRequestUnpinFiles:
-            return "unpin";
-        case kRequestReloadPinBlocks:
-            return "reload";
-        default:
-            return Printable(stored);
-    }
+    const char* const verb = VerbOf(StringToRequestType(stored));
+    return verb != nullptr ? verb : Printable(stored);
 }
 
 Record DescribeService(const ServiceProcess& service, bool standsStill) {
