@@ -15,10 +15,6 @@ namespace client {
 
 namespace {
 
-std::string DirectoryOf(const std::string& path) {
-    return path.substr(0, path.find_last_of('/'));
-}
-
 void Settle(PinnedFile& pinned, Fate fate, const std::string& why) {
     pinned.fate = fate;
     pinned.why = why;
@@ -61,7 +57,7 @@ std::string WhyHidden(std::string path, const std::string& mountPath, dev_t devi
 // begins with it.
 bool FindBehindCut(const std::string& path, const Volume& volume, PinnedFile& pinned) {
     std::vector<std::string> names;
-    const std::string cut = path.substr(path.find_last_of('/') + 1);
+    const std::string cut = NameOf(path);
     ListNames(DirectoryOf(path), names);
     for (const std::string& name : names) {
         const std::string found = DirectoryOf(path) + "/" + name;
@@ -190,8 +186,7 @@ void MapPinned(PinnedFile& pinned, Mapper& mapper) {
     if (pinned.fate != Fate::kThere && pinned.fate != Fate::kRenamed) {
         return;
     }
-    if (mapper.MapFresh(pinned.file.volume->mountPath, pinned.file.relative, pinned.file.inode,
-                        pinned.file.extents) == MapOutcome::kFailed) {
+    if (mapper.Map(pinned.file) == MapOutcome::kFailed) {
         Settle(pinned, Fate::kUnknown, "its extents cannot be read");
         return;
     }
