@@ -134,6 +134,14 @@ const char* FateName(Fate fate) {
     return "";
 }
 
+std::string ListedPath(const PinnedFile& pinned) {
+    return PathOnVolume(pinned.mountPath, pinned.entry.relative);
+}
+
+bool IsFound(const PinnedFile& pinned) {
+    return pinned.fate == Fate::kThere || pinned.fate == Fate::kRenamed;
+}
+
 std::vector<PinnedFile> InspectAtPaths(const std::vector<StoredFile>& entries,
                                        const Volume& volume) {
     std::vector<PinnedFile> all = UnmountedEntries(entries, volume.mountPath);
@@ -183,7 +191,7 @@ std::vector<PinnedFile> UnmountedEntries(const std::vector<StoredFile>& entries,
 }
 
 void MapPinned(PinnedFile& pinned, Mapper& mapper) {
-    if (pinned.fate != Fate::kThere && pinned.fate != Fate::kRenamed) {
+    if (!IsFound(pinned)) {
         return;
     }
     if (mapper.Map(pinned.file) == MapOutcome::kFailed) {

@@ -35,6 +35,12 @@ struct PinnedFile {
     std::string why;  // a sentence's rest that explains the fate; empty when the file is there
 };
 
+// Returns the absolute path that it is listed by.
+std::string ListedPath(const PinnedFile& pinned);
+
+// Whether it is known where the file lies: it is there, or was renamed.
+bool IsFound(const PinnedFile& pinned);
+
 // Looks for the entries' files, all listed by the volume's mount path. Searches the volume once
 // when any of them does not lie at its path.
 std::vector<PinnedFile> InspectEntries(const std::vector<StoredFile>& entries,
@@ -45,7 +51,8 @@ std::vector<PinnedFile> InspectListed(const std::vector<StoredFile>& entries,
                                       const std::string& mountPath,
                                       const std::vector<Volume>& volumes);
 
-// The same as InspectEntries without the search: a file that is not at its path is kGone here, wherever it may be.
+// The same as InspectEntries without the search: a file that is not at its path is kGone here,
+// wherever it may be.
 std::vector<PinnedFile> InspectAtPaths(const std::vector<StoredFile>& entries,
                                        const Volume& volume);
 

@@ -57,15 +57,6 @@ bool ResolveDirectory(const std::string& given, std::string& path) {
 
 }  // namespace
 
-std::vector<Record> DescribeRefusals(const std::vector<Refusal>& refusals) {
-    std::vector<Record> records;
-    for (const Refusal& refusal : refusals) {
-        records.emplace_back();
-        records.back().Add("path", refusal.path).Add("reason", refusal.reason);
-    }
-    return records;
-}
-
 std::string WhyNotMountPath(const std::string& mountPath) {
     if (mountPath.empty()) {
         return "its mount path is empty";

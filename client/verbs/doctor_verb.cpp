@@ -43,7 +43,7 @@ Record Describe(const Finding& finding) {
     record.Shown("health", health, "", Toned(ToneOf(finding.health), health))
         .Add("subject", finding.subject, "")
         .Add("text", finding.text, "")
-        .Add("remedy", finding.remedy.empty() ? Json::Value() : Json::Value(finding.remedy));
+        .Add("remedy", IfAny(finding.remedy));
     return finding.remedy.empty() ? record : record.Line("remedy: " + finding.remedy);
 }
 
@@ -100,7 +100,6 @@ int DoctorVerb(const DoctorOptions& options) {
     Record report;
     Diagnosis diagnosis = Examine(options.common);
     std::vector<std::string> done;
-    std::vector<Record> findings;
     if (options.fix && (diagnosis.badMessages || diagnosis.smallQueue)) {
         done = Fix(diagnosis);
         diagnosis = Examine(options.common);
@@ -108,10 +107,8 @@ int DoctorVerb(const DoctorOptions& options) {
     for (const std::string& line : done) {
         report.Line("fixed: " + line);
     }
-    for (const Finding& finding : diagnosis.findings) {
-        findings.push_back(Describe(finding));
-    }
-    report.Add("done", TextsToJson(done)).List("findings", findings, Layout::kRows);
+    report.Add("done", TextsToJson(done))
+        .List("findings", RecordsOf(diagnosis.findings, Describe), Layout::kRows);
     return Finish("doctor", report, options.common.json, ExitStatusOf(diagnosis));
 }
 

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 // pin and unpin: requests about files.
 #include <algorithm>
+#include <map>
 
+#include "client/pins/device_report.h"
 #include "client/pins/holding.h"
 #include "client/pins/price.h"
 #include "client/pins/repin.h"
@@ -11,12 +13,63 @@
 #include "client/service/service_state.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
-#include "client/verbs/file_report.h"
 #include "client/verbs/verbs.h"
 
 namespace client {
 
 namespace {
+
+Record DescribeFile(const FileRef& file) {
+    return Record()
+        .Add("path", file.path)
+        .Add("volume", file.volume->mountPath)
+        .Add("inode", file.inode)
+        .Add("size", Json::UInt64{file.size});
+}
+
+Record DescribeRefusal(const Refusal& refusal) {
+    return Record().Add("path", refusal.path).Add("reason", refusal.reason);
+}
+
+// Adds what the job consists of, in the JSON form alone.
+void AddJob(const FileJob& job, Record& report) {
+    std::vector<Refusal> refusals = job.list.refusals;
+    refusals.insert(refusals.end(), job.passedOver.begin(), job.passedOver.end());
+    report.List("files", RecordsOf(job.list.files, DescribeFile))
+        .List("repinned", RecordsOf(job.repinned, DescribeFile))
+        .List("refused", RecordsOf(refusals, DescribeRefusal))
+        .List("entries", RecordsOf(job.entries, DescribeEntry))
+        .Add("notPinned", TextsToJson(job.notPinned))
+        .Add("requests", Json::UInt64{job.messages.size()})
+        .Add("sent", Json::UInt64{job.sent});
+}
+
+// Adds what was sent, in words.
+void AddSent(const FileJob& job, const char* verb, Record& report) {
+    std::map<std::string, std::pair<size_t, size_t>> perVolume;  // files, requests
+    size_t repinning = 0;                                        // requests
+    for (size_t i = 0; i < job.sent; ++i) {
+        const Message& message = job.messages[i];
+        if (message.type != job.type) {
+            ++repinning;
+            continue;
+        }
+        auto& [files, requests] = perVolume[message.mountPath];
+        files += message.numFiles;
+        ++requests;
+    }
+    for (const auto& [volume, counts] : perVolume) {
+        report.Line(Printable(volume) + ": " + verb + " of " + Counted(counts.first, "file") +
+                    " sent in " + Counted(counts.second, "request"));
+    }
+    if (repinning > 0 && job.sent == job.messages.size()) {
+        report.Line(Counted(job.repinned.size(), "pinned file shares", "pinned files share") +
+                    " units with them; pinned again by " + Counted(repinning, "request"));
+    }
+    if (job.messages.empty()) {
+        report.Line("no files, nothing sent");
+    }
+}
 
 // One call of pin or unpin.
 class FileVerb {
@@ -123,17 +176,13 @@ std::vector<Record> FileVerb::DescribePrices() const {
 }
 
 void FileVerb::AddHeld(Record& report) const {
-    std::vector<Record> held;
-    std::vector<Record> repinned;
-    for (const Holding& holding : holdings_) {
-        held.push_back(
-            DescribeHolding(holding, job_.type == kRequestPinFiles ? "pinned" : "unpinned"));
-    }
-    for (const Holding& holding : repinnedHoldings_) {
-        repinned.push_back(DescribeHolding(holding, "pinned again"));
-    }
-    report.List("holds", held, Layout::kBlocks);
-    report.List("repinnedHolds", repinned, Layout::kBlocks);
+    const auto describe = [](const std::vector<Holding>& holdings, const char* done) {
+        return RecordsOf(holdings,
+                         [done](const Holding& holding) { return DescribeHolding(holding, done); });
+    };
+    const char* const done = job_.type == kRequestPinFiles ? "pinned" : "unpinned";
+    report.List("holds", describe(holdings_, done), Layout::kBlocks);
+    report.List("repinnedHolds", describe(repinnedHoldings_, "pinned again"), Layout::kBlocks);
     if (!job_.notPinned.empty()) {
         report.Line(std::to_string(job_.notPinned.size()) + " of them " +
                     (job_.notPinned.size() == 1 ? "was" : "were") + " not pinned before");

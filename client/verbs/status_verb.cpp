@@ -1,15 +1,107 @@
 // SPDX-License-Identifier: MIT
 // status: the service, its queue, what is pinned.
+#include <set>
+
 #include "client/pins/unit_counts.h"
+#include "client/service/queue.h"
 #include "client/service/queue_look.h"
+#include "client/service/service_process.h"
+#include "client/service/service_state.h"
+#include "client/show/exit_status.h"
 #include "client/show/output.h"
-#include "client/verbs/status.h"
 #include "client/verbs/verbs.h"
+#include "client/volume/volume_view.h"
 #include "util/request.h"
 
 namespace client {
 
 namespace {
+
+struct RequestStatus {
+    StoredRequest request;
+    size_t files = 0;
+    std::string state;
+    uint64_t position = 0;  // bytes on the cached device, while running
+};
+
+struct Status {
+    std::vector<ServiceProcess> services;
+    bool standsStill = false;  // messages wait, and it takes none
+    bool queueKnown = false;
+    QueueFacts queue;
+    std::string queueWhy;
+    ServiceState stored;
+    std::vector<RequestStatus> requests;
+    std::vector<VolumeView> volumes;  // those with pinned files or bits
+};
+
+const VolumeView* FindView(const std::vector<VolumeView>& views, const std::string& mountPath) {
+    for (const VolumeView& view : views) {
+        if (view.mountPath == mountPath) {
+            return &view;
+        }
+    }
+    return nullptr;
+}
+
+// The service is at the first request of a volume whose device it has open. Requests of other
+// volumes that stand before that one were passed over, which it does for pending volumes only.
+void TellStates(Status& status) {
+    const bool alive = !status.services.empty() && status.services.front().workerAlive;
+    std::set<std::string> begun;
+    size_t running = status.requests.size();
+    for (size_t i = 0; alive && i < status.requests.size() && running == status.requests.size();
+         ++i) {
+        RequestStatus& request = status.requests[i];
+        const VolumeView* const view = FindView(status.volumes, request.request.mountPath);
+        if (begun.insert(request.request.mountPath).second && view != nullptr &&
+            !view->cachePath.empty() &&
+            ReadPosition(status.services.front(), view->cachePath, request.position)) {
+            running = i;
+        }
+    }
+    for (size_t i = 0; i < status.requests.size(); ++i) {
+        const bool overtaken = running < status.requests.size() && i < running;
+        status.requests[i].state = i == running      ? "running"
+                                   : overtaken       ? "waiting (overtaken: its volume was pending)"
+                                   : i == 0 && alive ? "next, or just begun"
+                                                     : "waiting";
+    }
+}
+
+Status ReadStatus(const std::string& configPath) {
+    Status status;
+    std::vector<Volume> volumes;
+    std::set<std::string> wanted;
+    status.services = FindServices();
+    status.queueKnown = ReadQueueFacts(status.queue, status.queueWhy);
+    status.standsStill = status.queueKnown && !status.services.empty() &&
+                         status.services.front().intakeAlive && MessagesStandStill(status.queue.id);
+    status.stored = ReadServiceState(configPath);
+    for (const StoredRequest& request : status.stored.state.queue) {
+        status.requests.push_back({request, ParseStoredFiles(request.data).size(), "", 0});
+        wanted.insert(request.mountPath);
+    }
+    for (const auto& [mountPath, files] : status.stored.state.pinned) {
+        wanted.insert(mountPath);
+    }
+    ListVolumes(volumes);
+    for (const Volume& volume : volumes) {
+        if (wanted.count(volume.mountPath) > 0) {
+            status.volumes.push_back(LookAt(volume));
+        }
+    }
+    TellStates(status);
+    return status;
+}
+
+// kExitDone when requests are taken and carried out, else kExitNoService.
+int ExitStatusOf(const Status& status) {
+    const bool good = !status.services.empty() && status.services.front().intakeAlive &&
+                      status.services.front().workerAlive && status.queueKnown &&
+                      status.stored.known && !status.standsStill;
+    return good ? kExitDone : kExitNoService;
+}
 
 std::string TypeText(const std::string& stored) {
     const char* const verb = VerbOf(StringToRequestType(stored));
@@ -21,8 +113,7 @@ Record DescribeService(const ServiceProcess& service, bool standsStill) {
     const std::string dead = Toned(Tone::kBad, "no, until it is started again");
     const std::string taking =
         standsStill ? Toned(Tone::kBad, "no: it hangs, or was stopped") : yes;
-    Record record;
-    return record
+    return Record()
         .Shown("pid", service.pid, "service",
                "process " + std::to_string(service.pid) + " of " + service.user)
         .Add("user", service.user)
@@ -34,14 +125,13 @@ Record DescribeService(const ServiceProcess& service, bool standsStill) {
 }
 
 void AddServices(const Status& status, Record& report) {
-    std::vector<Record> services;
-    for (const ServiceProcess& service : status.services) {
-        services.push_back(DescribeService(service, status.standsStill));
-    }
-    if (services.empty()) {
+    const auto describe = [&status](const ServiceProcess& service) {
+        return DescribeService(service, status.standsStill);
+    };
+    if (status.services.empty()) {
         report.Row("service", Toned(Tone::kBad, NoServiceText()));
     }
-    report.List("services", services, Layout::kBlocks);
+    report.List("services", RecordsOf(status.services, describe), Layout::kBlocks);
 }
 
 void AddConfiguration(const Status& status, Record& report) {
@@ -107,8 +197,7 @@ Record DescribeVolume(const VolumeView& view, size_t files) {
     } else if (view.cachePath.empty()) {
         text += "; " + Toned(Tone::kBad, "the volume has no cache");
     }
-    Record record;
-    return record
+    return Record()
         .Shown("volume", view.mountPath, "volume",
                Toned(Tone::kStrong, Printable(view.mountPath)) + ": " + text)
         .Add("files", Json::UInt64{files})
