@@ -19,28 +19,16 @@ namespace client {
 
 namespace {
 
-const char* HealthName(Health health) {
-    switch (health) {
-        case Health::kGood:
-            return "ok";
-        case Health::kDoubtful:
-            return "doubtful";
-        case Health::kBad:
-            return "bad";
-    }
-    return "";
-}
-
-Tone ToneOf(Health health) {
-    return health == Health::kGood  ? Tone::kGood
-           : health == Health::kBad ? Tone::kBad
-                                    : Tone::kWarn;
-}
+// How the kinds of health are shown, in their order.
+constexpr struct {
+    const char* name;
+    Tone tone;
+} kHealths[] = {{"ok", Tone::kGood}, {"doubtful", Tone::kWarn}, {"bad", Tone::kBad}};
 
 Record Describe(const Finding& finding) {
-    const char* const health = HealthName(finding.health);
+    const auto& health = kHealths[static_cast<size_t>(finding.health)];
     Record record;
-    record.Shown("health", health, "", Toned(ToneOf(finding.health), health))
+    record.Shown("health", health.name, "", Toned(health.tone, health.name))
         .Add("subject", finding.subject, "")
         .Add("text", finding.text, "")
         .Add("remedy", IfAny(finding.remedy));

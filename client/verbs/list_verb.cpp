@@ -19,19 +19,15 @@ using PinnedLists = std::map<std::string, std::vector<StoredFile>>;
 // meant.
 bool Narrow(const std::string& given, const std::vector<Volume>& volumes, PinnedLists& lists,
             std::string& why) {
-    std::string mountPath = given;
-    if (lists.count(given) == 0) {
+    auto chosen = lists.find(given);
+    if (chosen == lists.end()) {
         const Volume* const volume = ResolveVolume(given, volumes, why);
         if (volume == nullptr) {
             return false;
         }
-        mountPath = volume->mountPath;
+        chosen = lists.find(volume->mountPath);
     }
-    PinnedLists chosen;
-    if (lists.count(mountPath) > 0) {
-        chosen[mountPath] = lists[mountPath];
-    }
-    lists = std::move(chosen);
+    lists = chosen == lists.end() ? PinnedLists() : PinnedLists({*chosen});
     return true;
 }
 

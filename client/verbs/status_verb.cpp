@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // status: the service, its queue, what is pinned.
+#include <algorithm>
 #include <set>
 
 #include "client/pins/unit_counts.h"
@@ -35,15 +36,6 @@ struct Status {
     std::vector<VolumeView> volumes;  // those with pinned files or bits
 };
 
-const VolumeView* FindView(const std::vector<VolumeView>& views, const std::string& mountPath) {
-    for (const VolumeView& view : views) {
-        if (view.mountPath == mountPath) {
-            return &view;
-        }
-    }
-    return nullptr;
-}
-
 // The service is at the first request of a volume whose device it has open. Requests of other
 // volumes that stand before that one were passed over, which it does for pending volumes only.
 void TellStates(Status& status) {
@@ -53,8 +45,11 @@ void TellStates(Status& status) {
     for (size_t i = 0; alive && i < status.requests.size() && running == status.requests.size();
          ++i) {
         RequestStatus& request = status.requests[i];
-        const VolumeView* const view = FindView(status.volumes, request.request.mountPath);
-        if (begun.insert(request.request.mountPath).second && view != nullptr &&
+        const std::string& mountPath = request.request.mountPath;
+        const auto view = std::find_if(
+            status.volumes.begin(), status.volumes.end(),
+            [&mountPath](const VolumeView& known) { return known.mountPath == mountPath; });
+        if (begun.insert(mountPath).second && view != status.volumes.end() &&
             !view->cachePath.empty() &&
             ReadPosition(status.services.front(), view->cachePath, request.position)) {
             running = i;
