@@ -63,7 +63,7 @@ void AddNumbers(const DeviceState& device, Record& record) {
         .Add("unitsDriverLacks", IfKnown(tells, device.driverLacks.Count()))
         .Add("unitsDriverSurplus", IfKnown(tells, device.driverSurplus.Count()))
         .Add("bitmapFileTooLong", device.fileTooLong)
-        .Add("uncertain", device.uncertain.empty() ? Json::Value() : device.uncertain);
+        .Add("uncertain", IfAny(device.uncertain));
 }
 
 // The mount path by which the device is known here: the first with listed files, else the first.
@@ -101,12 +101,12 @@ std::string Remark(const DeviceState& device, const PinnedFile& pinned) {
 }
 
 Record DescribeEntry(const PinnedFile& pinned) {
-    Record record;
-    return record.Add("path", PathOnVolume(pinned.mountPath, pinned.entry.relative))
+    return Record()
+        .Add("path", ListedPath(pinned))
         .Add("volume", pinned.mountPath)
         .Add("inode", pinned.entry.inode)
         .Add("fate", FateName(pinned.fate))
-        .Add("reason", pinned.why.empty() ? Json::Value() : Json::Value(pinned.why));
+        .Add("reason", IfAny(pinned.why));
 }
 
 Record DescribeDevice(const DeviceState& device) {
@@ -133,9 +133,8 @@ Record DescribeDevice(const DeviceState& device) {
         const std::string remark = Remark(device, pinned);
         files.push_back(DescribeListed(device, pinned));
         if (!remark.empty()) {
-            const std::string path = pinned.mountPath == name
-                                         ? pinned.entry.relative
-                                         : PathOnVolume(pinned.mountPath, pinned.entry.relative);
+            const std::string path =
+                pinned.mountPath == name ? pinned.entry.relative : ListedPath(pinned);
             record.Line(Printable(path) + ": " + Toned(Tone::kBad, remark));
         }
     }
@@ -146,19 +145,14 @@ Record DescribeDevice(const DeviceState& device) {
 }
 
 Record DescribeUnmounted(const std::string& mountPath, const std::vector<PinnedFile>& entries) {
-    Record record;
-    std::vector<Record> files;
-    for (const PinnedFile& pinned : entries) {
-        files.push_back(DescribeEntry(pinned));
-    }
-    return record
+    return Record()
         .Headline(Toned(Tone::kStrong, Printable(mountPath)) + ": " +
                   Toned(Tone::kBad, Counted(entries.size(), "file") +
                                         " listed, cannot be looked at: the volume is not mounted"))
         .Add("volume", mountPath)
         .Add("mounted", false)
         .Add("agrees", false)
-        .List("files", files);
+        .List("files", RecordsOf(entries, DescribeEntry));
 }
 
 }  // namespace client

@@ -58,9 +58,8 @@ void AddUpNeeds(DeviceState& device) {
         }
         device.withoutBit += CountUnits(pinned.units) - device.needed.RoomFor(pinned.units);
         if (pinned.fate == Fate::kUnknown && device.uncertain.empty()) {
-            device.uncertain = Printable(PathOnVolume(pinned.mountPath, pinned.entry.relative)) +
-                               " cannot be looked at (" + pinned.why +
-                               "), so no unit can be said to be unneeded";
+            device.uncertain = Printable(ListedPath(pinned)) + " cannot be looked at (" +
+                               pinned.why + "), so no unit can be said to be unneeded";
         }
     }
     device.missing = own.Without(device.view.bits);
@@ -130,10 +129,7 @@ std::vector<std::string> UnmountedPaths(const ConfigState& state,
                                         const std::vector<Volume>& volumes) {
     std::vector<std::string> paths;
     for (const auto& [mountPath, files] : state.pinned) {
-        const bool mounted = std::any_of(
-            volumes.begin(), volumes.end(),
-            [&path = mountPath](const Volume& volume) { return volume.mountPath == path; });
-        if (!mounted) {
+        if (FindMounted(mountPath, volumes) == nullptr) {
             paths.push_back(mountPath);
         }
     }

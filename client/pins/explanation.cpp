@@ -41,8 +41,7 @@ void FindSharers(Explanation& explanation) {
     for (const PinnedFile& listed : explanation.device.listed) {
         const uint64_t common = CountUnits(CommonRuns(listed.units, explanation.file.units));
         if (listed.entry.inode != explanation.file.file.inode && common > 0) {
-            explanation.sharers.push_back(
-                {PathOnVolume(listed.mountPath, listed.entry.relative), common});
+            explanation.sharers.push_back({ListedPath(listed), common});
         }
     }
 }
@@ -80,14 +79,7 @@ std::vector<Record> DescribeExtents(const std::vector<FileMappingEntry>& extents
 void AddExtents(const Explanation& explanation, Record& record) {
     const std::vector<Record> extents = DescribeExtents(explanation.file.file.extents);
     const size_t shown = std::min(extents.size(), kExtentsShown);
-    Json::Value runs(Json::arrayValue);
-    for (const UnitRun& run : explanation.file.units) {
-        Json::Value pair(Json::arrayValue);
-        pair.append(Json::UInt64{run.first});
-        pair.append(Json::UInt64{run.last});
-        runs.append(pair);
-    }
-    record.Add("unitRuns", runs);
+    record.Add("unitRuns", RunsToJson(explanation.file.units));
     // The text shows the first of them, the JSON form all.
     record.List("extents", {extents.begin(), extents.begin() + static_cast<ptrdiff_t>(shown)},
                 Layout::kHeadedRows);
@@ -200,7 +192,7 @@ Record DescribeExplanation(const Explanation& explanation) {
         record.Row("shares", Counted(sharer.units, "unit") + " with " + Printable(sharer.path));
     }
     record.List("shares", sharers);
-    record.Add("whyNotResident", why.empty() ? Json::Value() : Json::Value(why));
+    record.Add("whyNotResident", IfAny(why));
     if (!why.empty()) {
         record.Row("not resident", why);
     }

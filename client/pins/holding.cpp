@@ -11,28 +11,8 @@ namespace client {
 
 namespace {
 
-// The files of one volume.
-struct Group {
-    const Volume* volume;
-    std::vector<FileRef> files;
-};
-
-std::vector<Group> GroupByVolume(const std::vector<FileRef>& files) {
-    std::vector<Group> groups;
-    for (const FileRef& file : files) {
-        auto group = std::find_if(groups.begin(), groups.end(), [&file](const Group& known) {
-            return known.volume == file.volume;
-        });
-        if (group == groups.end()) {
-            group = groups.insert(groups.end(), {file.volume, {}});
-        }
-        group->files.push_back(file);
-    }
-    return groups;
-}
-
 // The listed ones of the group's files, by inode, as they lie now.
-std::map<uint32_t, PinnedFile> ListedOf(const ConfigState& state, const Group& group) {
+std::map<uint32_t, PinnedFile> ListedOf(const ConfigState& state, const VolumeFiles& group) {
     std::set<uint32_t> inodes;
     std::vector<StoredFile> entries;
     std::map<uint32_t, PinnedFile> listed;
@@ -57,7 +37,7 @@ std::string WhyNotPinned(const VolumeView& view, const PinnedFile* pinned) {
     if (pinned == nullptr) {
         return "is not on the service's list: its request was dropped, the service's log says why";
     }
-    if (pinned->fate != Fate::kThere && pinned->fate != Fate::kRenamed) {
+    if (!IsFound(*pinned)) {
         return std::string(FateName(pinned->fate)) + ": " + pinned->why;
     }
     const uint64_t wanted = view.bits.RoomFor(pinned->units);
@@ -88,7 +68,7 @@ void CountAbsent(const VolumeView& view, const UnitSet& written, Holding& holdin
     }
 }
 
-Holding HoldingOfPinned(const ConfigState& state, const Group& group) {
+Holding HoldingOfPinned(const ConfigState& state, const VolumeFiles& group) {
     const VolumeView view = LookAt(*group.volume);
     const std::map<uint32_t, PinnedFile> listed = ListedOf(state, group);
     UnitSet all(view.bits.Bytes().size());
@@ -136,7 +116,7 @@ std::string WhyNotUnpinned(const DeviceState& device, const UnitSet& driverSurpl
     return "";
 }
 
-Holding HoldingOfUnpinned(const DeviceState& device, const Group& group) {
+Holding HoldingOfUnpinned(const DeviceState& device, const VolumeFiles& group) {
     const UnitSet driverSurplus = device.view.residency.pinned.Without(device.needed);
     UnitSet all(device.view.bits.Bytes().size());
     Holding holding;
@@ -158,7 +138,7 @@ Holding HoldingOfUnpinned(const DeviceState& device, const Group& group) {
 
 std::vector<Holding> HoldingAfterPin(const ConfigState& state, const std::vector<FileRef>& files) {
     std::vector<Holding> holdings;
-    for (const Group& group : GroupByVolume(files)) {
+    for (const VolumeFiles& group : GroupByVolume(files)) {
         holdings.push_back(HoldingOfPinned(state, group));
     }
     return holdings;
@@ -167,7 +147,7 @@ std::vector<Holding> HoldingAfterPin(const ConfigState& state, const std::vector
 std::vector<Holding> HoldingAfterUnpin(const ConfigState& state, const std::vector<FileRef>& files,
                                        const std::vector<Volume>& volumes) {
     std::vector<Holding> holdings;
-    for (const Group& group : GroupByVolume(files)) {
+    for (const VolumeFiles& group : GroupByVolume(files)) {
         holdings.push_back(HoldingOfUnpinned(ReadDevice(state, *group.volume, volumes), group));
     }
     return holdings;
@@ -185,7 +165,6 @@ Record DescribeHolding(const Holding& holding, const std::string& done) {
                               (good ? "" : " of " + std::to_string(holding.files)) +
                               (holding.files == 1 ? " file, " : " files, ");
     Record record;
-    std::vector<Record> wrong;
     record.Headline(
         Toned(Tone::kStrong, Printable(holding.volume)) + ": " +
         Toned(good ? Tone::kGood : Tone::kBad, done + " " + count + HumanBytes(holding.bytes)));
@@ -199,13 +178,12 @@ Record DescribeHolding(const Holding& holding, const std::string& done) {
                     ": " + holding.whyAbsent);
     }
     for (const Unmet& unmet : holding.wrong) {
-        Record item;
-        item.Add("path", unmet.path).Add("reason", unmet.reason);
-        wrong.push_back(item);
         record.Line(Toned(Tone::kBad, "not " + done) + " " + Printable(unmet.path) + ": " +
                     unmet.reason);
     }
-    return record.List("wrong", wrong);
+    return record.List("wrong", RecordsOf(holding.wrong, [](const Unmet& unmet) {
+                           return Record().Add("path", unmet.path).Add("reason", unmet.reason);
+                       }));
 }
 
 }  // namespace client

@@ -15,10 +15,6 @@ namespace client {
 
 namespace {
 
-std::string DirectoryOf(const std::string& path) {
-    return path.substr(0, path.find_last_of('/'));
-}
-
 void Settle(PinnedFile& pinned, Fate fate, const std::string& why) {
     pinned.fate = fate;
     pinned.why = why;
@@ -61,7 +57,7 @@ std::string WhyHidden(std::string path, const std::string& mountPath, dev_t devi
 // begins with it.
 bool FindBehindCut(const std::string& path, const Volume& volume, PinnedFile& pinned) {
     std::vector<std::string> names;
-    const std::string cut = path.substr(path.find_last_of('/') + 1);
+    const std::string cut = NameOf(path);
     ListNames(DirectoryOf(path), names);
     for (const std::string& name : names) {
         const std::string found = DirectoryOf(path) + "/" + name;
@@ -138,6 +134,14 @@ const char* FateName(Fate fate) {
     return "";
 }
 
+std::string ListedPath(const PinnedFile& pinned) {
+    return PathOnVolume(pinned.mountPath, pinned.entry.relative);
+}
+
+bool IsFound(const PinnedFile& pinned) {
+    return pinned.fate == Fate::kThere || pinned.fate == Fate::kRenamed;
+}
+
 std::vector<PinnedFile> InspectAtPaths(const std::vector<StoredFile>& entries,
                                        const Volume& volume) {
     std::vector<PinnedFile> all = UnmountedEntries(entries, volume.mountPath);
@@ -187,11 +191,10 @@ std::vector<PinnedFile> UnmountedEntries(const std::vector<StoredFile>& entries,
 }
 
 void MapPinned(PinnedFile& pinned, Mapper& mapper) {
-    if (pinned.fate != Fate::kThere && pinned.fate != Fate::kRenamed) {
+    if (!IsFound(pinned)) {
         return;
     }
-    if (mapper.MapFresh(pinned.file.volume->mountPath, pinned.file.relative, pinned.file.inode,
-                        pinned.file.extents) == MapOutcome::kFailed) {
+    if (mapper.Map(pinned.file) == MapOutcome::kFailed) {
         Settle(pinned, Fate::kUnknown, "its extents cannot be read");
         return;
     }

@@ -35,6 +35,12 @@ struct PinnedFile {
     std::string why;  // explains the fate, as the rest of a sentence; empty when there
 };
 
+// Returns the absolute path that it is listed by.
+std::string ListedPath(const PinnedFile& pinned);
+
+// Whether it is known where the file lies: it is there, or was renamed.
+bool IsFound(const PinnedFile& pinned);
+
 // Looks for the files of entries that are listed under the volume's mount path. Searches the whole
 // volume, once, when any of them does not lie at its path.
 std::vector<PinnedFile> InspectEntries(const std::vector<StoredFile>& entries,

@@ -3,6 +3,9 @@
 
 #include <stdio.h>
 
+#include <algorithm>
+#include <iterator>
+
 #include "client/show/output.h"
 #include "client/volume/volume_view.h"
 
@@ -10,47 +13,42 @@ namespace client {
 
 namespace {
 
-Price& PriceFor(std::vector<Price>& prices, const std::string& volume) {
-    for (Price& price : prices) {
-        if (price.volume == volume) {
-            return price;
-        }
-    }
-    prices.emplace_back();
-    prices.back().volume = volume;
-    return prices.back();
+std::vector<FileRef> FilesOn(const Volume& volume, const std::vector<FileRef>& files) {
+    std::vector<FileRef> found;
+    std::copy_if(files.begin(), files.end(), std::back_inserter(found),
+                 [&volume](const FileRef& file) { return file.volume == &volume; });
+    return found;
 }
 
-UnitRuns RunsOn(const std::vector<FileRef>& files, const std::string& volume) {
-    std::vector<FileMappingEntry> extents;
-    for (const FileRef& file : files) {
-        if (file.volume->mountPath == volume) {
-            extents.insert(extents.end(), file.extents.begin(), file.extents.end());
-        }
-    }
-    return RunsOf(extents);
-}
-
-// Fills what depends on the volume's bitmap and cache.
-void CompareWithVolume(bool pin, const Volume& volume, const UnitRuns& units,
-                       const UnitRuns& repinned, Price& price) {
+// Prices the files of one volume.
+Price PriceOn(const Volume& volume, bool pin, const std::vector<FileRef>& files,
+              const std::vector<FileRef>& repinned) {
     const VolumeView view = LookAt(volume);
+    const std::vector<FileMappingEntry> extents = ExtentsOf(files);
+    const UnitRuns units = RunsOf(extents);
     UnitSet then = view.bits;
     UnitSet own(view.bits.Bytes().size());
     own.Put(units);
-    price.units = CountUnits(units);
-    price.withoutBit = price.units - own.Count();
-    price.unitsSet = view.bits.CountIn(units);
-    price.pinnedNow = view.bits.Count();
     if (pin) {
         then.Put(units);
     } else {
         // In this order, as the service does it: the unpin clears a shared unit, the repin sets it.
         then = then.Without(own);
-        then.Put(repinned);
+        then.Put(RunsOf(ExtentsOf(repinned)));
     }
+    Price price;
+    price.volume = volume.mountPath;
+    price.files = files.size();
+    price.extents = extents.size();
+    price.bytes = BytesOf(extents);
+    price.units = CountUnits(units);
+    price.unitsSet = view.bits.CountIn(units);
+    price.withoutBit = price.units - own.Count();
+    price.pinnedNow = view.bits.Count();
     price.pinnedThen = then.Count();
     price.cacheSize = view.residency.cacheSize;
+    price.repinnedFiles = repinned.size();
+    return price;
 }
 
 std::string Share(uint64_t units, uint64_t cacheSize) {
@@ -77,26 +75,11 @@ std::string CacheText(const Price& price) {
 std::vector<Price> PriceOf(bool pin, const std::vector<FileRef>& files,
                            const std::vector<FileRef>& repinned) {
     std::vector<Price> prices;
-    std::vector<const Volume*> volumes;
-    for (const FileRef& file : files) {
-        Price& price = PriceFor(prices, file.volume->mountPath);
-        if (prices.size() > volumes.size()) {
-            volumes.push_back(file.volume);
-        }
-        ++price.files;
-        price.extents += file.extents.size();
-        price.bytes += BytesOf(file.extents);
-    }
-    for (const FileRef& file : repinned) {
-        Price& price = PriceFor(prices, file.volume->mountPath);
-        if (prices.size() > volumes.size()) {
-            volumes.push_back(file.volume);
-        }
-        ++price.repinnedFiles;
-    }
-    for (size_t i = 0; i < prices.size(); ++i) {
-        CompareWithVolume(pin, *volumes[i], RunsOn(files, prices[i].volume),
-                          RunsOn(repinned, prices[i].volume), prices[i]);
+    std::vector<FileRef> all = files;
+    all.insert(all.end(), repinned.begin(), repinned.end());
+    for (const VolumeFiles& group : GroupByVolume(all)) {
+        const Volume& volume = *group.volume;
+        prices.push_back(PriceOn(volume, pin, FilesOn(volume, files), FilesOn(volume, repinned)));
     }
     return prices;
 }

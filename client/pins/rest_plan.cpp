@@ -12,7 +12,7 @@ namespace {
 // Decides what becomes of one entry. Returns whether it changes; `entries` gets what is kept.
 bool PlanEntry(const PinnedFile& pinned, const Followers& followers,
                std::vector<StoredFile>& entries, ListPlan& plan) {
-    const std::string path = PathOnVolume(pinned.mountPath, pinned.entry.relative);
+    const std::string path = ListedPath(pinned);
     const std::string start = Printable(path) + ": " + FateName(pinned.fate);
     const auto follower = followers.find(path);
     switch (pinned.fate) {

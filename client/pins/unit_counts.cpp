@@ -15,6 +15,17 @@ UnitCounts CountUnits(const VolumeView& view, const UnitSet& units) {
     return counts;
 }
 
+Json::Value RunsToJson(const UnitRuns& runs) {
+    Json::Value list(Json::arrayValue);
+    for (const UnitRun& run : runs) {
+        Json::Value pair(Json::arrayValue);
+        pair.append(Json::UInt64{run.first});
+        pair.append(Json::UInt64{run.last});
+        list.append(pair);
+    }
+    return list;
+}
+
 void AddCounts(const UnitCounts& counts, Record& record) {
     std::string text = std::to_string(counts.units) + ", set " + std::to_string(counts.set);
     if (counts.cacheTells) {

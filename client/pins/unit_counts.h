@@ -21,6 +21,9 @@ struct UnitCounts {
 
 UnitCounts CountUnits(const VolumeView& view, const UnitSet& units);
 
+// Returns an array of pairs, the first and the last unit of each run.
+Json::Value RunsToJson(const UnitRuns& runs);
+
 // Adds the counts as "units", "unitsSet", "unitsWithDriver" and "unitsResident", and in words.
 void AddCounts(const UnitCounts& counts, Record& record);
 

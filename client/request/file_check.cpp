@@ -2,11 +2,11 @@
 #include "client/request/file_check.h"
 
 #include <errno.h>
-#include <limits.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
-#include <unistd.h>
+
+#include <filesystem>
 
 #include "client/show/output.h"
 #include "client/show/text.h"
@@ -29,19 +29,15 @@ std::string TooLong(const char* what, size_t length, size_t most) {
            " characters long; the service takes " + std::to_string(most);
 }
 
-std::string LinkTarget(const std::string& path) {
-    char target[PATH_MAX];
-    const ssize_t length = readlink(path.c_str(), target, sizeof(target));
-    return length < 0 ? "?" : std::string(target, static_cast<size_t>(length));
-}
-
 // Returns why no request can name what has this status, empty when it is a regular file.
 std::string WhyNotRegular(const std::string& given, const struct stat& status) {
     if (S_ISREG(status.st_mode)) {
         return "";
     }
     if (S_ISLNK(status.st_mode)) {
-        return "is a symbolic link to " + Printable(LinkTarget(given)) +
+        std::error_code error;
+        const std::string target = std::filesystem::read_symlink(given, error).string();
+        return "is a symbolic link to " + Printable(error ? "?" : target) +
                "; name the file that it leads to";
     }
     return S_ISDIR(status.st_mode) ? "is a directory; -r takes the files below it"
@@ -50,28 +46,16 @@ std::string WhyNotRegular(const std::string& given, const struct stat& status) {
 
 // Stores the path with its directory resolved and its last component as it is.
 bool ResolveDirectory(const std::string& given, std::string& path) {
-    const size_t slash = given.find_last_of('/');
-    const std::string directory = slash == std::string::npos ? "." : given.substr(0, slash + 1);
-    const std::string name = slash == std::string::npos ? given : given.substr(slash + 1);
-    const CString resolved(realpath(directory.c_str(), nullptr));
+    const CString resolved(realpath(DirectoryOf(given).c_str(), nullptr));
     if (!resolved) {
         return false;
     }
     path = resolved.get();
-    path += (path == "/" ? "" : "/") + name;
+    path += (path == "/" ? "" : "/") + NameOf(given);
     return true;
 }
 
 }  // namespace
-
-std::vector<Record> DescribeRefusals(const std::vector<Refusal>& refusals) {
-    std::vector<Record> records;
-    for (const Refusal& refusal : refusals) {
-        records.emplace_back();
-        records.back().Add("path", refusal.path).Add("reason", refusal.reason);
-    }
-    return records;
-}
 
 std::string WhyNotMountPath(const std::string& mountPath) {
     if (mountPath.empty()) {

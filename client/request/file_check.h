@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "client/show/report.h"
 #include "client/volume/file_ref.h"
 
 namespace client {
@@ -18,9 +17,6 @@ struct Refusal {
     std::string path;  // as it was given
     std::string reason;
 };
-
-// Describes the refusals; they show in JSON only.
-std::vector<Record> DescribeRefusals(const std::vector<Refusal>& refusals);
 
 // Returns why the service could not store a file with this mount path and relative path; empty when
 // it can.

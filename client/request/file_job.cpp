@@ -10,27 +10,16 @@ namespace client {
 
 namespace {
 
-// Answers for each volume once whether it keeps pins.
-class CacheQuestion {
-  public:
-    bool KeepsPins(const Volume& volume) {
-        const auto known = answers_.find(&volume);
-        return known != answers_.end() ? known->second
-                                       : (answers_[&volume] = VolumeKeepsPins(volume));
-    }
-
-  private:
-    std::map<const Volume*, bool> answers_;
-};
-
 // Moves to the refusals what lies right and still cannot be served.
 void RefuseUnservable(FileJob& job) {
-    CacheQuestion caches;
+    std::map<const Volume*, bool> keepsPins;  // each volume is asked once
     Mapper mapper;
     std::vector<FileRef> kept;
     for (FileRef& file : job.list.files) {
         std::string why;
-        if (!caches.KeepsPins(*file.volume)) {
+        const auto [keeps, isNew] = keepsPins.insert({file.volume, false});
+        keeps->second = isNew ? VolumeKeepsPins(*file.volume) : keeps->second;
+        if (!keeps->second) {
             // The service would drop the request and forget all that is pinned on the volume.
             why = "its volume " + Printable(file.volume->mountPath) +
                   " has no cache that keeps pins now";
@@ -57,7 +46,7 @@ void SayRefusals(const FileList& list) {
 }  // namespace
 
 bool MapForRequest(Mapper& mapper, FileRef& file, std::string& why) {
-    switch (mapper.MapFresh(file.volume->mountPath, file.relative, file.inode, file.extents)) {
+    switch (mapper.Map(file)) {
         case MapOutcome::kMapped:
             return true;
         case MapOutcome::kNothing:

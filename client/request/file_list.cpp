@@ -14,8 +14,7 @@
 
 #include "client/show/output.h"
 #include "client/volume/directory_walk.h"
-#include "util/scoped.h"
-#include "util/space.h"
+#include "client/volume/volume_view.h"
 
 namespace client {
 
@@ -51,8 +50,7 @@ class Collector {
 
 // The service's own file is taken only when it is named.
 bool IsBitmapFile(const FileRef& file) {
-    const CString bitmap(BitmapPathByDirectory(file.volume->mountPath.c_str()));
-    return bitmap && PathOnVolume(file.volume->mountPath, file.relative) == bitmap.get();
+    return PathOnVolume(file.volume->mountPath, file.relative) == BitmapPathOf(*file.volume);
 }
 
 void Collector::TakeFile(const std::string& path, bool named) {

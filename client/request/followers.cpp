@@ -15,7 +15,7 @@ Followers FindFollowers(const std::vector<DeviceState>& devices,
             if (pinned.fate != Fate::kReplaced) {
                 continue;
             }
-            const std::string path = PathOnVolume(pinned.mountPath, pinned.entry.relative);
+            const std::string path = ListedPath(pinned);
             Follower& follower = followers[path];
             if (ExamineFile(path, volumes, follower.file, follower.why)) {
                 MapForRequest(mapper, follower.file, follower.why);

@@ -54,20 +54,6 @@ std::vector<std::string> Split(const std::string& list) {
     return entries;
 }
 
-std::vector<const Volume*> VolumesOf(const std::vector<FileRef>& files) {
-    std::vector<const Volume*> volumes;
-    for (const FileRef& file : files) {
-        bool known = false;
-        for (const Volume* const volume : volumes) {
-            known = known || volume == file.volume;
-        }
-        if (!known) {
-            volumes.push_back(file.volume);
-        }
-    }
-    return volumes;
-}
-
 }  // namespace
 
 std::string StoredEntry(const std::string& relative, uint32_t inode) {
@@ -76,12 +62,10 @@ std::string StoredEntry(const std::string& relative, uint32_t inode) {
 
 std::vector<Message> PackFiles(RequestType type, const std::vector<FileRef>& files) {
     std::vector<Message> all;
-    for (const Volume* const volume : VolumesOf(files)) {
+    for (const VolumeFiles& group : GroupByVolume(files)) {
         std::vector<Message> messages;
-        for (const FileRef& file : files) {
-            if (file.volume == volume) {
-                AddFile(type, file, messages);
-            }
+        for (const FileRef& file : group.files) {
+            AddFile(type, file, messages);
         }
         all.insert(all.end(), messages.begin(), messages.end());
     }

@@ -19,10 +19,9 @@ constexpr double kRetryPause = 0.02;  // seconds between two tries at a full que
 // A request can be sent while nobody takes it: it waits in the queue. That should not surprise.
 void WarnWhenNobodyListens() {
     const std::vector<ServiceProcess> services = FindServices();
-    for (const ServiceProcess& service : services) {
-        if (service.intakeAlive) {
-            return;
-        }
+    if (std::any_of(services.begin(), services.end(),
+                    [](const ServiceProcess& service) { return service.intakeAlive; })) {
+        return;
     }
     Say(services.empty()
             ? "warning: the service does not run here; requests wait in the queue for its start"

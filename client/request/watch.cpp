@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <map>
+#include <optional>
 #include <set>
 
 #include "client/service/queue.h"
@@ -29,12 +30,12 @@ class Observer {
     Observer(std::vector<Watched>& requests, const WaitOptions& options)
         : requests_(requests), options_(options) {}
 
-    // Looks once. Returns false, with an exit status, when there is nothing left to wait for.
-    bool Look(int& status);
+    // Looks once. Returns an exit status when there is nothing left to wait for.
+    std::optional<int> Look();
     ProgressView View();
 
   private:
-    bool ServiceWorks();
+    std::string WhyNotWorking();
     std::string DevicePath(const std::string& mountPath);
     const Watched* FirstQueued() const;
     void DescribeState(const Watched* first, bool reading, ProgressView& view) const;
@@ -51,7 +52,8 @@ class Observer {
     double firstSince_ = 0;
 };
 
-bool Observer::ServiceWorks() {
+// Why the service does no more about the requests; empty when it works.
+std::string Observer::WhyNotWorking() {
     if (service_.pid == 0) {
         const std::vector<ServiceProcess> services = FindServices();
         const auto ours =
@@ -59,33 +61,27 @@ bool Observer::ServiceWorks() {
                 return IsConfigOf(service, options_.configPath);
             });
         if (ours == services.end()) {
-            Say("the service does not run here; the requests wait until it is started");
-            return false;
+            return "the service does not run here; the requests wait until it is started";
         }
         service_ = *ours;
     }
     if (!RefreshService(service_)) {
-        Say("the service has ended; what it has not finished waits until it is started again");
-        return false;
+        return "the service has ended; what it has not finished waits until it is started again";
     }
     const auto unseen = [](const Watched& request) { return request.state == WatchState::kUnseen; };
     if (!service_.intakeAlive && std::any_of(requests_.begin(), requests_.end(), unseen)) {
-        Say("the service takes no more requests: its intake has stopped; doctor may tell why");
-        return false;
+        return "the service takes no more requests: its intake has stopped; doctor may tell why";
     }
-    if (!service_.workerAlive) {
-        Say("the service carries out no more requests: its worker has ended; doctor may tell why");
-        return false;
-    }
-    return true;
+    return service_.workerAlive ? ""
+                                : "the service carries out no more requests: its worker has "
+                                  "ended; doctor may tell why";
 }
 
-bool Observer::Look(int& status) {
+std::optional<int> Observer::Look() {
     std::string why;
     if (!ReadConfigState(options_.configPath, state_, why)) {
         Say(why);
-        status = kExitNoService;
-        return false;
+        return kExitNoService;
     }
     // A message that is just being stored is neither in the queue nor in the file, so the file is
     // believed only when it shows the same number as at the look before.
@@ -96,14 +92,14 @@ bool Observer::Look(int& status) {
     quietNumber_ = empty ? state_.nextNumber : -1;
     const auto left = [](const Watched& request) { return request.state == WatchState::kLeft; };
     if (std::all_of(requests_.begin(), requests_.end(), left)) {
-        status = kExitDone;
-        return false;
+        return kExitDone;
     }
-    if (!ServiceWorks()) {
-        status = kExitNoService;
-        return false;
+    why = WhyNotWorking();
+    if (!why.empty()) {
+        Say(why);
+        return kExitNoService;
     }
-    return true;
+    return std::nullopt;
 }
 
 std::string Observer::DevicePath(const std::string& mountPath) {
@@ -195,8 +191,8 @@ int WaitForRequests(std::vector<Watched>& requests, const WaitOptions& options) 
     const SignalNote note;
     const Poll poll(kLookPause, options.timeout > 0 ? options.timeout : kNoLimit, &note);
     Progress progress;
-    int status = kExitDone;
-    while (observer.Look(status)) {
+    std::optional<int> status;
+    while (!(status = observer.Look())) {
         progress.Show(observer.View());
         if (!poll.Again()) {
             progress.Finish();
@@ -206,7 +202,7 @@ int WaitForRequests(std::vector<Watched>& requests, const WaitOptions& options) 
         }
     }
     progress.Finish();
-    return status;
+    return *status;
 }
 
 }  // namespace client

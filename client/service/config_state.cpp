@@ -7,13 +7,12 @@
 #include <string.h>
 
 #include <algorithm>
-#include <fstream>
-#include <memory>
 #include <set>
 #include <sstream>
 
 #include "client/show/output.h"
 #include "client/show/poll.h"
+#include "client/show/text.h"
 #include "util/request.h"
 #include "util/stored_format.h"
 
@@ -27,29 +26,6 @@ constexpr double kReadLimit = 1;
 // Members of a value that may be null or of another kind.
 std::string TextOf(const Json::Value& value) {
     return value.isString() ? value.asString() : "";
-}
-
-bool ParseJson(const std::string& text, Json::Value& document) {
-    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    try {  // nesting too deep is reported by an exception
-        return reader->parse(text.data(), text.data() + text.size(), &document, nullptr) &&
-               (document.isObject() || document.isNull());
-    } catch (const std::exception&) {
-        return false;
-    }
-}
-
-// Returns 0, or the errno that the file could not be read with.
-int ReadText(const std::string& path, std::string& text) {
-    errno = 0;
-    std::ifstream file(path);
-    if (!file.is_open()) {
-        return errno != 0 ? errno : EIO;
-    }
-    std::ostringstream all;
-    all << file.rdbuf();
-    text = all.str();
-    return 0;
 }
 
 void TakeRequest(const std::string& number, const Json::Value& requests, ConfigState& state) {
@@ -121,7 +97,7 @@ bool ReadConfigState(const std::string& path, ConfigState& state, std::string& w
             why = "configuration file " + Printable(path) + ": " + strerror(error);
             return false;
         }
-        if (ParseJson(text, document)) {
+        if (ParseJson(text, document) && (document.isObject() || document.isNull())) {
             break;
         }
         if (!poll.Again()) {

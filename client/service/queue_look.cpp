@@ -56,23 +56,6 @@ std::string Shortened(const std::string& text) {
     return text.size() <= kMost ? text : text.substr(0, kMost) + "...";
 }
 
-const char* VerbOf(int32_t type) {
-    switch (type) {
-        case kRequestPinFiles:
-            return "pin";
-        case kRequestUnpinFiles:
-            return "unpin";
-        case kRequestAddPendingSpace:
-            return "pend";
-        case kRequestRemovePendingSpace:
-            return "release";
-        case kRequestReloadPinBlocks:
-            return "reload";
-        default:
-            return "no known request,";
-    }
-}
-
 // Why the service could not store a pin or unpin request with these fields; empty when it can.
 std::string WhyNotStored(const std::string& mountPath, const std::string& data) {
     if (data.empty()) {
@@ -91,21 +74,26 @@ std::string WhyNotStored(const std::string& mountPath, const std::string& data) 
     return "";
 }
 
-// Fills what follows from the message's body.
-void Judge(const MessageBuffer& buffer, WaitingMessage& message) {
+// Returns the message in the buffer, judged by its body, which has that many bytes.
+WaitingMessage Judge(const MessageBuffer& buffer, ssize_t bytes) {
+    WaitingMessage message;
     Request request = {};
+    message.mtype = buffer.Type();
+    message.bytes = static_cast<size_t>(bytes);
     memcpy(&request, buffer.Body(), std::min(message.bytes, sizeof(request)));
     const std::string mountPath = FieldText(request.mountPath, sizeof(request.mountPath));
     const std::string data = FieldText(request.data, sizeof(request.data));
     const bool pending =
         request.type == kRequestAddPendingSpace || request.type == kRequestRemovePendingSpace;
-    message.what = std::string(VerbOf(request.type)) + " " + Shortened(Printable(mountPath));
+    const char* const verb = VerbOf(request.type);
+    message.what = std::string(verb != nullptr ? verb : "no known request,") + " " +
+                   Shortened(Printable(mountPath));
     if (message.mtype != kRequestMsgType) {
         message.ignored = true;
         message.problem = "is of message type " + std::to_string(message.mtype) +
                           ", which the service never reads: it takes room for ever";
     } else if (message.bytes > sizeof(Request)) {
-        message.blocks = true;
+        message.endsIntake = true;
         message.problem = "has " + std::to_string(message.bytes) +
                           " bytes, more than a request: it ends the intake at every start";
     } else if (!pending) {
@@ -120,9 +108,34 @@ void Judge(const MessageBuffer& buffer, WaitingMessage& message) {
                           " bytes, less than a request: the service reads the message before it "
                           "behind its end";
     }
+    return message;
+}
+
+// The first message that the service would receive.
+std::vector<WaitingMessage>::iterator FirstForService(std::vector<WaitingMessage>& messages) {
+    return std::find_if(messages.begin(), messages.end(), [](const WaitingMessage& message) {
+        return message.mtype == kRequestMsgType;
+    });
 }
 
 }  // namespace
+
+const char* VerbOf(int32_t type) {
+    switch (type) {
+        case kRequestPinFiles:
+            return "pin";
+        case kRequestUnpinFiles:
+            return "unpin";
+        case kRequestAddPendingSpace:
+            return "pend";
+        case kRequestRemovePendingSpace:
+            return "release";
+        case kRequestReloadPinBlocks:
+            return "reload";
+        default:
+            return nullptr;
+    }
+}
 
 bool LookAtMessages(int queue, std::vector<WaitingMessage>& messages, std::string& why) {
     MessageBuffer buffer;
@@ -131,33 +144,27 @@ bool LookAtMessages(int queue, std::vector<WaitingMessage>& messages, std::strin
         const ssize_t bytes = msgrcv(queue, buffer.Data(), buffer.Room(), static_cast<long>(index),
                                      MSG_COPY | IPC_NOWAIT | MSG_NOERROR);
         if (bytes < 0 && errno == ENOMSG) {
-            return true;
+            break;
         }
         if (bytes < 0) {
             why = std::string("messages cannot be looked at: ") + strerror(errno);
             return false;
         }
-        WaitingMessage message;
-        message.mtype = buffer.Type();
-        message.bytes = static_cast<size_t>(bytes);
-        Judge(buffer, message);
-        messages.push_back(message);
+        messages.push_back(Judge(buffer, bytes));
+        messages.back().removable = messages.back().ignored;
+    }
+    const auto first = FirstForService(messages);
+    if (first != messages.end()) {
+        first->removable = first->endsIntake;
     }
     return true;
-}
-
-size_t FirstForService(const std::vector<WaitingMessage>& messages) {
-    const auto first = std::find_if(
-        messages.begin(), messages.end(),
-        [](const WaitingMessage& message) { return message.mtype == kRequestMsgType; });
-    return static_cast<size_t>(first - messages.begin());
 }
 
 bool MessagesStandStill(int queue) {
     std::vector<WaitingMessage> messages;
     std::string why;
     struct msqid_ds before = {};
-    if (!LookAtMessages(queue, messages, why) || FirstForService(messages) == messages.size() ||
+    if (!LookAtMessages(queue, messages, why) || FirstForService(messages) == messages.end() ||
         msgctl(queue, IPC_STAT, &before) != 0) {
         return false;
     }
@@ -179,12 +186,9 @@ bool TakeAwayBad(int queue, std::vector<std::string>& taken, std::string& why) {
         if (!LookAtMessages(queue, messages, why)) {
             return false;
         }
-        const size_t first = FirstForService(messages);
-        auto bad = std::find_if(messages.begin(), messages.end(),
-                                [](const WaitingMessage& message) { return message.ignored; });
-        if (first < messages.size() && (messages[first].blocks || messages[first].endsIntake)) {
-            bad = messages.begin() + static_cast<ptrdiff_t>(first);
-        }
+        const auto bad =
+            std::find_if(messages.begin(), messages.end(),
+                         [](const WaitingMessage& message) { return message.removable; });
         if (bad == messages.end()) {
             return true;
         }
@@ -194,11 +198,8 @@ bool TakeAwayBad(int queue, std::vector<std::string>& taken, std::string& why) {
             why = std::string("a message cannot be taken away: ") + strerror(errno);
             return false;
         }
-        WaitingMessage gone;
-        gone.mtype = buffer.Type();
-        gone.bytes = static_cast<size_t>(bytes);
-        Judge(buffer, gone);
-        if (!gone.ignored && !gone.blocks && !gone.endsIntake) {
+        const WaitingMessage gone = Judge(buffer, bytes);
+        if (!gone.ignored && !gone.endsIntake) {
             // A service that was just started took the bad one first: this one is good.
             msgsnd(queue, buffer.Data(), gone.bytes, IPC_NOWAIT);
             return true;

@@ -4,7 +4,6 @@
 #include <ctype.h>
 #include <errno.h>
 #include <getopt.h>
-#include <limits.h>
 #include <pwd.h>
 #include <stdlib.h>
 #include <string.h>
@@ -13,11 +12,11 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <set>
 #include <sstream>
 
 #include "client/show/output.h"
+#include "client/show/text.h"
 #include "client/volume/volume_view.h"
 
 namespace client {
@@ -28,17 +27,16 @@ constexpr char kProgramName[] = "quorcachepinfiled";
 constexpr char kPackagedConfig[] = "/var/lib/quorcachepinfiled/quorcachepinfile.conf";
 constexpr size_t kCommLength = 15;  // the kernel keeps so many characters of a program's name
 
+// What a file or a link of /proc holds; empty when it cannot be read.
 std::string ReadAll(const std::string& path) {
-    std::ifstream file(path);
-    std::ostringstream all;
-    all << file.rdbuf();
-    return all.str();
+    std::string text;
+    ReadText(path, text);
+    return text;
 }
 
 std::string ReadLink(const std::string& path) {
-    char target[PATH_MAX];
-    const ssize_t length = readlink(path.c_str(), target, sizeof(target));
-    return length < 0 ? "" : std::string(target, static_cast<size_t>(length));
+    std::error_code error;
+    return std::filesystem::read_symlink(path, error).string();
 }
 
 // Returns the numbers that name entries of a directory of /proc, sorted.
@@ -103,15 +101,6 @@ std::string ConfigArgument(std::vector<std::string> arguments) {
     return path;
 }
 
-std::string DirectoryOf(const std::string& path) {
-    const size_t slash = path.find_last_of('/');
-    return slash == std::string::npos ? "." : path.substr(0, slash + 1);
-}
-
-std::string NameOf(const std::string& path) {
-    return path.substr(path.find_last_of('/') + 1);
-}
-
 bool IsMissing(const std::string& path) {
     struct stat status = {};
     return stat(path.c_str(), &status) != 0 && errno == ENOENT;
@@ -146,8 +135,7 @@ bool IsConfigOfAny(const std::vector<ServiceProcess>& services, const std::strin
 
 bool IsService(const std::string& task) {
     const std::vector<std::string> arguments = Arguments(task);
-    return !arguments.empty() &&
-           arguments[0].substr(arguments[0].find_last_of('/') + 1) == kProgramName;
+    return !arguments.empty() && NameOf(arguments[0]) == kProgramName;
 }
 
 }  // namespace

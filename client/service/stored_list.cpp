@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "client/show/output.h"
+#include "client/show/text.h"
 #include "util/json_file.h"
 #include "util/stored_format.h"
 
@@ -77,8 +78,7 @@ bool WriteAndVerify(const Json::Value& document, const std::string& path) {
 // Gives the new file the old one's mode and owner, and takes both to the disk in that order.
 bool TakeThePlace(const std::string& path, const std::string& fresh, int fd) {
     struct stat old = {};
-    const ScopedFd directory(open(path.substr(0, path.find_last_of('/') + 1).c_str(),
-                                  O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const ScopedFd directory(open(DirectoryOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     return directory.valid() && stat(path.c_str(), &old) == 0 &&
            fchown(fd, old.st_uid, old.st_gid) == 0 && fchmod(fd, old.st_mode & 07777U) == 0 &&
            fsync(fd) == 0 && rename(fresh.c_str(), path.c_str()) == 0 &&

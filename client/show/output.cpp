@@ -18,21 +18,8 @@ namespace {
 
 constexpr char kReset[] = "\033[0m";
 
-const char* ToneSequence(Tone tone) {
-    switch (tone) {
-        case Tone::kGood:
-            return "\033[32m";
-        case Tone::kBad:
-            return "\033[31m";
-        case Tone::kWarn:
-            return "\033[33m";
-        case Tone::kDim:
-            return "\033[2m";
-        case Tone::kStrong:
-            return "\033[1m";
-    }
-    return "";
-}
+// What switches the tones on, in their order.
+constexpr const char* kToneSequences[] = {"\033[32m", "\033[31m", "\033[33m", "\033[2m", "\033[1m"};
 
 bool HasColours(int fd) {
     const char* const noColor = getenv("NO_COLOR");
@@ -42,7 +29,9 @@ bool HasColours(int fd) {
 }
 
 std::string TonedOn(int fd, Tone tone, const std::string& text) {
-    return HasColours(fd) && !text.empty() ? ToneSequence(tone) + text + kReset : text;
+    return HasColours(fd) && !text.empty()
+               ? kToneSequences[static_cast<size_t>(tone)] + text + kReset
+               : text;
 }
 
 // Direction marks and controls reorder what stands around them.

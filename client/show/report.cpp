@@ -190,6 +190,10 @@ Json::Value IfKnown(bool known, uint64_t value) {
     return known ? Json::Value(Json::UInt64{value}) : Json::Value();
 }
 
+Json::Value IfAny(const std::string& text) {
+    return text.empty() ? Json::Value() : Json::Value(text);
+}
+
 Json::Value TextsToJson(const std::vector<std::string>& texts) {
     Json::Value list(Json::arrayValue);
     for (const std::string& text : texts) {

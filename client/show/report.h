@@ -82,6 +82,19 @@ class Record {
 // Returns the value, or null when it is not known.
 Json::Value IfKnown(bool known, uint64_t value);
 
+// Returns the text, or null when it is empty.
+Json::Value IfAny(const std::string& text);
+
+// Returns a record of each item, in order.
+template <typename Items, typename Describe>
+std::vector<Record> RecordsOf(const Items& items, const Describe& describe) {
+    std::vector<Record> records;
+    for (const auto& item : items) {
+        records.push_back(describe(item));
+    }
+    return records;
+}
+
 // Returns an array of the texts.
 Json::Value TextsToJson(const std::vector<std::string>& texts);
 

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "client/show/text.h"
 
-#include <json/json.h>
+#include <errno.h>
 
+#include <algorithm>
+#include <fstream>
 #include <memory>
+#include <sstream>
 
 namespace client {
 
@@ -72,11 +75,8 @@ bool SurvivesJson(const std::string& text) {
     // The same writer as the service's, so that whatever it does to a name is seen here.
     Json::Value document(Json::objectValue);
     document["text"] = text;
-    const std::string written = document.toStyledString();
-    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
     Json::Value back;
-    return reader->parse(written.data(), written.data() + written.size(), &back, nullptr) &&
-           back["text"].asString() == text;
+    return ParseJson(document.toStyledString(), back) && back["text"].asString() == text;
 }
 
 bool HasWhiteSpace(const std::string& text) {
@@ -85,6 +85,36 @@ bool HasWhiteSpace(const std::string& text) {
 
 bool StartsWith(const std::string& text, const std::string& start) {
     return text.compare(0, start.size(), start) == 0;
+}
+
+std::string DirectoryOf(const std::string& path) {
+    const size_t slash = path.find_last_of('/');
+    return slash == std::string::npos ? "." : path.substr(0, std::max<size_t>(slash, 1));
+}
+
+std::string NameOf(const std::string& path) {
+    return path.substr(path.find_last_of('/') + 1);
+}
+
+int ReadText(const std::string& path, std::string& text) {
+    errno = 0;
+    std::ifstream file(path);
+    if (!file.is_open()) {
+        return errno != 0 ? errno : EIO;
+    }
+    std::ostringstream all;
+    all << file.rdbuf();
+    text = all.str();
+    return 0;
+}
+
+bool ParseJson(const std::string& text, Json::Value& document) {
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    try {  // nesting too deep is reported by an exception
+        return reader->parse(text.data(), text.data() + text.size(), &document, nullptr);
+    } catch (const std::exception&) {
+        return false;
+    }
 }
 
 }  // namespace client

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
-// Small questions about texts.
+// Small questions about texts, and reading them.
 #pragma once
 
+#include <json/json.h>
 #include <stddef.h>
 #include <stdint.h>
 
@@ -24,5 +25,16 @@ bool SurvivesJson(const std::string& text);
 bool HasWhiteSpace(const std::string& text);
 
 bool StartsWith(const std::string& text, const std::string& start);
+
+// The two parts of a path: its directory without a trailing "/", "." when the path names none, and
+// its last component.
+std::string DirectoryOf(const std::string& path);
+std::string NameOf(const std::string& path);
+
+// Reads a whole file. Returns 0, or the errno that it could not be read with.
+int ReadText(const std::string& path, std::string& text);
+
+// Parses a JSON document. Returns false, with `document` in no known state, when it is none.
+bool ParseJson(const std::string& text, Json::Value& document);
 
 }  // namespace client

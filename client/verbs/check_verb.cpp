@@ -50,10 +50,7 @@ int Look(const CheckOptions& options, Scene& scene, Record& report) {
 }
 
 void Describe(const Scene& scene, const char* name, Record& report) {
-    std::vector<Record> records;
-    for (const DeviceState& device : scene.devices) {
-        records.push_back(DescribeDevice(device));
-    }
+    std::vector<Record> records = RecordsOf(scene.devices, DescribeDevice);
     for (const std::string& mountPath : scene.unmounted) {
         records.push_back(DescribeUnmounted(
             mountPath, UnmountedEntries(scene.service.state.pinned.at(mountPath), mountPath)));

@@ -123,26 +123,22 @@ void Examination::Messages() {
         Add("messages", Health::kDoubtful, why);
         return;
     }
-    const size_t first = FirstForService(messages);
-    size_t bad = 0;
+    bool bad = false;
     for (size_t i = 0; i < messages.size(); ++i) {
         const WaitingMessage& message = messages[i];
         if (message.problem.empty()) {
             continue;
         }
-        const bool removable =
-            message.ignored || (i == first && (message.blocks || message.endsIntake));
-        result_.badMessages = result_.badMessages || removable;
+        result_.badMessages = result_.badMessages || message.removable;
         Add("messages", Health::kBad,
             "message " + std::to_string(i + 1) + " of " + std::to_string(messages.size()) + " (" +
                 message.what + ") " + message.problem,
-            removable ? "doctor --fix takes it away, then start the service again"
-            : message.blocks || message.endsIntake
-                ? "doctor --fix takes it away once it is the first"
-                : "none: the service takes it, whatever comes of it");
-        ++bad;
+            message.removable    ? "doctor --fix takes it away, then start the service again"
+            : message.endsIntake ? "doctor --fix takes it away once it is the first"
+                                 : "none: the service takes it, whatever comes of it");
+        bad = true;
     }
-    if (bad == 0) {
+    if (!bad) {
         Add("messages", Health::kGood, "none that the service could not take");
     }
 }

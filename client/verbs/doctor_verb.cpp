@@ -19,31 +19,19 @@ namespace client {
 
 namespace {
 
-const char* HealthName(Health health) {
-    switch (health) {
-        case Health::kGood:
-            return "ok";
-        case Health::kDoubtful:
-            return "doubtful";
-        case Health::kBad:
-            return "bad";
-    }
-    return "";
-}
-
-Tone ToneOf(Health health) {
-    return health == Health::kGood  ? Tone::kGood
-           : health == Health::kBad ? Tone::kBad
-                                    : Tone::kWarn;
-}
+// How the kinds of health are shown, in their order.
+constexpr struct {
+    const char* name;
+    Tone tone;
+} kHealths[] = {{"ok", Tone::kGood}, {"doubtful", Tone::kWarn}, {"bad", Tone::kBad}};
 
 Record Describe(const Finding& finding) {
-    const char* const health = HealthName(finding.health);
+    const auto& health = kHealths[static_cast<size_t>(finding.health)];
     Record record;
-    record.Shown("health", health, "", Toned(ToneOf(finding.health), health))
+    record.Shown("health", health.name, "", Toned(health.tone, health.name))
         .Add("subject", finding.subject, "")
         .Add("text", finding.text, "")
-        .Add("remedy", finding.remedy.empty() ? Json::Value() : Json::Value(finding.remedy));
+        .Add("remedy", IfAny(finding.remedy));
     return finding.remedy.empty() ? record : record.Line("remedy: " + finding.remedy);
 }
 
@@ -100,7 +88,6 @@ int DoctorVerb(const DoctorOptions& options) {
     Record report;
     Diagnosis diagnosis = Examine(options.common);
     std::vector<std::string> done;
-    std::vector<Record> findings;
     if (options.fix && (diagnosis.badMessages || diagnosis.smallQueue)) {
         done = Fix(diagnosis);
         diagnosis = Examine(options.common);
@@ -108,10 +95,8 @@ int DoctorVerb(const DoctorOptions& options) {
     for (const std::string& line : done) {
         report.Line("fixed: " + line);
     }
-    for (const Finding& finding : diagnosis.findings) {
-        findings.push_back(Describe(finding));
-    }
-    report.Add("done", TextsToJson(done)).List("findings", findings, Layout::kRows);
+    report.Add("done", TextsToJson(done))
+        .List("findings", RecordsOf(diagnosis.findings, Describe), Layout::kRows);
     return Finish("doctor", report, options.common.json, ExitStatusOf(diagnosis));
 }
 

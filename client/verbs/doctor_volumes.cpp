@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The part of the examination that concerns volumes and their caches.
-#include <set>
-
+#include "client/pins/device_state.h"
 #include "client/request/file_check.h"
 #include "client/service/config_state.h"
 #include "client/show/output.h"
@@ -69,7 +68,6 @@ void ExamineVolumes(const std::string& configPath, std::vector<Finding>& finding
     std::vector<Volume> volumes;
     ConfigState state;
     std::string why;
-    std::set<std::string> seen;
     size_t others = 0;
     if (!configPath.empty()) {
         ReadConfigState(configPath, state, why);
@@ -80,19 +78,17 @@ void ExamineVolumes(const std::string& configPath, std::vector<Finding>& finding
     }
     for (const Volume& volume : volumes) {
         const VolumeView view = LookAt(volume);
-        seen.insert(volume.mountPath);
         if (Concerns(volume, view, state)) {
             ExamineVolume(volume, view, findings);
         } else {
             ++others;
         }
     }
-    for (const auto& [mountPath, files] : state.pinned) {
-        if (seen.count(mountPath) == 0) {
-            findings.push_back({"volume " + Printable(mountPath), Health::kBad,
-                                Counted(files.size(), "file") + " pinned, and it is not mounted",
-                                "mount it before the service meets a request for it"});
-        }
+    for (const std::string& path : UnmountedPaths(state, volumes)) {
+        findings.push_back(
+            {"volume " + Printable(path), Health::kBad,
+             Counted(state.pinned.at(path).size(), "file") + " pinned, and it is not mounted",
+             "mount it before the service meets a request for it"});
     }
     if (others > 0) {
         findings.push_back(

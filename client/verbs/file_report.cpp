@@ -10,17 +10,16 @@ namespace client {
 
 namespace {
 
-std::vector<Record> DescribeFiles(const std::vector<FileRef>& files) {
-    std::vector<Record> records;
-    for (const FileRef& file : files) {
-        records.emplace_back();
-        records.back()
-            .Add("path", file.path)
-            .Add("volume", file.volume->mountPath)
-            .Add("inode", file.inode)
-            .Add("size", Json::UInt64{file.size});
-    }
-    return records;
+Record DescribeFile(const FileRef& file) {
+    return Record()
+        .Add("path", file.path)
+        .Add("volume", file.volume->mountPath)
+        .Add("inode", file.inode)
+        .Add("size", Json::UInt64{file.size});
+}
+
+Record DescribeRefusal(const Refusal& refusal) {
+    return Record().Add("path", refusal.path).Add("reason", refusal.reason);
 }
 
 }  // namespace
@@ -28,14 +27,10 @@ std::vector<Record> DescribeFiles(const std::vector<FileRef>& files) {
 void AddJob(const FileJob& job, Record& report) {
     std::vector<Refusal> refusals = job.list.refusals;
     refusals.insert(refusals.end(), job.passedOver.begin(), job.passedOver.end());
-    std::vector<Record> entries;
-    for (const PinnedFile& pinned : job.entries) {
-        entries.push_back(DescribeEntry(pinned));
-    }
-    report.List("files", DescribeFiles(job.list.files))
-        .List("repinned", DescribeFiles(job.repinned))
-        .List("refused", DescribeRefusals(refusals))
-        .List("entries", entries)
+    report.List("files", RecordsOf(job.list.files, DescribeFile))
+        .List("repinned", RecordsOf(job.repinned, DescribeFile))
+        .List("refused", RecordsOf(refusals, DescribeRefusal))
+        .List("entries", RecordsOf(job.entries, DescribeEntry))
         .Add("notPinned", TextsToJson(job.notPinned))
         .Add("requests", Json::UInt64{job.messages.size()})
         .Add("sent", Json::UInt64{job.sent});

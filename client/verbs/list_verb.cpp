@@ -19,19 +19,15 @@ using PinnedLists = std::map<std::string, std::vector<StoredFile>>;
 // meant.
 bool Narrow(const std::string& given, const std::vector<Volume>& volumes, PinnedLists& lists,
             std::string& why) {
-    std::string mountPath = given;
-    if (lists.count(given) == 0) {
+    auto chosen = lists.find(given);
+    if (chosen == lists.end()) {
         const Volume* const volume = ResolveVolume(given, volumes, why);
         if (volume == nullptr) {
             return false;
         }
-        mountPath = volume->mountPath;
+        chosen = lists.find(volume->mountPath);
     }
-    PinnedLists chosen;
-    if (lists.count(mountPath) > 0) {
-        chosen[mountPath] = lists[mountPath];
-    }
-    lists = std::move(chosen);
+    lists = chosen == lists.end() ? PinnedLists() : PinnedLists({*chosen});
     return true;
 }
 
@@ -48,10 +44,9 @@ void PrintPaths(const PinnedLists& lists, bool nul) {
 }
 
 Record DescribeFile(const PinnedFile& pinned) {
-    const bool known = pinned.fate == Fate::kThere || pinned.fate == Fate::kRenamed;
+    const bool known = IsFound(pinned);
     const std::string fate = FateName(pinned.fate);
-    Record record = DescribeEntry(pinned);
-    return record
+    return DescribeEntry(pinned)
         .Shown("size", IfKnown(known, pinned.file.size), "",
                known ? HumanBytes(pinned.file.size) : "-")
         .Add("inode", pinned.entry.inode, "")
@@ -61,17 +56,13 @@ Record DescribeFile(const PinnedFile& pinned) {
 
 Record DescribeVolume(const std::string& mountPath, const std::vector<StoredFile>& entries,
                       const std::vector<Volume>& volumes) {
-    std::vector<Record> files;
-    Record record;
-    for (const PinnedFile& pinned : InspectListed(entries, mountPath, volumes)) {
-        files.push_back(DescribeFile(pinned));
-    }
-    return record
+    const std::vector<PinnedFile> files = InspectListed(entries, mountPath, volumes);
+    return Record()
         .Headline(Toned(Tone::kStrong, Printable(mountPath)) + ": " +
                   Counted(entries.size(), "file") + " pinned")
         .Add("volume", mountPath)
         .Add("mounted", FindMounted(mountPath, volumes) != nullptr)
-        .List("files", files, Layout::kRows);
+        .List("files", RecordsOf(files, DescribeFile), Layout::kRows);
 }
 
 }  // namespace

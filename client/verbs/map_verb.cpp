@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "client/map/picture.h"
+#include "client/pins/unit_counts.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
 #include "client/show/progress.h"
@@ -13,26 +14,15 @@ namespace client {
 
 namespace {
 
-Json::Value RunsToJson(const UnitSet& set) {
-    Json::Value list(Json::arrayValue);
-    for (const UnitRun& run : set.Runs()) {
-        Json::Value pair(Json::arrayValue);
-        pair.append(Json::UInt64{run.first});
-        pair.append(Json::UInt64{run.last});
-        list.append(pair);
-    }
-    return list;
-}
-
 Record Describe(const VolumeView& view) {
     const bool tells = view.residency.known;
-    Record report;
-    return report.Add("volume", view.mountPath)
+    return Record()
+        .Add("volume", view.mountPath)
         .Add("units", Json::UInt64{view.bits.Room()})
         .Add("unitBytes", Json::UInt64{kUnitBytes})
         .Add("unitsSet", Json::UInt64{view.bits.Count()})
-        .Add("setRuns", RunsToJson(view.bits))
-        .Add("residentRuns", tells ? RunsToJson(view.residency.resident) : Json::Value())
+        .Add("setRuns", RunsToJson(view.bits.Runs()))
+        .Add("residentRuns", tells ? RunsToJson(view.residency.resident.Runs()) : Json::Value())
         .Add("cacheBytes", IfKnown(tells, view.residency.cacheSize));
 }
 

@@ -52,7 +52,7 @@ void PlanFollower(const DeviceState& device, const PinnedFile& pinned, const std
 
 void PlanFile(const DeviceState& device, const PinnedFile& pinned, RequestPlan& plan,
               RepairReport& report) {
-    const std::string path = PathOnVolume(pinned.mountPath, pinned.entry.relative);
+    const std::string path = ListedPath(pinned);
     const std::string start = Printable(path) + ": " + FateName(pinned.fate);
     if (pinned.fate == Fate::kUnknown) {
         report.left.push_back(start + ": " + pinned.why);

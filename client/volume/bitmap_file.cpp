@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "client/show/output.h"
+#include "client/show/text.h"
 #include "util/scoped.h"
 
 namespace client {
@@ -62,10 +63,8 @@ bool Replace(int directory, const std::string& name, const std::vector<uint8_t>&
 
 bool ReplaceBitmapFile(const std::string& path, const std::vector<uint8_t>& bytes,
                        std::string& why) {
-    const size_t slash = path.find_last_of('/');
-    const std::string name = path.substr(slash + 1);
-    const ScopedFd directory(
-        open(path.substr(0, slash + 1).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const std::string name = NameOf(path);
+    const ScopedFd directory(open(DirectoryOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (directory.valid() && IsSymbolicLink(directory.get(), name)) {
         why = Printable(path) + " is a symbolic link, which is not written through";
         return false;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A regular file of a volume.
+// A regular file of a volume, and files of several.
 #pragma once
 
 #include <stdint.h>
@@ -20,5 +20,17 @@ struct FileRef {
     uint64_t size = 0;                      // bytes
     std::vector<FileMappingEntry> extents;  // filled by whoever maps the file
 };
+
+// The files of one volume.
+struct VolumeFiles {
+    const Volume* volume;
+    std::vector<FileRef> files;
+};
+
+// Sorts the files by volume, the volumes in the order of their first file.
+std::vector<VolumeFiles> GroupByVolume(const std::vector<FileRef>& files);
+
+// Returns the extents of all of the files.
+std::vector<FileMappingEntry> ExtentsOf(const std::vector<FileRef>& files);
 
 }  // namespace client

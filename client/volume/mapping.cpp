@@ -4,7 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "client/volume/volumes.h"
+#include "client/show/text.h"
 #include "util/scoped.h"
 
 namespace client {
@@ -30,31 +30,29 @@ FileSystemDevice* Mapper::DeviceOf(const std::string& mountPath) {
     return device.get();
 }
 
-MapOutcome Mapper::Map(const std::string& mountPath, const std::string& relative, uint32_t inode,
-                       std::vector<FileMappingEntry>& extents) {
+MapOutcome Mapper::MapNow(FileRef& file) {
+    const std::string& mountPath = file.volume->mountPath;
     FileSystemDevice* const device = DeviceOf(mountPath);
-    const std::string path = PathOnVolume(mountPath, relative);
+    const std::string directory = DirectoryOf(PathOnVolume(mountPath, file.relative));
     FileMappingTable table;
-    if (device == nullptr ||
-        device->GetMappingTable(path.substr(0, path.find_last_of('/')), inode, 0, table) < 0) {
+    if (device == nullptr || device->GetMappingTable(directory, file.inode, 0, table) < 0) {
         return MapOutcome::kFailed;
     }
-    extents = std::move(table.entries);
-    return extents.empty() ? MapOutcome::kNothing : MapOutcome::kMapped;
+    file.extents = std::move(table.entries);
+    return file.extents.empty() ? MapOutcome::kNothing : MapOutcome::kMapped;
 }
 
-MapOutcome Mapper::MapFresh(const std::string& mountPath, const std::string& relative,
-                            uint32_t inode, std::vector<FileMappingEntry>& extents) {
-    const MapOutcome outcome = Map(mountPath, relative, inode, extents);
+MapOutcome Mapper::Map(FileRef& file) {
+    const MapOutcome outcome = MapNow(file);
     if (outcome != MapOutcome::kNothing) {
         return outcome;
     }
-    const ScopedFd fd(
-        open(PathOnVolume(mountPath, relative).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const std::string path = PathOnVolume(file.volume->mountPath, file.relative);
+    const ScopedFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (fd.valid()) {
         fsync(fd.get());
     }
-    return Map(mountPath, relative, inode, extents);
+    return MapNow(file);
 }
 
 }  // namespace client

@@ -2,14 +2,11 @@
 // The places of files on their volume's block device, from the library that the service uses, too.
 #pragma once
 
-#include <stdint.h>
-
 #include <map>
 #include <memory>
 #include <string>
-#include <vector>
 
-#include "client/volume/units.h"
+#include "client/volume/file_ref.h"
 #include "platform/quordataverifier.h"
 
 namespace client {
@@ -23,15 +20,12 @@ enum class MapOutcome {
 // Maps files of any volume; the device objects are made once a volume.
 class Mapper {
   public:
-    // Maps the file with this inode (low half) in the directory of mount path + "/" + relative.
-    MapOutcome Map(const std::string& mountPath, const std::string& relative, uint32_t inode,
-                   std::vector<FileMappingEntry>& extents);
-
-    // As Map; a file that has no extents yet is written out first, as the service does.
-    MapOutcome MapFresh(const std::string& mountPath, const std::string& relative, uint32_t inode,
-                        std::vector<FileMappingEntry>& extents);
+    // Fills the file's extents, which are found by its directory and its inode. A file that has
+    // none yet is written out first, as the service does. A failure leaves them as they are.
+    MapOutcome Map(FileRef& file);
 
   private:
+    MapOutcome MapNow(FileRef& file);
     FileSystemDevice* DeviceOf(const std::string& mountPath);
 
     std::map<std::string, std::unique_ptr<FileSystemDevice>> devices_;

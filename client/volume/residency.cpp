@@ -8,10 +8,8 @@
 #include <sys/file.h>
 
 #include <filesystem>
-#include <fstream>
-#include <memory>
-#include <sstream>
 
+#include "client/show/text.h"
 #include "util/scoped.h"
 
 namespace client {
@@ -35,18 +33,9 @@ bool IsLiving(const std::filesystem::path& entryPath) {
 }
 
 bool ReadEntry(const std::string& path, Json::Value& entry) {
-    std::ifstream file(path);
-    std::ostringstream text;
-    text << file.rdbuf();
-    const std::string all = text.str();
-    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    try {
-        return file.is_open() &&
-               reader->parse(all.data(), all.data() + all.size(), &entry, nullptr) &&
-               entry.isObject() && entry["device"].isString();
-    } catch (const std::exception&) {
-        return false;
-    }
+    std::string text;
+    return ReadText(path, text) == 0 && ParseJson(text, entry) && entry.isObject() &&
+           entry["device"].isString();
 }
 
 // Stores the entry of the living cache with this device. Returns false when there is none.

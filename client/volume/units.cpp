@@ -44,12 +44,6 @@ void UnitSet::Put(uint64_t unit) {
     }
 }
 
-void UnitSet::Remove(uint64_t unit) {
-    if (unit < Room()) {
-        bytes_[static_cast<size_t>(unit / 8)] &= static_cast<uint8_t>(~(1U << (unit % 8)));
-    }
-}
-
 void UnitSet::Put(const UnitRuns& runs) {
     for (const UnitRun& run : runs) {
         const uint64_t stop = std::min(run.last + 1, Room());
@@ -90,13 +84,7 @@ uint64_t UnitSet::CountIn(const UnitRuns& runs) const {
 }
 
 uint64_t UnitSet::CountWithout(const UnitSet& other) const {
-    const size_t common = std::min(bytes_.size(), other.bytes_.size());
-    uint64_t count = 0;
-    for (size_t i = 0; i < bytes_.size(); ++i) {
-        const uint8_t others = i < common ? other.bytes_[i] : uint8_t{0};
-        count += CountBits(static_cast<uint8_t>(bytes_[i] & ~others));
-    }
-    return count;
+    return Without(other).Count();
 }
 
 UnitSet UnitSet::Without(const UnitSet& other) const {

@@ -38,7 +38,6 @@ class UnitSet {
         return unit < Room() && (bytes_[static_cast<size_t>(unit / 8)] >> (unit % 8) & 1) != 0;
     }
     void Put(uint64_t unit);
-    void Remove(uint64_t unit);
     void Put(const UnitRuns& runs);
     uint64_t Count() const;
     // Units of the runs that could be in the set.

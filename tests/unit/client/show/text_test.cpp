@@ -108,6 +108,20 @@ TEST(Text, ATextStartsWithItsBeginning) {
     EXPECT_FALSE(StartsWith("xab", "ab"));
 }
 
+TEST(Text, APathHasADirectoryAndAName) {
+    const struct {
+        const char* path;
+        const char* directory;
+        const char* name;
+    } rows[] = {
+        {"/a/b", "/a", "b"}, {"/a", "/", "a"}, {"//a", "/", "a"}, {"a", ".", "a"}, {"a/", "a", ""},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(DirectoryOf(row.path), row.directory) << row.path;
+        EXPECT_EQ(NameOf(row.path), row.name) << row.path;
+    }
+}
+
 }  // namespace
 
 }  // namespace client

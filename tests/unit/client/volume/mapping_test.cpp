@@ -20,25 +20,35 @@ class MappingTest : public ClientTest {
     }
     static FakeMapping At(uint64_t deviceSector) { return {{{0, 8, deviceSector, 0}}}; }
 
+    // Maps a file of a volume; its extents are the test's.
+    MapOutcome Map(Mapper& mapper, const std::string& mountPath, const std::string& relative,
+                   uint32_t inode) {
+        const Volume volume = {mountPath, ""};
+        FileRef file = {&volume, "", relative, inode, 0, extents_};
+        const MapOutcome outcome = mapper.Map(file);
+        extents_ = file.extents;
+        return outcome;
+    }
+
     std::vector<FileMappingEntry> extents_;
 };
 
 TEST_F(MappingTest, AFileIsAskedForByItsDirectoryAndInode) {
     Mapper mapper;
     Answer(77, {At(4096)});
-    EXPECT_EQ(mapper.Map(mount_, "sub/dir/a", 77, extents_), MapOutcome::kMapped);
+    EXPECT_EQ(Map(mapper, mount_, "sub/dir/a", 77), MapOutcome::kMapped);
     ASSERT_EQ(extents_.size(), 1U);
     EXPECT_EQ(extents_[0].deviceStartSector, 4096U);
     EXPECT_EQ(g_platform.calls.back(), "GetMappingTable(" + mount_ + "/sub/dir, 77, 0)");
-    mapper.Map(mount_, "a", 77, extents_);
+    Map(mapper, mount_, "a", 77);
     EXPECT_EQ(g_platform.calls.back(), "GetMappingTable(" + mount_ + ", 77, 0)");
 }
 
 TEST_F(MappingTest, ADeviceIsMadeOnceAVolume) {
     Mapper mapper;
-    mapper.Map(mount_, "a", 1, extents_);
-    mapper.Map(mount_, "b", 2, extents_);
-    mapper.Map("/mnt/other", "a", 1, extents_);
+    Map(mapper, mount_, "a", 1);
+    Map(mapper, mount_, "b", 2);
+    Map(mapper, "/mnt/other", "a", 1);
     EXPECT_EQ(g_platform.Count("Create"), 2);
     EXPECT_EQ(g_platform.Count("GetDevicePath"), 2);
 }
@@ -62,8 +72,8 @@ TEST_F(MappingTest, ADeviceThatIsNotFoundIsAFailureAndAskedForOnce) {
         g_platform.devicePathResult = row.result;
         g_platform.createsDevice = row.creates;
         const int before = g_platform.Count("GetDevicePath");
-        EXPECT_EQ(mapper.Map(mount_, "a", 5, extents_), row.outcome) << row.what;
-        EXPECT_EQ(mapper.Map(mount_, "a", 5, extents_), row.outcome) << row.what;
+        EXPECT_EQ(Map(mapper, mount_, "a", 5), row.outcome) << row.what;
+        EXPECT_EQ(Map(mapper, mount_, "a", 5), row.outcome) << row.what;
         EXPECT_EQ(g_platform.Count("GetDevicePath"), before + 1) << row.what;
     }
 }
@@ -72,10 +82,10 @@ TEST_F(MappingTest, AFailedAnswerLeavesTheExtentsAlone) {
     Mapper mapper;
     extents_ = {{0, 1, 2, 0}};
     Answer(5, {{{{0, 8, 16, 0}}, -1}});
-    EXPECT_EQ(mapper.Map(mount_, "a", 5, extents_), MapOutcome::kFailed);
+    EXPECT_EQ(Map(mapper, mount_, "a", 5), MapOutcome::kFailed);
     EXPECT_EQ(extents_.size(), 1U);
     EXPECT_EQ(extents_[0].deviceStartSector, 2U);
-    EXPECT_EQ(mapper.Map(mount_, "a", 6, extents_), MapOutcome::kNothing);
+    EXPECT_EQ(Map(mapper, mount_, "a", 6), MapOutcome::kNothing);
     EXPECT_TRUE(extents_.empty());
 }
 
@@ -84,21 +94,21 @@ TEST_F(MappingTest, AFileWithoutExtentsIsWrittenOutOnce) {
     const std::string path = Make("a");
     const uint32_t inode = InodeOf(path);
     Answer(inode, {FakeMapping{}, At(8)});
-    EXPECT_EQ(mapper.MapFresh(mount_, "a", inode, extents_), MapOutcome::kMapped);
+    EXPECT_EQ(Map(mapper, mount_, "a", inode), MapOutcome::kMapped);
     EXPECT_EQ(CallCount(Call::kFsync), 1);
 
     Answer(inode, {At(8)});
-    EXPECT_EQ(mapper.MapFresh(mount_, "a", inode, extents_), MapOutcome::kMapped);
+    EXPECT_EQ(Map(mapper, mount_, "a", inode), MapOutcome::kMapped);
     EXPECT_EQ(CallCount(Call::kFsync), 1) << "it had extents";
 
     Answer(inode, {FakeMapping{{}, -1}});
-    EXPECT_EQ(mapper.MapFresh(mount_, "a", inode, extents_), MapOutcome::kFailed);
+    EXPECT_EQ(Map(mapper, mount_, "a", inode), MapOutcome::kFailed);
     EXPECT_EQ(CallCount(Call::kFsync), 1) << "writing out cures no failure";
 }
 
 TEST_F(MappingTest, AFileThatCannotBeOpenedIsAskedForAgainAllTheSame) {
     Mapper mapper;
-    EXPECT_EQ(mapper.MapFresh(mount_, "nothing", 9, extents_), MapOutcome::kNothing);
+    EXPECT_EQ(Map(mapper, mount_, "nothing", 9), MapOutcome::kNothing);
     EXPECT_EQ(g_platform.Count("GetMappingTable"), 2);
     EXPECT_EQ(CallCount(Call::kFsync), 0);
 }

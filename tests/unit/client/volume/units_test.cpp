@@ -120,14 +120,11 @@ TEST(Units, BitsAreTheLeastSignificantFirst) {
     other.Put(0);
     other.Put(15);
     EXPECT_EQ(other.Bytes(), set.Bytes());
-    other.Remove(15);
-    EXPECT_EQ(other.Bytes(), (std::vector<uint8_t>{0x01, 0x00}));
 }
 
 TEST(Units, WhatHasNoBitIsLeftAlone) {
     UnitSet set(1);
     set.Put(8);
-    set.Remove(9);
     set.Put({{6, 20}});
     EXPECT_EQ(set.Bytes(), (std::vector<uint8_t>{0xc0}));
     EXPECT_FALSE(set.Has(8));
