@@ -208,6 +208,7 @@ int RunCommandLine(int argc, char* argv[]) {
         return UsageError(arguments, why);
     }
     std::vector<const char*> pointers;
+    pointers.reserve(arguments.size());
     for (const std::string& argument : arguments) {
         pointers.push_back(argument.c_str());
     }

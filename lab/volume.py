@@ -74,7 +74,7 @@ class Volume:
         """Makes a file of `size` bytes that cannot be mistaken for another; returns its path."""
         path = self.path(name)
         os.makedirs(os.path.dirname(path), exist_ok=True)
-        bytes_of = random.Random(f"{name}:{size}").randbytes
+        bytes_of = random.Random(os.fsencode(f"{name}:{size}")).randbytes
         with open(path, "wb") as file:
             for start in range(0, size, MIB):
                 file.write(bytes_of(min(MIB, size - start)))

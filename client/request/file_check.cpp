@@ -67,11 +67,11 @@ std::string WhyNotMountPath(const std::string& mountPath) {
     if (mountPath.find(kListSeparator) != std::string::npos) {
         return "its mount path holds \";\", which separates files in a request";
     }
-    return SurvivesJson(mountPath) ? "" : "its mount path is not UTF-8 and would be stored changed";
+    return "";
 }
 
 std::string WhyNotStorable(const std::string& mountPath, const std::string& relative) {
-    const std::string whyNot = WhyNotMountPath(mountPath);
+    std::string whyNot = WhyNotMountPath(mountPath);
     const std::string path = PathOnVolume(mountPath, relative);
     if (!whyNot.empty()) {
         return whyNot;
@@ -84,9 +84,6 @@ std::string WhyNotStorable(const std::string& mountPath, const std::string& rela
     }
     if (relative.find(kInodeMark) != std::string::npos) {
         return "its name holds \"#\", which separates name and inode in the service's store";
-    }
-    if (!SurvivesJson(relative)) {
-        return "its name is not UTF-8 and would be stored changed";
     }
     if (relative.size() > kMostRelativePath) {
         return TooLong("its path in the volume", relative.size(), kMostRelativePath);

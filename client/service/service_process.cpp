@@ -84,6 +84,7 @@ std::string ConfigArgument(std::vector<std::string> arguments) {
                               {"debug", no_argument, nullptr, 'z'},
                               {nullptr, 0, nullptr, 0}};
     std::vector<char*> pointers;
+    pointers.reserve(arguments.size() + 1);
     for (std::string& argument : arguments) {
         pointers.push_back(argument.data());
     }

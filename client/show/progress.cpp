@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "client/show/progress.h"
 
+#include <math.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/ioctl.h>
@@ -28,7 +29,7 @@ std::string Share(const ProgressView& view) {
 
 std::string Remaining(double seconds) {
     char text[48];
-    const auto whole = static_cast<unsigned long>(seconds + 0.5);
+    const auto whole = static_cast<unsigned long>(lround(seconds));
     snprintf(text, sizeof(text), "%lu:%02lu left", whole / 60, whole % 60);
     return text;
 }

@@ -167,8 +167,9 @@ void Record::PrintAt(const std::string& given, size_t labelWidth) const {
         if (item.kind == Item::kLine) {
             client::Print(indent + item.text);
         } else if (item.kind == Item::kRow && !item.unknown) {
-            const std::string padding(labelWidth - Columns(item.label), ' ');
-            client::Print(indent + item.label + padding + kIndent + item.text);
+            std::string line = indent + item.label;
+            line.append(labelWidth - Columns(item.label), ' ').append(kIndent).append(item.text);
+            client::Print(line);
             belowRows = true;
         } else if (item.kind == Item::kList && item.layout == Layout::kBlocks) {
             for (const Record& record : item.records) {

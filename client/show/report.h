@@ -89,6 +89,7 @@ Json::Value IfAny(const std::string& text);
 template <typename Items, typename Describe>
 std::vector<Record> RecordsOf(const Items& items, const Describe& describe) {
     std::vector<Record> records;
+    records.reserve(items.size());
     for (const auto& item : items) {
         records.push_back(describe(item));
     }

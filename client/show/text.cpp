@@ -68,17 +68,6 @@ bool IsUtf8(const std::string& text) {
     return true;
 }
 
-bool SurvivesJson(const std::string& text) {
-    if (!IsUtf8(text)) {
-        return false;
-    }
-    // The same writer as the service's, so that whatever it does to a name is seen here.
-    Json::Value document(Json::objectValue);
-    document["text"] = text;
-    Json::Value back;
-    return ParseJson(document.toStyledString(), back) && back["text"].asString() == text;
-}
-
 bool HasWhiteSpace(const std::string& text) {
     return text.find_first_of(" \t\n\v\f\r") != std::string::npos;
 }

@@ -17,9 +17,6 @@ size_t DecodeUtf8(const std::string& text, size_t at, uint32_t& character);
 
 bool IsUtf8(const std::string& text);
 
-// Whether the text comes back unchanged from the JSON file that the service keeps it in.
-bool SurvivesJson(const std::string& text);
-
 // Whether the text holds one of the characters that end a scanned word: blank, tab, newline,
 // vertical tab, form feed, carriage return.
 bool HasWhiteSpace(const std::string& text);

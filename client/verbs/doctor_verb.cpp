@@ -57,7 +57,7 @@ std::vector<std::string> Fix(const Diagnosis& diagnosis) {
             Say(why);
         }
         for (std::string& line : done) {
-            line = "took away " + line;
+            line.insert(0, "took away ");
         }
     }
     if (diagnosis.smallQueue) {

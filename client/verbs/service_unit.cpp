@@ -27,6 +27,7 @@ bool Systemctl(std::vector<std::string> words, std::string& output) {
     auto to = std::make_unique<ScopedFd>(ends[1]);
     std::vector<char*> arguments;
     words.insert(words.begin(), "systemctl");
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words) {
         arguments.push_back(word.data());
     }

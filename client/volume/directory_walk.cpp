@@ -35,7 +35,7 @@ class Walk {
             Meet(directory.path + (slash ? "" : "/") + name);
         }
     }
-    size_t mounts() const { return mounts_; }
+    size_t Mounts() const { return mounts_; }
 
   private:
     void Meet(const std::string& path) {
@@ -89,7 +89,7 @@ size_t WalkBelow(const std::string& directory, const std::function<void(const Wa
     }
     Walk walk(top.status.st_dev, visit);
     walk.Enter(top);
-    return walk.mounts();
+    return walk.Mounts();
 }
 
 }  // namespace client

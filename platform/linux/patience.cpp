@@ -8,7 +8,7 @@ namespace stand_in {
 
 namespace {
 
-constexpr timespec kWait = {0, 50 * 1000 * 1000};  // 50 ms
+constexpr timespec kWait = {0, 50L * 1000 * 1000};  // 50 ms
 
 }  // namespace
 

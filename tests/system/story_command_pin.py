@@ -17,6 +17,22 @@ def holds(report):
     return one["units"], one["unitsSet"], one["unitsWithDriver"], one["unitsResident"]
 
 
+def test_a_name_that_is_not_utf8_is_kept_byte_for_byte(stage):
+    volume = stage.volume()
+    path = volume.write("caf\udce9.jpg", 300_000)
+    daemon = stage.daemon()
+
+    command.done("pin", "--wait", path)
+    assert evidence.pinned_files(daemon.configuration, volume.mount_path) == evidence.listing(
+        volume.mount_path, [path])
+    assert evidence.pinned_bits(volume.mount_path) == evidence.units([path])
+    command.done("check")
+
+    command.done("unpin", "--wait", path)
+    assert evidence.pinned_files(daemon.configuration, volume.mount_path) == {}
+    assert evidence.pinned_bits(volume.mount_path) == set()
+
+
 @pytest.mark.parametrize("kind", ["ext4", "xfs"])
 def test_waiting_ends_with_what_holds(stage, kind):
     volume = stage.volume(kind=kind)

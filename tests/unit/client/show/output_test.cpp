@@ -43,31 +43,6 @@ TEST(Output, NothingInANameReachesTheTerminalAsACommand) {
     }
 }
 
-struct StoreRow {
-    const char* why;
-    std::string text;
-    bool survives;
-};
-
-TEST(Output, NamesThatTheStoreWouldChangeAreKnown) {
-    const StoreRow rows[] = {
-        {"plain", "photos/a.jpg", true},
-        {"UTF-8 of two, three and four bytes", "\xc3\xa4\xe2\x82\xac\xf0\x9f\x90\xbb", true},
-        {"quotes and backslashes", "a\"b\\c/d", true},
-        {"control characters", "a\x01\x1f\x7f", true},
-        {"the last character", "\xf4\x8f\xbf\xbf", true},
-        {"Latin-1", "b\xe4r", false},
-        {"cut short", "a\xe2\x82", false},
-        {"a lone continuation", "\x80", false},
-        {"overlong", "\xe0\x80\xaf", false},
-        {"surrogate", "\xed\xbf\xbf", false},
-        {"beyond the last character", "\xf4\x90\x80\x80", false},
-    };
-    for (const StoreRow& row : rows) {
-        EXPECT_EQ(SurvivesJson(row.text), row.survives) << row.why;
-    }
-}
-
 TEST(Output, BytesAreShownInTheUnitThatFits) {
     const std::pair<uint64_t, const char*> rows[] = {
         {0, "0 bytes"},          {1, "1 bytes"},          {1023, "1023 bytes"},
