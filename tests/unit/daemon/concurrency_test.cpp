@@ -146,7 +146,9 @@ std::string ConcurrencyTest::EntryOf(const Volume3& volume, int file) const {
 }
 
 void ConcurrencyTest::SendRandomRequest() {
-    auto random = [this](int limit) { return static_cast<int>(requestRandom_() % limit); };
+    auto random = [this](int limit) {
+        return static_cast<int>(requestRandom_() % static_cast<unsigned>(limit));
+    };
     Volume3& volume = volumes_[static_cast<size_t>(random(kNumVolumes))];
     int kind = random(10);
 
@@ -182,7 +184,9 @@ void ConcurrencyTest::SendRandomRequest() {
 }
 
 void ConcurrencyTest::SendRandomChange() {
-    auto random = [this](int limit) { return static_cast<int>(changeRandom_() % limit); };
+    auto random = [this](int limit) {
+        return static_cast<int>(changeRandom_() % static_cast<unsigned>(limit));
+    };
     int i = random(kNumVolumes + 1);
     std::string mountPath =
         i < kNumVolumes ? volumes_[static_cast<size_t>(i)].volume.mountPath : "/other";
