@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
 # timeout: 300
+# not sanitized: an end out of a signal handler may wait for good on the sanitizer's own allocator
 """No stop while requests are being stored loses the store.
 
 The file is rewritten in place, and empty between its truncation and the one write. An end by a signal waits
