@@ -184,13 +184,19 @@ def test_a_wait_can_be_bounded_and_ended(stage):
     daemon.until_done("pinFiles", 2)
 
 
-def test_a_hang_up_ends_a_wait_in_order(stage):
+def start_waiting(stage):
+    """A pin that waits for its request, which is stored, and whose volume is pending."""
     volume = stage.volume()
     path = volume.write("a", 500_000)
     daemon = stage.daemon()
     command.done("pend", volume.mount_path)
     waiting = command.start("pin", "--wait", path)
     daemon.wait_for("Signal a new request is added")
+    return volume, path, daemon, waiting
+
+
+def test_a_hang_up_ends_a_wait_in_order(stage):
+    volume, _, daemon, waiting = start_waiting(stage)
     waiting.send_signal(signal.SIGHUP)
     result = command.finish(waiting)
     assert result.status == 128 + signal.SIGHUP
@@ -231,12 +237,7 @@ def test_a_dropped_request_is_not_called_done(stage):
 
 
 def test_the_end_of_the_service_ends_the_wait(stage):
-    volume = stage.volume()
-    path = volume.write("a", 500_000)
-    daemon = stage.daemon()
-    command.done("pend", volume.mount_path)
-    waiting = command.start("pin", "--wait", path)
-    daemon.wait_for("Signal a new request is added")
+    _, path, daemon, waiting = start_waiting(stage)
     assert daemon.stop() == 0
     result = command.finish(waiting)
     assert result.status == 3
