@@ -28,8 +28,8 @@ bool WriteAll(int fd, const std::vector<uint8_t>& bytes) {
     size_t offset = 0;
     while (offset < bytes.size()) {
         const ssize_t done = write(fd, bytes.data() + offset, bytes.size() - offset);
-        if (done < 0 && errno != EINTR) {
-            return false;
+        if (done == 0 || (done < 0 && errno != EINTR)) {
+            return false;  // a write that takes nothing would be tried for ever
         }
         offset += done > 0 ? static_cast<size_t>(done) : 0;
     }
