@@ -29,7 +29,7 @@ struct DirectoryCloser {
     void operator()(DIR* directory) const { closedir(directory); }
 };
 
-std::string RegistryDirectory() {
+const char* RegistryDirectory() {
     const char* const given = getenv("QUORSOFTCACHE_REGISTRY");
     return given == nullptr || *given == '\0' ? kRegistryDirectory : given;
 }
@@ -170,9 +170,12 @@ struct Place {
 class Memory {
   public:
     // Returns the list of the last look, or null when a new one is due.
-    std::shared_ptr<const CacheListing> Recall(const std::string& directory) {
-        const bool holds = listing_ && directory == directory_ && !watch_.Changed() &&
-                           IsInPlace() && LocksAreTheSame();
+    std::shared_ptr<const CacheListing> Recall(const char* directory) {
+        if (!listing_ || directory != directory_) {
+            return nullptr;
+        }
+        const Changes changes(mounts_, watch_);
+        const bool holds = !changes.directory && IsInPlace(changes.mounts) && LocksAreTheSame();
         return holds ? listing_ : nullptr;
     }
 
@@ -206,8 +209,8 @@ class Memory {
 
     // Whether the path still leads to the directory that is watched: another one may be mounted
     // over it, or, of which nobody tells, a directory further up may be renamed.
-    bool IsInPlace() {
-        if (!mounts_.Changed() && !placeAge_.Over()) {
+    bool IsInPlace(bool mountsChanged) {
+        if (!mountsChanged && !placeAge_.Over()) {
             return true;
         }
         placeAge_.Start();
@@ -240,7 +243,7 @@ std::shared_ptr<const CacheListing> ReadCacheRegistry() {
     static std::mutex& mutex = *new std::mutex;
     static Memory& memory = *new Memory;
     const std::lock_guard<std::mutex> lock(mutex);
-    const std::string directory = RegistryDirectory();
+    const char* const directory = RegistryDirectory();
     const auto listing = memory.Recall(directory);
     return listing ? listing : memory.LookAt(directory);
 }

@@ -91,4 +91,16 @@ bool DirectoryWatch::Changed() const {
     return watch_ < 0 || fork_ != ForkNumber() || HasNews(events_.Get(), POLLIN);
 }
 
+Changes::Changes(const MountWatch& mountWatch, const DirectoryWatch& directoryWatch)
+    : mounts(true), directory(true) {
+    const unsigned fork = ForkNumber();
+    pollfd asked[] = {{mountWatch.mounts_.Get(), POLLPRI, 0},
+                      {directoryWatch.events_.Get(), POLLIN, 0}};
+    if (mountWatch.mounts_.Valid() && mountWatch.fork_ == fork && directoryWatch.watch_ >= 0 &&
+        directoryWatch.fork_ == fork && poll(asked, 2, 0) >= 0) {
+        mounts = asked[0].revents != 0;
+        directory = asked[1].revents != 0;
+    }
+}
+
 }  // namespace stand_in

@@ -38,6 +38,8 @@ class MountWatch {
     bool Changed() const;
 
   private:
+    friend struct Changes;
+
     UniqueFd mounts_{-1};
     unsigned fork_ = 0;  // in which child it was started
 };
@@ -57,11 +59,20 @@ class DirectoryWatch {
     bool Changed() const;
 
   private:
+    friend struct Changes;
     void Stop();
 
     UniqueFd events_{-1};
     int watch_ = -1;     // within `events_`
     unsigned fork_ = 0;  // in which child it was started
+};
+
+// Both watches asked at the price of one.
+struct Changes {
+    bool mounts;
+    bool directory;
+
+    Changes(const MountWatch& mountWatch, const DirectoryWatch& directoryWatch);
 };
 
 }  // namespace stand_in

@@ -1,0 +1,43 @@
+# SPDX-License-Identifier: MIT
+"""A measured row: ours, what it is compared with, and the ratio of both.
+
+Both sides are measured in turns within one run, and the ratio is the median over the pairs: what else
+the machine does then falls on both.
+"""
+import statistics
+import time
+from typing import NamedTuple
+
+
+class Row(NamedTuple):
+    key: str      # of the row, as in `./run bench KEY`
+    size: int     # of what it is measured for
+    ours: float   # seconds, or what `unit` says; the median
+    peer: float   # the same of the other side; 0 when there is none
+    ratio: float  # the median of the pairs' ratios; 0 when there is no other side
+    unit: str = "s"
+
+
+def _row(key, size, ours, peer, unit):
+    ratios = [a / b for a, b in zip(ours, peer)]
+    return Row(key, size, statistics.median(ours), statistics.median(peer) if peer else 0,
+               statistics.median(ratios) if ratios else 0, unit)
+
+
+def of(key, size, ours, peer=(), unit="s"):
+    """The row of two lists of measurements, pair by pair."""
+    return _row(key, size, list(ours), list(peer), unit)
+
+
+def seconds(action):
+    """How long a call takes."""
+    start = time.perf_counter()
+    action()
+    return time.perf_counter() - start
+
+
+def turns(key, size, ours, peer, pairs):
+    """Measures two actions in turns, after one of each that does not count."""
+    ours(), peer()
+    measured = [(seconds(ours), seconds(peer)) for _ in range(pairs)]
+    return of(key, size, [pair[0] for pair in measured], [pair[1] for pair in measured])
