@@ -3,7 +3,6 @@
 import json
 import os
 import subprocess
-import sys
 
 from bench import pairs
 from lab import namespaces
@@ -18,9 +17,10 @@ def _time_of(one):
 def _run(words, quick):
     """What Google Benchmark tells: [(row, side, size, repetition, seconds)]."""
     repetitions, least = (3, 0.01) if quick else (9, 0.05)
-    rows = "|".join(words) or "."
-    command = [namespaces.program("quor_bench"), f"--benchmark_filter=^({rows})/" if words else
-               "--benchmark_filter=.", f"--benchmark_repetitions={repetitions}",
+    rows = "|".join(words) or "[^/]*"
+    sizes = "[0-9]{1,6}" if quick else "[0-9]+"
+    command = [namespaces.program("quor_bench"), f"--benchmark_filter=^({rows})/(ours|peer)/{sizes}(/|$)",
+               f"--benchmark_repetitions={repetitions}",
                "--benchmark_enable_random_interleaving=true", f"--benchmark_min_time={least}",
                "--benchmark_format=json"]
     told = subprocess.run(command, check=False, text=True, stdout=subprocess.PIPE)
@@ -54,6 +54,3 @@ def measure(words, quick):
         sides.setdefault((row, size), {}).setdefault(side, []).append(seconds)
     return [pairs.of(row, size, both["ours"], both["peer"]) for (row, size), both in sides.items()]
 
-
-if __name__ == "__main__":
-    sys.exit(namespaces.run(lambda: print(*measure(sys.argv[1:], False), sep="\n")))

@@ -33,10 +33,6 @@ def _files(volume, directory, count):
     return top
 
 
-def _quorcachepinctl(*words):
-    return _quiet(*command.arguments(*words, "--config", CONFIGURATION))
-
-
 def directory(quick):
     """`pin -n -r` of all files of one directory, beside filefrag of each."""
     sizes = (10, 100) if quick else (10, 100, 1000, 10000, 20000, 100000)
@@ -83,6 +79,8 @@ def lists(quick):
         try:
             os.makedirs(os.path.dirname(CONFIGURATION), exist_ok=True)
             top = _pinned(volume, size)
+            daemon = Daemon(flags=()).start(wait_for=STARTING)
+            Queue.open()
             jq = _quiet("jq", ".volumes[].files | length", CONFIGURATION)
             frag = _quiet("sh", "-c", f"find {top} -type f -print0 | xargs -0 -r filefrag")
             turns = 1 if size > 50000 else 3
@@ -90,6 +88,7 @@ def lists(quick):
             rows.append(pairs.turns("status", size, _any(command.arguments("status")), jq, turns))
             rows.append(pairs.turns("map", size, _any(command.arguments("map", volume.mount_path)), jq, turns))
             rows.append(pairs.turns("check", size, _any(command.arguments("check")), frag, turns))
+            daemon.stop()
         finally:
             volume.close()
     return rows
@@ -97,7 +96,7 @@ def lists(quick):
 
 def _any(words):
     """An action: a program that may end with any status, as some verbs tell their findings by it."""
-    words = [*words, "--config", CONFIGURATION]
+    words = [*words, "--config-path", CONFIGURATION]
 
     def action():
         status = subprocess.run(words, check=False, stdout=subprocess.DEVNULL).returncode
@@ -161,7 +160,3 @@ def measure(words, quick):
             rows += [row for row in action(quick) if not words or row.key in words]
     return rows
 
-
-if __name__ == "__main__":
-    import sys
-    sys.exit(namespaces.run(lambda: print(*measure(sys.argv[1:], True), sep="\n")))

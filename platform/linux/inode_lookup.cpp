@@ -31,22 +31,19 @@ uint32_t LowHalf(uint64_t inode) {
     return static_cast<uint32_t>(inode);
 }
 
-// A directory that lies on a file system, read from its start.
 struct OpenedDirectory {
-    Directory stream;
-    struct stat status;
-
-    int Fd() const { return dirfd(stream.get()); }
+    UniqueFd fd{-1};
+    struct stat status {};
 };
 
 // Opens the directory and makes sure that it lies on the device.
 bool OpenDirectory(const std::string& path, dev_t device, Patience& patience,
                    OpenedDirectory& directory) {
     if (!patience.Try([&] {
-            directory.stream.reset(opendir(path.c_str()));
-            return directory.stream != nullptr;
+            directory.fd.Reset(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+            return directory.fd.Valid();
         }) ||
-        fstat(directory.Fd(), &directory.status) != 0) {
+        fstat(directory.fd.Get(), &directory.status) != 0) {
         Report("directory %s cannot be opened: %s", path.c_str(), strerror(errno));
         return false;
     }
@@ -55,6 +52,33 @@ bool OpenDirectory(const std::string& path, dev_t device, Patience& patience,
         return false;
     }
     return true;
+}
+
+// Calls `take` with each entry until it returns false, from the start of the directory on. Returns
+// whether it came to the end; if not, errno says why, and is 0 when it was `take`.
+template <typename Take>
+bool ReadEntries(const OpenedDirectory& directory, Patience& patience, Take take) {
+    UniqueFd same(-1);
+    if (!patience.Try([&] {
+            same.Reset(openat(directory.fd.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+            return same.Valid();
+        })) {
+        return false;
+    }
+    const Directory stream(fdopendir(same.Get()));
+    if (!stream) {
+        return false;
+    }
+    same.Release();
+    errno = 0;
+    while (const dirent* const entry = readdir(stream.get())) {
+        if (!take(*entry)) {
+            errno = 0;
+            return false;
+        }
+        errno = 0;
+    }
+    return errno == 0;
 }
 
 using Names = std::vector<std::string>;
@@ -103,7 +127,8 @@ class Memory {
   public:
     // Stores the names with the low half. Returns false with errno set when the directory cannot be
     // read.
-    bool FindNames(const OpenedDirectory& directory, uint32_t inode, Names& names) {
+    bool FindNames(const OpenedDirectory& directory, uint32_t inode, Patience& patience,
+                   Names& names) {
         const std::lock_guard<std::mutex> lock(mutex_);
         if (!IsOf(directory)) {
             looks_ = 0;
@@ -114,12 +139,11 @@ class Memory {
         if (index_ && watch_.Changed()) {
             index_.reset();
         }
-        if (index_ || (++looks_ >= kLooksBeforeWatch && Fill(directory))) {
+        if (index_ || (++looks_ >= kLooksBeforeWatch && Fill(directory, patience))) {
             names = index_->Find(inode);
             return true;
         }
-        rewinddir(directory.stream.get());
-        return ReadAll(directory, [&](const dirent& entry) {
+        return ReadEntries(directory, patience, [&](const dirent& entry) {
             if (LowHalf(entry.d_ino) == inode) {
                 names.emplace_back(entry.d_name);
             }
@@ -134,31 +158,16 @@ class Memory {
         return directory.status.st_dev == device_ && directory.status.st_ino == inode_;
     }
 
-    // Calls `take` with each entry until it returns false. Returns false with errno set when the
-    // directory cannot be read to its end, with errno 0 when it was not wanted.
-    template <typename Take>
-    static bool ReadAll(const OpenedDirectory& directory, Take take) {
-        errno = 0;
-        while (const dirent* const entry = readdir(directory.stream.get())) {
-            if (!take(*entry)) {
-                errno = 0;
-                return false;
-            }
-            errno = 0;
-        }
-        return errno == 0;
-    }
-
     // Reads the directory into the index. Returns false when it cannot be relied on.
-    bool Fill(const OpenedDirectory& directory) {
+    bool Fill(const OpenedDirectory& directory, Patience& patience) {
         auto index = std::make_unique<NameIndex>();
-        if (!watch_.Start("/proc/thread-self/fd/" + std::to_string(directory.Fd()),
+        if (!watch_.Start("/proc/thread-self/fd/" + std::to_string(directory.fd.Get()),
                           DirectoryWatch::kNames) ||
-            !ReadAll(directory,
-                     [&](const dirent& entry) {
-                         index->Add(entry);
-                         return index->HasRoom();
-                     }) ||
+            !ReadEntries(directory, patience,
+                         [&](const dirent& entry) {
+                             index->Add(entry);
+                             return index->HasRoom();
+                         }) ||
             watch_.Changed()) {
             return false;
         }
@@ -205,7 +214,7 @@ bool Pick(const OpenedDirectory& directory, const std::string& path, uint32_t in
           const Names& names, Patience& patience, Found& found) {
     for (const std::string& name : names) {
         uint64_t number = 0;
-        UniqueFd handle(OpenHandle(directory.Fd(), name.c_str(), directory.status.st_dev, inode,
+        UniqueFd handle(OpenHandle(directory.fd.Get(), name.c_str(), directory.status.st_dev, inode,
                                    patience, number));
         if (handle.Valid() && found.handle.Valid() && number != found.number) {
             Report("inode %u in directory %s is ambiguous: %s and %s", inode, path.c_str(),
@@ -225,7 +234,7 @@ bool Search(const OpenedDirectory& directory, const std::string& path, uint32_t 
             Patience& patience, Found& found) {
     static Memory& memory = *new Memory;  // may be in use while the process exits
     Names names;
-    if (!memory.FindNames(directory, inode, names)) {
+    if (!memory.FindNames(directory, inode, patience, names)) {
         Report("directory %s cannot be read: %s", path.c_str(), strerror(errno));
         return false;
     }
@@ -236,7 +245,7 @@ bool Search(const OpenedDirectory& directory, const std::string& path, uint32_t 
 
 int OpenFileByInode(const std::string& directory, dev_t device, uint32_t inode, std::string& name) {
     Patience patience;
-    OpenedDirectory entries = {};
+    OpenedDirectory entries;
     Found found;
     if (!OpenDirectory(directory, device, patience, entries) ||
         !Search(entries, directory, inode, patience, found)) {
