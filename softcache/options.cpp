@@ -10,6 +10,11 @@
 
 namespace softcache {
 
+// Needs none of the options that serving needs.
+struct Inspection {
+    std::string ssd;
+};
+
 static CLI::Validator SizeValidator() {
     const auto check = [](const std::string& text) {
         uint64_t bytes = 0;
@@ -40,9 +45,18 @@ std::optional<int> ParseOptions(int argc, char** argv, Options& options) {
         ->check(CLI::NonNegativeNumber)
         ->capture_default_str();
     app.add_flag("--no-pin", noPin, "Let the registry entry say that pinning is not supported");
+    app.add_flag("--format", options.format, "Overwrite whatever the SSD holds");
+    app.add_flag("--test-doors", options.testDoors, "Take orders to fail (for tests)");
+    app.add_option("--inspect", options.inspect, "Print what an SSD holds, and serve nothing")
+        ->trigger_on_parse()
+        ->type_name("SSD")
+        ->each([](const std::string& ssd) { throw Inspection{ssd}; });
     app.set_version_flag("--version", "quorsoftcache " QUOR_VERSION);
     try {
         app.parse(argc, argv);
+    } catch (const Inspection& asked) {
+        options.inspect = asked.ssd;
+        return std::nullopt;
     } catch (const CLI::Success& asked) {  // --help, --version
         return app.exit(asked);
     } catch (const CLI::ParseError& error) {

@@ -18,6 +18,9 @@ struct Options {
     uint64_t ssdSize = 0;  // bytes
     int32_t state = 1;
     bool supportPin = true;
+    bool format = false;     // overwrite whatever the SSD holds
+    bool testDoors = false;  // take orders to fail
+    std::string inspect;     // an SSD to describe instead of serving
 };
 
 // Parses the command line. Returns the exit status when there is nothing to serve: 0 after --help

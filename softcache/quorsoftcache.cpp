@@ -7,11 +7,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <functional>
 #include <memory>
 
+#include "softcache/cache_files.h"
+#include "softcache/checkpoints.h"
 #include "softcache/fuse_device.h"
+#include "softcache/inspection.h"
 #include "softcache/options.h"
-#include "softcache/pin_store.h"
 #include "softcache/served_cache.h"
 #include "softcache/storage.h"
 
@@ -62,40 +65,78 @@ void WaitForEndSignal() {
 
 // What is open for as long as the cache lives.
 struct Storage {
-    OwnedFd backing;
-    OwnedFd ssd;
-    uint64_t deviceSize = 0;  // bytes
-    std::string mountPoint;   // absolute
+    CacheFiles files;
+    std::string mountPoint;  // absolute
 };
 
 bool OpenStorage(const Options& options, Storage& storage) {
-    return Succeeded(WhyNotServe(options.registryDirectory, options.name)) &&
-           Succeeded(WhyNotCacheSize(options.ssdSize)) &&
-           Succeeded(CheckMountPoint(options.mountPoint, storage.mountPoint)) &&
-           Succeeded(OpenBacking(options.backing, storage.backing, storage.deviceSize)) &&
-           Succeeded(OpenSsd(options.ssd, options.ssdSize, storage.ssd));
+    const CacheFilesWanted wanted = {options.name, options.backing, options.ssd, options.ssdSize,
+                                     options.format};
+    const bool opened =
+        Succeeded(WhyNotServe(options.registryDirectory, options.name)) &&
+        Succeeded(WhyNotCacheSize(options.ssdSize)) &&
+        Succeeded(CheckMountPoint(options.mountPoint, options.name, storage.mountPoint)) &&
+        Succeeded(OpenCacheFiles(wanted, storage.files));
+    for (const std::string& remark : storage.files.remarks) {
+        Succeeded(remark);
+    }
+    return opened;
 }
 
 std::unique_ptr<ServedCache> MakeCache(const Options& options, const Storage& storage) {
+    SsdStore& store = *storage.files.store;
     RegistryRecord record;
     record.name = options.name;
     record.ssd = AbsolutePath(options.ssd);
     record.mountPoint = storage.mountPoint;
     record.state = options.state;
     record.supportPin = options.supportPin;
-    record.deviceSize = storage.deviceSize;
-    record.cacheSize = options.ssdSize;
-    const std::string pinStore = PinStorePath(record.ssd);
-    const std::string lost =
-        "ssd " + record.ssd + " was cut or lost space: nothing is cached until the next start";
-    auto served =
-        std::make_unique<ServedCache>(storage.backing.get(), storage.ssd.get(), storage.deviceSize,
-                                      static_cast<uint32_t>(options.ssdSize / kUnitSize), pinStore,
-                                      options.registryDirectory, std::move(record));
-    served->cache.WhenSsdIsLost([lost] { Succeeded(lost); });
-    Succeeded(served->RestorePins());  // a bitmap that does not fit is reported and left out
+    record.deviceSize = store.Head().deviceSize;
+    record.cacheSize = uint64_t{store.Head().slots} * kUnitSize;
+    const std::string ssd = "ssd " + record.ssd + " ";
+    auto served = std::make_unique<ServedCache>(*storage.files.backing, store, storage.files.warm,
+                                                options.registryDirectory, std::move(record));
+    served->testDoors = options.testDoors;
+    served->cache.WhenSsdIsLost([ssd](const std::string& why, bool tableIsInvalid) {
+        Succeeded(ssd + why + ": nothing is cached until the next start" +
+                  (tableIsInvalid ? "" : ", which must be with --format"));
+    });
+    const std::string wrong = served->RestorePins();
+    Succeeded(wrong.empty() ? "" : ssd + wrong);
     return served;
 }
+
+int Inspect(const std::string& ssd) {
+    std::string lines;
+    const bool is = Succeeded(InspectSsd(ssd, lines));
+    fputs(lines.c_str(), stdout);
+    return is ? 0 : 1;
+}
+
+// Brings to the SSD what requests leave behind, and at the end everything.
+class Settling {
+  public:
+    Settling(ServedCache& served, const std::string& backing)
+        : served_(served),
+          learn_([&served, backing] {
+              if (served.cache.TakeBeginningChanged()) {
+                  served.store.SetUuid(BackingUuid(backing));
+              }
+          }),
+          checkpoints_(std::make_unique<Checkpoints>(served.cache, learn_)) {}
+    ~Settling() {
+        checkpoints_.reset();
+        learn_();
+        served_.cache.Close();
+    }
+    Settling(const Settling&) = delete;
+    Settling& operator=(const Settling&) = delete;
+
+  private:
+    ServedCache& served_;
+    const std::function<void()> learn_;
+    std::unique_ptr<Checkpoints> checkpoints_;
+};
 
 bool Serve(FuseDevice& device, ServedCache& served, const std::string& name) {
     // Somebody else may take the mount away; main then wakes as for a signal.
@@ -117,12 +158,16 @@ int main(int argc, char** argv) {
     if (const std::optional<int> status = ParseOptions(argc, argv, options)) {
         return *status;
     }
+    if (!options.inspect.empty()) {
+        return Inspect(options.inspect);
+    }
     PrepareProcess();
     Storage storage;
     if (!OpenStorage(options, storage)) {
         return 1;
     }
     const std::unique_ptr<ServedCache> served = MakeCache(options, storage);
+    const Settling settling(*served, AbsolutePath(options.backing));
     FuseDevice device(*served);
     if (!Succeeded(device.Mount(options.name, storage.mountPoint)) ||
         !Serve(device, *served, options.name)) {
