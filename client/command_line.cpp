@@ -27,6 +27,7 @@ struct Parsed {
     ExplainOptions explain;
     MapOptions map;
     DoctorOptions doctor;
+    ApplyOptions apply;
     int exitStatus = kExitDone;
 };
 
@@ -155,6 +156,17 @@ void AddMapAndDoctor(CLI::App& app, Parsed& parsed) {
     doctor.callback([&parsed] { parsed.exitStatus = DoctorVerb(parsed.doctor); });
 }
 
+void AddApply(CLI::App& app, Parsed& parsed) {
+    CLI::App& apply = AddVerb(app, kApplyHelp, parsed.apply.common);
+    apply.add_option("--from", parsed.apply.directory, "Read this directory instead")
+        ->type_name("DIRECTORY");
+    apply.add_flag("-n,--dry-run", parsed.apply.dryRun, "Show what is missing, send nothing");
+    apply.add_flag("--prune", parsed.apply.prune, "Unpin what no line wants");
+    AddWaiting(apply, parsed.apply.send);
+    AddSending(apply, parsed.apply.send);
+    apply.callback([&parsed] { parsed.exitStatus = ApplyVerb(parsed.apply); });
+}
+
 // Fills an application that lives as long as `parsed`.
 void Build(CLI::App& app, Parsed& parsed) {
     app.description(kAppText);
@@ -166,6 +178,7 @@ void Build(CLI::App& app, Parsed& parsed) {
     AddListAndStatus(app, parsed);
     AddCheckAndExplain(app, parsed);
     AddMapAndDoctor(app, parsed);
+    AddApply(app, parsed);
 }
 
 // The library takes "[a,b]" for a list of two; such an argument can only be a path, and is written

@@ -63,6 +63,14 @@ struct MapOptions {
     unsigned width = 0;  // columns; 0 = the terminal's
 };
 
+struct ApplyOptions {
+    CommonOptions common;
+    SendOptions send;
+    std::string directory;  // empty = kPinConfDirectory
+    bool dryRun = false;    // show what would be asked for, send nothing
+    bool prune = false;     // unpin what no line wants
+};
+
 struct DoctorOptions {
     CommonOptions common;
     bool fix = false;

@@ -17,5 +17,6 @@ int CheckVerb(const CheckOptions& options);
 int ExplainVerb(const ExplainOptions& options);
 int MapVerb(const MapOptions& options);
 int DoctorVerb(const DoctorOptions& options);
+int ApplyVerb(const ApplyOptions& options);
 
 }  // namespace client

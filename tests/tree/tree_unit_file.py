@@ -29,6 +29,20 @@ def test_an_end_is_waited_for_five_seconds():
     assert settings()["TimeoutStopSec"] == "5s"
 
 
+@pytest.mark.parametrize("name", ["quorcachepin-apply.service", "quorcachepin-apply.timer"])
+def test_systemd_has_nothing_to_say_about_the_units_of_apply(tmp_path, name):
+    if not shutil.which("systemd-analyze"):
+        pytest.skip("no systemd-analyze")
+    for one in ("quorcachepin-apply.service", "quorcachepin-apply.timer"):
+        with open(os.path.join(os.path.dirname(sandbox.UNIT), f"quorcachepinctl.{one}"), encoding="utf-8") as file:
+            text = file.read().replace("/usr/bin/quorcachepinctl", namespaces.program("quorcachepinctl"))
+        (tmp_path / one).write_text(re.sub("^Documentation=.*$", "", text, flags=re.M), encoding="utf-8")
+    done = subprocess.run(["systemd-analyze", "verify", "--recursive-errors=no", str(tmp_path / name)],
+                          capture_output=True, text=True, check=False,
+                          env={**os.environ, "LANG": "C", "SYSTEMD_UNIT_PATH": f"{tmp_path}:"})
+    assert (done.returncode, done.stderr) == (0, "")
+
+
 def test_systemd_has_nothing_to_say_about_it(tmp_path):
     if not shutil.which("systemd-analyze"):
         pytest.skip("no systemd-analyze")
