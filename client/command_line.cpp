@@ -28,6 +28,8 @@ struct Parsed {
     MapOptions map;
     DoctorOptions doctor;
     ApplyOptions apply;
+    RestoreOptions restore;
+    CommonOptions keepCopy;
     int exitStatus = kExitDone;
 };
 
@@ -167,6 +169,22 @@ void AddApply(CLI::App& app, Parsed& parsed) {
     apply.callback([&parsed] { parsed.exitStatus = ApplyVerb(parsed.apply); });
 }
 
+void AddCopies(CLI::App& app, Parsed& parsed) {
+    CLI::App& restore = AddVerb(app, kRestoreHelp, parsed.restore.common);
+    CLI::Option* const copy =
+        restore.add_option("COPY", parsed.restore.copy, "Its number; without it they are listed")
+            ->type_name("")
+            ->check(CLI::PositiveNumber);
+    restore
+        .add_flag("--restart", parsed.restore.restart,
+                  "Stop the service meanwhile and start it again")
+        ->needs(copy);
+    restore.callback([&parsed] { parsed.exitStatus = RestoreVerb(parsed.restore); });
+    AddVerb(app, kKeepCopyHelp, parsed.keepCopy).callback([&parsed] {
+        parsed.exitStatus = KeepCopyVerb(parsed.keepCopy);
+    });
+}
+
 // Fills an application that lives as long as `parsed`.
 void Build(CLI::App& app, Parsed& parsed) {
     app.description(kAppText);
@@ -179,6 +197,7 @@ void Build(CLI::App& app, Parsed& parsed) {
     AddCheckAndExplain(app, parsed);
     AddMapAndDoctor(app, parsed);
     AddApply(app, parsed);
+    AddCopies(app, parsed);
 }
 
 // The library takes "[a,b]" for a list of two; such an argument can only be a path, and is written

@@ -108,4 +108,21 @@ constexpr VerbHelp kApplyHelp = {
     "  quorcachepinctl apply --dry-run\n"
     "  quorcachepinctl apply --prune --wait"};
 
+constexpr VerbHelp kRestoreHelp = {
+    "restore", "List the copies of the service's list of pinned files, or put one back",
+    "A copy is put back while no service runs, or with --restart. What is queued stays queued.\n"
+    "\n"
+    "Examples:\n"
+    "  quorcachepinctl restore\n"
+    "  quorcachepinctl restore 12 --restart"};
+
+constexpr VerbHelp kKeepCopyHelp = {
+    "keep-copy", "Keep a copy of the service's list when it has changed",
+    "The last five are kept. While no service runs, a configuration file that cannot be read is\n"
+    "put aside and the last good copy takes its place. The packaged service does this before it\n"
+    "starts.\n"
+    "\n"
+    "Example:\n"
+    "  quorcachepinctl keep-copy"};
+
 }  // namespace client
