@@ -27,6 +27,9 @@ struct Parsed {
     ExplainOptions explain;
     MapOptions map;
     DoctorOptions doctor;
+    ApplyOptions apply;
+    RestoreOptions restore;
+    CommonOptions keepCopy;
     int exitStatus = kExitDone;
 };
 
@@ -155,6 +158,33 @@ void AddMapAndDoctor(CLI::App& app, Parsed& parsed) {
     doctor.callback([&parsed] { parsed.exitStatus = DoctorVerb(parsed.doctor); });
 }
 
+void AddApply(CLI::App& app, Parsed& parsed) {
+    CLI::App& apply = AddVerb(app, kApplyHelp, parsed.apply.common);
+    apply.add_option("--from", parsed.apply.directory, "Read this directory instead")
+        ->type_name("DIRECTORY");
+    apply.add_flag("-n,--dry-run", parsed.apply.dryRun, "Show what is missing, send nothing");
+    apply.add_flag("--prune", parsed.apply.prune, "Unpin what no line wants");
+    AddWaiting(apply, parsed.apply.send);
+    AddSending(apply, parsed.apply.send);
+    apply.callback([&parsed] { parsed.exitStatus = ApplyVerb(parsed.apply); });
+}
+
+void AddCopies(CLI::App& app, Parsed& parsed) {
+    CLI::App& restore = AddVerb(app, kRestoreHelp, parsed.restore.common);
+    CLI::Option* const copy =
+        restore.add_option("COPY", parsed.restore.copy, "Its number; without it they are listed")
+            ->type_name("")
+            ->check(CLI::PositiveNumber);
+    restore
+        .add_flag("--restart", parsed.restore.restart,
+                  "Stop the service meanwhile and start it again")
+        ->needs(copy);
+    restore.callback([&parsed] { parsed.exitStatus = RestoreVerb(parsed.restore); });
+    AddVerb(app, kKeepCopyHelp, parsed.keepCopy).callback([&parsed] {
+        parsed.exitStatus = KeepCopyVerb(parsed.keepCopy);
+    });
+}
+
 // Fills an application that lives as long as `parsed`.
 void Build(CLI::App& app, Parsed& parsed) {
     app.description(kAppText);
@@ -166,6 +196,8 @@ void Build(CLI::App& app, Parsed& parsed) {
     AddListAndStatus(app, parsed);
     AddCheckAndExplain(app, parsed);
     AddMapAndDoctor(app, parsed);
+    AddApply(app, parsed);
+    AddCopies(app, parsed);
 }
 
 // The library takes "[a,b]" for a list of two; such an argument can only be a path, and is written

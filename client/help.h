@@ -98,4 +98,31 @@ constexpr VerbHelp kDoctorHelp = {"doctor", "Look for what keeps the service fro
                                   "  quorcachepinctl doctor\n"
                                   "  quorcachepinctl doctor --fix"};
 
+constexpr VerbHelp kApplyHelp = {
+    "apply", "Pin what /etc/quorcachepin.d says is to be pinned",
+    "The files *.conf there have a path, a directory or a pattern a line. What is missing is asked\n"
+    "for; what was pinned by hand stays, unless --prune is given. A line that is wrong is named,\n"
+    "the others are applied.\n"
+    "\n"
+    "Examples:\n"
+    "  quorcachepinctl apply --dry-run\n"
+    "  quorcachepinctl apply --prune --wait"};
+
+constexpr VerbHelp kRestoreHelp = {
+    "restore", "List the copies of the service's list of pinned files, or put one back",
+    "A copy is put back while no service runs, or with --restart. What is queued stays queued.\n"
+    "\n"
+    "Examples:\n"
+    "  quorcachepinctl restore\n"
+    "  quorcachepinctl restore 12 --restart"};
+
+constexpr VerbHelp kKeepCopyHelp = {
+    "keep-copy", "Keep a copy of the service's list when it has changed",
+    "The last five are kept. While no service runs, a configuration file that cannot be read is\n"
+    "put aside and the last good copy takes its place. The packaged service does this before it\n"
+    "starts.\n"
+    "\n"
+    "Example:\n"
+    "  quorcachepinctl keep-copy"};
+
 }  // namespace client

@@ -17,7 +17,7 @@ _quorcachepinctl() {
     done
     case $verb in
         '')
-            local verbs='pin unpin reload pend release list status check explain map doctor'
+            local verbs='pin unpin reload pend release list status check explain map doctor apply restore keep-copy'
             [[ $cur == -* ]] && verbs='-h --help --version'
             mapfile -t COMPREPLY < <(compgen -W "$verbs" -- "$cur")
             return
@@ -30,6 +30,8 @@ _quorcachepinctl() {
         check) options="$common --repair --restart --timeout --send-timeout" ;;
         map) options="$common -o --output --width" ;;
         doctor) options="$common --fix" ;;
+        restore) options="$common --restart" ;;
+        apply) options="$common $waiting --send-timeout --from -n --dry-run --prune" ;;
         *) options=$common ;;
     esac
 
@@ -40,6 +42,10 @@ _quorcachepinctl() {
             return
             ;;
     esac
+    if [[ $prev == --from ]]; then
+        mapfile -t COMPREPLY < <(compgen -d -- "$cur")
+        return
+    fi
     if [[ $cur == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W "$options" -- "$cur")
         return
@@ -54,7 +60,7 @@ _quorcachepinctl() {
             )
             [[ ${#COMPREPLY[@]} -gt 0 ]] || mapfile -t COMPREPLY < <(compgen -f -- "$cur")
             ;;
-        status | doctor) ;;
+        status | doctor | apply | restore | keep-copy) ;;
         *) mapfile -t COMPREPLY < <(compgen -d -- "$cur") ;;
     esac
 }

@@ -10,29 +10,6 @@ namespace client {
 
 namespace {
 
-// Moves to the refusals what lies right and still cannot be served.
-void RefuseUnservable(FileJob& job) {
-    std::map<const Volume*, bool> keepsPins;  // each volume is asked once
-    Mapper mapper;
-    std::vector<FileRef> kept;
-    for (FileRef& file : job.list.files) {
-        std::string why;
-        const auto [keeps, isNew] = keepsPins.insert({file.volume, false});
-        keeps->second = isNew ? VolumeKeepsPins(*file.volume) : keeps->second;
-        if (!keeps->second) {
-            // The service would drop the request and forget all that is pinned on the volume.
-            why = "its volume " + Printable(file.volume->mountPath) +
-                  " has no cache that keeps pins now";
-        }
-        if (why.empty() && MapForRequest(mapper, file, why)) {
-            kept.push_back(std::move(file));
-        } else {
-            job.list.refusals.push_back({file.path, why});
-        }
-    }
-    job.list.files = std::move(kept);
-}
-
 void SayRefusals(const FileList& list) {
     for (const std::string& note : list.notes) {
         Say(note);
@@ -58,6 +35,28 @@ bool MapForRequest(Mapper& mapper, FileRef& file, std::string& why) {
             why = "its extents cannot be told (ext4 and XFS tell them)";
             return false;
     }
+}
+
+void RefuseUnservable(FileJob& job) {
+    std::map<const Volume*, bool> keepsPins;  // each volume is asked once
+    Mapper mapper;
+    std::vector<FileRef> kept;
+    for (FileRef& file : job.list.files) {
+        std::string why;
+        const auto [keeps, isNew] = keepsPins.insert({file.volume, false});
+        keeps->second = isNew ? VolumeKeepsPins(*file.volume) : keeps->second;
+        if (!keeps->second) {
+            // The service would drop the request and forget all that is pinned on the volume.
+            why = "its volume " + Printable(file.volume->mountPath) +
+                  " has no cache that keeps pins now";
+        }
+        if (why.empty() && MapForRequest(mapper, file, why)) {
+            kept.push_back(std::move(file));
+        } else {
+            job.list.refusals.push_back({file.path, why});
+        }
+    }
+    job.list.files = std::move(kept);
 }
 
 int CollectJob(const FileListOptions& options, FileJob& job) {

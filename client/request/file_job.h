@@ -28,6 +28,10 @@ struct FileJob {
 // said why.
 int CollectJob(const FileListOptions& options, FileJob& job);
 
+// Moves to the refusals the files that lie right and still cannot be served: their volume keeps no
+// pins now, or they cannot be mapped. Fills the extents of the others.
+void RefuseUnservable(FileJob& job);
+
 // Says on standard error what is refused and why, and packs the files. Returns kExitDone when the
 // messages may be sent, else the exit status.
 int PackJob(bool keepGoing, FileJob& job);

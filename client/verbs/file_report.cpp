@@ -10,6 +10,12 @@ namespace client {
 
 namespace {
 
+Record DescribeRefusal(const Refusal& refusal) {
+    return Record().Add("path", refusal.path).Add("reason", refusal.reason);
+}
+
+}  // namespace
+
 Record DescribeFile(const FileRef& file) {
     return Record()
         .Add("path", file.path)
@@ -17,12 +23,6 @@ Record DescribeFile(const FileRef& file) {
         .Add("inode", file.inode)
         .Add("size", Json::UInt64{file.size});
 }
-
-Record DescribeRefusal(const Refusal& refusal) {
-    return Record().Add("path", refusal.path).Add("reason", refusal.reason);
-}
-
-}  // namespace
 
 void AddJob(const FileJob& job, Record& report) {
     std::vector<Refusal> refusals = job.list.refusals;

@@ -7,6 +7,9 @@
 
 namespace client {
 
+// Describes a file: path, volume, inode, size.
+Record DescribeFile(const FileRef& file);
+
 // Adds what the job consists of, in the JSON form alone.
 void AddJob(const FileJob& job, Record& report);
 

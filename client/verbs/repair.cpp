@@ -6,45 +6,11 @@
 #include "client/service/service_process.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
-#include "client/show/text.h"
+#include "client/verbs/around_unit.h"
 #include "client/verbs/request_repair.h"
 #include "client/verbs/rest_repair.h"
-#include "client/verbs/service_unit.h"
 
 namespace client {
-
-namespace {
-
-// Whether the services that run are the unit's one process, so that it can be stopped and started.
-bool IsUnitAlone(const std::vector<ServiceProcess>& services) {
-    return services.size() == 1 && services[0].pid == UnitMainProcess();
-}
-
-int RepairAround(const std::vector<ServiceProcess>& services, const std::string& configPath,
-                 const std::string& mountPath, RepairReport& report) {
-    // A path through the process's own root ends with the process.
-    if (!IsUnitAlone(services) || StartsWith(configPath, "/proc/")) {
-        Say("--restart: the service that runs is not " + std::string(kServiceUnit) +
-            ", or its configuration file is not seen from here; stop it, run check --repair "
-            "--config-path FILE, and start it again; nothing was changed");
-        return kExitRefused;
-    }
-    const SignalsPutOff putOff;
-    int status = kExitNoService;
-    if (StopUnit()) {
-        status = RepairAtRest(configPath, mountPath, report);
-    } else {
-        Say("--restart: " + std::string(kServiceUnit) + " cannot be stopped; nothing was changed");
-    }
-    if (!StartUnit()) {
-        Say("--restart: " + std::string(kServiceUnit) +
-            " cannot be started again; systemctl status shows why");
-        status = kExitNoService;
-    }
-    return status;
-}
-
-}  // namespace
 
 int Repair(const CheckOptions& options, const std::string& configPath, const std::string& mountPath,
            RepairReport& report) {
@@ -59,7 +25,8 @@ int Repair(const CheckOptions& options, const std::string& configPath, const std
         return kExitNoService;
     }
     if (options.restart) {
-        return RepairAround(services, configPath, mountPath, report);
+        return AroundUnit(services, configPath, "check --repair",
+                          [&] { return RepairAtRest(configPath, mountPath, report); });
     }
     const bool works =
         std::any_of(services.begin(), services.end(), [&configPath](const ServiceProcess& service) {

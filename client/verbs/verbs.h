@@ -17,5 +17,8 @@ int CheckVerb(const CheckOptions& options);
 int ExplainVerb(const ExplainOptions& options);
 int MapVerb(const MapOptions& options);
 int DoctorVerb(const DoctorOptions& options);
+int ApplyVerb(const ApplyOptions& options);
+int RestoreVerb(const RestoreOptions& options);
+int KeepCopyVerb(const CommonOptions& options);
 
 }  // namespace client
