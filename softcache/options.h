@@ -15,9 +15,10 @@ struct Options {
     std::string ssd;
     std::string mountPoint;
     std::string registryDirectory;
-    uint64_t ssdSize = 0;  // bytes
+    uint64_t ssdSize = 0;  // bytes; 0 = what the SSD has
     int32_t state = 1;
     bool supportPin = true;
+    bool device = false;  // attach a loop device
 };
 
 // Parses the command line. Returns the exit status when there is nothing to serve: 0 after --help

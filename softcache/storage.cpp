@@ -133,6 +133,19 @@ std::string OpenSsd(const std::string& path, uint64_t size, OwnedFd& ssd) {
     return "";
 }
 
+std::string WholeSsd(const std::string& path, uint64_t& size) {
+    const OwnedFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_LARGEFILE));
+    if (!fd.valid()) {
+        return Failure("ssd", path, strerror(errno));
+    }
+    size = SizeOf(fd.get()) / kUnitSize * kUnitSize;
+    return size > 0 ? "" : Failure("ssd", path, "has no room for a cache; name a size");
+}
+
+std::string DefaultMountPoint(const std::string& name) {
+    return "/run/quorsoftcache/mount/" + name;
+}
+
 static std::string MountPointFailure(const std::string& path, int error) {
     if (error == ENOTCONN) {
         return Failure("mount point", path,

@@ -17,7 +17,7 @@ bool ParseSize(const std::string& text, uint64_t& bytes);
 // An empty text, or why the SSD cannot have this size: whole units, at least one.
 std::string WhyNotCacheSize(uint64_t bytes);
 
-// All three return an empty text, or one line that names the object and what is wrong with it; then
+// These return an empty text, or one line that names the object and what is wrong with it; then
 // nothing is stored.
 
 // Opens the backing, a regular file or a block device, for this process alone.
@@ -27,6 +27,12 @@ std::string OpenBacking(const std::string& path, OwnedFd& backing, uint64_t& dev
 // `size` with its space allocated (where its file system can), or a block device of at least that
 // size. What it holds is of no interest and is lost.
 std::string OpenSsd(const std::string& path, uint64_t size, OwnedFd& ssd);
+
+// Stores how large a cache on this SSD is, a file or block device that exists: all its whole units.
+std::string WholeSsd(const std::string& path, uint64_t& size);
+
+// Where a cache is mounted unless another place is named.
+std::string DefaultMountPoint(const std::string& name);
 
 // Checks that a directory can be mounted on, and stores its absolute path, free of links.
 std::string CheckMountPoint(const std::string& path, std::string& absolute);
