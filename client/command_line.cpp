@@ -26,6 +26,7 @@ struct Parsed {
     CheckOptions check;
     ExplainOptions explain;
     MapOptions map;
+    ReadyOptions ready;
     DoctorOptions doctor;
     int exitStatus = kExitDone;
 };
@@ -90,7 +91,12 @@ CLI::App& AddVolumeVerb(CLI::App& app, const VerbHelp& help, int (*run)(const Vo
         ->type_name("")
         ->required();
     AddSending(verb, parsed.volume.send);
-    verb.callback([&parsed, run] { parsed.exitStatus = run(parsed.volume); });
+    verb.callback([&parsed, run] {
+        if (parsed.volume.volume.empty() && !parsed.volume.missing) {
+            throw CLI::RequiredError("VOLUME");
+        }
+        parsed.exitStatus = run(parsed.volume);
+    });
     return verb;
 }
 
@@ -100,7 +106,13 @@ void AddRequestVerbs(CLI::App& app, Parsed& parsed) {
         .add_flag_callback(
             "--no-repin", [&parsed] { parsed.file.repin = false; },
             "Do not pin again the files that share units with those unpinned");
-    AddWaiting(AddVolumeVerb(app, kReloadHelp, ReloadVerb, parsed), parsed.volume.send);
+    CLI::App& reload = AddVolumeVerb(app, kReloadHelp, ReloadVerb, parsed);
+    AddWaiting(reload, parsed.volume.send);
+    CLI::Option* const volume = reload.get_option("VOLUME")->required(false);
+    reload
+        .add_flag("--missing", parsed.volume.missing,
+                  "Those volumes of which pinned units are not in the cache")
+        ->excludes(volume);
     AddVolumeVerb(app, kPendHelp, PendVerb, parsed);
     AddVolumeVerb(app, kReleaseHelp, ReleaseVerb, parsed);
 }
@@ -138,6 +150,11 @@ std::string WhyNotPictureName(const std::string& path) {
     return end == ".svg" ? "" : "the name must end in .svg";
 }
 
+void AddReady(CLI::App& app, Parsed& parsed) {
+    CLI::App& ready = AddVerb(app, kReadyHelp, parsed.ready.common);
+    ready.callback([&parsed] { parsed.exitStatus = ReadyVerb(parsed.ready); });
+}
+
 void AddMapAndDoctor(CLI::App& app, Parsed& parsed) {
     CLI::App& map = AddVerb(app, kMapHelp, parsed.map.common);
     map.add_option("VOLUME", parsed.map.volume, "Mount path of the volume, or any path in it")
@@ -166,6 +183,7 @@ void Build(CLI::App& app, Parsed& parsed) {
     AddListAndStatus(app, parsed);
     AddCheckAndExplain(app, parsed);
     AddMapAndDoctor(app, parsed);
+    AddReady(app, parsed);
 }
 
 // The library takes "[a,b]" for a list of two; such an argument can only be a path, and is written

@@ -29,7 +29,8 @@ struct FileVerbOptions {
 struct VolumeVerbOptions {
     CommonOptions common;
     SendOptions send;
-    std::string volume;
+    std::string volume;    // empty with `missing`: all
+    bool missing = false;  // reload: where pinned units are not in the cache
 };
 
 struct ListOptions {
@@ -61,6 +62,10 @@ struct MapOptions {
     std::string volume;
     std::string output;  // empty = the terminal; else a file, .svg
     unsigned width = 0;  // columns; 0 = the terminal's
+};
+
+struct ReadyOptions {
+    CommonOptions common;
 };
 
 struct DoctorOptions {
