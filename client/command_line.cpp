@@ -91,8 +91,8 @@ CLI::App& AddVolumeVerb(CLI::App& app, const VerbHelp& help, int (*run)(const Vo
         ->type_name("")
         ->required();
     AddSending(verb, parsed.volume.send);
-    verb.callback([&parsed, run] {
-        if (parsed.volume.volume.empty() && !parsed.volume.missing) {
+    verb.callback([&verb, &parsed, run] {
+        if (verb.count("VOLUME") == 0 && !parsed.volume.missing) {
             throw CLI::RequiredError("VOLUME");
         }
         parsed.exitStatus = run(parsed.volume);

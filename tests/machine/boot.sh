@@ -11,6 +11,8 @@ mkdir -p "$state/upper" "$state/scratch" "$top"
 mount -t overlay -o "lowerdir=$root,upperdir=$state/upper,workdir=$state/scratch" overlay "$top"
 mount -t proc proc "$top/proc"
 # Without it systemd takes the machine for a container, knows no devices and starts no udev.
+cat /proc/sys/kernel/random/uuid >"$state/boot_id"
+mount --bind "$state/boot_id" "$top/proc/sys/kernel/random/boot_id"
 mount -t sysfs ${MACHINE_SYS:+-o "$MACHINE_SYS"} sys "$top/sys"
 mount -t cgroup2 cgroup "$top/sys/fs/cgroup"
 mount -t tmpfs -o mode=755 run "$top/run"
