@@ -26,6 +26,7 @@ struct Parsed {
     CheckOptions check;
     ExplainOptions explain;
     MapOptions map;
+    ReadyOptions ready;
     DoctorOptions doctor;
     ApplyOptions apply;
     RestoreOptions restore;
@@ -93,7 +94,12 @@ CLI::App& AddVolumeVerb(CLI::App& app, const VerbHelp& help, int (*run)(const Vo
         ->type_name("")
         ->required();
     AddSending(verb, parsed.volume.send);
-    verb.callback([&parsed, run] { parsed.exitStatus = run(parsed.volume); });
+    verb.callback([&verb, &parsed, run] {
+        if (verb.count("VOLUME") == 0 && !parsed.volume.missing) {
+            throw CLI::RequiredError("VOLUME");
+        }
+        parsed.exitStatus = run(parsed.volume);
+    });
     return verb;
 }
 
@@ -103,7 +109,13 @@ void AddRequestVerbs(CLI::App& app, Parsed& parsed) {
         .add_flag_callback(
             "--no-repin", [&parsed] { parsed.file.repin = false; },
             "Do not pin again the files that share units with those unpinned");
-    AddWaiting(AddVolumeVerb(app, kReloadHelp, ReloadVerb, parsed), parsed.volume.send);
+    CLI::App& reload = AddVolumeVerb(app, kReloadHelp, ReloadVerb, parsed);
+    AddWaiting(reload, parsed.volume.send);
+    CLI::Option* const volume = reload.get_option("VOLUME")->required(false);
+    reload
+        .add_flag("--missing", parsed.volume.missing,
+                  "Those volumes of which pinned units are not in the cache")
+        ->excludes(volume);
     AddVolumeVerb(app, kPendHelp, PendVerb, parsed);
     AddVolumeVerb(app, kReleaseHelp, ReleaseVerb, parsed);
 }
@@ -139,6 +151,11 @@ std::string WhyNotPictureName(const std::string& path) {
     const size_t dot = path.find_last_of('.');
     const std::string end = dot == std::string::npos ? "" : path.substr(dot);
     return end == ".svg" ? "" : "the name must end in .svg";
+}
+
+void AddReady(CLI::App& app, Parsed& parsed) {
+    CLI::App& ready = AddVerb(app, kReadyHelp, parsed.ready.common);
+    ready.callback([&parsed] { parsed.exitStatus = ReadyVerb(parsed.ready); });
 }
 
 void AddMapAndDoctor(CLI::App& app, Parsed& parsed) {
@@ -198,6 +215,7 @@ void Build(CLI::App& app, Parsed& parsed) {
     AddMapAndDoctor(app, parsed);
     AddApply(app, parsed);
     AddCopies(app, parsed);
+    AddReady(app, parsed);
 }
 
 // The library takes "[a,b]" for a list of two; such an argument can only be a path, and is written

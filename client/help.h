@@ -45,8 +45,9 @@ constexpr VerbHelp kUnpinHelp = {
     "  quorcachepinctl list -0 /mnt/pool1 | quorcachepinctl unpin -0 -f -"};
 
 constexpr VerbHelp kReloadHelp = {"reload", "Read a volume's pinned units into its cache again",
-                                  "Example:\n"
-                                  "  quorcachepinctl reload --wait /mnt/pool1"};
+                                  "Examples:\n"
+                                  "  quorcachepinctl reload --wait /mnt/pool1\n"
+                                  "  quorcachepinctl reload --missing"};
 
 constexpr VerbHelp kPendHelp = {
     "pend", "Make the service leave a volume's requests alone",
@@ -92,6 +93,14 @@ constexpr VerbHelp kMapHelp = {"map",
                                "Examples:\n"
                                "  quorcachepinctl map /mnt/pool1\n"
                                "  quorcachepinctl map /mnt/pool1 -o pool1.svg"};
+
+constexpr VerbHelp kReadyHelp = {
+    "ready", "Tell whether the service may start: all volumes it knows are there with their caches",
+    "The service forgets what is pinned on a volume when it meets a request for it and finds no\n"
+    "cache. The packaged unit asks this before each start.\n"
+    "\n"
+    "Example:\n"
+    "  quorcachepinctl ready"};
 
 constexpr VerbHelp kDoctorHelp = {"doctor", "Look for what keeps the service from working",
                                   "Examples:\n"

@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "softcache/loop_device.h"
 #include "softcache/registry.h"
 #include "softcache/storage.h"
 
@@ -31,14 +32,20 @@ std::optional<int> ParseOptions(int argc, char** argv, Options& options) {
     options.registryDirectory = DefaultRegistryDirectory();
     app.add_option("--name", options.name, "Name of the cache and of its registry entry")
         ->required();
-    app.add_option("--backing", options.backing, "File or block device to cache")->required();
-    app.add_option("--ssd", options.ssd, "File or block device that holds the cached units")
+    app.add_option("--backing", options.backing,
+                   "File or block device to cache; UUID=, LABEL=, PARTUUID= too")
         ->required();
-    app.add_option("--ssd-size", ssdSize, "Size of the cache: bytes, or with K, M, G, T")
-        ->required()
+    app.add_option("--ssd", options.ssd,
+                   "File or block device that holds the cached units; UUID= and so on too")
+        ->required();
+    app.add_option("--ssd-size", ssdSize,
+                   "Size of the cache: bytes, or with K, M, G, T (default: all of --ssd)")
         ->type_name("")
         ->check(SizeValidator());
-    app.add_option("--mount", options.mountPoint, "Directory to mount on")->required();
+    app.add_option("--mount", options.mountPoint,
+                   "Directory to mount on (default: " + DefaultMountPoint("NAME") + ", made)");
+    app.add_flag("--device", options.device,
+                 "Attach a loop device and name it " + DefaultNameDirectory() + "/NAME");
     app.add_option("--registry", options.registryDirectory, "Registry directory")
         ->capture_default_str();
     app.add_option("--state", options.state, "State told by the registry entry, 1 = serving")
@@ -63,7 +70,9 @@ std::optional<int> ParseOptions(int argc, char** argv, Options& options) {
         fprintf(stderr, "quorsoftcache: %s\n", error.what());
         return 2;
     }
-    ParseSize(ssdSize, options.ssdSize);
+    if (!ssdSize.empty()) {
+        ParseSize(ssdSize, options.ssdSize);
+    }
     options.supportPin = !noPin;
     return std::nullopt;
 }

@@ -7,14 +7,19 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <filesystem>
 #include <functional>
 #include <memory>
 
 #include "softcache/cache_files.h"
 #include "softcache/checkpoints.h"
+#include "softcache/device_tag.h"
 #include "softcache/fuse_device.h"
 #include "softcache/inspection.h"
+#include "softcache/loop_device.h"
 #include "softcache/options.h"
+#include "softcache/readiness.h"
 #include "softcache/served_cache.h"
 #include "softcache/storage.h"
 
@@ -63,6 +68,27 @@ void WaitForEndSignal() {
     sigwait(&signals, &which);
 }
 
+// Waits for such a signal; for 50 ms at most.
+bool EndSignalComes() {
+    const sigset_t signals = EndSignals();
+    const timespec pause = {0, 50'000'000};
+    return sigtimedwait(&signals, nullptr, &pause) > 0;
+}
+
+// Finds out what the command line left open.
+bool Complete(Options& options) {
+    if (!Succeeded(WhyNotServe(options.registryDirectory, options.name)) ||
+        !Succeeded(ResolveTag(options.backing)) || !Succeeded(ResolveTag(options.ssd))) {
+        return false;
+    }
+    if (options.mountPoint.empty()) {
+        std::error_code error;  // a directory that is not there is told when it is mounted on
+        options.mountPoint = DefaultMountPoint(options.name);
+        std::filesystem::create_directories(options.mountPoint, error);
+    }
+    return true;
+}
+
 // What is open for as long as the cache lives.
 struct Storage {
     CacheFiles files;
@@ -73,8 +99,7 @@ bool OpenStorage(const Options& options, Storage& storage) {
     const CacheFilesWanted wanted = {options.name, options.backing, options.ssd, options.ssdSize,
                                      options.format};
     const bool opened =
-        Succeeded(WhyNotServe(options.registryDirectory, options.name)) &&
-        Succeeded(WhyNotCacheSize(options.ssdSize)) &&
+        (options.ssdSize == 0 || Succeeded(WhyNotCacheSize(options.ssdSize))) &&
         Succeeded(CheckMountPoint(options.mountPoint, options.name, storage.mountPoint)) &&
         Succeeded(OpenCacheFiles(wanted, storage.files));
     for (const std::string& remark : storage.files.remarks) {
@@ -138,17 +163,62 @@ class Settling {
     std::unique_ptr<Checkpoints> checkpoints_;
 };
 
-bool Serve(FuseDevice& device, ServedCache& served, const std::string& name) {
+// The cache as others meet it: the mount, the entry in the registry, the loop device.
+struct Served {
+    explicit Served(ServedCache& cache) : device(cache), registry(cache.registry) {}
+
+    FuseDevice device;
+    RegistryEntry& registry;
+    LoopDevice loop;
+    std::atomic<bool> ended{false};  // nothing is answered any more
+};
+
+bool Serve(const Options& options, const Storage& storage, Served& served) {
+    if (!Succeeded(served.device.Mount(options.name, storage.mountPoint))) {
+        return false;
+    }
     // Somebody else may take the mount away; main then wakes as for a signal.
-    if (!device.Start([] { kill(getpid(), SIGTERM); })) {
+    const auto onEnd = [&served] {
+        served.ended = true;
+        kill(getpid(), SIGTERM);
+    };
+    if (!served.device.Start(onEnd)) {
         return Succeeded("the mount went away before it was served");
     }
     if (!Succeeded(served.registry.Publish())) {
         return false;
     }
-    printf("quorsoftcache: %s ready\n", name.c_str());
+    if (options.device) {
+        const std::string wrong =
+            served.loop.Attach(storage.mountPoint + "/device", SectorSizeOf(storage.files.backing->Fd()),
+                               DefaultNameDirectory(), options.name);
+        if (!Succeeded(wrong)) {
+            served.registry.Remove();
+            return false;
+        }
+    }
+    const std::string state =
+        options.name + " ready" + (options.device ? " on " + served.loop.Node() : "");
+    printf("quorsoftcache: %s\n", state.c_str());
     fflush(stdout);
+    TellReady(state);
     return true;
+}
+
+// In the reverse order. A volume that is still mounted is served until it is not, or until a second
+// signal: what its file system has yet to write would be lost.
+void TakeDown(const std::string& name, Served& served) {
+    served.loop.Release();
+    if (!served.ended && served.loop.IsInUse()) {
+        const std::string state = name + ": " + served.loop.Node() + " is still in use";
+        Succeeded(state + "; served until it is let go, or another signal");
+        TellStopping(state);
+        while (!served.ended && served.loop.IsInUse() && !EndSignalComes()) {
+        }
+    }
+    served.registry.Remove();
+    served.device.Stop();
+    served.device.Unmount();
 }
 
 }  // namespace
@@ -163,19 +233,16 @@ int main(int argc, char** argv) {
     }
     PrepareProcess();
     Storage storage;
-    if (!OpenStorage(options, storage)) {
+    if (!Complete(options) || !OpenStorage(options, storage)) {
         return 1;
     }
-    const std::unique_ptr<ServedCache> served = MakeCache(options, storage);
-    const Settling settling(*served, AbsolutePath(options.backing));
-    FuseDevice device(*served);
-    if (!Succeeded(device.Mount(options.name, storage.mountPoint)) ||
-        !Serve(device, *served, options.name)) {
+    const std::unique_ptr<ServedCache> cache = MakeCache(options, storage);
+    const Settling settling(*cache, AbsolutePath(options.backing));
+    Served served(*cache);
+    if (!Serve(options, storage, served)) {
         return 1;
     }
     WaitForEndSignal();
-    served->registry.Remove();
-    device.Stop();
-    device.Unmount();
+    TakeDown(options.name, served);
     return 0;
 }

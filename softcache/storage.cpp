@@ -168,6 +168,10 @@ static std::string ThroughParent(const std::string& path) {
                : std::string(parent) + "/" + whole.substr(slash + 1);
 }
 
+std::string DefaultMountPoint(const std::string& name) {
+    return "/run/quorsoftcache/mount/" + name;
+}
+
 static std::string MountPointFailure(const std::string& path, int error) {
     if (error == ENOTCONN) {
         return Failure("mount point", path,

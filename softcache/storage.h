@@ -17,7 +17,7 @@ bool ParseSize(const std::string& text, uint64_t& bytes);
 // An empty text, or why the SSD cannot have this size: whole units, at least one.
 std::string WhyNotCacheSize(uint64_t bytes);
 
-// They return an empty text, or one line that names the object and what is wrong with it; then
+// These return an empty text, or one line that names the object and what is wrong with it; then
 // nothing is stored.
 
 // Opens the backing, a regular file or a block device, for this process alone.
@@ -33,6 +33,9 @@ std::string OpenSsd(const std::string& path, OwnedFd& ssd, bool& isBlockDevice);
 // Gives an SSD file its length, with its space allocated where its file system can. Returns an
 // empty text, or what is wrong without its name, and then the file is as long as it was.
 std::string SizeSsdFile(int fd, uint64_t size);
+
+// Where a cache is mounted unless another place is named.
+std::string DefaultMountPoint(const std::string& name);
 
 // Checks that a directory can be mounted on, and stores its absolute path, free of links. The dead
 // mount of an earlier cache of this name is taken away.

@@ -31,7 +31,8 @@ struct FileVerbOptions {
 struct VolumeVerbOptions {
     CommonOptions common;
     SendOptions send;
-    std::string volume;
+    std::string volume;    // empty with `missing`: all
+    bool missing = false;  // reload: where pinned units are not in the cache
 };
 
 struct ListOptions {
@@ -77,6 +78,10 @@ struct RestoreOptions {
     CommonOptions common;
     uint64_t copy = 0;     // its number; 0 = list them
     bool restart = false;  // the service rests meanwhile
+};
+
+struct ReadyOptions {
+    CommonOptions common;
 };
 
 struct DoctorOptions {
