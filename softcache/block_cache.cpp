@@ -7,8 +7,6 @@
 
 #include <algorithm>
 
-#include "softcache/block_cache_parts.h"
-
 namespace softcache {
 
 // A write is one operation up to this; a longer one is several.

@@ -129,7 +129,23 @@ class BlockCache {
         uint32_t size;
     };
     using Lock = std::unique_lock<std::mutex>;
-    class OpenSlots;
+
+    // These slots, whose units the caller has claimed, are open on the SSD from construction to
+    // destruction; or the SSD is lost.
+    class OpenSlots {
+      public:
+        OpenSlots(BlockCache& cache, std::vector<uint32_t> slots)
+            : cache_(cache), slots_(std::move(slots)) {
+            cache_.Open(slots_);
+        }
+        ~OpenSlots() { cache_.Leave(slots_); }
+        OpenSlots(const OpenSlots&) = delete;
+        OpenSlots& operator=(const OpenSlots&) = delete;
+
+      private:
+        BlockCache& cache_;
+        const std::vector<uint32_t> slots_;
+    };
 
     static Piece FirstPiece(uint64_t offset, uint64_t size);
     uint32_t UnitLength(uint32_t unit) const;

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Holes, zeros and allocation, and bringing to stable storage.
+#include "softcache/block_cache.h"
+
 #include <errno.h>
 #include <fcntl.h>
 #include <linux/falloc.h>
@@ -7,8 +9,6 @@
 
 #include <algorithm>
 #include <array>
-
-#include "softcache/block_cache_parts.h"
 
 namespace softcache {
 

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 // What requests leave behind on the SSD: slots are opened before they change, and closed by a
 // checkpoint.
+#include "softcache/block_cache.h"
+
 #include <string.h>
 
 #include <algorithm>
 #include <chrono>
-
-#include "softcache/block_cache_parts.h"
 
 namespace softcache {
 

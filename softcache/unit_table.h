@@ -19,6 +19,14 @@ constexpr uint32_t kNoSlot = UINT32_MAX;    // "not resident", "no slot to be ha
 constexpr uint32_t kNoUnit = UINT32_MAX;    // "no such unit"
 constexpr uint32_t kMaxUnits = UINT32_MAX;  // a device is smaller than 256 TiB
 
+// The first byte of a unit on the device, and the unit that a byte lies in.
+constexpr uint64_t UnitStart(uint32_t unit) {
+    return uint64_t{unit} * kUnitSize;
+}
+constexpr uint32_t UnitAt(uint64_t offset) {
+    return static_cast<uint32_t>(offset / kUnitSize);
+}
+
 class UnitTable {
   public:
     // A device of `units` units, a cache of `slots` free slots.
