@@ -104,7 +104,7 @@ def resting(daemon):
             if call == _NANOSLEEP and states.get(daemon.pid) == "Z" and daemon.log()[-1:] and any(
                     "is pending" in line for line in daemon.log()[-12:]):
                 return "waits for a release that nobody receives"
-            if call not in (_MSGRCV, _FUTEX) or call == _MSGRCV and queued():
+            if call not in (_MSGRCV, _FUTEX):
                 return None
             switches = re.search(r"^voluntary_ctxt_switches:\s*(\d+)", _of_thread(daemon.pid, thread, "status"), re.M)
             look.append((thread, call, switches[1]))
@@ -119,12 +119,6 @@ def whole(daemon):
         return daemon.alive() and len(daemon.threads()) > 1 and "Z" not in daemon.threads().values()
     except FileNotFoundError:
         return False
-
-
-def queued():
-    """The number of messages waiting in all queues of this environment."""
-    with open("/proc/sysvipc/msg", encoding="ascii") as table:
-        return sum(int(line.split()[4]) for line in list(table)[1:])
 
 
 def handled(daemon):
