@@ -46,7 +46,7 @@ class Kind:
         self.ground, self.outcome = scene.ground, scene.ground.outcome
 
     def run(self):
-        daemon = None
+        daemon = self.begin() if self.name == "key" else None
         for index in range(self.ground.wanted):
             raw = damaged(self.ground.random, self.ground.random.choice(self.raws))
             point = f"{self.name} {index}: {raw[:120]!r}"
@@ -60,6 +60,9 @@ class Kind:
 
     def attempt(self, daemon, raw, point):
         """One damaged input; returns the daemon that got it."""
+        cache = self.scene.volume.cache
+        cache.control("reset-counters")
+        errors = len(daemon.errors()) if daemon else 0
         if self.path and self.fresh:
             write(self.path, raw)
         daemon = daemon or self.begin()
@@ -70,9 +73,9 @@ class Kind:
             self.send(queue, raw)
         if not self.ground.rest(daemon, point):
             daemon.process.kill()
-        self.outcome.note(f"of {self.name} were {'answered with an error line' if daemon.errors() else 'taken'}")
-        differ = daemon.alive() and grounds.disagreement(self.scene.volume)
-        if differ and not daemon.errors():
+        self.outcome.note(f"of {self.name} were {'answered with an error line' if len(daemon.errors()) > errors else 'taken'}")
+        differ = cache.requests() and grounds.disagreement(self.scene.volume)
+        if differ and len(daemon.errors()) == errors:
             self.outcome.add("losses", point, f"bitmap and driver differ in {sorted(differ)[:8]} without an error")
         return daemon
 
@@ -92,7 +95,7 @@ class Kind:
     def finish(self, daemon, point):
         key = self.name == "key"
         self.ground.end(daemon, point, lambda: key and NO_NUMBER in self.ground.said(daemon))
-        self.scene.restore()
+        self.scene.restore(keep_queue=key)  # a key is read where there is a queue already
         self.ground.clear_log()
 
 
@@ -117,9 +120,10 @@ class Scene:
         ground.end(daemon, "the beginning")
         self.restore()
 
-    def restore(self):
+    def restore(self, keep_queue=False):
         """Everything as it was, for the next start."""
-        queues.remove_all()
+        if not keep_queue:
+            queues.remove_all()
         grounds.forget(SETTINGS)
         for path in (daemons.CONFIGURATION, self.bitmap, REGISTRY):
             write(path, self.real[path])

@@ -42,7 +42,7 @@ class Ground:
         except TimeoutError as error:
             self.outcome.add("hangs", point, str(error))
             status = 0
-        if status < 0 and status != -number and not aborts():
+        if status < 0 and status not in (-number, -signal.SIGKILL) and not aborts():
             self.outcome.add("crashes", point, f"ended by signal {-status}: {self.said(daemon)}")
         for report in processes.take_reports():
             self.outcome.add("reports", point, report)
