@@ -69,8 +69,8 @@ class Scene:
             if fresh:
                 grounds.forget(self.configuration)
             daemon = self.ground.daemon(wait_for=None)
-            journal.until(lambda: not daemon.alive() or daemon.logged(daemons.RECEIVING), "it does not start")
-            if daemon.alive() and queues.published_key() is not None:
+            journal.until(lambda: not daemon.receiver_alive() or daemon.logged(daemons.RECEIVING), "it does not start")
+            if daemon.receiver_alive() and queues.published_key() is not None:
                 queue = queues.Queue.open()
                 for send in (queue.pin, queue.unpin):
                     send(self.mount, [*self.files, self.pieces])
