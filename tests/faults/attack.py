@@ -44,10 +44,15 @@ def attack(name, options, answer):
         json.dump(outcome.tell(), file)
 
 
+def build_of(name):
+    """The build that the attack wants."""
+    return getattr(importlib.import_module(f"attack_{name}"), "BUILD", "host")
+
+
 def apart(name, options):
     """Runs one attack in an environment of its own; returns what came of it."""
     module = importlib.import_module(f"attack_{name}")
-    os.environ.setdefault("QUOR_BUILD", f"build/{getattr(module, 'BUILD', 'host')}")
+    os.environ.setdefault("QUOR_BUILD", f"build/{build_of(name)}")
     started = time.monotonic()
     with tempfile.TemporaryDirectory(dir=namespaces.build_directory()) as directory:
         answer = os.path.join(directory, "answer")
@@ -69,10 +74,14 @@ def main():
     parser.add_argument("--full", action="store_true", help="everything; takes hours")
     parser.add_argument("--points", type=int, help="about so many points of each")
     parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--builds", action="store_true", help="only say which builds they need")
     options = parser.parse_args()
     chosen = [name for name in names() if not options.words or any(word in name for word in options.words)]
     if not chosen:
         parser.error("no such attack")
+    if options.builds:
+        print(*sorted(set(map(build_of, chosen))))
+        return 0
     given = os.environ.get("QUOR_BUILD")
     tellings = []
     for name in chosen:
