@@ -15,7 +15,8 @@ def start(arguments, output, environment=None):
     """Starts a program with both outputs in the file `output`, given its sanitizer's options."""
     os.makedirs(_REPORTS, exist_ok=True)
     options = {f"{name}SAN_OPTIONS": f"log_path={_REPORTS}/{name.lower()}san:{rest}" for name, rest in
-               (("A", "detect_leaks=1"), ("UB", "print_stacktrace=1"), ("T", "second_deadlock_stack=1"))}
+               (("A", "detect_leaks=1:verify_asan_link_order=0"),  # other libraries may be preloaded
+                ("UB", "print_stacktrace=1"), ("T", "second_deadlock_stack=1"))}
     with open(output, "ab") as log:
         return subprocess.Popen(arguments, stdin=subprocess.DEVNULL, stdout=log, stderr=log,
                                 env={**os.environ, **options, **(environment or {})})
