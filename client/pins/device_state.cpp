@@ -15,15 +15,25 @@ void Append(std::vector<PinnedFile>&& more, std::vector<PinnedFile>& all) {
 }
 
 // The list may still name a mount path that the device had before. Only what lies at its path is
-// taken for its own: numbers and names of another volume's files mean nothing here.
+// taken for its own: numbers and names of another volume's files mean nothing here. Where some of
+// them do, the others may be its own as well, renamed since, and nothing more can be known.
 void TakeFormerMounts(const ConfigState& state, const std::vector<Volume>& volumes,
                       DeviceState& device) {
     for (const std::string& former : UnmountedPaths(state, volumes)) {
-        for (PinnedFile& pinned : InspectAtPaths(state.pinned.at(former), *device.mounts.front())) {
+        const std::vector<StoredFile>& entries = state.pinned.at(former);
+        size_t here = 0;
+        for (PinnedFile& pinned : InspectAtPaths(entries, *device.mounts.front())) {
             if (pinned.fate == Fate::kThere) {
                 pinned.mountPath = former;
                 device.listed.push_back(std::move(pinned));
+                ++here;
             }
+        }
+        if (here > 0 && here < entries.size()) {
+            device.uncertain = "files listed under " + Printable(former) + " lie here, and " +
+                               Counted(entries.size() - here, "other") +
+                               " listed there may have been renamed, so no unit can be said to be "
+                               "unneeded";
         }
     }
 }

@@ -8,7 +8,6 @@
 #include "client/show/output.h"
 #include "client/show/text.h"
 #include "client/volume/directory_walk.h"
-#include "client/volume/inode_search.h"
 #include "client/volume/volume_view.h"
 
 namespace client {

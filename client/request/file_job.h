@@ -8,7 +8,7 @@
 #include "client/pins/pinned_file.h"
 #include "client/request/file_list.h"
 #include "client/request/packing.h"
-#include "client/volume/mapping.h"
+#include "client/volume/file_ref.h"
 
 namespace client {
 

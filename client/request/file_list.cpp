@@ -132,8 +132,9 @@ void Collector::TakeFound(const WalkEntry& entry, PassedOver& passed) {
 
 void Collector::Walk(const std::string& directory) {
     PassedOver passed;
-    passed.mounts =
-        WalkBelow(directory, [this, &passed](const WalkEntry& entry) { TakeFound(entry, passed); });
+    passed.mounts = WalkBelow(directory, [this, &passed](const WalkEntry& entry) {
+                        TakeFound(entry, passed);
+                    }).size();
     Note(directory, passed);
 }
 

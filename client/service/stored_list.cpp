@@ -4,15 +4,12 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <json/json.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "client/show/output.h"
-#include "client/show/text.h"
+#include "client/volume/replace_file.h"
 #include "util/json_file.h"
 #include "util/stored_format.h"
 
@@ -68,23 +65,6 @@ void PutLists(const StoredLists& lists, Json::Value& document) {
     }
 }
 
-// The service's writer does not test whether its bytes arrived; what it wrote is read again.
-bool WriteAndVerify(const Json::Value& document, const std::string& path) {
-    Json::Value written;
-    return WriteJsonToFile(document, path.c_str()) == 0 && ReadFileToJson(path, written) == 0 &&
-           written == document;
-}
-
-// Gives the new file the old one's mode and owner, and takes both to the disk in that order.
-bool TakeThePlace(const std::string& path, const std::string& fresh, int fd) {
-    struct stat old = {};
-    const ScopedFd directory(open(DirectoryOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return directory.valid() && stat(path.c_str(), &old) == 0 &&
-           fchown(fd, old.st_uid, old.st_gid) == 0 && fchmod(fd, old.st_mode & 07777U) == 0 &&
-           fsync(fd) == 0 && rename(fresh.c_str(), path.c_str()) == 0 &&
-           fsync(directory.get()) == 0;
-}
-
 }  // namespace
 
 bool StoredList::Lock(const std::string& path, std::string& why) {
@@ -110,25 +90,11 @@ bool StoredList::Lock(const std::string& path, std::string& why) {
 
 bool StoredList::Replace(const StoredLists& lists, std::string& why) {
     Json::Value document;
-    const std::string fresh = path_ + ".new";
     if (!ReadLists(path_, document, why)) {
         return false;
     }
     PutLists(lists, document);
-    // One that a killed repair left is written anew: the lock is held.
-    const ScopedFd fd(
-        open(fresh.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, kOwnerOnly));
-    if (!fd.valid()) {
-        why = Printable(fresh) + ": " + strerror(errno);
-        return false;
-    }
-    errno = 0;
-    if (!WriteAndVerify(document, fresh) || !TakeThePlace(path_, fresh, fd.get())) {
-        why = Printable(fresh) + ": " + (errno != 0 ? strerror(errno) : "was not written in full");
-        unlink(fresh.c_str());
-        return false;
-    }
-    return true;
+    return ReplaceFile(path_, JsonToStyledText(document), Ownership::kTheOld, why);
 }
 
 }  // namespace client

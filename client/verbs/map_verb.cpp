@@ -3,12 +3,12 @@
 #include <unistd.h>
 
 #include "client/map/picture.h"
-#include "client/pins/unit_counts.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
 #include "client/show/progress.h"
 #include "client/show/report.h"
 #include "client/verbs/verbs.h"
+#include "client/volume/volume_view.h"
 
 namespace client {
 

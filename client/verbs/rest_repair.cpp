@@ -9,7 +9,7 @@
 #include "client/service/stored_list.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
-#include "client/volume/bitmap_file.h"
+#include "client/volume/replace_file.h"
 #include "util/driver.h"
 
 namespace client {
@@ -87,7 +87,9 @@ void RepairBitmap(const DeviceState& device, RepairReport& report) {
     if (!plan.left.empty()) {
         report.left.push_back(plan.left);
     }
-    if (plan.write && !ReplaceBitmapFile(device.view.bitmapPath, plan.bits.Bytes(), why)) {
+    const std::vector<uint8_t>& bytes = plan.bits.Bytes();
+    if (plan.write &&
+        !ReplaceFile(device.view.bitmapPath, {bytes.begin(), bytes.end()}, Ownership::kOurs, why)) {
         report.left.push_back(why);
         return;
     }

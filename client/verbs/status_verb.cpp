@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // status: the service, its queue, what is pinned.
-#include "client/pins/unit_counts.h"
 #include "client/show/output.h"
 #include "client/verbs/status.h"
 #include "client/verbs/verbs.h"
+#include "client/volume/volume_view.h"
 #include "util/request.h"
 
 namespace client {

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 // reload, pend, release: requests about a whole volume.
-#include "client/pins/unit_counts.h"
 #include "client/request/file_check.h"
 #include "client/request/packing.h"
 #include "client/request/sending.h"

@@ -149,10 +149,25 @@ TEST_F(DeviceStateTest, WhatWasPinnedWhereTheDeviceWasMountedBeforeIsNeeded) {
     ASSERT_EQ(device.listed.size(), 1U) << "names and numbers that do not fit mean other files";
     EXPECT_EQ(device.listed[0].mountPath, "/nowhere/pool9");
     EXPECT_EQ(UnitsOf(device.surplus), Units{3});
-    EXPECT_EQ(device.uncertain, "");
+    EXPECT_EQ(device.uncertain,
+              "files listed under /nowhere/pool9 lie here, and 2 others listed there may have been "
+              "renamed, so no unit can be said to be unneeded");
     WriteBitmap({});
     EXPECT_EQ(UnitsOf(Read().missing), Units{}) << "the volume may be another one, made like it";
     EXPECT_EQ(UnmountedPaths(state_, volumes_), std::vector<std::string>{"/nowhere/pool9"});
+}
+
+TEST_F(DeviceStateTest, AFormerListSaysNothingOfADeviceThatHasAllOrNoneOfItsFiles) {
+    const std::string path = Make("a");
+    Place(path, {{2 * kUnit, kUnit}});
+    Make("elsewhere");
+    WriteBitmap({2, 3});
+    state_.pinned["/nowhere/pool8"] = {{"a", InodeOf(path)}};
+    state_.pinned["/nowhere/pool9"] = {{"b", InodeOf(mount_ + "/elsewhere")}, {"a", 1}};
+    EXPECT_EQ(Read().uncertain, "");
+    EXPECT_EQ(UnitsOf(Read().surplus), Units{3});
+    state_.pinned["/nowhere/pool8"].push_back({"gone", 5});
+    EXPECT_NE(Read().uncertain, "");
 }
 
 TEST_F(DeviceStateTest, OnlyDevicesWithPinsOrBitsAreRead) {
