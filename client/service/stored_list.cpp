@@ -55,8 +55,10 @@ void PutLists(const StoredLists& lists, Json::Value& document) {
     for (const auto& [mountPath, files] : lists) {
         Json::Value members(Json::objectValue);
         for (const StoredFile& file : files) {
+            // An inode is listed once: of two entries the later stays.
             members[std::to_string(file.inode)] = file.relative;
         }
+        // The service takes a volume without files off the list, too.
         if (files.empty()) {
             volumes.removeMember(mountPath);
         } else {
@@ -73,7 +75,7 @@ bool StoredList::Lock(const std::string& path, std::string& why) {
         why = "configuration file " + Printable(path) + ": " + strerror(errno);
         return false;
     }
-    path_ = resolved.get();
+    path_ = resolved.get();  // a link stays a link, and the file that it leads to is replaced
     // The file is never removed: one repair could lock it just before, and the next a new one.
     const std::string name = path_ + ".lock";
     lock_ = std::make_unique<ScopedFd>(
@@ -90,6 +92,7 @@ bool StoredList::Lock(const std::string& path, std::string& why) {
 
 bool StoredList::Replace(const StoredLists& lists, std::string& why) {
     Json::Value document;
+    // Read anew: all but the lists stays as it is by now.
     if (!ReadLists(path_, document, why)) {
         return false;
     }

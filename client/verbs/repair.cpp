@@ -7,8 +7,6 @@
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
 #include "client/show/text.h"
-#include "client/verbs/request_repair.h"
-#include "client/verbs/rest_repair.h"
 #include "client/verbs/service_unit.h"
 
 namespace client {
@@ -29,6 +27,7 @@ int RepairAround(const std::vector<ServiceProcess>& services, const std::string&
             "--config-path FILE, and start it again; nothing was changed");
         return kExitRefused;
     }
+    // From here to the start nothing may end this command: the service would stay stopped.
     const SignalsPutOff putOff;
     int status = kExitNoService;
     if (StopUnit()) {
@@ -36,6 +35,7 @@ int RepairAround(const std::vector<ServiceProcess>& services, const std::string&
     } else {
         Say("--restart: " + std::string(kServiceUnit) + " cannot be stopped; nothing was changed");
     }
+    // Whatever the repair came to: a service that does not run is worse than a bit left over.
     if (!StartUnit()) {
         Say("--restart: " + std::string(kServiceUnit) +
             " cannot be started again; systemctl status shows why");
@@ -71,6 +71,26 @@ int Repair(const CheckOptions& options, const std::string& configPath, const std
         return kExitNoService;
     }
     return RepairByRequests(configPath, mountPath, options.send, report);
+}
+
+Record DescribeRepair(const RepairReport& repair, bool done) {
+    Record record;
+    record.Add("requests", repair.requests)
+        .Add("unitsCleared", repair.unitsCleared)
+        .Add("unitsSet", repair.unitsSet)
+        .Add("actions", TextsToJson(repair.actions))
+        .Add("left", TextsToJson(repair.left));
+    for (const std::string& action : repair.actions) {
+        record.Line("  repair: " + action);
+    }
+    for (const std::string& left : repair.left) {
+        record.Line("  " + Toned(Tone::kBad, "not repaired") + ": " + left);
+    }
+    if (repair.requests > 0) {
+        record.Line("  " + Counted(repair.requests, "request") + " sent" +
+                    (done ? " and done" : ", not waited for to the end"));
+    }
+    return done ? record.Line("checked again:") : record;
 }
 
 }  // namespace client

@@ -101,6 +101,7 @@ std::string FindHiding(const std::string& mountPath, const std::vector<std::stri
 }  // namespace
 
 int ListNames(const std::string& directory, std::vector<std::string>& names) {
+    // What was a directory a moment ago may be a link by now, which is not followed.
     const int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     const std::unique_ptr<DIR, DirectoryCloser> stream(fd < 0 ? nullptr : fdopendir(fd));
     if (!stream) {

@@ -22,6 +22,7 @@ constexpr int kNoDevice = 1;
 std::vector<VolumeFiles> GroupByVolume(const std::vector<FileRef>& files) {
     std::vector<VolumeFiles> groups;
     for (const FileRef& file : files) {
+        // Few volumes: a search is quicker than a map that keeps their order.
         auto group = std::find_if(groups.begin(), groups.end(), [&file](const VolumeFiles& known) {
             return known.volume == file.volume;
         });

@@ -160,10 +160,10 @@ void AddCounts(const UnitCounts& counts, Record& record) {
         text += ", with the driver " + std::to_string(counts.withDriver) + ", in the cache " +
                 std::to_string(counts.resident);
     }
-    record.Add("unitsSet", Json::UInt64{counts.set})
+    record.Add("unitsSet", counts.set)
         .Add("unitsWithDriver", IfKnown(counts.cacheTells, counts.withDriver))
         .Add("unitsResident", IfKnown(counts.cacheTells, counts.resident))
-        .Shown("units", Json::UInt64{counts.units}, "units", text);
+        .Shown("units", counts.units, "units", text);
 }
 
 }  // namespace client
