@@ -71,6 +71,8 @@ CLI::App& AddFileVerb(CLI::App& app, const VerbHelp& help, int (*run)(const File
     verb.add_option("-f,--files-from", options.list.lists,
                     "Take paths from a file, one a line; - is standard input")
         ->type_name("FILE")
+        // One list for each --files-from: else the library would take the paths behind it for more
+        // lists.
         ->expected(1)
         ->take_all();
     verb.add_flag("-0,--null", options.list.nulSeparated, "Paths in lists end with NUL");
@@ -106,6 +108,7 @@ CLI::App& AddVolumeVerb(CLI::App& app, const VerbHelp& help, int (*run)(const Vo
 void AddRequestVerbs(CLI::App& app, Parsed& parsed) {
     AddFileVerb(app, kPinHelp, PinVerb, parsed);
     AddFileVerb(app, kUnpinHelp, UnpinVerb, parsed)
+        // A flag that says no cannot be bound to what it turns off.
         .add_flag_callback(
             "--no-repin", [&parsed] { parsed.file.repin = false; },
             "Do not pin again the files that share units with those unpinned");
@@ -148,6 +151,7 @@ void AddCheckAndExplain(CLI::App& app, Parsed& parsed) {
 }
 
 std::string WhyNotPictureName(const std::string& path) {
+    // The name decides about the form, so that a later one can be added without an option.
     const size_t dot = path.find_last_of('.');
     const std::string end = dot == std::string::npos ? "" : path.substr(dot);
     return end == ".svg" ? "" : "the name must end in .svg";
@@ -238,6 +242,7 @@ bool HasVerb(const CLI::App& app, const std::string& name) {
 
 // What --json makes of a wrong command line, besides the words on standard error.
 int UsageError(const std::vector<std::string>& arguments, const std::string& why) {
+    // Looked for by hand, as parsing has failed.
     const bool json = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
     const bool named = arguments.size() > 1 && arguments[1][0] != '-';
     Record report;
@@ -253,6 +258,7 @@ int RunCommandLine(int argc, char* argv[]) {
     const std::vector<std::string> arguments = WithoutLists(argc, argv);
     Build(app, parsed);
     if (argc > 1 && argv[1][0] != '-' && !HasVerb(app, argv[1])) {
+        // The library's own words speak of "subcommands" and "arguments that were not expected".
         const std::string why = "there is no verb " + Printable(argv[1]) + "; --help lists them";
         Say(why);
         return UsageError(arguments, why);
@@ -267,6 +273,7 @@ int RunCommandLine(int argc, char* argv[]) {
     } catch (const CLI::ParseError& error) {
         parsed.exitStatus = app.exit(error) == 0 ? kExitDone : UsageError(arguments, error.what());
     }
+    // A verb that did its work and could not say so is done in part.
     return FinishOutput() || parsed.exitStatus != kExitDone ? parsed.exitStatus : kExitPartly;
 }
 

@@ -4,15 +4,13 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <json/json.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "client/show/output.h"
 #include "client/show/text.h"
+#include "client/volume/replace_file.h"
 #include "util/json_file.h"
 #include "util/stored_format.h"
 
@@ -49,37 +47,16 @@ void PutLists(const StoredLists& lists, Json::Value& document) {
     for (const auto& [mountPath, files] : lists) {
         Json::Value members(Json::objectValue);
         for (const StoredFile& file : files) {
+            // An inode is listed once: of two entries the later stays.
             members[std::to_string(file.inode)] = file.relative;
         }
+        // The service takes a volume without files off the list, too.
         if (files.empty()) {
             volumes.removeMember(mountPath);
         } else {
             volumes[mountPath][kFilesKey] = members;
         }
     }
-}
-
-// The service's writer does not test whether its bytes arrived; what it wrote is read again.
-bool WriteAndVerify(const Json::Value& document, const std::string& path) {
-    Json::Value written;
-    return WriteJsonToFile(document, path.c_str()) == 0 && ReadFileToJson(path, written) == 0 &&
-           written == document;
-}
-
-// Gives the new file the model's mode and owner, and takes both to the disk in that order. A
-// process that may not change owners need not when they agree.
-bool TakeThePlace(const std::string& model, const std::string& fresh, const std::string& target,
-                  int fd) {
-    struct stat old = {};
-    struct stat now = {};
-    const ScopedFd directory(open(DirectoryOf(target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!directory.valid() || stat(model.c_str(), &old) != 0 || fstat(fd, &now) != 0) {
-        return false;
-    }
-    const bool owned = (old.st_uid == now.st_uid && old.st_gid == now.st_gid) ||
-                       fchown(fd, old.st_uid, old.st_gid) == 0;
-    return owned && fchmod(fd, old.st_mode & 07777U) == 0 && fsync(fd) == 0 &&
-           rename(fresh.c_str(), target.c_str()) == 0 && fsync(directory.get()) == 0;
 }
 
 }  // namespace
@@ -95,21 +72,7 @@ bool ReadStore(const std::string& path, Json::Value& document, std::string& why)
 
 bool WriteStore(const Json::Value& document, const std::string& model, const std::string& target,
                 std::string& why) {
-    const std::string fresh = target + ".new";
-    // One that a killed repair left is written anew: the lock is held.
-    const ScopedFd fd(
-        open(fresh.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, kOwnerOnly));
-    if (!fd.valid()) {
-        why = Printable(fresh) + ": " + strerror(errno);
-        return false;
-    }
-    errno = 0;
-    if (!WriteAndVerify(document, fresh) || !TakeThePlace(model, fresh, target, fd.get())) {
-        why = Printable(fresh) + ": " + (errno != 0 ? strerror(errno) : "was not written in full");
-        unlink(fresh.c_str());
-        return false;
-    }
-    return true;
+    return ReplaceFile(target, JsonToStyledText(document), model, why);
 }
 
 bool StoredList::LockAsItIs(const std::string& path, std::string& why) {
@@ -119,6 +82,7 @@ bool StoredList::LockAsItIs(const std::string& path, std::string& why) {
         why = "configuration file " + Printable(path) + ": " + strerror(errno);
         return false;
     }
+    // A link stays a link, and the file that it leads to is replaced.
     path_ = resolved ? resolved.get() : directory.get() + ("/" + NameOf(path));
     // The file is never removed: one repair could lock it just before, and the next a new one.
     const std::string name = path_ + ".lock";
@@ -144,6 +108,7 @@ bool StoredList::Lock(const std::string& path, std::string& why) {
 
 bool StoredList::Replace(const StoredLists& lists, std::string& why) {
     Json::Value document;
+    // Read anew: all but the lists stays as it is by now.
     if (!ReadStore(path_, document, why)) {
         return false;
     }

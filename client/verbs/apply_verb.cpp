@@ -7,14 +7,12 @@
 #include "client/pins/device_report.h"
 #include "client/pins/holding.h"
 #include "client/pins/listed_paths.h"
-#include "client/pins/repin.h"
 #include "client/request/apply_plan.h"
 #include "client/request/file_job.h"
 #include "client/request/sending.h"
-#include "client/service/service_state.h"
+#include "client/service/config_state.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
-#include "client/verbs/file_report.h"
 #include "client/verbs/verbs.h"
 #include "client/volume/expected_mounts.h"
 
@@ -161,7 +159,7 @@ void Apply::SayFaults() const {
     for (const PinnedFile& left : plan_.left) {
         Say(TonedError(Tone::kBad, "not unpinned") + " " + Printable(ListedPath(left)) + ": " +
             (IsFound(left) ? "no request can name it, or its volume has no cache now"
-                           : WhyNotThere(left)));
+                           : WhyNotUnpinnable(left)));
     }
 }
 

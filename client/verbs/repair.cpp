@@ -7,8 +7,6 @@
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
 #include "client/verbs/around_unit.h"
-#include "client/verbs/request_repair.h"
-#include "client/verbs/rest_repair.h"
 
 namespace client {
 
@@ -38,6 +36,26 @@ int Repair(const CheckOptions& options, const std::string& configPath, const std
         return kExitNoService;
     }
     return RepairByRequests(configPath, mountPath, options.send, report);
+}
+
+Record DescribeRepair(const RepairReport& repair, bool done) {
+    Record record;
+    record.Add("requests", repair.requests)
+        .Add("unitsCleared", repair.unitsCleared)
+        .Add("unitsSet", repair.unitsSet)
+        .Add("actions", TextsToJson(repair.actions))
+        .Add("left", TextsToJson(repair.left));
+    for (const std::string& action : repair.actions) {
+        record.Line("  repair: " + action);
+    }
+    for (const std::string& left : repair.left) {
+        record.Line("  " + Toned(Tone::kBad, "not repaired") + ": " + left);
+    }
+    if (repair.requests > 0) {
+        record.Line("  " + Counted(repair.requests, "request") + " sent" +
+                    (done ? " and done" : ", not waited for to the end"));
+    }
+    return done ? record.Line("checked again:") : record;
 }
 
 }  // namespace client

@@ -2,12 +2,11 @@
 // reload, pend, release: requests about a whole volume.
 #include <set>
 
-#include "client/pins/unit_counts.h"
 #include "client/request/file_check.h"
 #include "client/request/packing.h"
 #include "client/request/sending.h"
+#include "client/service/config_state.h"
 #include "client/service/queue.h"
-#include "client/service/service_state.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
 #include "client/show/poll.h"
@@ -63,6 +62,7 @@ std::vector<FileMappingEntry> ReadingOf(const UnitSet& bits) {
 int AddReloaded(const Volume& volume, Record& report) {
     const VolumeView view = LookAt(volume);
     const UnitCounts counts = CountUnits(view, view.bits);
+    // |A mute cache is believed: the request was done, and nothing says otherwise.
     const bool good = !counts.cacheTells ||
                       (counts.resident == counts.units && counts.withDriver == counts.units);
     report.Headline(Toned(Tone::kStrong, Printable(volume.mountPath)) + ": " +
@@ -73,6 +73,7 @@ int AddReloaded(const Volume& volume, Record& report) {
 
 int SendVolumeRequest(const VolumeVerb& verb, const VolumeVerbOptions& options,
                       const Volume& volume, Record& report) {
+    // Nothing is sent that could not be waited for.
     const ServiceState before =
         options.send.wait ? ReadServiceState(options.common.configPath) : ServiceState();
     if (options.send.wait && !before.known) {
@@ -80,11 +81,12 @@ int SendVolumeRequest(const VolumeVerb& verb, const VolumeVerbOptions& options,
     }
     std::vector<Message> messages = {VolumeMessage(verb.type, volume.mountPath)};
     if (options.send.wait) {
+        // For the progress bar alone: the service reads every set unit.
         messages[0].reading = ReadingOf(LookAt(volume).bits);
     }
     size_t sent = 0;
     const int status = SendAndWait(messages, before.configPath, options.send, sent);
-    report.Add("sent", Json::UInt64{sent});
+    report.Add("sent", sent);
     if (status == kExitDone && options.send.wait) {
         return AddReloaded(volume, report);
     }

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
-// Writing a bitmap file while no service uses it.
-#include "client/volume/bitmap_file.h"
+// Replacing a file in one step, for a bitmap and for a configuration file.
+#include "client/volume/replace_file.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 
@@ -13,15 +14,13 @@ namespace client {
 
 namespace {
 
-class BitmapFileTest : public UnitTest {
+class ReplaceFileTest : public UnitTest {
   protected:
     void SetUp() override {
         UnitTest::SetUp();
         path_ = dir_ / "map";
     }
-    bool Write(const std::string& bytes) {
-        return ReplaceBitmapFile(path_, {bytes.begin(), bytes.end()}, why_);
-    }
+    bool Write(const std::string& bytes) { return ReplaceFile(path_, bytes, model_, why_); }
     // What lies beside the file.
     size_t Others() {
         size_t count = 0;
@@ -33,9 +32,10 @@ class BitmapFileTest : public UnitTest {
 
     std::string path_;
     std::string why_;
+    std::string model_;  // whose mode and owner the file gets
 };
 
-TEST_F(BitmapFileTest, TheFileHasExactlyTheBytes) {
+TEST_F(ReplaceFileTest, TheFileHasExactlyTheBytes) {
     const std::string zeros("\0\0\x01\xff", 4);
     for (const std::string& before : {std::string(), std::string("ab"), std::string(9000, 'x')}) {
         WriteFile(path_, before);
@@ -47,7 +47,7 @@ TEST_F(BitmapFileTest, TheFileHasExactlyTheBytes) {
     EXPECT_EQ(Others(), 0U);
 }
 
-TEST_F(BitmapFileTest, OneThatIsMissingIsMade) {
+TEST_F(ReplaceFileTest, OneThatIsMissingIsMade) {
     struct stat status = {};
     const std::string large(300000, '\x55');
     const mode_t mask = umask(077);
@@ -58,14 +58,14 @@ TEST_F(BitmapFileTest, OneThatIsMissingIsMade) {
     EXPECT_EQ(status.st_mode & 07777U, 0644U) << "as the service makes it";
 }
 
-TEST_F(BitmapFileTest, WhoReadsTheOldFileGoesOnReadingIt) {
+TEST_F(ReplaceFileTest, WhoReadsTheOldFileGoesOnReadingIt) {
     WriteFile(path_, "old");
     std::filesystem::create_hard_link(path_, dir_ / "other");
     EXPECT_TRUE(Write("new")) << why_;
     EXPECT_EQ(ReadFile(dir_ / "other"), "old") << "it was replaced, not written over";
 }
 
-TEST_F(BitmapFileTest, ASymbolicLinkIsLeftAlone) {
+TEST_F(ReplaceFileTest, ASymbolicLinkIsLeftAlone) {
     WriteFile(dir_ / "elsewhere", "old");
     for (const char* const target : {"elsewhere", "nowhere"}) {
         std::filesystem::create_symlink(target, path_);
@@ -78,7 +78,7 @@ TEST_F(BitmapFileTest, ASymbolicLinkIsLeftAlone) {
     EXPECT_FALSE(Exists(dir_ / "nowhere"));
 }
 
-TEST_F(BitmapFileTest, WhatLiesAtTheTemporaryNameIsNotWrittenTo) {
+TEST_F(ReplaceFileTest, WhatLiesAtTheTemporaryNameIsNotWrittenTo) {
     WriteFile(dir_ / "victim", "precious");
     std::filesystem::create_symlink(dir_ / "victim", path_ + ".new");
     EXPECT_TRUE(Write("new")) << why_;
@@ -90,7 +90,7 @@ TEST_F(BitmapFileTest, WhatLiesAtTheTemporaryNameIsNotWrittenTo) {
     EXPECT_EQ(Others(), 1U) << "the victim";
 }
 
-TEST_F(BitmapFileTest, AFailureLeavesWhatWasThere) {
+TEST_F(ReplaceFileTest, AFailureLeavesWhatWasThere) {
     std::filesystem::create_directory(path_);
     EXPECT_FALSE(Write("new"));
     EXPECT_EQ(why_, path_ + ": Is a directory");
@@ -103,6 +103,27 @@ TEST_F(BitmapFileTest, AFailureLeavesWhatWasThere) {
     path_ = dir_ / "none/map";
     EXPECT_FALSE(Write("new"));
     EXPECT_EQ(why_, path_ + ": No such file or directory");
+}
+
+TEST_F(ReplaceFileTest, TheOldOnesOwnerAndModeStayWhereTheyAreToStay) {
+    struct stat status = {};
+    model_ = path_;
+    EXPECT_FALSE(Write("new"));
+    EXPECT_EQ(why_, path_ + ": No such file or directory") << "nobody's file is not made";
+    WriteFile(path_, "old");
+    const bool root = chown(path_.c_str(), 12, 34) == 0;
+    ASSERT_EQ(chmod(path_.c_str(), 06640), 0);
+    EXPECT_TRUE(Write("new")) << why_;
+    EXPECT_EQ(ReadFile(path_), "new");
+    ASSERT_EQ(stat(path_.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 06640U) << "the change of owner did not cost the bits";
+    EXPECT_EQ(status.st_uid, root ? 12U : geteuid());
+    EXPECT_EQ(status.st_gid, root ? 34U : getegid());
+    model_.clear();
+    EXPECT_TRUE(Write("ours")) << why_;
+    ASSERT_EQ(stat(path_.c_str(), &status), 0);
+    EXPECT_EQ(status.st_uid, geteuid()) << "what a user of the volume put there is not his again";
+    EXPECT_EQ(status.st_mode & 07777U, 0644U);
 }
 
 }  // namespace
