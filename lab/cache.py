@@ -23,8 +23,14 @@ class Cache:
         os.makedirs(self.mount, exist_ok=True)
         self.start()
 
-    def start(self):
-        """Starts it (again, after `stop` or `kill`) and waits until it serves."""
+    def start(self, cache_size=None):
+        """Starts it (again, after `stop` or a kill) and waits until it serves.
+
+        cache_size: another size than it had; then it is cold, and knows its pins still.
+        """
+        if cache_size is not None:
+            self.size = cache_size
+            self._arguments[self._arguments.index("--ssd-size") + 1] = str(cache_size)
         ready = f"quorsoftcache: {self.name} ready\n"
         before = processes.text_of(self.output).count(ready)
         self.process = processes.start(self._arguments, self.output)

@@ -88,18 +88,17 @@ uint64_t SsdBytes(const SsdHead& head) {
 uint32_t SlotsThatFit(uint64_t bytes, uint64_t deviceSize) {
     SsdHead head;
     head.pinsRoom = PinsRoomFor(deviceSize);
-    const uint64_t most = std::min<uint64_t>(bytes / kUnitSize, kNoSlot - 1);
-    // The table takes a page for 504 slots, so of `most` it takes fewer than a 400th and some.
-    const uint64_t other = (SlotStart(head, 0) + most / 400 * 512) / kUnitSize + 2;
-    head.slots = static_cast<uint32_t>(most > other ? most - other : 0);
-    while (head.slots < most && SlotStart(head, 0) <= bytes) {
-        ++head.slots;
-        if (SsdBytes(head) > bytes) {
-            --head.slots;
-            break;
+    uint32_t fit = 0;
+    auto most = static_cast<uint32_t>(std::min<uint64_t>(bytes / kUnitSize, kNoSlot - 1));
+    while (fit < most) {
+        head.slots = most - (most - fit) / 2;
+        if (SsdBytes(head) <= bytes) {
+            fit = head.slots;
+        } else {
+            most = head.slots - 1;
         }
     }
-    return head.slots;
+    return fit;
 }
 
 bool LooksLikeHead(const uint8_t* page) {

@@ -4,10 +4,10 @@ from lab import evidence, queue as queues
 
 
 def restart_cache(volume):
-    """The cache ends and begins again, cold; the bitmap it was given it knows still."""
+    """The cache ends and begins again, cold, as it got another size; the bitmap it was given it knows still."""
     volume.unmount()
     assert volume.cache.stop() == 0
-    volume.cache.start()
+    volume.cache.start(volume.cache.size * 2)
     volume.mount()
 
 
