@@ -3,13 +3,12 @@
 #pragma once
 
 #include <benchmark/benchmark.h>
-#include <time.h>
 
 #include <string>
 
 // The volume to measure on, and its cached device; lab/ has made them.
 const char* BenchMountPath();  // QUOR_BENCH_MOUNT
-const char* BenchDevice();     // QUOR_BENCH_DEVICE
+const char* BenchDevice();     // QUOR_BENCH_DEVICE; QUOR_BENCH_CACHE is its process
 
 // Registers a benchmark. `run` is called with the state and the size.
 template <typename Run>
@@ -20,16 +19,14 @@ benchmark::internal::Benchmark* Register(const std::string& row, const std::stri
                                         [run, size](benchmark::State& state) { run(state, size); });
 }
 
-// Calls `action` and counts its time alone, for a benchmark of manual time: by CLOCK_MONOTONIC
-// where other processes take part, else by CLOCK_THREAD_CPUTIME_ID, as other programs keep the
-// machine busy.
+// Processor time in seconds, as other programs keep the machine busy: of the calling thread; and of
+// this process, the programs that it ran and the cache.
+double ThreadTime();
+double TimeOfAll();
+
+// Calls `action` and counts the time that it takes by `now`, for a benchmark of manual time.
 template <typename Action>
-void Time(benchmark::State& state, clockid_t clock, Action action) {
-    const auto now = [clock] {
-        timespec time = {};
-        clock_gettime(clock, &time);
-        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
-    };
+void Time(benchmark::State& state, double (*now)(), Action action) {
     const double start = now();
     action();
     state.SetIterationTime(now() - start);

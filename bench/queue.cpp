@@ -76,7 +76,7 @@ void Store(benchmark::State& state, const std::string& before, const std::string
         Put(before);
         const Request request = PinRequest(data);
         int result = 0;
-        Time(state, CLOCK_THREAD_CPUTIME_ID, [&] { result = ConfigAddRequest(kPath, request); });
+        Time(state, ThreadTime, [&] { result = ConfigAddRequest(kPath, request); });
         if (result != 0) {
             state.SkipWithError("the request was not stored");
             break;
@@ -87,7 +87,7 @@ void Store(benchmark::State& state, const std::string& before, const std::string
 void ReadAndRewrite(benchmark::State& state, const std::string& before) {
     for (auto _ : state) {
         Put(before);
-        Time(state, CLOCK_THREAD_CPUTIME_ID, [] {
+        Time(state, ThreadTime, [] {
             Json::Value document;
             Parse(document);
             Json::StreamWriterBuilder builder;
@@ -168,7 +168,7 @@ void Pin(benchmark::State& state, int64_t) {
     for (auto _ : state) {
         StorePin();
         int result = 0;
-        Time(state, CLOCK_MONOTONIC, [&] { result = PinStored(); });
+        Time(state, TimeOfAll, [&] { result = PinStored(); });
         if (result != 0) {
             state.SkipWithError("the file was not pinned");
             break;
@@ -183,8 +183,7 @@ void CopyBitmapTwice(benchmark::State& state, int64_t) {
     const std::string command = "exec cp " + bitmap + " " + bitmap + ".copy";
     for (auto _ : state) {
         int result = 0;
-        Time(state, CLOCK_MONOTONIC,
-             [&] { result = system(command.c_str()) | system(command.c_str()); });
+        Time(state, TimeOfAll, [&] { result = system(command.c_str()) | system(command.c_str()); });
         if (result != 0) {
             state.SkipWithError("cp failed");
             break;

@@ -122,6 +122,8 @@ def idle(quick):
     seconds = 2 if quick else 20
     volume = Volume("bench")
     paths = [volume.write(f"f{number}", 1 << 20) for number in range(16)]
+    if os.path.exists(CONFIGURATION):
+        os.unlink(CONFIGURATION)  # another row's
     daemon = Daemon(flags=()).start(wait_for=STARTING)
     pidfile = "/tmp/vmtouch.pid"
     rows = []
