@@ -26,7 +26,11 @@ struct Parsed {
     CheckOptions check;
     ExplainOptions explain;
     MapOptions map;
+    ReadyOptions ready;
     DoctorOptions doctor;
+    ApplyOptions apply;
+    RestoreOptions restore;
+    CommonOptions keepCopy;
     int exitStatus = kExitDone;
 };
 
@@ -67,6 +71,8 @@ CLI::App& AddFileVerb(CLI::App& app, const VerbHelp& help, int (*run)(const File
     verb.add_option("-f,--files-from", options.list.lists,
                     "Take paths from a file, one a line; - is standard input")
         ->type_name("FILE")
+        // One list for each --files-from: else the library would take the paths behind it for more
+        // lists.
         ->expected(1)
         ->take_all();
     verb.add_flag("-0,--null", options.list.nulSeparated, "Paths in lists end with NUL");
@@ -90,17 +96,29 @@ CLI::App& AddVolumeVerb(CLI::App& app, const VerbHelp& help, int (*run)(const Vo
         ->type_name("")
         ->required();
     AddSending(verb, parsed.volume.send);
-    verb.callback([&parsed, run] { parsed.exitStatus = run(parsed.volume); });
+    verb.callback([&verb, &parsed, run] {
+        if (verb.count("VOLUME") == 0 && !parsed.volume.missing) {
+            throw CLI::RequiredError("VOLUME");
+        }
+        parsed.exitStatus = run(parsed.volume);
+    });
     return verb;
 }
 
 void AddRequestVerbs(CLI::App& app, Parsed& parsed) {
     AddFileVerb(app, kPinHelp, PinVerb, parsed);
     AddFileVerb(app, kUnpinHelp, UnpinVerb, parsed)
+        // A flag that says no cannot be bound to what it turns off.
         .add_flag_callback(
             "--no-repin", [&parsed] { parsed.file.repin = false; },
             "Do not pin again the files that share units with those unpinned");
-    AddWaiting(AddVolumeVerb(app, kReloadHelp, ReloadVerb, parsed), parsed.volume.send);
+    CLI::App& reload = AddVolumeVerb(app, kReloadHelp, ReloadVerb, parsed);
+    AddWaiting(reload, parsed.volume.send);
+    CLI::Option* const volume = reload.get_option("VOLUME")->required(false);
+    reload
+        .add_flag("--missing", parsed.volume.missing,
+                  "Those volumes of which pinned units are not in the cache")
+        ->excludes(volume);
     AddVolumeVerb(app, kPendHelp, PendVerb, parsed);
     AddVolumeVerb(app, kReleaseHelp, ReleaseVerb, parsed);
 }
@@ -133,9 +151,15 @@ void AddCheckAndExplain(CLI::App& app, Parsed& parsed) {
 }
 
 std::string WhyNotPictureName(const std::string& path) {
+    // The name decides about the form, so that a later one can be added without an option.
     const size_t dot = path.find_last_of('.');
     const std::string end = dot == std::string::npos ? "" : path.substr(dot);
     return end == ".svg" ? "" : "the name must end in .svg";
+}
+
+void AddReady(CLI::App& app, Parsed& parsed) {
+    CLI::App& ready = AddVerb(app, kReadyHelp, parsed.ready.common);
+    ready.callback([&parsed] { parsed.exitStatus = ReadyVerb(parsed.ready); });
 }
 
 void AddMapAndDoctor(CLI::App& app, Parsed& parsed) {
@@ -155,6 +179,33 @@ void AddMapAndDoctor(CLI::App& app, Parsed& parsed) {
     doctor.callback([&parsed] { parsed.exitStatus = DoctorVerb(parsed.doctor); });
 }
 
+void AddApply(CLI::App& app, Parsed& parsed) {
+    CLI::App& apply = AddVerb(app, kApplyHelp, parsed.apply.common);
+    apply.add_option("--from", parsed.apply.directory, "Read this directory instead")
+        ->type_name("DIRECTORY");
+    apply.add_flag("-n,--dry-run", parsed.apply.dryRun, "Show what is missing, send nothing");
+    apply.add_flag("--prune", parsed.apply.prune, "Unpin what no line wants");
+    AddWaiting(apply, parsed.apply.send);
+    AddSending(apply, parsed.apply.send);
+    apply.callback([&parsed] { parsed.exitStatus = ApplyVerb(parsed.apply); });
+}
+
+void AddCopies(CLI::App& app, Parsed& parsed) {
+    CLI::App& restore = AddVerb(app, kRestoreHelp, parsed.restore.common);
+    CLI::Option* const copy =
+        restore.add_option("COPY", parsed.restore.copy, "Its number; without it they are listed")
+            ->type_name("")
+            ->check(CLI::PositiveNumber);
+    restore
+        .add_flag("--restart", parsed.restore.restart,
+                  "Stop the service meanwhile and start it again")
+        ->needs(copy);
+    restore.callback([&parsed] { parsed.exitStatus = RestoreVerb(parsed.restore); });
+    AddVerb(app, kKeepCopyHelp, parsed.keepCopy).callback([&parsed] {
+        parsed.exitStatus = KeepCopyVerb(parsed.keepCopy);
+    });
+}
+
 // Fills an application that lives as long as `parsed`.
 void Build(CLI::App& app, Parsed& parsed) {
     app.description(kAppText);
@@ -166,6 +217,9 @@ void Build(CLI::App& app, Parsed& parsed) {
     AddListAndStatus(app, parsed);
     AddCheckAndExplain(app, parsed);
     AddMapAndDoctor(app, parsed);
+    AddApply(app, parsed);
+    AddCopies(app, parsed);
+    AddReady(app, parsed);
 }
 
 // The library takes "[a,b]" for a list of two; such an argument can only be a path, and is written
@@ -188,6 +242,7 @@ bool HasVerb(const CLI::App& app, const std::string& name) {
 
 // What --json makes of a wrong command line, besides the words on standard error.
 int UsageError(const std::vector<std::string>& arguments, const std::string& why) {
+    // Looked for by hand, as parsing has failed.
     const bool json = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
     const bool named = arguments.size() > 1 && arguments[1][0] != '-';
     Record report;
@@ -203,6 +258,7 @@ int RunCommandLine(int argc, char* argv[]) {
     const std::vector<std::string> arguments = WithoutLists(argc, argv);
     Build(app, parsed);
     if (argc > 1 && argv[1][0] != '-' && !HasVerb(app, argv[1])) {
+        // The library's own words speak of "subcommands" and "arguments that were not expected".
         const std::string why = "there is no verb " + Printable(argv[1]) + "; --help lists them";
         Say(why);
         return UsageError(arguments, why);
@@ -217,6 +273,7 @@ int RunCommandLine(int argc, char* argv[]) {
     } catch (const CLI::ParseError& error) {
         parsed.exitStatus = app.exit(error) == 0 ? kExitDone : UsageError(arguments, error.what());
     }
+    // A verb that did its work and could not say so is done in part.
     return FinishOutput() || parsed.exitStatus != kExitDone ? parsed.exitStatus : kExitPartly;
 }
 

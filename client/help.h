@@ -45,8 +45,9 @@ constexpr VerbHelp kUnpinHelp = {
     "  quorcachepinctl list -0 /mnt/pool1 | quorcachepinctl unpin -0 -f -"};
 
 constexpr VerbHelp kReloadHelp = {"reload", "Read a volume's pinned units into its cache again",
-                                  "Example:\n"
-                                  "  quorcachepinctl reload --wait /mnt/pool1"};
+                                  "Examples:\n"
+                                  "  quorcachepinctl reload --wait /mnt/pool1\n"
+                                  "  quorcachepinctl reload --missing"};
 
 constexpr VerbHelp kPendHelp = {
     "pend", "Make the service leave a volume's requests alone",
@@ -93,9 +94,44 @@ constexpr VerbHelp kMapHelp = {"map",
                                "  quorcachepinctl map /mnt/pool1\n"
                                "  quorcachepinctl map /mnt/pool1 -o pool1.svg"};
 
+constexpr VerbHelp kReadyHelp = {
+    "ready", "Tell whether the service may start: all volumes it knows are there with their caches",
+    "The service forgets what is pinned on a volume when it meets a request for it and finds no\n"
+    "cache. The packaged unit asks this before each start.\n"
+    "\n"
+    "Example:\n"
+    "  quorcachepinctl ready"};
+
 constexpr VerbHelp kDoctorHelp = {"doctor", "Look for what keeps the service from working",
                                   "Examples:\n"
                                   "  quorcachepinctl doctor\n"
                                   "  quorcachepinctl doctor --fix"};
+
+constexpr VerbHelp kApplyHelp = {
+    "apply", "Pin what /etc/quorcachepin.d says is to be pinned",
+    "The files *.conf there have a path, a directory or a pattern a line. What is missing is asked\n"
+    "for; what was pinned by hand stays, unless --prune is given. A line that is wrong is named,\n"
+    "the others are applied.\n"
+    "\n"
+    "Examples:\n"
+    "  quorcachepinctl apply --dry-run\n"
+    "  quorcachepinctl apply --prune --wait"};
+
+constexpr VerbHelp kRestoreHelp = {
+    "restore", "List the copies of the service's list of pinned files, or put one back",
+    "A copy is put back while no service runs, or with --restart. What is queued stays queued.\n"
+    "\n"
+    "Examples:\n"
+    "  quorcachepinctl restore\n"
+    "  quorcachepinctl restore 12 --restart"};
+
+constexpr VerbHelp kKeepCopyHelp = {
+    "keep-copy", "Keep a copy of the service's list when it has changed",
+    "The last five are kept. While no service runs, a configuration file that cannot be read is\n"
+    "put aside and the last good copy takes its place. The packaged service does this before it\n"
+    "starts.\n"
+    "\n"
+    "Example:\n"
+    "  quorcachepinctl keep-copy"};
 
 }  // namespace client

@@ -146,16 +146,19 @@ int ReadRuns(const PinBitmap& bitmap, int fd, const char* mountPath, void* buffe
     uint64_t numBits = static_cast<uint64_t>(bitmap.size) * 8;
     bool anySet = false;
     BitRun run = {};
+    PendingQuestion isPending(mountPath);
 
     for (uint64_t bit = 0; bit < numBits; ++bit) {
-        if (BitmapHasBit(bitmap, bit)) {
+        if (run.numBits == 0 && BitmapStartsEmptyWord(bitmap, bit)) {
+            bit += kBitsOfWord - 1;  // nothing happens between them: one question serves them all
+        } else if (BitmapHasBit(bitmap, bit)) {
             run.startBit = run.numBits == 0 ? bit : run.startBit;
             ++run.numBits;
             anySet = true;
         } else if (ReadAndEmptyRun(fd, run, buffer) != 0) {
             return kRequestFailed;
         }
-        if (ServiceIsSpacePending(mountPath)) {
+        if (isPending.Ask()) {
             LogVerbose("Interrupted due to space is pending");
             return kRequestInterrupted;
         }

@@ -15,4 +15,5 @@ void PendingSpaceList::Publish(std::shared_ptr<const Spaces> spaces) {
 
     std::atomic_store(&spaces_, std::move(spaces));
     hasSpaces_.store(hasSpaces, std::memory_order_release);
+    version_.fetch_add(1, std::memory_order_release);  // last: who sees it sees the new list
 }

@@ -5,6 +5,8 @@
 // every start.
 #pragma once
 
+#include <stdint.h>
+
 #include <atomic>
 #include <memory>
 #include <string>
@@ -26,11 +28,16 @@ class PendingSpaceList {
     // Returns the list of now, or null when it is empty, which is nearly always and costs one load.
     std::shared_ptr<const Spaces> Snapshot() const;
 
+    // A number that each change of the list replaces by another one: while it is the same, so is
+    // the list.
+    uint32_t Version() const { return version_.load(std::memory_order_acquire); }
+
     // Replaces the list. Writers exclude each other by the service mutex.
     void Publish(std::shared_ptr<const Spaces> spaces);
 
   private:
     std::atomic<bool> hasSpaces_{false};
+    std::atomic<uint32_t> version_{0};
     union {
         std::shared_ptr<const Spaces> spaces_;  // only by atomic_load and atomic_store
     };

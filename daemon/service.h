@@ -39,6 +39,27 @@ class ServiceLock {
 // Whether the space is pending. Takes no lock; the answer is advisory.
 bool ServiceIsSpacePending(const char* mountPath);
 
+// The same about one space, for who asks again and again: while the list is the same, so is the
+// answer. Used by one thread.
+class PendingQuestion {
+  public:
+    explicit PendingQuestion(const char* mountPath) : mountPath_(mountPath) {}
+
+    bool Ask() {
+        uint32_t version = g_service.pendingSpaces.Version();
+        if (version != version_) {
+            version_ = version;
+            pending_ = ServiceIsSpacePending(mountPath_);
+        }
+        return pending_;
+    }
+
+  private:
+    const char* mountPath_;
+    uint32_t version_ = g_service.pendingSpaces.Version() - 1;  // the first question is asked
+    bool pending_ = false;
+};
+
 // Adds a space. Takes the service mutex. Returns 0; or -1 when it is pending already, and then the
 // mutex stays locked: callers test first.
 int ServiceAddPendingSpaceAtomic(const char* mountPath);

@@ -19,7 +19,7 @@ class Cache:
         self.device = os.path.join(self.mount, "device")
         self._arguments = [namespaces.program("quorsoftcache"), "--name", name, "--backing", backing,
                            "--ssd", os.path.join(directory, "ssd"), "--ssd-size", str(cache_size),
-                           "--mount", self.mount]
+                           "--mount", self.mount, "--test-doors"]
         os.makedirs(self.mount, exist_ok=True)
         self.start()
 

@@ -156,6 +156,9 @@ class _Service:
 [Unit]
 DefaultDependencies=no
 [Service]
+ExecCondition=
+ExecStartPre=
+ExecStartPost=
 ExecStart=
 ExecStart={" ".join(map(_quote, [program, *arguments[1:]]))}
 ExecStopPost=+/bin/sh -c 'echo "$$EXIT_CODE $$EXIT_STATUS" >{self._end}.new && mv {self._end}.new {self._end}'

@@ -11,8 +11,8 @@ jobs=$(nproc)
 
 make_packages() {
     need_packages debhelper dpkg-dev lintian mandoc scdoc g++ cmake ninja-build pkg-config \
-        libjsoncpp-dev libfuse3-dev libmount-dev libblkid-dev libcli11-dev \
-        g++-arm-linux-gnueabihf
+        libjsoncpp-dev libfuse3-dev libmount-dev libblkid-dev libsystemd-dev \
+        libcli11-dev g++-arm-linux-gnueabihf
     "$tree/tests/target/sysroot.sh"
     if command -v ccache >/dev/null; then
         export CMAKE_CXX_COMPILER_LAUNCHER=ccache

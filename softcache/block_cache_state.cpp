@@ -13,8 +13,9 @@ std::vector<uint8_t> BlockCache::ResidentBitmap() const {
     const std::lock_guard<std::mutex> lock(mutex_);
     const uint32_t units = table_.Units();
     std::vector<uint8_t> bitmap((size_t{units} + 7) / 8, 0);
-    for (uint32_t unit = 0; unit < units; ++unit) {
-        if (table_.Find(unit) != kNoSlot) {
+    for (uint32_t slot = 0; slot < table_.Slots(); ++slot) {
+        const uint32_t unit = table_.UnitIn(slot);
+        if (unit != kNoUnit) {
             bitmap[unit / 8] = static_cast<uint8_t>(bitmap[unit / 8] | (1u << (unit % 8)));
         }
     }
@@ -28,8 +29,15 @@ CacheCounters BlockCache::Counters() const {
 
 CacheLevels BlockCache::Levels() const {
     const std::lock_guard<std::mutex> lock(mutex_);
-    return {table_.Units(),          table_.Slots(),   table_.Resident(),
-            table_.PinnedResident(), table_.Retired(), table_.Pinned()};
+    CacheLevels levels;
+    levels.units = table_.Units();
+    levels.cacheUnits = table_.Slots();
+    levels.resident = table_.Resident();
+    levels.pinnedResident = table_.PinnedResident();
+    levels.retired = table_.Retired();
+    levels.pinned = table_.Pinned();
+    levels.unsettled = static_cast<uint32_t>(journal_.Size());
+    return levels;
 }
 
 void BlockCache::ResetCounters() {

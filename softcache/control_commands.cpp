@@ -3,6 +3,7 @@
 
 #include <errno.h>
 
+#include <algorithm>
 #include <charconv>
 #include <sstream>
 
@@ -96,10 +97,25 @@ int ApplyControlCommand(const ControlCommand& command, ServedCache& served) {
     return -EINVAL;
 }
 
+static bool IsTestDoor(const ControlCommand& command) {
+    switch (command.verb) {
+        case ControlVerb::kRefuseControl:
+        case ControlVerb::kFailRead:
+        case ControlVerb::kDelayRead:
+        case ControlVerb::kClearFaults:
+            return true;
+        default:
+            return false;
+    }
+}
+
 int RunControlText(const std::string& text, ServedCache& served) {
     std::vector<ControlCommand> commands;
     if (!ParseControlText(text, commands)) {
         return -EINVAL;
+    }
+    if (!served.testDoors && std::any_of(commands.begin(), commands.end(), IsTestDoor)) {
+        return -EPERM;
     }
     for (const ControlCommand& command : commands) {
         const int result = ApplyControlCommand(command, served);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The commands of the `control` file, one a line:
+// The commands of the `control` file, one a line. The first four are doors for tests, there only
+// when the cache was started with them:
 //
 //   refuse-control N            the N-th control request from now fails with EIO (1 = the next)
 //   fail-read OFFSET LENGTH     reads of the device that touch these bytes fail with EIO
@@ -42,7 +43,8 @@ bool ParseControlText(const std::string& text, std::vector<ControlCommand>& comm
 int ApplyControlCommand(const ControlCommand& command, ServedCache& served);
 
 // What a write of `text` to the file answers: 0; -EINVAL, and nothing is done, when a line of it is
-// no command; -errno of the first command that fails, and nothing after it is done.
+// no command, or -EPERM when one is a door that is not there; -errno of the first command that
+// fails, and nothing after it is done.
 int RunControlText(const std::string& text, ServedCache& served);
 
 }  // namespace softcache

@@ -5,10 +5,16 @@
 
 #include <CLI/CLI.hpp>
 
+#include "softcache/loop_device.h"
 #include "softcache/registry.h"
 #include "softcache/storage.h"
 
 namespace softcache {
+
+// Needs none of the options that serving needs.
+struct Inspection {
+    std::string ssd;
+};
 
 static CLI::Validator SizeValidator() {
     const auto check = [](const std::string& text) {
@@ -26,30 +32,47 @@ std::optional<int> ParseOptions(int argc, char** argv, Options& options) {
     options.registryDirectory = DefaultRegistryDirectory();
     app.add_option("--name", options.name, "Name of the cache and of its registry entry")
         ->required();
-    app.add_option("--backing", options.backing, "File or block device to cache")->required();
-    app.add_option("--ssd", options.ssd, "File or block device that holds the cached units")
+    app.add_option("--backing", options.backing,
+                   "File or block device to cache; UUID=, LABEL=, PARTUUID= too")
         ->required();
-    app.add_option("--ssd-size", ssdSize, "Size of the cache: bytes, or with K, M, G, T")
-        ->required()
+    app.add_option("--ssd", options.ssd,
+                   "File or block device that holds the cached units; UUID= and so on too")
+        ->required();
+    app.add_option("--ssd-size", ssdSize,
+                   "Size of the cache: bytes, or with K, M, G, T (default: all of --ssd)")
         ->type_name("")
         ->check(SizeValidator());
-    app.add_option("--mount", options.mountPoint, "Directory to mount on")->required();
+    app.add_option("--mount", options.mountPoint,
+                   "Directory to mount on (default: " + DefaultMountPoint("NAME") + ", made)");
+    app.add_flag("--device", options.device,
+                 "Attach a loop device and name it " + DefaultNameDirectory() + "/NAME");
     app.add_option("--registry", options.registryDirectory, "Registry directory")
         ->capture_default_str();
     app.add_option("--state", options.state, "State told by the registry entry, 1 = serving")
         ->check(CLI::NonNegativeNumber)
         ->capture_default_str();
     app.add_flag("--no-pin", noPin, "Let the registry entry say that pinning is not supported");
+    app.add_flag("--format", options.format, "Overwrite whatever the SSD holds");
+    app.add_flag("--test-doors", options.testDoors, "Take orders to fail (for tests)");
+    app.add_option("--inspect", options.inspect, "Print what an SSD holds, and serve nothing")
+        ->trigger_on_parse()
+        ->type_name("SSD")
+        ->each([](const std::string& ssd) { throw Inspection{ssd}; });
     app.set_version_flag("--version", "quorsoftcache " QUOR_VERSION);
     try {
         app.parse(argc, argv);
+    } catch (const Inspection& asked) {
+        options.inspect = asked.ssd;
+        return std::nullopt;
     } catch (const CLI::Success& asked) {  // --help, --version
         return app.exit(asked);
     } catch (const CLI::ParseError& error) {
         fprintf(stderr, "quorsoftcache: %s\n", error.what());
         return 2;
     }
-    ParseSize(ssdSize, options.ssdSize);
+    if (!ssdSize.empty()) {
+        ParseSize(ssdSize, options.ssdSize);
+    }
     options.supportPin = !noPin;
     return std::nullopt;
 }

@@ -15,9 +15,13 @@ struct Options {
     std::string ssd;
     std::string mountPoint;
     std::string registryDirectory;
-    uint64_t ssdSize = 0;  // bytes
+    uint64_t ssdSize = 0;  // bytes; 0 = what the SSD has
     int32_t state = 1;
     bool supportPin = true;
+    bool format = false;     // overwrite whatever the SSD holds
+    bool testDoors = false;  // take orders to fail
+    std::string inspect;     // an SSD to describe instead of serving
+    bool device = false;  // attach a loop device
 };
 
 // Parses the command line. Returns the exit status when there is nothing to serve: 0 after --help

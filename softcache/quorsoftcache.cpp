@@ -7,11 +7,19 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <filesystem>
+#include <functional>
 #include <memory>
 
+#include "softcache/cache_files.h"
+#include "softcache/checkpoints.h"
+#include "softcache/device_tag.h"
 #include "softcache/fuse_device.h"
+#include "softcache/inspection.h"
+#include "softcache/loop_device.h"
 #include "softcache/options.h"
-#include "softcache/pin_store.h"
+#include "softcache/readiness.h"
 #include "softcache/served_cache.h"
 #include "softcache/storage.h"
 
@@ -60,54 +68,157 @@ void WaitForEndSignal() {
     sigwait(&signals, &which);
 }
 
+// Waits for such a signal; for 50 ms at most.
+bool EndSignalComes() {
+    const sigset_t signals = EndSignals();
+    const timespec pause = {0, 50'000'000};
+    return sigtimedwait(&signals, nullptr, &pause) > 0;
+}
+
+// Finds out what the command line left open.
+bool Complete(Options& options) {
+    if (!Succeeded(WhyNotServe(options.registryDirectory, options.name)) ||
+        !Succeeded(ResolveTag(options.backing)) || !Succeeded(ResolveTag(options.ssd))) {
+        return false;
+    }
+    if (options.mountPoint.empty()) {
+        std::error_code error;  // a directory that is not there is told when it is mounted on
+        options.mountPoint = DefaultMountPoint(options.name);
+        std::filesystem::create_directories(options.mountPoint, error);
+    }
+    return true;
+}
+
 // What is open for as long as the cache lives.
 struct Storage {
-    OwnedFd backing;
-    OwnedFd ssd;
-    uint64_t deviceSize = 0;  // bytes
-    std::string mountPoint;   // absolute
+    CacheFiles files;
+    std::string mountPoint;  // absolute
 };
 
 bool OpenStorage(const Options& options, Storage& storage) {
-    return Succeeded(WhyNotServe(options.registryDirectory, options.name)) &&
-           Succeeded(WhyNotCacheSize(options.ssdSize)) &&
-           Succeeded(CheckMountPoint(options.mountPoint, storage.mountPoint)) &&
-           Succeeded(OpenBacking(options.backing, storage.backing, storage.deviceSize)) &&
-           Succeeded(OpenSsd(options.ssd, options.ssdSize, storage.ssd));
+    const CacheFilesWanted wanted = {options.name, options.backing, options.ssd, options.ssdSize,
+                                     options.format};
+    const bool opened =
+        (options.ssdSize == 0 || Succeeded(WhyNotCacheSize(options.ssdSize))) &&
+        Succeeded(CheckMountPoint(options.mountPoint, options.name, storage.mountPoint)) &&
+        Succeeded(OpenCacheFiles(wanted, storage.files));
+    for (const std::string& remark : storage.files.remarks) {
+        Succeeded(remark);
+    }
+    return opened;
 }
 
 std::unique_ptr<ServedCache> MakeCache(const Options& options, const Storage& storage) {
+    SsdStore& store = *storage.files.store;
     RegistryRecord record;
     record.name = options.name;
     record.ssd = AbsolutePath(options.ssd);
     record.mountPoint = storage.mountPoint;
     record.state = options.state;
     record.supportPin = options.supportPin;
-    record.deviceSize = storage.deviceSize;
-    record.cacheSize = options.ssdSize;
-    const std::string pinStore = PinStorePath(record.ssd);
-    const std::string lost =
-        "ssd " + record.ssd + " was cut or lost space: nothing is cached until the next start";
-    auto served =
-        std::make_unique<ServedCache>(storage.backing.get(), storage.ssd.get(), storage.deviceSize,
-                                      static_cast<uint32_t>(options.ssdSize / kUnitSize), pinStore,
-                                      options.registryDirectory, std::move(record));
-    served->cache.WhenSsdIsLost([lost] { Succeeded(lost); });
-    Succeeded(served->RestorePins());  // a bitmap that does not fit is reported and left out
+    record.deviceSize = store.Head().deviceSize;
+    record.cacheSize = uint64_t{store.Head().slots} * kUnitSize;
+    const std::string ssd = "ssd " + record.ssd + " ";
+    auto served = std::make_unique<ServedCache>(*storage.files.backing, store, storage.files.warm,
+                                                options.registryDirectory, std::move(record));
+    served->testDoors = options.testDoors;
+    served->cache.WhenSsdIsLost([ssd](const std::string& why, bool tableIsInvalid) {
+        Succeeded(ssd + why + ": nothing is cached until the next start" +
+                  (tableIsInvalid ? "" : ", which must be with --format"));
+    });
+    const std::string wrong = served->RestorePins();
+    Succeeded(wrong.empty() ? "" : ssd + wrong);
     return served;
 }
 
-bool Serve(FuseDevice& device, ServedCache& served, const std::string& name) {
+int Inspect(const std::string& ssd) {
+    std::string lines;
+    const bool is = Succeeded(InspectSsd(ssd, lines));
+    fputs(lines.c_str(), stdout);
+    return is ? 0 : 1;
+}
+
+// Brings to the SSD what requests leave behind, and at the end everything.
+class Settling {
+  public:
+    Settling(ServedCache& served, const std::string& backing)
+        : served_(served),
+          learn_([&served, backing] {
+              if (served.cache.TakeBeginningChanged()) {
+                  served.store.SetUuid(BackingUuid(backing));
+              }
+          }),
+          checkpoints_(std::make_unique<Checkpoints>(served.cache, learn_)) {}
+    ~Settling() {
+        checkpoints_.reset();
+        learn_();
+        served_.cache.Close();
+    }
+    Settling(const Settling&) = delete;
+    Settling& operator=(const Settling&) = delete;
+
+  private:
+    ServedCache& served_;
+    const std::function<void()> learn_;
+    std::unique_ptr<Checkpoints> checkpoints_;
+};
+
+// The cache as others meet it: the mount, the entry in the registry, the loop device.
+struct Served {
+    explicit Served(ServedCache& cache) : device(cache), registry(cache.registry) {}
+
+    FuseDevice device;
+    RegistryEntry& registry;
+    LoopDevice loop;
+    std::atomic<bool> ended{false};  // nothing is answered any more
+};
+
+bool Serve(const Options& options, const Storage& storage, Served& served) {
+    if (!Succeeded(served.device.Mount(options.name, storage.mountPoint))) {
+        return false;
+    }
     // Somebody else may take the mount away; main then wakes as for a signal.
-    if (!device.Start([] { kill(getpid(), SIGTERM); })) {
+    const auto onEnd = [&served] {
+        served.ended = true;
+        kill(getpid(), SIGTERM);
+    };
+    if (!served.device.Start(onEnd)) {
         return Succeeded("the mount went away before it was served");
     }
     if (!Succeeded(served.registry.Publish())) {
         return false;
     }
-    printf("quorsoftcache: %s ready\n", name.c_str());
+    if (options.device) {
+        const std::string wrong =
+            served.loop.Attach(storage.mountPoint + "/device", SectorSizeOf(storage.files.backing->Fd()),
+                               DefaultNameDirectory(), options.name);
+        if (!Succeeded(wrong)) {
+            served.registry.Remove();
+            return false;
+        }
+    }
+    const std::string state =
+        options.name + " ready" + (options.device ? " on " + served.loop.Node() : "");
+    printf("quorsoftcache: %s\n", state.c_str());
     fflush(stdout);
+    TellReady(state);
     return true;
+}
+
+// In the reverse order. A volume that is still mounted is served until it is not, or until a second
+// signal: what its file system has yet to write would be lost.
+void TakeDown(const std::string& name, Served& served) {
+    served.loop.Release();
+    if (!served.ended && served.loop.IsInUse()) {
+        const std::string state = name + ": " + served.loop.Node() + " is still in use";
+        Succeeded(state + "; served until it is let go, or another signal");
+        TellStopping(state);
+        while (!served.ended && served.loop.IsInUse() && !EndSignalComes()) {
+        }
+    }
+    served.registry.Remove();
+    served.device.Stop();
+    served.device.Unmount();
 }
 
 }  // namespace
@@ -117,20 +228,21 @@ int main(int argc, char** argv) {
     if (const std::optional<int> status = ParseOptions(argc, argv, options)) {
         return *status;
     }
+    if (!options.inspect.empty()) {
+        return Inspect(options.inspect);
+    }
     PrepareProcess();
     Storage storage;
-    if (!OpenStorage(options, storage)) {
+    if (!Complete(options) || !OpenStorage(options, storage)) {
         return 1;
     }
-    const std::unique_ptr<ServedCache> served = MakeCache(options, storage);
-    FuseDevice device(*served);
-    if (!Succeeded(device.Mount(options.name, storage.mountPoint)) ||
-        !Serve(device, *served, options.name)) {
+    const std::unique_ptr<ServedCache> cache = MakeCache(options, storage);
+    const Settling settling(*cache, AbsolutePath(options.backing));
+    Served served(*cache);
+    if (!Serve(options, storage, served)) {
         return 1;
     }
     WaitForEndSignal();
-    served->registry.Remove();
-    device.Stop();
-    device.Unmount();
+    TakeDown(options.name, served);
     return 0;
 }

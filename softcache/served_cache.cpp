@@ -2,36 +2,38 @@
 #include "softcache/served_cache.h"
 
 #include <json/json.h>
-
-#include "softcache/pin_store.h"
+#include <string.h>
 
 namespace softcache {
 
-ServedCache::ServedCache(int backing, int ssd, uint64_t deviceSize, uint32_t slots,
-                         std::string pinStorePathArg, std::string registryDirectory,
-                         RegistryRecord registryRecord)
-    : cache(backing, ssd, deviceSize, slots),
-      registry(std::move(registryDirectory), std::move(registryRecord)),
-      pinStorePath(std::move(pinStorePathArg)) {}
+ServedCache::ServedCache(const Disk& backing, SsdStore& ssd, const std::vector<WarmSlot>& warm,
+                         std::string registryDirectory, RegistryRecord registryRecord)
+    : store(ssd),
+      cache(backing, ssd, warm),
+      registry(std::move(registryDirectory), std::move(registryRecord)) {}
 
 std::string ServedCache::RestorePins() {
     std::vector<uint8_t> bitmap;
-    std::string reason;
-    switch (LoadPins(pinStorePath, cache.MaxPinBytes(), bitmap, reason)) {
-        case PinLoad::kLoaded:
-            cache.SetPins(bitmap);
-            record.Restore(std::move(bitmap));
-            return "";
-        case PinLoad::kUnusable:
-            return "pins " + pinStorePath + " left alone: " + reason;
-        case PinLoad::kAbsent:
-            break;
+    const int result = store.ReadPins(bitmap);
+    if (result < 0) {
+        return std::string("pins cannot be read: ") + strerror(-result);
+    }
+    if (result == 0) {
+        return "pins are not whole: none is in force";
+    }
+    if (bitmap.size() > cache.MaxPinBytes()) {
+        return "pins left alone: " + std::to_string(bitmap.size()) + " bytes, this device takes " +
+               std::to_string(cache.MaxPinBytes());
+    }
+    if (!bitmap.empty()) {
+        cache.SetPins(bitmap);
+        record.Restore(std::move(bitmap));
     }
     return "";
 }
 
 int ServedCache::ApplyPins(const std::vector<uint8_t>& bitmap) {
-    const int result = StorePins(pinStorePath, bitmap);
+    const int result = store.WritePins(bitmap);
     if (result == 0) {
         cache.SetPins(bitmap);
     }
@@ -51,6 +53,7 @@ static void AddCache(const BlockCache& cache, Json::Value& stats) {
     stats["residentUnits"] = Number(levels.resident);
     stats["pinnedUnits"] = Number(levels.pinned);
     stats["pinnedUnitsResident"] = Number(levels.pinnedResident);
+    stats["unsettledUnits"] = Number(levels.unsettled);
     stats["retiredUnits"] = Number(levels.retired);
     const CacheCounters counters = cache.Counters();
     stats["reads"] = Number(counters.reads);

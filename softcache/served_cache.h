@@ -16,21 +16,23 @@
 namespace softcache {
 
 struct ServedCache {
-    ServedCache(int backing, int ssd, uint64_t deviceSize, uint32_t slots, std::string pinStorePath,
+    // The store, and the backing's descriptor, outlive it.
+    ServedCache(const Disk& backing, SsdStore& ssd, const std::vector<WarmSlot>& warm,
                 std::string registryDirectory, RegistryRecord registryRecord);
 
     // Puts the pin bitmap of the last run in force again. Returns an empty text, or why it is not.
     std::string RestorePins();
 
-    // Puts a bitmap in force: on disk first, then in the cache. Returns 0, or -errno with the old
-    // one in force.
+    // Puts a bitmap in force: on the SSD first, then in the cache. Returns 0, or -errno with the
+    // old one in force.
     int ApplyPins(const std::vector<uint8_t>& bitmap);
 
+    SsdStore& store;
     BlockCache cache;
     Faults faults;
     ControlRecord record;
     RegistryEntry registry;
-    const std::string pinStorePath;
+    bool testDoors = false;   // whether orders to fail are taken; set before anything is served
     std::mutex controlMutex;  // held while a control request is answered, never while its caller's
                               // memory is read
 };

@@ -5,10 +5,12 @@
 #include <fcntl.h>
 #include <limits.h>
 #include <linux/fs.h>
+#include <mntent.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 
 #include <charconv>
@@ -102,53 +104,97 @@ std::string OpenBacking(const std::string& path, OwnedFd& backing, uint64_t& dev
     return "";
 }
 
+std::string WhyNotTwoFiles(const std::string& backing, const std::string& ssd) {
+    struct stat one;
+    struct stat other;
+    if (stat(backing.c_str(), &one) != 0 || stat(ssd.c_str(), &other) != 0) {
+        return "";  // whoever opens them says it
+    }
+    const bool devices = S_ISBLK(one.st_mode) && S_ISBLK(other.st_mode);
+    const bool same = devices ? one.st_rdev == other.st_rdev
+                              : one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+    return same ? Failure("ssd", ssd, "is the backing, too") : "";
+}
+
 // Space that is allocated now cannot be missing later, when it would cost the cache slot by slot.
-static const char* SizeSsdFile(int fd, uint64_t size) {
+std::string SizeSsdFile(int fd, uint64_t size) {
+    const auto before = static_cast<off_t>(SizeOf(fd));
     if (ftruncate(fd, static_cast<off_t>(size)) != 0) {
         return strerror(errno);
     }
     if (fallocate(fd, 0, 0, static_cast<off_t>(size)) != 0 && errno != EOPNOTSUPP) {
         const char* wrong = strerror(errno);
-        return ftruncate(fd, 0) == 0 ? wrong : "no space, and it cannot be given back";
+        return ftruncate(fd, before) == 0 ? wrong : "no space, and it cannot be given back";
     }
-    return nullptr;
+    return "";
 }
 
-std::string OpenSsd(const std::string& path, uint64_t size, OwnedFd& ssd) {
+std::string OpenSsd(const std::string& path, OwnedFd& ssd, bool& isBlockDevice) {
     OwnedFd fd(open(path.c_str(), OpenFlags(path, O_CREAT), 0600));
     uint64_t found = 0;
     const char* wrong = fd.valid() ? ClaimAndMeasure(fd.get(), found) : strerror(errno);
     if (wrong != nullptr) {
         return Failure("ssd", path, wrong);
     }
-    if (!IsBlockDevice(path)) {
-        wrong = SizeSsdFile(fd.get(), size);
-    } else if (found < size) {
-        wrong = "smaller than the size asked for";
-    }
-    if (wrong != nullptr) {
-        return Failure("ssd", path, wrong);
-    }
+    isBlockDevice = IsBlockDevice(path);
     ssd = std::move(fd);
     return "";
+}
+
+// Of a dead mount nothing can be asked but its line among the mounts.
+static bool IsMountOf(const std::string& mountPoint, const std::string& name) {
+    FILE* mounts = setmntent("/proc/self/mounts", "r");
+    if (mounts == nullptr) {
+        return false;
+    }
+    bool is = false;
+    while (const mntent* mount = getmntent(mounts)) {  // the last one lies on top
+        if (mountPoint == mount->mnt_dir) {
+            is = strcmp(mount->mnt_type, "fuse.quorsoftcache") == 0 && name == mount->mnt_fsname;
+        }
+    }
+    endmntent(mounts);
+    return is;
+}
+
+// The path without links where its last part cannot be looked at.
+static std::string ThroughParent(const std::string& path) {
+    const std::string whole = path.substr(0, path.find_last_not_of('/') + 1);
+    const size_t slash = whole.rfind('/');
+    char parent[PATH_MAX];
+    const std::string up = slash == std::string::npos ? "." : whole.substr(0, slash + 1);
+    return realpath(up.c_str(), parent) == nullptr
+               ? path
+               : std::string(parent) + "/" + whole.substr(slash + 1);
+}
+
+std::string DefaultMountPoint(const std::string& name) {
+    return "/run/quorsoftcache/mount/" + name;
 }
 
 static std::string MountPointFailure(const std::string& path, int error) {
     if (error == ENOTCONN) {
         return Failure("mount point", path,
-                       "holds the dead mount of an earlier cache; take it away with umount");
+                       "holds a dead mount, not of this cache; take it away with umount");
     }
     return Failure("mount point", path, strerror(error));
 }
 
-std::string CheckMountPoint(const std::string& path, std::string& absolute) {
+std::string CheckMountPoint(const std::string& path, const std::string& name,
+                            std::string& absolute) {
     char resolved[PATH_MAX];
-    if (realpath(path.c_str(), resolved) == nullptr) {
-        return MountPointFailure(path, errno);
+    while (realpath(path.c_str(), resolved) == nullptr) {
+        const int error = errno;
+        const std::string dead = ThroughParent(path);
+        if (error != ENOTCONN || !IsMountOf(dead, name) || umount2(dead.c_str(), MNT_DETACH) != 0) {
+            return MountPointFailure(path, error);
+        }
     }
     struct statx status {};
     if (statx(AT_FDCWD, resolved, AT_STATX_FORCE_SYNC, STATX_BASIC_STATS, &status) != 0) {
-        return MountPointFailure(path, errno);
+        return errno == ENOTCONN && IsMountOf(resolved, name) && umount2(resolved, MNT_DETACH) == 0
+                   ? CheckMountPoint(path, name, absolute)
+                   : MountPointFailure(path, errno);
     }
     if (!S_ISDIR(status.stx_mode)) {
         return MountPointFailure(path, ENOTDIR);

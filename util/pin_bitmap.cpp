@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -40,6 +41,11 @@ bool AllocateData(PinBitmap* bitmap, uint64_t size) {
     }
     bitmap->size = static_cast<uint32_t>(size);
     return true;
+}
+
+// Sets or clears the bits that the mask names.
+void ChangeByte(uint8_t& byte, unsigned mask, bool set) {
+    byte = static_cast<uint8_t>(set ? byte | mask : byte & ~mask);
 }
 
 int GiveUpBitmap(PinBitmap* bitmap) {
@@ -192,15 +198,23 @@ int BitmapMemOperation(PinBitmap* bitmap, uint64_t startSector, uint64_t numSect
     uint64_t firstBit = startSector >> kPinUnitSectorShift;
     uint64_t endBit = (lastSector >> kPinUnitSectorShift) + 1;
     uint64_t numBits = static_cast<uint64_t>(bitmap->size) * 8;
+    uint64_t lastBit = std::min(endBit, numBits) - 1;
+    bool set = operation == kOperationSet;
 
-    for (uint64_t bit = firstBit; bit < std::min(endBit, numBits); ++bit) {
-        auto mask = static_cast<uint8_t>(1U << (bit % 8));
-        if (operation == kOperationSet) {
-            bitmap->data[bit / 8] |= mask;
-        } else {
-            bitmap->data[bit / 8] &= static_cast<uint8_t>(~mask);
-        }
+    if (firstBit >= std::min(endBit, numBits)) {
+        return 0;
     }
+    uint8_t* first = bitmap->data + firstBit / 8;
+    uint8_t* last = bitmap->data + lastBit / 8;
+    unsigned fromFirst = 0xffU << firstBit % 8;
+    unsigned upToLast = 0xffU >> (7 - lastBit % 8);
+    if (first == last) {
+        ChangeByte(*first, fromFirst & upToLast, set);
+        return 0;
+    }
+    ChangeByte(*first, fromFirst, set);
+    memset(first + 1, set ? 0xff : 0, static_cast<size_t>(last - first) - 1);
+    ChangeByte(*last, upToLast, set);
     return 0;
 }
 

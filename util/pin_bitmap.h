@@ -8,6 +8,7 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <string.h>
 
 // The record and its data are both allocated from the C heap. With 4-byte pointers, the record's
 // bytes are the descriptor that the flash-cache driver takes.
@@ -26,6 +27,20 @@ constexpr unsigned kPinUnitByteShift = 16;   // bytes to units
 
 inline bool BitmapHasBit(const PinBitmap& bitmap, uint64_t bit) {
     return (bitmap.data[bit / 8] >> (bit % 8) & 1) != 0;
+}
+
+constexpr unsigned kBitsOfWord = 64;
+
+// Whether the bit is the first of an aligned word of 64 bits, all of them there and none of them
+// set.
+inline bool BitmapStartsEmptyWord(const PinBitmap& bitmap, uint64_t bit) {
+    uint64_t word = 0;
+
+    if (bit % kBitsOfWord != 0 || bitmap.size - bit / 8 < sizeof(word)) {
+        return false;
+    }
+    memcpy(&word, bitmap.data + bit / 8, sizeof(word));
+    return word == 0;
 }
 
 // Stores the size of the block device in bytes. Returns 0, or -1.

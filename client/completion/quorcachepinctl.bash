@@ -17,19 +17,21 @@ _quorcachepinctl() {
     done
     case $verb in
         '')
-            local verbs='pin unpin reload pend release list status check explain map doctor'
+            local verbs='pin unpin reload pend release list status check explain map ready doctor apply restore keep-copy'
             [[ $cur == -* ]] && verbs='-h --help --version'
             mapfile -t COMPREPLY < <(compgen -W "$verbs" -- "$cur")
             return
             ;;
         pin) options="$common $waiting $files --send-timeout" ;;
         unpin) options="$common $waiting $files --send-timeout --no-repin" ;;
-        reload) options="$common $waiting --send-timeout" ;;
+        reload) options="$common $waiting --send-timeout --missing" ;;
         pend | release) options="$common --send-timeout" ;;
         list) options="$common -p --paths -0 --null" ;;
         check) options="$common --repair --restart --timeout --send-timeout" ;;
         map) options="$common -o --output --width" ;;
         doctor) options="$common --fix" ;;
+        restore) options="$common --restart" ;;
+        apply) options="$common $waiting --send-timeout --from -n --dry-run --prune" ;;
         *) options=$common ;;
     esac
 
@@ -40,6 +42,10 @@ _quorcachepinctl() {
             return
             ;;
     esac
+    if [[ $prev == --from ]]; then
+        mapfile -t COMPREPLY < <(compgen -d -- "$cur")
+        return
+    fi
     if [[ $cur == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W "$options" -- "$cur")
         return
@@ -54,7 +60,7 @@ _quorcachepinctl() {
             )
             [[ ${#COMPREPLY[@]} -gt 0 ]] || mapfile -t COMPREPLY < <(compgen -f -- "$cur")
             ;;
-        status | doctor) ;;
+        status | ready | doctor | apply | restore | keep-copy) ;;
         *) mapfile -t COMPREPLY < <(compgen -d -- "$cur") ;;
     esac
 }

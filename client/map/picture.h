@@ -44,21 +44,20 @@ struct PictureFrame {
     uint32_t height;
     uint32_t left;  // of the first cell
     uint32_t top;
-    uint32_t side;  // of a cell
+    uint32_t side;          // of a cell
+    uint32_t rowsPerLabel;  // every how many rows the offset stands at the left
 };
 PictureFrame FrameOf(const Picture& picture);
 
-// A state's colour, 0xRRGGBB, and what it means in this picture, in a few words.
-uint32_t CellColour(CellState state);
-const char* CellMeaning(const Picture& picture, CellState state);
+// A line of the legend: a state, its colour as 0xRRGGBB, and what it means in a few words.
+struct LegendLine {
+    CellState state;
+    uint32_t colour;
+    const char* meaning;
+};
+std::vector<LegendLine> LegendOf(const Picture& picture);
 
-// The states that the legend names, in order.
-std::vector<CellState> LegendOf(const Picture& picture);
-
-// Every how many rows the offset stands at the left.
-uint32_t RowsPerLabel(const PictureFrame& frame);
-
-// Writes the picture. Returns false, with the reason in `why`.
+// Writes the picture as SVG. Returns false, with the reason in `why`.
 bool WriteSvg(const Picture& picture, const std::string& path, std::string& why);
 
 // Prints the volume's units as marks, fitted to `columns`.

@@ -26,6 +26,7 @@ struct Marks {
 };
 
 Marks ChooseMarks() {
+    // A terminal without UTF-8 would show the blocks as three characters each.
     if (strcmp(nl_langinfo(CODESET), "UTF-8") == 0) {
         return {"·", "░", "▒", "█"};
     }
@@ -42,7 +43,8 @@ const char* MarkFor(const Marks& marks, uint64_t count, uint64_t of) {
     return count * 2 < of ? marks.few : marks.many;
 }
 
-struct Layout {
+// How the units are laid out in marks.
+struct Grid {
     uint64_t units;
     uint64_t perMark;
     uint64_t perRow;  // marks
@@ -50,16 +52,16 @@ struct Layout {
 };
 
 // Rows hold a power of two of marks, so that they begin at round offsets.
-Layout LayoutFor(uint64_t units, size_t columns) {
-    Layout layout = {units, 1, 1, columns >= kLabelColumns + 1 + kFewestMarks};
-    const size_t room = columns - (layout.labels ? kLabelColumns + 1 : 0);
-    while (layout.perRow * 2 <= room && layout.perRow < 128) {
-        layout.perRow *= 2;
+Grid GridFor(uint64_t units, size_t columns) {
+    Grid grid = {units, 1, 1, columns >= kLabelColumns + 1 + kFewestMarks};
+    const size_t room = columns - (grid.labels ? kLabelColumns + 1 : 0);
+    while (grid.perRow * 2 <= room && grid.perRow < 128) {
+        grid.perRow *= 2;
     }
-    while (layout.perMark * layout.perRow * kMostRows < units) {
-        layout.perMark *= 2;
+    while (grid.perMark * grid.perRow * kMostRows < units) {
+        grid.perMark *= 2;
     }
-    return layout;
+    return grid;
 }
 
 // Offsets of rows in the largest unit that makes all of them whole numbers.
@@ -78,33 +80,33 @@ std::string RowLabel(uint64_t offset, uint64_t pitch) {
 // none.
 std::string TonedMark(const char* mark, const UnitSet& set, const UnitSet* held, uint64_t first,
                       uint64_t end) {
-    if (held == nullptr || set.CountBetween(first, end) == 0) {
+    const uint64_t all = set.CountBetween(first, end);
+    uint64_t both = 0;
+    if (held == nullptr || all == 0) {
         return mark;
     }
-    uint64_t both = 0;
     for (uint64_t unit = first; unit < end; ++unit) {
         both += set.Has(unit) && held->Has(unit) ? 1U : 0U;
     }
-    const Tone tone = both == set.CountBetween(first, end) ? Tone::kGood
-                      : both == 0                          ? Tone::kBad
-                                                           : Tone::kWarn;
+    const Tone tone = both == all ? Tone::kGood : both == 0 ? Tone::kBad : Tone::kWarn;
     return Toned(tone, mark);
 }
 
-void PrintPanel(const UnitSet& set, const UnitSet* held, const Layout& layout) {
+void PrintPanel(const UnitSet& set, const UnitSet* held, const Grid& grid) {
     const Marks marks = ChooseMarks();
-    const uint64_t rowUnits = layout.perMark * layout.perRow;
-    for (uint64_t first = 0; first < layout.units; first += rowUnits) {
+    const uint64_t rowUnits = grid.perMark * grid.perRow;
+    for (uint64_t first = 0; first < grid.units; first += rowUnits) {
         const std::string label = RowLabel(first * kUnitBytes, rowUnits * kUnitBytes);
         std::string line;
-        if (layout.labels) {
+        // At the right, so that offsets of one unit stand below each other.
+        if (grid.labels) {
             line.append(kLabelColumns - std::min(label.size(), kLabelColumns), ' ');
             line += label + " ";
         }
-        for (uint64_t mark = 0; mark < layout.perRow; ++mark) {
-            const uint64_t begin = first + mark * layout.perMark;
-            const uint64_t end = std::min(begin + layout.perMark, layout.units);
-            if (begin < end) {
+        for (uint64_t mark = 0; mark < grid.perRow; ++mark) {
+            const uint64_t begin = first + mark * grid.perMark;
+            const uint64_t end = std::min(begin + grid.perMark, grid.units);
+            if (begin < end) {  // the last row may be short
                 line += TonedMark(MarkFor(marks, set.CountBetween(begin, end), end - begin), set,
                                   held, begin, end);
             }
@@ -120,22 +122,22 @@ std::string Amount(uint64_t units) {
 }  // namespace
 
 void PrintMap(const VolumeView& view, size_t columns) {
-    const Layout layout = LayoutFor(view.bits.Room(), columns);
+    const Grid grid = GridFor(view.bits.Room(), columns);
     const Marks marks = ChooseMarks();
     const Residency& residency = view.residency;
     Print(Toned(Tone::kStrong, Printable(view.mountPath)) + ": " + Amount(view.bits.Room()) +
-          " on the device, a mark is " + Amount(layout.perMark));
+          " on the device, a mark is " + Amount(grid.perMark));
     Print("pinned: " + Amount(view.bits.Count()) +
           (residency.known
                ? ", of those " +
                      Amount(view.bits.Count() - view.bits.CountWithout(residency.resident)) +
                      " in the cache"
                : ""));
-    PrintPanel(view.bits, residency.known ? &residency.resident : nullptr, layout);
+    PrintPanel(view.bits, residency.known ? &residency.resident : nullptr, grid);
     if (residency.known) {
         Print("in the cache: " + Amount(residency.resident.Count()) + " of " +
               HumanBytes(residency.cacheSize));
-        PrintPanel(residency.resident, nullptr, layout);
+        PrintPanel(residency.resident, nullptr, grid);
     }
     Print(std::string("  ") + marks.none + " none  " + marks.few + " less than half  " +
           marks.many + " half or more  " + marks.all + " all of a mark's units");

@@ -15,8 +15,8 @@ uint64_t MissingOf(const DeviceState& device, const PinnedFile& pinned) {
 
 Record DescribeListed(const DeviceState& device, const PinnedFile& pinned) {
     return DescribeEntry(pinned)
-        .Add("units", Json::UInt64{CountUnits(pinned.units)})
-        .Add("unitsMissing", Json::UInt64{MissingOf(device, pinned)});
+        .Add("units", CountUnits(pinned.units))
+        .Add("unitsMissing", MissingOf(device, pinned));
 }
 
 // One line for each way in which bitmap file, driver and list differ.
@@ -24,6 +24,7 @@ void AddFindings(const DeviceState& device, Record& record) {
     const VolumeView& view = device.view;
     const auto bad = [&record](const std::string& text) { record.Line(Toned(Tone::kBad, text)); };
     const auto warn = [&record](const std::string& text) { record.Line(Toned(Tone::kWarn, text)); };
+    // Missing units stand with their files, these belong to none.
     if (const uint64_t surplus = device.surplus.Count()) {
         bad(Counted(surplus, "unit") + " set that no pinned file needs: " +
             HumanBytes(surplus * kUnitBytes) + " of the cache held for nothing");
@@ -39,10 +40,12 @@ void AddFindings(const DeviceState& device, Record& record) {
             " bytes, the bitmap " + std::to_string(view.bits.Bytes().size()) +
             ": every request fails until the file is removed or repaired");
     }
+    // Without a cache the bitmap's end is not known, so nothing is known to lie behind it.
     if (device.withoutBit > 0 && view.deviceSize > 0) {
         warn(Counted(device.withoutBit, "unit") +
              " at the device's end, for which there are no bits");
     }
+    // A request that is still queued explains what it has not done yet.
     if (device.requests > 0) {
         warn(Counted(device.requests, "request") +
              " of the volume still queued; differences may be theirs");
@@ -53,13 +56,14 @@ void AddFindings(const DeviceState& device, Record& record) {
 }
 
 void AddNumbers(const DeviceState& device, Record& record) {
+    // Zero would say that the driver lacks nothing, which nobody knows of a mute one.
     const bool tells = device.view.residency.known;
-    record.Add("requestsQueued", Json::UInt64{device.requests})
-        .Add("unitsSet", Json::UInt64{device.view.bits.Count()})
-        .Add("unitsNeeded", Json::UInt64{device.needed.Count()})
-        .Add("unitsMissing", Json::UInt64{device.missing.Count()})
-        .Add("unitsSurplus", Json::UInt64{device.surplus.Count()})
-        .Add("unitsWithoutBit", Json::UInt64{device.withoutBit})
+    record.Add("requestsQueued", device.requests)
+        .Add("unitsSet", device.view.bits.Count())
+        .Add("unitsNeeded", device.needed.Count())
+        .Add("unitsMissing", device.missing.Count())
+        .Add("unitsSurplus", device.surplus.Count())
+        .Add("unitsWithoutBit", device.withoutBit)
         .Add("unitsDriverLacks", IfKnown(tells, device.driverLacks.Count()))
         .Add("unitsDriverSurplus", IfKnown(tells, device.driverSurplus.Count()))
         .Add("bitmapFileTooLong", device.fileTooLong)
@@ -89,6 +93,7 @@ Json::Value MountPaths(const DeviceState& device) {
 }  // namespace
 
 std::string Remark(const DeviceState& device, const PinnedFile& pinned) {
+    // Fate and units are two matters: a renamed file may lack units as well.
     const uint64_t missing = MissingOf(device, pinned);
     std::string text = pinned.fate == Fate::kThere ? "" : FateName(pinned.fate);
     text += pinned.why.empty() ? "" : ": " + pinned.why;
@@ -120,6 +125,7 @@ Record DescribeDevice(const DeviceState& device) {
     std::string text = std::to_string(good) + " of " + Counted(device.listed.size(), "file") +
                        " good, " + Counted(device.view.bits.Count(), "unit") + " set";
     for (const Volume* const mount : device.mounts) {
+        // An operator who looks for a path should find it here.
         text += mount->mountPath == name ? "" : "; also mounted at " + Printable(mount->mountPath);
     }
     record
@@ -132,6 +138,7 @@ Record DescribeDevice(const DeviceState& device) {
     for (const PinnedFile& pinned : device.listed) {
         const std::string remark = Remark(device, pinned);
         files.push_back(DescribeListed(device, pinned));
+        // Good files are only counted: thousands of lines would hide the bad one.
         if (!remark.empty()) {
             const std::string path =
                 pinned.mountPath == name ? pinned.entry.relative : ListedPath(pinned);

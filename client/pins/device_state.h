@@ -36,6 +36,10 @@ struct DeviceState {
 std::vector<DeviceState> ReadDevices(const ConfigState& state, const std::vector<Volume>& volumes,
                                      const std::string& mountPath = "");
 
+// Reads the devices on which the files lie, each once.
+std::vector<DeviceState> ReadDevicesOf(const ConfigState& state, const std::vector<Volume>& volumes,
+                                       const std::vector<FileRef>& files);
+
 // Reads one device of `volumes`.
 DeviceState ReadDevice(const ConfigState& state, const Volume& volume,
                        const std::vector<Volume>& volumes);
@@ -53,5 +57,12 @@ bool Agrees(const DeviceState& device);
 // Returns the file with this inode that is listed under the mount path, null when there is none.
 const PinnedFile* FindListed(const DeviceState& device, const std::string& mountPath,
                              uint32_t inode);
+
+// Units that several files share have one bit, which the service clears when any of the files is
+// unpinned. The others are then pinned again, by requests sent right behind the unpin. Returns the
+// files that share a unit with one of `leaving`, whose extents must be filled, and that stay
+// pinned, or are queued to be, under any mount path of the devices. None is returned twice.
+std::vector<FileRef> FilesToRepin(const std::vector<DeviceState>& devices,
+                                  const std::vector<FileRef>& leaving);
 
 }  // namespace client

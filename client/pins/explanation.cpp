@@ -19,6 +19,7 @@ void ReadList(const ConfigState& state, Explanation& explanation) {
             explanation.pinned = true;
             explanation.pinnedAs =
                 listed.entry.relative == file.relative ? "" : listed.entry.relative;
+            // The list goes by inodes: another number at the same path is another file.
         } else if (listed.mountPath == mountPath && listed.entry.relative == file.relative) {
             explanation.pathReplaced = true;
         }
@@ -27,6 +28,7 @@ void ReadList(const ConfigState& state, Explanation& explanation) {
         const StoredRequest& request = state.queue[place];
         for (const StoredFile& stored : ParseStoredFiles(request.data)) {
             if (request.mountPath == mountPath && stored.inode == file.inode) {
+                // The last request that names it decides what becomes of it.
                 explanation.queued.push_back("request " + Printable(request.number) + " (" +
                                              Printable(request.type) + "), place " +
                                              std::to_string(place + 1) + " of " +
@@ -37,13 +39,19 @@ void ReadList(const ConfigState& state, Explanation& explanation) {
     }
 }
 
-void FindSharers(Explanation& explanation) {
+// Adds the listed files that share units with this one; each loses bits when the other is unpinned.
+void AddSharers(const Explanation& explanation, Record& record) {
+    std::vector<Record> sharers;
     for (const PinnedFile& listed : explanation.device.listed) {
         const uint64_t common = CountUnits(CommonRuns(listed.units, explanation.file.units));
+        // The file itself may be listed, at this mount path and at others.
         if (listed.entry.inode != explanation.file.file.inode && common > 0) {
-            explanation.sharers.push_back({ListedPath(listed), common});
+            sharers.push_back(Record().Add("path", ListedPath(listed)).Add("units", common));
+            record.Row("shares",
+                       Counted(common, "unit") + " with " + Printable(ListedPath(listed)));
         }
     }
+    record.List("shares", sharers);
 }
 
 std::string PinnedText(const Explanation& explanation) {
@@ -51,6 +59,7 @@ std::string PinnedText(const Explanation& explanation) {
         return "not known: " + explanation.whyUnknown;
     }
     if (!explanation.pinned) {
+        // The name is on the list and means a file that was there before.
         return explanation.pathReplaced ? "no; another file was pinned at this path" : "no";
     }
     return explanation.pinnedAs.empty()
@@ -61,11 +70,12 @@ std::string PinnedText(const Explanation& explanation) {
 std::vector<Record> DescribeExtents(const std::vector<FileMappingEntry>& extents) {
     std::vector<Record> records;
     for (const FileMappingEntry& extent : extents) {
+        // An extent of no length lies in no unit.
         const UnitRuns runs = RunsOf({extent});
         Record record;
-        record.Add("fileSector", Json::UInt64{extent.startSector}, "sector in file")
-            .Add("sectors", Json::UInt64{extent.numSectors}, "sectors")
-            .Add("deviceSector", Json::UInt64{extent.deviceStartSector}, "on the device")
+        record.Add("fileSector", extent.startSector, "sector in file")
+            .Add("sectors", extent.numSectors, "sectors")
+            .Add("deviceSector", extent.deviceStartSector, "on the device")
             .Row("units", runs.empty()
                               ? "-"
                               : std::to_string(runs[0].first) + "-" + std::to_string(runs[0].last))
@@ -97,32 +107,36 @@ Explanation Explain(const FileRef& file, const ServiceState& service,
     Mapper mapper;
     explanation.stateKnown = service.known;
     explanation.whyUnknown = service.why;
+    // What is not known of the service's list is empty here; the device is explained all the same.
     explanation.device = ReadDevice(service.state, *file.volume, volumes);
     explanation.file.file = file;
     explanation.file.entry = {file.relative, file.inode};
     explanation.file.mountPath = file.volume->mountPath;
+    // It was examined, so it is: only its extents may turn out not to be readable.
     explanation.file.fate = Fate::kThere;
     MapPinned(explanation.file, mapper);
     ReadList(service.state, explanation);
+    // A set has room only for units that have a bit; the runs have all.
     UnitSet own(explanation.device.view.bits.Bytes().size());
     own.Put(explanation.file.units);
     explanation.counts = CountUnits(explanation.device.view, own);
     explanation.units = CountUnits(explanation.file.units);
-    explanation.neverWritten =
-        BytesOf(explanation.file.file.extents) - BytesOf(WrittenOf(explanation.file.file.extents));
-    FindSharers(explanation);
     return explanation;
 }
 
+// From the cause that hides all others to the one that is left: each step supposes that those
+// before it are in order.
 std::string WhyNotResident(const Explanation& explanation) {
     const VolumeView& view = explanation.device.view;
     const UnitCounts& counts = explanation.counts;
     if (view.cachePath.empty()) {
         return "the volume has no cache";
     }
+    // Units without a bit can be in the cache as well, by chance.
     if (counts.cacheTells && counts.resident == explanation.units) {
         return "";
     }
+    // Whatever is missing may come with it.
     if (explanation.queuedToPin) {
         return "its request is not done yet";
     }
@@ -141,15 +155,17 @@ std::string WhyNotResident(const Explanation& explanation) {
                "pins it again";
     }
     if (!counts.cacheTells) {
-        return "";
+        return "";  // all is as it should be, as far as anybody can see
     }
     if (counts.withDriver < counts.set) {
         return "the driver has not the bitmap that the file holds; check --repair hands it over";
     }
-    if (explanation.neverWritten > 0) {
-        return HumanBytes(explanation.neverWritten) +
+    const std::vector<FileMappingEntry>& extents = explanation.file.file.extents;
+    if (const uint64_t unwritten = BytesOf(extents) - BytesOf(WrittenOf(extents))) {
+        return HumanBytes(unwritten) +
                " of it were never written, and the service does not read those";
     }
+    // Everything is in order but the contents.
     return view.bits.Count() * kUnitBytes > view.residency.cacheSize
                ? "more is pinned than the cache holds"
                : "it was not read since the cache began, or the reading was interrupted or failed; "
@@ -162,12 +178,11 @@ Record DescribeExplanation(const Explanation& explanation) {
     const std::string fate =
         explanation.pinnedAs.empty() ? FateName(Fate::kThere) : FateName(Fate::kRenamed);
     Record record;
-    std::vector<Record> sharers;
     record.Headline(Toned(Tone::kStrong, Printable(file.path)))
         .Add("path", file.path)
         .Add("volume", file.volume->mountPath, "volume")
         .Add("inode", file.inode, "inode")
-        .Add("size", Json::UInt64{file.size}, "size", Unit::kBytes)
+        .Add("size", file.size, "size", Unit::kBytes)
         .Shown("pinned", explanation.stateKnown ? Json::Value(explanation.pinned) : Json::Value(),
                "pinned", PinnedText(explanation))
         .Add("fate", explanation.pinned ? Json::Value(fate) : Json::Value())
@@ -186,12 +201,7 @@ Record DescribeExplanation(const Explanation& explanation) {
         record.Row("", Counted(explanation.units - explanation.counts.units, "unit") +
                            " at the device's end, for which there are no bits");
     }
-    for (const Sharer& sharer : explanation.sharers) {
-        Record item;
-        sharers.push_back(item.Add("path", sharer.path).Add("units", Json::UInt64{sharer.units}));
-        record.Row("shares", Counted(sharer.units, "unit") + " with " + Printable(sharer.path));
-    }
-    record.List("shares", sharers);
+    AddSharers(explanation, record);
     record.Add("whyNotResident", IfAny(why));
     if (!why.empty()) {
         record.Row("not resident", why);

@@ -8,16 +8,8 @@
 #include <vector>
 
 #include "client/pins/device_state.h"
-#include "client/pins/unit_counts.h"
-#include "client/service/service_state.h"
-#include "client/show/report.h"
 
 namespace client {
-
-struct Sharer {
-    std::string path;
-    uint64_t units;  // in common
-};
 
 struct Explanation {
     PinnedFile file;  // as if it were listed and there; its `why` says why it could not be mapped
@@ -29,10 +21,8 @@ struct Explanation {
     bool pathReplaced = false;        // its path is on the list with another inode
     std::vector<std::string> queued;  // "request 7 (pinFiles), place 2 of 3"
     bool queuedToPin = false;
-    UnitCounts counts;
-    uint64_t units = 0;         // including those without a bit
-    uint64_t neverWritten = 0;  // bytes
-    std::vector<Sharer> sharers;
+    UnitCounts counts;   // of its units that have a bit
+    uint64_t units = 0;  // including those without
 };
 
 // Explains an examined file, which points into `volumes`.

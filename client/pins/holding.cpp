@@ -11,7 +11,8 @@ namespace client {
 
 namespace {
 
-// The listed ones of the group's files, by inode, as they lie now.
+// The listed ones of the group's files, by inode, as they lie now. Only these are mapped: reading
+// the whole device after a small pin would map every listed file.
 std::map<uint32_t, PinnedFile> ListedOf(const ConfigState& state, const VolumeFiles& group) {
     std::set<uint32_t> inodes;
     std::vector<StoredFile> entries;
@@ -37,9 +38,11 @@ std::string WhyNotPinned(const VolumeView& view, const PinnedFile* pinned) {
     if (pinned == nullptr) {
         return "is not on the service's list: its request was dropped, the service's log says why";
     }
+    // Its entry is there and its file is not: nothing can be said of its units.
     if (!IsFound(*pinned)) {
         return std::string(FateName(pinned->fate)) + ": " + pinned->why;
     }
+    // What lies in the device's tail has no bit, and is not missing.
     const uint64_t wanted = view.bits.RoomFor(pinned->units);
     const uint64_t missing = wanted - view.bits.CountIn(pinned->units);
     if (missing > 0) {
@@ -59,6 +62,7 @@ void CountAbsent(const VolumeView& view, const UnitSet& written, Holding& holdin
     }
     holding.absent = written.CountWithout(residency.resident);
     if (holding.absent > 0) {
+        // With more pinned than it holds, a cache reads what it can and drops the rest.
         const uint64_t pinned = view.bits.Count() * kUnitBytes;
         holding.whyAbsent = pinned > residency.cacheSize
                                 ? HumanBytes(pinned) + " are pinned, the cache holds " +
@@ -77,6 +81,7 @@ Holding HoldingOfPinned(const ConfigState& state, const VolumeFiles& group) {
     holding.volume = group.volume->mountPath;
     holding.files = group.files.size();
     for (const FileRef& file : group.files) {
+        // Judged by what lies there now: the file may have grown since its request was sent.
         const auto found = listed.find(file.inode);
         const PinnedFile* const pinned = found == listed.end() ? nullptr : &found->second;
         const std::string why = WhyNotPinned(view, pinned);
@@ -85,6 +90,7 @@ Holding HoldingOfPinned(const ConfigState& state, const VolumeFiles& group) {
         }
         if (pinned != nullptr) {
             all.Put(pinned->units);
+            // Preallocated blocks get bits and are never read, so they need not be in the cache.
             written.Put(RunsOf(WrittenOf(pinned->file.extents)));
             holding.bytes += BytesOf(pinned->file.extents);
         }
@@ -101,6 +107,7 @@ std::string WhyNotUnpinned(const DeviceState& device, const UnitSet& driverSurpl
     const UnitRuns units = RunsOf(file.extents);
     const uint64_t left = device.surplus.CountIn(units);
     const uint64_t withDriver = driverSurplus.CountIn(units);
+    // By this mount path: another one may keep an entry of the same file.
     if (FindListed(device, file.volume->mountPath, file.inode) != nullptr) {
         return "is still on the service's list";
     }
@@ -117,6 +124,8 @@ std::string WhyNotUnpinned(const DeviceState& device, const UnitSet& driverSurpl
 }
 
 Holding HoldingOfUnpinned(const DeviceState& device, const VolumeFiles& group) {
+    // Against what is needed, not against the file: a request that was dropped half-way may have
+    // cleared the one and not the other.
     const UnitSet driverSurplus = device.view.residency.pinned.Without(device.needed);
     UnitSet all(device.view.bits.Bytes().size());
     Holding holding;
@@ -130,6 +139,7 @@ Holding HoldingOfUnpinned(const DeviceState& device, const VolumeFiles& group) {
         all.Put(RunsOf(file.extents));
         holding.bytes += BytesOf(file.extents);
     }
+    // Units that another file needs rightly stay set, and say nothing of this unpin.
     holding.counts = CountUnits(device.view, all.Without(device.needed));
     return holding;
 }
@@ -155,22 +165,22 @@ std::vector<Holding> HoldingAfterUnpin(const ConfigState& state, const std::vect
 
 bool AllHold(const std::vector<Holding>& holdings) {
     return std::all_of(holdings.begin(), holdings.end(), [](const Holding& holding) {
+        // Pinned and not in the cache is only half of what was asked.
         return holding.wrong.empty() && holding.absent == 0;
     });
 }
 
 Record DescribeHolding(const Holding& holding, const std::string& done) {
     const bool good = holding.wrong.empty();
-    const std::string count = std::to_string(holding.files - holding.wrong.size()) +
-                              (good ? "" : " of " + std::to_string(holding.files)) +
-                              (holding.files == 1 ? " file, " : " files, ");
+    const size_t right = holding.files - holding.wrong.size();
+    const std::string count = good
+                                  ? Counted(right, "file")
+                                  : std::to_string(right) + " of " + Counted(holding.files, "file");
     Record record;
-    record.Headline(
-        Toned(Tone::kStrong, Printable(holding.volume)) + ": " +
-        Toned(good ? Tone::kGood : Tone::kBad, done + " " + count + HumanBytes(holding.bytes)));
-    record.Add("volume", holding.volume)
-        .Add("files", Json::UInt64{holding.files})
-        .Add("bytes", Json::UInt64{holding.bytes});
+    record.Headline(Toned(Tone::kStrong, Printable(holding.volume)) + ": " +
+                    Toned(good ? Tone::kGood : Tone::kBad,
+                          done + " " + count + ", " + HumanBytes(holding.bytes)));
+    record.Add("volume", holding.volume).Add("files", holding.files).Add("bytes", holding.bytes);
     AddCounts(holding.counts, record);
     record.Add("unitsAbsent", IfKnown(holding.counts.cacheTells, holding.absent));
     if (holding.absent > 0) {

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "client/pins/device_state.h"
-#include "client/pins/unit_counts.h"
 #include "client/show/report.h"
+#include "client/volume/volume_view.h"
 
 namespace client {
 

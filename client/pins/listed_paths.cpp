@@ -11,6 +11,8 @@ namespace {
 // The path of an entry as `list` prints it, for one that is given in another form; empty when it
 // has none.
 std::string AsListed(const std::string& path, const std::vector<Volume>& volumes) {
+    // The file may be gone and its directory with it: as much is resolved as exists. The last
+    // component stays as it is, since a link would lead to another file.
     std::error_code error;
     const std::filesystem::path given(path);
     const std::filesystem::path directory = std::filesystem::weakly_canonical(
@@ -43,8 +45,9 @@ std::multimap<std::string, PinnedFile> EntriesNamed(const std::vector<std::strin
                 entries.push_back(file);
             }
         }
+        // Only those named are looked for, and a volume is searched once for all of them.
         for (const PinnedFile& pinned : InspectListed(entries, mountPath, volumes)) {
-            if (pinned.fate == Fate::kThere) {
+            if (pinned.fate == Fate::kThere && pinned.file.size > 0) {
                 continue;
             }
             for (const std::string& path : given[PathOnVolume(mountPath, pinned.entry.relative)]) {
@@ -55,9 +58,13 @@ std::multimap<std::string, PinnedFile> EntriesNamed(const std::vector<std::strin
     return named;
 }
 
-std::string WhyNotThere(const PinnedFile& pinned) {
+std::string WhyNotUnpinnable(const PinnedFile& pinned) {
     const std::string text = std::string("is on the service's list and ") + FateName(pinned.fate);
     switch (pinned.fate) {
+        case Fate::kThere:
+            return "is empty, so that no request takes it off the service's list: the service "
+                   "would "
+                   "wait a minute for its blocks; unpin takes it off while no service runs";
         case Fate::kGone:
             return text + "; check --repair takes it off";
         case Fate::kReplaced:

@@ -10,9 +10,9 @@
 
 namespace client {
 
-// Returns the listed files that the paths name and that do not lie there, keyed by the path as it
-// was given. A path names an entry when it is the one that `list` prints, or becomes that once its
-// directory is resolved as far as it exists.
+// Returns the listed files that the paths name and that no request unpins, since they do not lie
+// there or are empty, keyed by the path as it was given. A path names an entry when it is the one
+// that `list` prints, or becomes that once its directory is resolved as far as it exists.
 //
 // Each volume is searched only once, whatever the number of paths. The result points into
 // `volumes`.
@@ -20,7 +20,7 @@ std::multimap<std::string, PinnedFile> EntriesNamed(const std::vector<std::strin
                                                     const ConfigState& state,
                                                     const std::vector<Volume>& volumes);
 
-// Returns why such a file does not lie at its path, and the remedy: the rest of a sentence.
-std::string WhyNotThere(const PinnedFile& pinned);
+// Returns why no request unpins such a file, and the remedy: the rest of a sentence.
+std::string WhyNotUnpinnable(const PinnedFile& pinned);
 
 }  // namespace client

@@ -8,7 +8,6 @@
 #include "client/show/output.h"
 #include "client/show/text.h"
 #include "client/volume/directory_walk.h"
-#include "client/volume/inode_search.h"
 #include "client/volume/volume_view.h"
 
 namespace client {
@@ -46,6 +45,7 @@ std::string WhyHidden(std::string path, const std::string& mountPath, dev_t devi
                        ? ""
                        : "another file system is mounted over " + Printable(path);
         }
+        // A loop of links, or a directory that may not be passed: nobody knows what lies behind.
         if (errno != ENOENT && errno != ENOTDIR) {
             return Printable(path) + ": " + strerror(errno);
         }
@@ -59,6 +59,7 @@ bool FindBehindCut(const std::string& path, const Volume& volume, PinnedFile& pi
     std::vector<std::string> names;
     const std::string cut = NameOf(path);
     ListNames(DirectoryOf(path), names);
+    // Among the names of the directory alone: the cut is at the end of the path.
     for (const std::string& name : names) {
         const std::string found = DirectoryOf(path) + "/" + name;
         struct stat status = {};
@@ -77,17 +78,20 @@ void InspectPath(const Volume& volume, dev_t device, PinnedFile& pinned) {
     const std::string path = PathOnVolume(volume.mountPath, pinned.entry.relative);
     struct stat status = {};
     if (lstat(path.c_str(), &status) != 0) {
+        // Any other error says nothing of the file.
         const bool absent = errno == ENOENT || errno == ENOTDIR;
         const std::string why =
             absent ? WhyHidden(path, volume.mountPath, device) : strerror(errno);
         Settle(pinned, why.empty() ? Fate::kGone : Fate::kUnknown,
                why.empty() ? "is not at its path" : why);
     } else if (status.st_dev != device) {
+        // What is mounted there hides the volume's own file, with a number of its own.
         Settle(pinned, Fate::kUnknown, "another file system is mounted over it");
     } else if (HasInode(status, pinned.entry.inode)) {
         FoundAt(path, status, volume, pinned);
         Settle(pinned, Fate::kThere, "");
     } else if (!FindBehindCut(path, volume, pinned)) {
+        // The old file may still lie somewhere; who pins a path means what lies at it.
         Settle(pinned, Fate::kReplaced,
                "inode " + std::to_string(pinned.entry.inode) + " was pinned, inode " +
                    std::to_string(static_cast<uint32_t>(status.st_ino)) + " is there now");
@@ -104,10 +108,12 @@ void SearchFor(const std::vector<PinnedFile*>& missing, const Volume& volume) {
     for (PinnedFile* const pinned : missing) {
         const auto found = search.paths.find(pinned->entry.inode);
         struct stat status = {};
+        // What was found may have gone again since.
         if (found != search.paths.end() && lstat(found->second.c_str(), &status) == 0) {
             FoundAt(found->second, status, volume, *pinned);
             Settle(*pinned, Fate::kRenamed, "lies at " + Printable(found->second));
         } else if (!search.unreadable.empty()) {
+            // Somewhere could not be searched, and it may lie just there.
             Settle(*pinned, Fate::kUnknown,
                    "is not at its path, and may lie elsewhere: " + search.unreadable);
         } else {
@@ -146,6 +152,7 @@ std::vector<PinnedFile> InspectAtPaths(const std::vector<StoredFile>& entries,
                                        const Volume& volume) {
     std::vector<PinnedFile> all = UnmountedEntries(entries, volume.mountPath);
     struct stat mount = {};
+    // Without the mount point all stay unknown, as of a volume that is not mounted.
     if (stat(volume.mountPath.c_str(), &mount) == 0) {
         for (PinnedFile& pinned : all) {
             InspectPath(volume, mount.st_dev, pinned);
@@ -163,6 +170,7 @@ std::vector<PinnedFile> InspectEntries(const std::vector<StoredFile>& entries,
             missing.push_back(&pinned);
         }
     }
+    // One walk for all of them: a large volume takes minutes.
     if (!missing.empty()) {
         SearchFor(missing, volume);
     }
@@ -184,6 +192,7 @@ std::vector<PinnedFile> UnmountedEntries(const std::vector<StoredFile>& entries,
         PinnedFile pinned;
         pinned.entry = entry;
         pinned.mountPath = mountPath;
+        // Until somebody has looked.
         pinned.why = "its volume is not mounted";
         all.push_back(std::move(pinned));
     }
@@ -194,6 +203,7 @@ void MapPinned(PinnedFile& pinned, Mapper& mapper) {
     if (!IsFound(pinned)) {
         return;
     }
+    // Not "there, and needs nothing": its units would be cleared as nobody's.
     if (mapper.Map(pinned.file) == MapOutcome::kFailed) {
         Settle(pinned, Fate::kUnknown, "its extents cannot be read");
         return;

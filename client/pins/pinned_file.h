@@ -7,7 +7,6 @@
 
 #include "client/service/config_state.h"
 #include "client/volume/file_ref.h"
-#include "client/volume/mapping.h"
 #include "client/volume/units.h"
 
 namespace client {

@@ -21,9 +21,11 @@ bool PlanEntry(const PinnedFile& pinned, const Followers& followers,
             return true;
         case Fate::kReplaced:
             if (follower != followers.end() && follower->second.why.empty()) {
+                // The path is what the operator pinned; the number is the service's.
                 entries.push_back({pinned.entry.relative, follower->second.file.inode});
                 plan.actions.push_back(start + ", the file that is there now takes its place");
             } else {
+                // The listed file is not there whatever became of the new one.
                 plan.actions.push_back(start + ", taken off the list");
                 plan.left.push_back(
                     Printable(path) + ": what is there now is not pinned: " +
@@ -36,6 +38,7 @@ bool PlanEntry(const PinnedFile& pinned, const Followers& followers,
                                    Printable(pinned.file.path));
             return true;
         case Fate::kUnknown:
+            // Kept: taking it off could not be taken back, and its units with it.
             plan.left.push_back(start + ": " + pinned.why);
             break;
         case Fate::kThere:
@@ -64,6 +67,7 @@ void PlanList(const DeviceState& device, const std::string& mountPath, const Fol
 
 std::string WhyLeftAlone(const DeviceState& device) {
     const std::string name = Printable(device.view.mountPath);
+    // Without the device's size the bitmap's length is not known, and any other is an error.
     if (device.view.cachePath.empty()) {
         return name + ": left as it is, as it has no cache now";
     }
@@ -79,6 +83,7 @@ ListPlan PlanLists(const std::vector<DeviceState>& devices, const Followers& fol
             plan.left.push_back(WhyLeftAlone(device));
             continue;
         }
+        // Each mount path has a list of its own. That of a former one may mean another volume.
         for (const Volume* const mount : device.mounts) {
             PlanList(device, mount->mountPath, followers, plan);
         }
@@ -90,6 +95,7 @@ BitmapPlan PlanBitmap(const DeviceState& device) {
     const VolumeView& view = device.view;
     BitmapPlan plan;
     plan.bits = device.needed;
+    // Setting is safe, clearing is not: a file that cannot be looked at may need any set unit.
     if (!device.uncertain.empty()) {
         plan.bits.Put(view.bits.Runs());
         if (device.surplus.Count() > 0) {
@@ -102,6 +108,7 @@ BitmapPlan PlanBitmap(const DeviceState& device) {
     // A file that is missing has every bit clear.
     const bool fits = !view.hasBitmap || view.fileBytes == plan.bits.Bytes().size();
     plan.write = plan.set > 0 || plan.cleared > 0 || !fits;
+    // A driver that reports nothing is handed what was written, and otherwise left alone.
     plan.hand =
         plan.write || (view.residency.known && (plan.bits.CountWithout(view.residency.pinned) > 0 ||
                                                 view.residency.pinned.CountWithout(plan.bits) > 0));

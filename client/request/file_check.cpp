@@ -34,6 +34,7 @@ std::string WhyNotRegular(const std::string& given, const struct stat& status) {
     if (S_ISREG(status.st_mode)) {
         return "";
     }
+    // The service would pin the link's own inode, which has no data.
     if (S_ISLNK(status.st_mode)) {
         std::error_code error;
         const std::string target = std::filesystem::read_symlink(given, error).string();
@@ -64,6 +65,7 @@ std::string WhyNotMountPath(const std::string& mountPath) {
     if (mountPath.size() > kMostMountPath) {
         return TooLong("its mount path", mountPath.size(), kMostMountPath);
     }
+    // The receiver cuts its list of paths there, the mount path's part included.
     if (mountPath.find(kListSeparator) != std::string::npos) {
         return "its mount path holds \";\", which separates files in a request";
     }
@@ -76,6 +78,7 @@ std::string WhyNotStorable(const std::string& mountPath, const std::string& rela
     if (!whyNot.empty()) {
         return whyNot;
     }
+    // The service reads the stored list word by word.
     if (HasWhiteSpace(relative)) {
         return "its name holds white space, at which the service would cut it";
     }
@@ -101,6 +104,7 @@ bool ExamineFile(const std::string& given, const std::vector<Volume>& volumes, F
                  std::string& why) {
     struct stat status = {};
     struct stat mount = {};
+    // The last component is not followed, and its directory is.
     if (lstat(given.c_str(), &status) != 0 || !ResolveDirectory(given, file.path)) {
         why = strerror(errno);
         return false;
@@ -109,11 +113,13 @@ bool ExamineFile(const std::string& given, const std::vector<Volume>& volumes, F
     if (!why.empty()) {
         return false;
     }
+    // By the path alone; the next question is whether that is true.
     file.volume = FindVolumeOf(file.path, volumes);
     if (file.volume == nullptr || stat(file.volume->mountPath.c_str(), &mount) != 0) {
         why = "lies on no volume that the service knows";
         return false;
     }
+    // The service would look for the inode on the volume, and may find another file by that number.
     if (mount.st_dev != status.st_dev) {
         why = "lies on another file system that is mounted in volume " +
               Printable(file.volume->mountPath);
@@ -124,6 +130,43 @@ bool ExamineFile(const std::string& given, const std::vector<Volume>& volumes, F
     file.size = static_cast<uint64_t>(status.st_size);
     why = WhyNotStorable(file.volume->mountPath, file.relative);
     return why.empty();
+}
+
+bool MapForRequest(Mapper& mapper, FileRef& file, std::string& why) {
+    switch (mapper.Map(file)) {
+        case MapOutcome::kMapped:
+            return true;
+        case MapOutcome::kNothing:
+            why =
+                "has no place on the device (empty, or all hole): the service would wait a "
+                "minute for it and then drop the whole request";
+            return false;
+        default:
+            why = "its extents cannot be read (ext4 and XFS report them)";
+            return false;
+    }
+}
+
+Followers FindFollowers(const std::vector<DeviceState>& devices,
+                        const std::vector<Volume>& volumes) {
+    Followers followers;
+    Mapper mapper;
+    for (const DeviceState& device : devices) {
+        for (const PinnedFile& pinned : device.listed) {
+            // Only there another file lies in the place.
+            if (pinned.fate != Fate::kReplaced) {
+                continue;
+            }
+            const std::string path = ListedPath(pinned);
+            Follower& follower = followers[path];
+            // The reason stays with the path: the entry goes, and its operator should know why
+            // nothing takes its place.
+            if (ExamineFile(path, volumes, follower.file, follower.why)) {
+                MapForRequest(mapper, follower.file, follower.why);
+            }
+        }
+    }
+    return followers;
 }
 
 }  // namespace client

@@ -3,11 +3,10 @@
 // its name, and the file must neither end intake nor make the service drop the request.
 #pragma once
 
-#include <stdint.h>
-
 #include <string>
 #include <vector>
 
+#include "client/pins/rest_plan.h"
 #include "client/volume/file_ref.h"
 
 namespace client {
@@ -29,5 +28,13 @@ std::string WhyNotMountPath(const std::string& mountPath);
 // file.
 bool ExamineFile(const std::string& given, const std::vector<Volume>& volumes, FileRef& file,
                  std::string& why);
+
+// Maps the file. Returns false, with the reason in `why`, when the service could not map it.
+bool MapForRequest(Mapper& mapper, FileRef& file, std::string& why);
+
+// Returns the file at the path of each entry whose own file was replaced. The files point into
+// `volumes`.
+Followers FindFollowers(const std::vector<DeviceState>& devices,
+                        const std::vector<Volume>& volumes);
 
 }  // namespace client

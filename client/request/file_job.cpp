@@ -1,8 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "client/request/file_job.h"
 
+#include <algorithm>
+#include <iterator>
 #include <map>
+#include <set>
 
+#include "client/pins/device_report.h"
+#include "client/pins/listed_paths.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
 
@@ -10,7 +15,72 @@ namespace client {
 
 namespace {
 
-// Moves to the refusals what lies right and still cannot be served.
+void SayRefusals(const FileList& list) {
+    for (const std::string& note : list.notes) {
+        Say(note);
+    }
+    for (const Refusal& refusal : list.refusals) {
+        Say(TonedError(Tone::kBad, "refused") + " " + Printable(refusal.path) + ": " +
+            refusal.reason);
+    }
+}
+
+constexpr size_t kMostSaid = 10;  // files that were not pinned, a line each
+
+using Named = std::multimap<std::string, PinnedFile>;
+
+// A mount path and an inode: what identifies a file to the service.
+using Identity = std::pair<std::string, uint32_t>;
+
+// What is on the list, or queued to be.
+std::set<Identity> PinnedFiles(const ConfigState& state, const std::vector<Volume>& volumes) {
+    std::set<Identity> pinned;
+    for (const auto& [mountPath, files] : state.pinned) {
+        for (const StoredFile& file : files) {
+            pinned.insert({mountPath, file.inode});
+        }
+    }
+    for (const Volume& volume : volumes) {
+        for (const StoredFile& file : QueuedToPin(state, volume.mountPath)) {
+            pinned.insert({volume.mountPath, file.inode});
+        }
+    }
+    return pinned;
+}
+
+std::vector<std::string> AllPaths(const FileList& list) {
+    std::vector<std::string> paths;
+    for (const Refusal& refusal : list.refusals) {
+        paths.push_back(refusal.path);
+    }
+    for (const FileRef& file : list.files) {
+        paths.push_back(file.path);
+    }
+    return paths;
+}
+
+// Adds the entries that the path names, none twice. Returns why the first one's file does not lie
+// there; empty when there is none.
+std::string TakeEntries(const Named& named, const std::string& path, std::set<Identity>& seen,
+                        FileJob& job) {
+    std::string why;
+    const auto range = named.equal_range(path);
+    for (auto entry = range.first; entry != range.second; ++entry) {
+        const PinnedFile& pinned = entry->second;
+        why = why.empty() ? WhyNotUnpinnable(pinned) : why;
+        if (seen.insert({pinned.mountPath, pinned.entry.inode}).second) {
+            job.entries.push_back(pinned);
+        }
+    }
+    return why;
+}
+
+Record DescribeRefusal(const Refusal& refusal) {
+    return Record().Add("path", refusal.path).Add("reason", refusal.reason);
+}
+
+}  // namespace
+
 void RefuseUnservable(FileJob& job) {
     std::map<const Volume*, bool> keepsPins;  // each volume is asked once
     Mapper mapper;
@@ -33,33 +103,6 @@ void RefuseUnservable(FileJob& job) {
     job.list.files = std::move(kept);
 }
 
-void SayRefusals(const FileList& list) {
-    for (const std::string& note : list.notes) {
-        Say(note);
-    }
-    for (const Refusal& refusal : list.refusals) {
-        Say(TonedError(Tone::kBad, "refused") + " " + Printable(refusal.path) + ": " +
-            refusal.reason);
-    }
-}
-
-}  // namespace
-
-bool MapForRequest(Mapper& mapper, FileRef& file, std::string& why) {
-    switch (mapper.Map(file)) {
-        case MapOutcome::kMapped:
-            return true;
-        case MapOutcome::kNothing:
-            why =
-                "has no place on the device (empty, or all hole): the service would wait a "
-                "minute for it and then drop the whole request";
-            return false;
-        default:
-            why = "its extents cannot be told (ext4 and XFS tell them)";
-            return false;
-    }
-}
-
 int CollectJob(const FileListOptions& options, FileJob& job) {
     std::string why;
     if (!ListVolumes(job.volumes)) {
@@ -78,6 +121,7 @@ int PackJob(bool keepGoing, FileJob& job) {
     const bool any = !job.list.files.empty();
     SayRefusals(job.list);
     job.messages = PackFiles(job.type, job.list.files);
+    // All or nothing, unless the others are wanted.
     if (job.list.refusals.empty() || (keepGoing && any)) {
         return kExitDone;
     }
@@ -88,6 +132,103 @@ int PackJob(bool keepGoing, FileJob& job) {
 void PackRepinned(FileJob& job) {
     const std::vector<Message> more = PackFiles(kRequestPinFiles, job.repinned);
     job.messages.insert(job.messages.end(), more.begin(), more.end());
+}
+
+void MatchWithList(const ConfigState& state, bool listMayChange, FileJob& job) {
+    const std::set<Identity> pinned = PinnedFiles(state, job.volumes);
+    const Named named = EntriesNamed(AllPaths(job.list), state, job.volumes);
+    std::set<Identity> seen;
+    std::vector<FileRef> kept;
+    std::vector<Refusal> refusals;
+    for (Refusal& refusal : job.list.refusals) {
+        const std::string why = TakeEntries(named, refusal.path, seen, job);
+        const auto entry = named.lower_bound(refusal.path);
+        // Of the entries named only an empty file is there: what is there otherwise can be sent.
+        if (!listMayChange || why.empty() || entry->second.fate != Fate::kThere) {
+            refusals.push_back({refusal.path, why.empty() ? refusal.reason : why});
+        }
+    }
+    job.list.refusals = std::move(refusals);
+    std::copy_if(job.entries.begin(), job.entries.end(), std::back_inserter(job.emptied),
+                 [listMayChange](const PinnedFile& entry) {
+                     return listMayChange && entry.fate == Fate::kThere;
+                 });
+    for (FileRef& file : job.list.files) {
+        const bool known = pinned.count({file.volume->mountPath, file.inode}) > 0;
+        const std::string why = TakeEntries(named, file.path, seen, job);
+        // A request for this path would unpin the new file, which nobody pinned.
+        if (!known && !why.empty()) {
+            job.passedOver.push_back({file.path, why});
+            continue;
+        }
+        // Sent all the same: the list may be behind, and the request harms nothing.
+        if (!known) {
+            job.notPinned.push_back(file.path);
+        }
+        kept.push_back(std::move(file));
+    }
+    job.list.files = std::move(kept);
+}
+
+void SayMatch(const FileJob& job) {
+    for (const Refusal& passed : job.passedOver) {
+        Say(TonedError(Tone::kBad, "not sent") + " " + Printable(passed.path) + ": " +
+            passed.reason);
+    }
+    for (size_t i = 0; i < job.notPinned.size() && i < kMostSaid; ++i) {
+        Say(Printable(job.notPinned[i]) + " was not pinned");
+    }
+    if (job.notPinned.size() > kMostSaid) {
+        Say("and " + std::to_string(job.notPinned.size() - kMostSaid) + " more were not pinned");
+    }
+}
+
+Record DescribeFile(const FileRef& file) {
+    return Record()
+        .Add("path", file.path)
+        .Add("volume", file.volume->mountPath)
+        .Add("inode", file.inode)
+        .Add("size", file.size);
+}
+
+void AddJob(const FileJob& job, Record& report) {
+    std::vector<Refusal> refusals = job.list.refusals;
+    // To a program it is one thing: a path that was given and not sent.
+    refusals.insert(refusals.end(), job.passedOver.begin(), job.passedOver.end());
+    report.List("files", RecordsOf(job.list.files, DescribeFile))
+        .List("repinned", RecordsOf(job.repinned, DescribeFile))
+        .List("refused", RecordsOf(refusals, DescribeRefusal))
+        .List("entries", RecordsOf(job.entries, DescribeEntry))
+        .Add("notPinned", TextsToJson(job.notPinned))
+        .Add("requests", job.messages.size())
+        .Add("sent", job.sent);
+}
+
+void AddSent(const FileJob& job, const char* verb, Record& report) {
+    std::map<std::string, std::pair<size_t, size_t>> perVolume;  // files, requests
+    size_t repinning = 0;                                        // requests
+    for (size_t i = 0; i < job.sent; ++i) {
+        const Message& message = job.messages[i];
+        if (message.type != job.type) {  // of an unpin: what is pinned again behind it
+            ++repinning;
+            continue;
+        }
+        auto& [files, requests] = perVolume[message.mountPath];
+        files += message.numFiles;
+        ++requests;
+    }
+    for (const auto& [volume, counts] : perVolume) {
+        report.Line(Printable(volume) + ": " + verb + " of " + Counted(counts.first, "file") +
+                    " sent in " + Counted(counts.second, "request"));
+    }
+    // When some did not go, the caller has said so.
+    if (repinning > 0 && job.sent == job.messages.size()) {
+        report.Line(Counted(job.repinned.size(), "pinned file shares", "pinned files share") +
+                    " units with them; pinned again by " + Counted(repinning, "request"));
+    }
+    if (job.messages.empty()) {
+        report.Line("no files, nothing sent");
+    }
 }
 
 }  // namespace client

@@ -62,6 +62,7 @@ void Collector::TakeFile(const std::string& path, bool named) {
         list_.refusals.push_back({path,
                                   "is empty: the service would wait a minute for its blocks and "
                                   "then drop the whole request"});
+        // Paths are resolved by now, so that two ways to one file are one file.
     } else if ((named || !IsBitmapFile(file)) && seen_.insert(file.path).second) {
         list_.files.push_back(file);
     }
@@ -69,6 +70,7 @@ void Collector::TakeFile(const std::string& path, bool named) {
 
 void Collector::TakeArgument(const std::string& path) {
     struct stat status = {};
+    // A link to a directory is no directory: -r follows none.
     if (options_.recursive && lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
         Walk(path);
     } else {
@@ -78,6 +80,7 @@ void Collector::TakeArgument(const std::string& path) {
 
 void Collector::TakePattern(const std::string& pattern) {
     glob_t found = {};
+    // Matches may be directories, or files that are refused: each is an argument like any other.
     const int result = glob(pattern.c_str(), GLOB_BRACE, nullptr, &found);
     const std::unique_ptr<glob_t, decltype(&globfree)> release(&found, globfree);
     if (result == GLOB_NOMATCH) {
@@ -107,11 +110,12 @@ bool Collector::TakeList(const std::string& path, std::string& why) {
             why = "list " + Printable(path) + " holds NUL: use -0; nothing was sent";
             return false;
         }
+        // An empty line would be the current directory.
         if (!line.empty()) {
             TakeArgument(line);
         }
     }
-    if (stream.bad()) {
+    if (stream.bad()) {  // half a list would pass for a whole one
         why = "list " + Printable(path) + " cannot be read";
         return false;
     }
@@ -123,6 +127,7 @@ void Collector::TakeFound(const WalkEntry& entry, PassedOver& passed) {
         list_.refusals.push_back({entry.path, strerror(entry.error)});
     } else if (!S_ISREG(entry.status.st_mode)) {
         ++passed.others;
+        // Nobody named these: they are counted, not refused.
     } else if (entry.status.st_size == 0) {
         ++passed.empty;
     } else {
@@ -132,8 +137,9 @@ void Collector::TakeFound(const WalkEntry& entry, PassedOver& passed) {
 
 void Collector::Walk(const std::string& directory) {
     PassedOver passed;
-    passed.mounts =
-        WalkBelow(directory, [this, &passed](const WalkEntry& entry) { TakeFound(entry, passed); });
+    passed.mounts = WalkBelow(directory, [this, &passed](const WalkEntry& entry) {
+                        TakeFound(entry, passed);
+                    }).size();
     Note(directory, passed);
 }
 

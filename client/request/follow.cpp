@@ -46,6 +46,7 @@ void Follow(std::vector<Watched>& requests, const ConfigState& state, int64_t ba
         if (request.state == WatchState::kQueued && present.count(request.number) == 0) {
             request.state = WatchState::kLeft;
         }
+        // Two equal requests are two: each takes a number that no other of ours has.
         for (const StoredRequest& stored : state.queue) {
             if (request.state == WatchState::kUnseen && IsSameRequest(request, stored) &&
                 CameAfter(base, stored.number) && taken.insert(stored.number).second) {
@@ -60,6 +61,7 @@ void Follow(std::vector<Watched>& requests, const ConfigState& state, int64_t ba
     bool laterSeen =
         drained && given < kRequestNumModulus / 2 && given >= static_cast<int64_t>(requests.size());
     for (auto request = requests.rbegin(); request != requests.rend(); ++request) {
+        // From the last to the first, so that one that was seen stands for all before it.
         if (request->state == WatchState::kUnseen && laterSeen) {
             request->state = WatchState::kLeft;
         }
@@ -73,8 +75,9 @@ uint64_t BytesRead(const std::vector<FileMappingEntry>& reading, uint64_t positi
         const uint64_t start = extent.deviceStartSector * kSectorBytes;
         const uint64_t length = extent.numSectors * kSectorBytes;
         if (extent.uninitialized == 1) {
-            continue;
+            continue;  // the service reads only what was ever written
         }
+        // At its begin nothing of it is read yet, and the one before may end just there.
         if (position > start && position <= start + length) {
             return before + position - start;
         }

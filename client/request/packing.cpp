@@ -40,7 +40,7 @@ void AddFile(RequestType type, const FileRef& file, std::vector<Message>& messag
     Append(message.data, path);
     Append(message.stored, entry);
     ++message.numFiles;
-    if (type == kRequestPinFiles) {
+    if (type == kRequestPinFiles) {  // an unpin reads nothing
         message.reading.insert(message.reading.end(), file.extents.begin(), file.extents.end());
     }
 }
@@ -79,6 +79,7 @@ std::vector<std::string> TakeOutVanished(Message& message) {
     Message left = VolumeMessage(message.type, message.mountPath);
     for (size_t i = 0; i < paths.size(); ++i) {
         struct stat status = {};
+        // Not only what is gone: whatever the service cannot examine ends its intake.
         if (stat(paths[i].c_str(), &status) != 0) {
             vanished.push_back(paths[i]);
             continue;
@@ -104,6 +105,7 @@ RequestMsg ToRequestMsg(const Message& message) {
     memset(&msg, 0, sizeof(msg));  // padding too: it goes through the queue
     msg.mtype = kRequestMsgType;
     msg.body.type = message.type;
+    // Cut at the field's last byte; checked files fit.
     message.mountPath.copy(msg.body.mountPath, sizeof(msg.body.mountPath) - 1);
     message.data.copy(msg.body.data, sizeof(msg.body.data) - 1);
     return msg;

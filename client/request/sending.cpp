@@ -47,7 +47,7 @@ int SendOne(int queue, const Message& message, unsigned patience, const SignalNo
     SendOutcome outcome = SendOutcome::kFull;
     do {
         if (note.Signal() != 0) {
-            break;
+            break;  // between two messages; one that went is not taken back
         }
         outcome = SendNow(queue, ToRequestMsg(message), why);
     } while (outcome == SendOutcome::kFull && poll.Again());
@@ -56,6 +56,7 @@ int SendOne(int queue, const Message& message, unsigned patience, const SignalNo
         return 128 + note.Signal();
     }
     if (outcome == SendOutcome::kFull) {
+        // The service rests a second after each request: a full queue is normal, for a while.
         why = "the queue stayed full for " + Counted(patience, "second") +
               "; the service does not take requests";
         return kExitTimedOut;
@@ -75,11 +76,13 @@ int SendAll(std::vector<Message>& messages, unsigned patience, size_t& sent) {
         Say(why);
         return kExitNoService;
     }
-    WarnWhenNobodyListens();
+    WarnWhenNobodyListens();  // a warning alone: a queue is there to be waited in
     while (sent < messages.size()) {
+        // Just before it goes: a full queue may have kept it waiting for minutes.
         if (CheckAgain(messages[sent])) {
             partly = true;
             if (messages[sent].numFiles == 0) {
+                // A request without files would end the intake.
                 messages.erase(messages.begin() + static_cast<ptrdiff_t>(sent));
                 continue;
             }
@@ -111,6 +114,7 @@ int SendAndWait(std::vector<Message>& messages, const std::string& configPath,
     if (!options.wait || (status != kExitDone && status != kExitPartly)) {
         return status;
     }
+    // Files that vanished make the call partly done, however well the rest goes.
     std::vector<Watched> requests = ToWatch(messages, sent);
     return std::max(status,
                     WaitForRequests(requests, {configPath, before.nextNumber, options.timeout}));

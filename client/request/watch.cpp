@@ -54,6 +54,7 @@ class Observer {
 
 // Why the service does no more about the requests; empty when it works.
 std::string Observer::WhyNotWorking() {
+    // Found once: another service that is started meanwhile is not the one that was asked.
     if (service_.pid == 0) {
         const std::vector<ServiceProcess> services = FindServices();
         const auto ours =
@@ -68,6 +69,7 @@ std::string Observer::WhyNotWorking() {
     if (!RefreshService(service_)) {
         return "the service has ended; what it has not finished waits until it is started again";
     }
+    // What is in its file already needs the intake no more.
     const auto unseen = [](const Watched& request) { return request.state == WatchState::kUnseen; };
     if (!service_.intakeAlive && std::any_of(requests_.begin(), requests_.end(), unseen)) {
         return "the service takes no more requests: its intake has stopped; doctor may tell why";
@@ -90,6 +92,7 @@ std::optional<int> Observer::Look() {
     const bool empty = ReadQueueFacts(facts, queueWhy) && facts.messages == 0;
     Follow(requests_, state_, options_.base, empty && quietNumber_ == state_.nextNumber);
     quietNumber_ = empty ? state_.nextNumber : -1;
+    // Whether it was carried out or dropped is judged by what holds afterwards.
     const auto left = [](const Watched& request) { return request.state == WatchState::kLeft; };
     if (std::all_of(requests_.begin(), requests_.end(), left)) {
         return kExitDone;
@@ -107,6 +110,7 @@ std::string Observer::DevicePath(const std::string& mountPath) {
     if (known != devices_.end()) {
         return known->second;
     }
+    // Asked for once a volume: the platform looks at every mount for it.
     const CString path(SpaceGetCachePathByMountPath(mountPath.c_str()));
     return devices_[mountPath] = path ? path.get() : "";
 }
@@ -116,7 +120,7 @@ const Watched* Observer::FirstQueued() const {
     std::set<std::string> volumes;
     for (const StoredRequest& stored : state_.queue) {
         if (!volumes.insert(stored.mountPath).second) {
-            continue;
+            continue;  // it waits for the one before it
         }
         for (const Watched& request : requests_) {
             if (request.state == WatchState::kQueued && request.number == stored.number) {
@@ -131,6 +135,8 @@ void Observer::DescribeState(const Watched* first, bool reading, ProgressView& v
     const bool queued = std::any_of(requests_.begin(), requests_.end(), [](const Watched& request) {
         return request.state == WatchState::kQueued;
     });
+    // What the service does cannot be seen, only what it does not: it has the device open while it
+    // reads, and a pending volume's requests are passed over.
     view.stuck = true;
     if (first == nullptr && queued) {
         view.state = "waits for the requests before it";
@@ -152,11 +158,13 @@ ProgressView Observer::View() {
     uint64_t position = 0;
     const bool reading =
         first != nullptr && ReadPosition(service_, DevicePath(first->message.mountPath), position);
+    // Each request reads from its own begin.
     if (reading && first->number != readingNumber_) {
         readingNumber_ = first->number;
         mostRead_ = 0;
     }
     for (const Watched& request : requests_) {
+        // What was never written is not read either, and would keep the bar from its end.
         const uint64_t bytes = BytesOf(WrittenOf(request.message.reading));
         view.bytes += bytes;
         if (request.state == WatchState::kLeft) {
@@ -169,6 +177,7 @@ ProgressView Observer::View() {
         mostRead_ = std::max(mostRead_, BytesRead(first->message.reading, position));
         view.bytesDone += mostRead_;
     }
+    // How long it has been the first tells a pause from a beginning.
     if (first != nullptr && first->number != firstNumber_) {
         firstNumber_ = first->number;
         firstSince_ = MonotonicSeconds();
@@ -183,8 +192,8 @@ ProgressView Observer::View() {
 int WaitForRequests(std::vector<Watched>& requests, const WaitOptions& options) {
     if (IsAnothersConfig(options.configPath)) {
         Say("--wait: " + Printable(options.configPath) +
-            " is not the configuration file of the service that runs, so what becomes of the "
-            "requests cannot be told");
+            " is not the configuration file of the service that runs, so it will not show what "
+            "becomes of the requests");
         return kExitNoService;
     }
     Observer observer(requests, options);
@@ -194,6 +203,7 @@ int WaitForRequests(std::vector<Watched>& requests, const WaitOptions& options) 
     std::optional<int> status;
     while (!(status = observer.Look())) {
         progress.Show(observer.View());
+        // The bar goes before the words: they would stand behind it.
         if (!poll.Again()) {
             progress.Finish();
             Say(std::string(note.Signal() != 0 ? "interrupted" : "the time is over") +

@@ -10,6 +10,7 @@
 #include <set>
 #include <sstream>
 
+#include "client/service/service_process.h"
 #include "client/show/output.h"
 #include "client/show/poll.h"
 #include "client/show/text.h"
@@ -23,12 +24,13 @@ namespace {
 constexpr double kReadPause = 0.02;  // seconds between two attempts
 constexpr double kReadLimit = 1;
 
-// Members of a value that may be null or of another kind.
+// Members may be null or of another kind, which the library would throw at.
 std::string TextOf(const Json::Value& value) {
     return value.isString() ? value.asString() : "";
 }
 
 void TakeRequest(const std::string& number, const Json::Value& requests, ConfigState& state) {
+    // Named as the defect that it is: nothing else shows why the worker stops.
     if (!requests.isObject() || !requests[number].isObject()) {
         state.defects.push_back("request " + Printable(number) +
                                 " is queued and not stored: it ends the worker");
@@ -52,6 +54,7 @@ void TakeQueue(const Json::Value& document, ConfigState& state) {
         return;
     }
     for (const Json::Value& number : queue) {
+        // The service takes a number out once: the second stays for ever, without a request.
         if (!numbers.insert(TextOf(number)).second) {
             state.defects.push_back("request " + Printable(TextOf(number)) +
                                     " is queued twice: it can never be taken away");
@@ -68,7 +71,7 @@ void TakePinned(const Json::Value& document, ConfigState& state) {
     for (const std::string& mountPath : volumes.getMemberNames()) {
         const Json::Value& volume = volumes[mountPath];
         if (!volume.isObject() || !volume[kFilesKey].isObject()) {
-            continue;
+            continue;  // the service reads no list there either
         }
         std::vector<StoredFile>& files = state.pinned[mountPath];
         for (const std::string& inode : volume[kFilesKey].getMemberNames()) {
@@ -89,7 +92,7 @@ bool ReadConfigState(const std::string& path, ConfigState& state, std::string& w
     for (;;) {
         std::string text;
         const int error = ReadText(path, text);
-        if (error == ENOENT) {
+        if (error == ENOENT) {  // a service that was never asked for anything
             state = ConfigState();
             return true;
         }
@@ -100,13 +103,14 @@ bool ReadConfigState(const std::string& path, ConfigState& state, std::string& w
         if (ParseJson(text, document) && (document.isObject() || document.isNull())) {
             break;
         }
+        // Between truncation and writing it is empty, for as long as a rewrite takes.
         if (!poll.Again()) {
             why = "configuration file " + Printable(path) + " is damaged";
             return false;
         }
     }
     state = ConfigState();
-    if (document.isObject()) {
+    if (document.isObject()) {  // "null" is what the service makes of an empty document
         const Json::Value& next = document[kNextRequestNumKey];
         state.nextNumber = next.isInt() ? next.asInt() : 0;
         TakeQueue(document, state);
@@ -115,12 +119,20 @@ bool ReadConfigState(const std::string& path, ConfigState& state, std::string& w
     return true;
 }
 
+ServiceState ReadServiceState(const std::string& configPath) {
+    ServiceState read;
+    read.known = FindConfigPath(configPath, read.configPath, read.why) &&
+                 ReadConfigState(read.configPath, read.state, read.why);
+    return read;
+}
+
 std::vector<StoredFile> ParseStoredFiles(const std::string& data) {
     std::vector<StoredFile> files;
     std::istringstream stream(data);
     std::string entry;
     while (std::getline(stream, entry, kListSeparator)) {
         const size_t mark = entry.find(kInodeMark);
+        // The service leaves such entries out as well.
         if (mark != std::string::npos && mark > 0) {
             files.push_back({entry.substr(0, mark), static_cast<uint32_t>(strtoull(
                                                         entry.c_str() + mark + 1, nullptr, 10))});
@@ -136,6 +148,7 @@ std::vector<StoredFile> QueuedToPin(const ConfigState& state, const std::string&
             continue;
         }
         for (const StoredFile& file : ParseStoredFiles(request.data)) {
+            // A file counts by its inode: the last request that names it decides.
             const auto same = [&file](const StoredFile& other) {
                 return other.inode == file.inode;
             };

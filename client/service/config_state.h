@@ -34,6 +34,17 @@ struct ConfigState {
 // that does not parse is read again for a second. Returns false, with the reason in `why`.
 bool ReadConfigState(const std::string& path, ConfigState& state, std::string& why);
 
+// The service's configuration file, found and read.
+struct ServiceState {
+    bool known = false;
+    std::string configPath;  // empty when it could not be found
+    std::string why;         // why it is not known
+    ConfigState state;
+};
+
+// `configPath`: the file; empty = found from the running service.
+ServiceState ReadServiceState(const std::string& configPath);
+
 // Splits stored data, "path#inode" joined by ";". Malformed entries are left out.
 std::vector<StoredFile> ParseStoredFiles(const std::string& data);
 

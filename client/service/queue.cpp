@@ -28,6 +28,7 @@ bool ParseKey(const char* text, key_t& key) {
     char* end = nullptr;
     errno = 0;
     const long value = strtol(text, &end, 10);
+    // The service's own conversion throws at these, and ends it.
     if (end == text || errno != 0 || value < INT_MIN || value > INT_MAX) {
         return false;
     }
@@ -45,6 +46,7 @@ bool ReadKeyFile(const char* path, key_t& key, std::string& why) {
                               : std::string("key file ") + path + ": " + strerror(errno);
         return false;
     }
+    // The service reads the first line alone, whatever follows it.
     char line[64] = {};
     if (fgets(line, sizeof(line), file.get()) == nullptr) {
         why = std::string("key file ") + path + " is empty";
@@ -63,6 +65,7 @@ int OpenServerQueue(std::string& why) {
     if (!ReadKeyFile(kMsgServerKeyPath, key, why)) {
         return -1;
     }
+    // Never created here: the service would meet a queue of another owner and mode.
     const int queue = msgget(key, 0);
     if (queue == -1) {
         why = errno == ENOENT

@@ -34,6 +34,7 @@ class MessageBuffer {
   public:
     MessageBuffer() {
         size_t most = 0;
+        // A message may be longer than any request: those are the ones looked for.
         std::ifstream("/proc/sys/kernel/msgmax") >> most;
         words_.resize(std::max(most, kDefaultMost) / sizeof(long) + 2);
     }
@@ -64,6 +65,7 @@ std::string WhyNotStored(const std::string& mountPath, const std::string& data) 
     std::istringstream stream(data);
     for (std::string path; std::getline(stream, path, kListSeparator);) {
         struct stat status = {};
+        // Empty entries are skipped, as by the service.
         if (!path.empty() && !StartsWith(path, mountPath + "/")) {
             return "names " + Shortened(Printable(path)) + ", which is not below the mount path";
         }
@@ -83,11 +85,13 @@ WaitingMessage Judge(const MessageBuffer& buffer, ssize_t bytes) {
     memcpy(&request, buffer.Body(), std::min(message.bytes, sizeof(request)));
     const std::string mountPath = FieldText(request.mountPath, sizeof(request.mountPath));
     const std::string data = FieldText(request.data, sizeof(request.data));
+    // Of these the service checks nothing: they name a volume, and any name will do.
     const bool pending =
         request.type == kRequestAddPendingSpace || request.type == kRequestRemovePendingSpace;
     const char* const verb = VerbOf(request.type);
     message.what = std::string(verb != nullptr ? verb : "no known request,") + " " +
                    Shortened(Printable(mountPath));
+    // The worst first: what ends the intake makes no difference where it is never read.
     if (message.mtype != kRequestMsgType) {
         message.ignored = true;
         message.problem = "is of message type " + std::to_string(message.mtype) +
@@ -140,9 +144,10 @@ const char* VerbOf(int32_t type) {
 bool LookAtMessages(int queue, std::vector<WaitingMessage>& messages, std::string& why) {
     MessageBuffer buffer;
     for (size_t index = 0; index < kMostMessages; ++index) {
-        buffer.Clear();
+        buffer.Clear();  // a short message must not show the end of the one before
         const ssize_t bytes = msgrcv(queue, buffer.Data(), buffer.Room(), static_cast<long>(index),
                                      MSG_COPY | IPC_NOWAIT | MSG_NOERROR);
+        // Behind the last one.
         if (bytes < 0 && errno == ENOMSG) {
             break;
         }
@@ -153,6 +158,7 @@ bool LookAtMessages(int queue, std::vector<WaitingMessage>& messages, std::strin
         messages.push_back(Judge(buffer, bytes));
         messages.back().removable = messages.back().ignored;
     }
+    // Of those that the service reads only the first can be taken without another one.
     const auto first = FirstForService(messages);
     if (first != messages.end()) {
         first->removable = first->endsIntake;
@@ -168,6 +174,7 @@ bool MessagesStandStill(int queue) {
         msgctl(queue, IPC_STAT, &before) != 0) {
         return false;
     }
+    // A new message is no sign of life, one that is gone or was received is.
     const Poll poll(kStillPause, kStillLimit);
     while (poll.Again()) {
         struct msqid_ds now = {};
@@ -192,6 +199,7 @@ bool TakeAwayBad(int queue, std::vector<std::string>& taken, std::string& why) {
         if (bad == messages.end()) {
             return true;
         }
+        // By its type: the kernel takes messages by type and order alone.
         const ssize_t bytes =
             msgrcv(queue, buffer.Data(), buffer.Room(), bad->mtype, IPC_NOWAIT | MSG_NOERROR);
         if (bytes < 0) {

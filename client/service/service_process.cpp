@@ -60,6 +60,7 @@ std::string TaskPath(pid_t pid, pid_t thread) {
 
 // Whether the thread runs or sleeps, and has not ended.
 bool IsLiving(pid_t pid, pid_t thread) {
+    // The name stands in brackets and may hold brackets itself; the state follows the last one.
     const std::string status = ReadAll(TaskPath(pid, thread) + "/stat");
     const size_t name = status.rfind(')');
     return name != std::string::npos && name + 2 < status.size() && status[name + 2] != 'Z' &&
@@ -88,6 +89,7 @@ std::string ConfigArgument(std::vector<std::string> arguments) {
     for (std::string& argument : arguments) {
         pointers.push_back(argument.data());
     }
+    // getopt_long takes an argument vector as main has it.
     pointers.push_back(nullptr);
     std::string path;
     optind = 0;  // begin anew
@@ -96,7 +98,7 @@ std::string ConfigArgument(std::vector<std::string> arguments) {
         found = getopt_long(static_cast<int>(arguments.size()), pointers.data(), "f:lhyz", options,
                             nullptr);
         if (found == 'f') {
-            path = optarg;
+            path = optarg;  // of several the service takes the last
         }
     }
     return path;
@@ -113,6 +115,7 @@ std::string PathFromHere(const std::string& task, const std::string& path) {
     if (path.empty()) {
         return "";
     }
+    // A service that was started by hand may name its file from where it was started.
     const std::string absolute = path[0] == '/' ? path : ReadLink(task + "/cwd") + "/" + path;
     const std::string through = task + "/root" + absolute;
     // The file itself need not be there yet.
@@ -124,6 +127,7 @@ std::string UserOf(const std::string& task) {
     if (stat(task.c_str(), &status) != 0) {
         return "";
     }
+    // A user of a container has a number and no name here.
     const struct passwd* const user = getpwuid(status.st_uid);
     return user != nullptr ? user->pw_name : std::to_string(status.st_uid);
 }
@@ -145,6 +149,7 @@ bool RefreshService(ServiceProcess& service) {
     service.intakeAlive = false;
     service.workerAlive = false;
     service.thread = 0;
+    // Either thread may end without the other; both are needed.
     for (const pid_t thread : NumbersIn("/proc/" + std::to_string(service.pid) + "/task")) {
         if (IsLiving(service.pid, thread)) {
             service.thread = thread;
@@ -166,6 +171,7 @@ std::vector<ServiceProcess> FindServices() {
             continue;
         }
         const std::string task = TaskPath(pid, service.thread);
+        // One in another namespace has another queue: a container's, say.
         if (!IsService(task) || ReadLink(task + "/ns/ipc") != ipc) {
             continue;
         }
@@ -203,6 +209,7 @@ std::vector<std::string> PlatformLibraries(const ServiceProcess& service) {
     std::istringstream maps(ReadAll(TaskPath(service.pid, service.thread) + "/maps"));
     for (std::string line; std::getline(maps, line);) {
         const size_t path = line.find('/');
+        // Each library is mapped in several pieces.
         if (path != std::string::npos && line.find("/libquor") != std::string::npos) {
             paths.insert(line.substr(path));
         }
@@ -211,9 +218,11 @@ std::vector<std::string> PlatformLibraries(const ServiceProcess& service) {
 }
 
 bool IsConfigOf(const ServiceProcess& service, const std::string& path) {
+    // By the file, not by its name: a confined service sees it under another one.
     if (service.configPath == path || AreOneFile(service.configPath, path)) {
         return true;
     }
+    // Before its first request it has yet to write it.
     return IsMissing(path) && IsMissing(service.configPath) &&
            NameOf(path) == NameOf(service.configPath) &&
            AreOneFile(DirectoryOf(path), DirectoryOf(service.configPath));
@@ -234,8 +243,10 @@ bool FindConfigPath(const std::string& given, std::string& path, std::string& wh
         return true;
     }
     const std::vector<ServiceProcess> services = FindServices();
+    // At rest the packaged service's file is the likeliest; anything else has to be named.
     path = services.empty() && !IsMissing(kPackagedConfig) ? kPackagedConfig : "";
     for (const ServiceProcess& service : services) {
+        // Which of them is meant is the operator's to say.
         if (!path.empty() && service.configPath != path) {
             why =
                 "several services run with different configuration files; --config-path names one";

@@ -4,15 +4,13 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <json/json.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "client/show/output.h"
 #include "client/show/text.h"
+#include "client/volume/replace_file.h"
 #include "util/json_file.h"
 #include "util/stored_format.h"
 
@@ -44,22 +42,15 @@ bool HoldsLists(const Json::Value& document) {
     return true;
 }
 
-bool ReadLists(const std::string& path, Json::Value& document, std::string& why) {
-    const Json::Value* const read = &document;  // looking does not add members
-    if (ReadFileToJson(path, document) == 0 && HoldsLists(*read)) {
-        return true;
-    }
-    why = "configuration file " + Printable(path) + " is damaged";
-    return false;
-}
-
 void PutLists(const StoredLists& lists, Json::Value& document) {
     Json::Value& volumes = document[kVolumesKey];
     for (const auto& [mountPath, files] : lists) {
         Json::Value members(Json::objectValue);
         for (const StoredFile& file : files) {
+            // An inode is listed once: of two entries the later stays.
             members[std::to_string(file.inode)] = file.relative;
         }
+        // The service takes a volume without files off the list, too.
         if (files.empty()) {
             volumes.removeMember(mountPath);
         } else {
@@ -68,32 +59,31 @@ void PutLists(const StoredLists& lists, Json::Value& document) {
     }
 }
 
-// The service's writer does not test whether its bytes arrived; what it wrote is read again.
-bool WriteAndVerify(const Json::Value& document, const std::string& path) {
-    Json::Value written;
-    return WriteJsonToFile(document, path.c_str()) == 0 && ReadFileToJson(path, written) == 0 &&
-           written == document;
-}
-
-// Gives the new file the old one's mode and owner, and takes both to the disk in that order.
-bool TakeThePlace(const std::string& path, const std::string& fresh, int fd) {
-    struct stat old = {};
-    const ScopedFd directory(open(DirectoryOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return directory.valid() && stat(path.c_str(), &old) == 0 &&
-           fchown(fd, old.st_uid, old.st_gid) == 0 && fchmod(fd, old.st_mode & 07777U) == 0 &&
-           fsync(fd) == 0 && rename(fresh.c_str(), path.c_str()) == 0 &&
-           fsync(directory.get()) == 0;
-}
-
 }  // namespace
 
-bool StoredList::Lock(const std::string& path, std::string& why) {
+bool ReadStore(const std::string& path, Json::Value& document, std::string& why) {
+    const Json::Value* const read = &document;  // looking does not add members
+    if (ReadFileToJson(path, document) == 0 && HoldsLists(*read)) {
+        return true;
+    }
+    why = "configuration file " + Printable(path) + " is damaged";
+    return false;
+}
+
+bool WriteStore(const Json::Value& document, const std::string& model, const std::string& target,
+                std::string& why) {
+    return ReplaceFile(target, JsonToStyledText(document), model, why);
+}
+
+bool StoredList::LockAsItIs(const std::string& path, std::string& why) {
+    const CString directory(realpath(DirectoryOf(path).c_str(), nullptr));
     const CString resolved(realpath(path.c_str(), nullptr));
-    if (!resolved) {
+    if (!resolved && (errno != ENOENT || !directory)) {
         why = "configuration file " + Printable(path) + ": " + strerror(errno);
         return false;
     }
-    path_ = resolved.get();
+    // A link stays a link, and the file that it leads to is replaced.
+    path_ = resolved ? resolved.get() : directory.get() + ("/" + NameOf(path));
     // The file is never removed: one repair could lock it just before, and the next a new one.
     const std::string name = path_ + ".lock";
     lock_ = std::make_unique<ScopedFd>(
@@ -104,31 +94,26 @@ bool StoredList::Lock(const std::string& path, std::string& why) {
                   : Printable(name) + ": " + strerror(errno);
         return false;
     }
+    return true;
+}
+
+bool StoredList::Lock(const std::string& path, std::string& why) {
     Json::Value document;
-    return ReadLists(path_, document, why);
+    if (access(path.c_str(), F_OK) != 0) {
+        why = "configuration file " + Printable(path) + ": " + strerror(errno);
+        return false;
+    }
+    return LockAsItIs(path, why) && ReadStore(path_, document, why);
 }
 
 bool StoredList::Replace(const StoredLists& lists, std::string& why) {
     Json::Value document;
-    const std::string fresh = path_ + ".new";
-    if (!ReadLists(path_, document, why)) {
+    // Read anew: all but the lists stays as it is by now.
+    if (!ReadStore(path_, document, why)) {
         return false;
     }
     PutLists(lists, document);
-    // One that a killed repair left is written anew: the lock is held.
-    const ScopedFd fd(
-        open(fresh.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, kOwnerOnly));
-    if (!fd.valid()) {
-        why = Printable(fresh) + ": " + strerror(errno);
-        return false;
-    }
-    errno = 0;
-    if (!WriteAndVerify(document, fresh) || !TakeThePlace(path_, fresh, fd.get())) {
-        why = Printable(fresh) + ": " + (errno != 0 ? strerror(errno) : "was not written in full");
-        unlink(fresh.c_str());
-        return false;
-    }
-    return true;
+    return WriteStore(document, path_, path_, why);
 }
 
 }  // namespace client

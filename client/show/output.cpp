@@ -9,6 +9,7 @@
 #include <wchar.h>
 
 #include <algorithm>
+#include <iterator>
 
 #include "client/show/text.h"
 
@@ -21,6 +22,7 @@ constexpr char kReset[] = "\033[0m";
 // What switches the tones on, in their order.
 constexpr const char* kToneSequences[] = {"\033[32m", "\033[31m", "\033[33m", "\033[2m", "\033[1m"};
 
+// NO_COLOR is a convention of many programs; "dumb" is what a terminal without colours is called.
 bool HasColours(int fd) {
     const char* const noColor = getenv("NO_COLOR");
     const char* const term = getenv("TERM");
@@ -66,13 +68,7 @@ size_t SequenceLength(const std::string& text, size_t position) {
     return end == std::string::npos ? 0 : end - position + 1;
 }
 
-void AppendPadded(std::string& line, const std::string& cell, size_t width, bool right) {
-    const size_t columns = Columns(cell);
-    const std::string padding(width > columns ? width - columns : 0, ' ');
-    line += right ? padding + cell : cell + padding;
-}
-
-std::string g_lastSaid;
+std::string g_lastSaid;  // for the JSON form of a failure
 
 }  // namespace
 
@@ -81,6 +77,7 @@ std::string Printable(const std::string& text) {
     for (size_t at = 0; at < text.size();) {
         uint32_t character = 0;
         const size_t length = DecodeUtf8(text, at, character);
+        // What is no UTF-8 is escaped byte by byte, so that the next character is found again.
         const std::string bytes = text.substr(at, std::max<size_t>(length, 1));
         if (length == 0 || IsControl(character) || IsDirectionMark(character) ||
             IsLineBreak(character)) {
@@ -111,15 +108,19 @@ size_t Columns(const std::string& text) {
 }
 
 std::string HumanBytes(uint64_t bytes) {
-    constexpr const char* kUnits[] = {"bytes", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+    constexpr const char* kUnits[] = {"KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+    auto value = static_cast<double>(bytes) / 1024;
     size_t unit = 0;
-    auto value = static_cast<double>(bytes);
-    while (value >= 1023.95 && unit < 6) {
+    if (bytes < 1024) {
+        return Counted(bytes, "byte");
+    }
+    // What would be rounded up to 1024.0 is one of the next unit.
+    while (value >= 1023.95 && unit + 1 < std::size(kUnits)) {
         value /= 1024;
         ++unit;
     }
     char text[32];
-    snprintf(text, sizeof(text), unit == 0 ? "%.0f %s" : "%.1f %s", value, kUnits[unit]);
+    snprintf(text, sizeof(text), "%.1f %s", value, kUnits[unit]);
     return text;
 }
 
@@ -133,6 +134,7 @@ std::string Counted(uint64_t count, const char* one, const char* many) {
 
 void Say(const std::string& text) {
     g_lastSaid = text;
+    // Results and talk go to one terminal: what was printed before stands before.
     fflush(stdout);
     fprintf(stderr, "quorcachepinctl: %s\n", text.c_str());
 }
@@ -156,25 +158,8 @@ std::string TonedError(Tone tone, const std::string& text) {
     return TonedOn(STDERR_FILENO, tone, text);
 }
 
-void Table::Show(const std::string& indent) const {
-    std::vector<size_t> widths(alignment_.size());
-    for (const auto& row : rows_) {
-        for (size_t i = 0; i < row.size() && i < widths.size(); ++i) {
-            widths[i] = std::max(widths[i], Columns(row[i]));
-        }
-    }
-    for (const auto& row : rows_) {
-        std::string line = indent;
-        for (size_t i = 0; i < row.size() && i < widths.size(); ++i) {
-            line += i == 0 ? "" : "  ";
-            AppendPadded(line, row[i], widths[i], alignment_[i] == 'r');
-        }
-        line.erase(line.find_last_not_of(' ') + 1);
-        Print(line);
-    }
-}
-
 bool FinishOutput() {
+    // A full disk shows only when the last bytes go.
     errno = 0;
     if (fflush(stdout) == 0 && ferror(stdout) == 0) {
         return true;

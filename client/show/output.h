@@ -5,7 +5,6 @@
 #include <stdint.h>
 
 #include <string>
-#include <vector>
 
 namespace client {
 
@@ -41,18 +40,5 @@ void Print(const std::string& text);
 enum class Tone { kGood, kBad, kWarn, kDim, kStrong };
 std::string Toned(Tone tone, const std::string& text);       // for standard output
 std::string TonedError(Tone tone, const std::string& text);  // for standard error
-
-// Rows of cells, printed in columns that are as wide as their widest cell. Cells may hold colours.
-class Table {
-  public:
-    // `alignment` has a character a column: l or r.
-    explicit Table(std::string alignment) : alignment_(std::move(alignment)) {}
-    void Add(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
-    void Show(const std::string& indent = "") const;
-
-  private:
-    std::string alignment_;
-    std::vector<std::vector<std::string>> rows_;
-};
 
 }  // namespace client

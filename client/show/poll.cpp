@@ -25,6 +25,7 @@ double MonotonicSeconds() {
 }
 
 SignalNote::SignalNote() {
+    // The inner of two knows what the outer has seen already.
     if (g_notes++ == 0) {
         g_signal = 0;
     }
@@ -32,6 +33,7 @@ SignalNote::SignalNote() {
         struct sigaction note = {};
         Saved saved = {number, {}};
         note.sa_handler = Note;
+        // Who started the command with nohup does not want it to end.
         if (sigaction(number, nullptr, &saved.action) == 0 && saved.action.sa_handler != SIG_IGN &&
             sigaction(number, &note, nullptr) == 0) {
             saved_.push_back(saved);
@@ -55,6 +57,7 @@ bool Poll::Again() const {
     if (Interrupted() || left <= 0) {
         return false;
     }
+    // The last look is at the end, not a pause before it.
     const double pause = std::min(pause_, left);
     const auto seconds = static_cast<time_t>(pause);
     const struct timespec rest = {seconds,

@@ -84,6 +84,7 @@ Progress::Progress() : terminal_(isatty(STDERR_FILENO) == 1), lastShown_(Monoton
 
 void Progress::Show(const ProgressView& view) {
     const double now = MonotonicSeconds();
+    // The rate is that of reading: waiting in the queue would spoil it.
     if (readingSince_ == 0 && view.bytesDone > 0) {
         readingSince_ = now;
         readingFrom_ = view.bytesDone;
@@ -93,6 +94,7 @@ void Progress::Show(const ProgressView& view) {
         stateSince_ = now;
     }
     const bool changed = view.state != shownState_;
+    // What lasts a moment is not worth a line in somebody's log.
     const bool stuck = changed && view.stuck && now - stateSince_ >= kStuckPause;
     if (terminal_ && (changed || now - lastShown_ >= kBarPause)) {
         ShowBar(view);
@@ -107,10 +109,12 @@ void Progress::Show(const ProgressView& view) {
 
 void Progress::ShowBar(const ProgressView& view) {
     const double seconds = MonotonicSeconds() - readingSince_;
+    // In the first half second a rate is chance.
     const double rate = readingSince_ > 0 && seconds > 0.5 && view.bytesDone >= readingFrom_
                             ? static_cast<double>(view.bytesDone - readingFrom_) / seconds
                             : 0;
     const std::string line = ProgressLine(view, rate, TerminalColumns(STDERR_FILENO));
+    // Over the old bar, and the rest of the line away.
     fprintf(stderr, "\r%s\033[K", line.c_str());
     fflush(stderr);
     barShown_ = true;

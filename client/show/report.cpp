@@ -21,6 +21,7 @@ std::string TextOf(const Json::Value& value, Unit unit) {
     if (value.isBool()) {
         return value.asBool() ? "yes" : "no";
     }
+    // A count without a unit stays as it is: numbers of requests are compared, not read.
     if (unit == Unit::kBytes) {
         return HumanBytes(value.asUInt64());
     }
@@ -38,6 +39,29 @@ void MakeUtf8(Json::Value& value) {
     }
 }
 
+// Prints rows of cells, in columns that are as wide as their widest cell. `alignment` has a
+// character a column: l or r.
+void PrintTable(const std::vector<std::vector<std::string>>& rows, const std::string& alignment,
+                const std::string& indent) {
+    std::vector<size_t> widths(alignment.size());
+    for (const auto& row : rows) {
+        for (size_t i = 0; i < row.size(); ++i) {
+            widths[i] = std::max(widths[i], Columns(row[i]));
+        }
+    }
+    for (const auto& row : rows) {
+        std::string line = indent;
+        for (size_t i = 0; i < row.size(); ++i) {
+            const std::string padding(widths[i] - Columns(row[i]), ' ');
+            line += i == 0 ? "" : "  ";
+            line += alignment[i] == 'r' ? padding + row[i] : row[i] + padding;
+        }
+        // An empty last column would leave blanks at the end, which only show when copied.
+        line.erase(line.find_last_not_of(' ') + 1);
+        Print(line);
+    }
+}
+
 }  // namespace
 
 Record& Record::Headline(const std::string& text) {
@@ -45,18 +69,19 @@ Record& Record::Headline(const std::string& text) {
     return *this;
 }
 
-Record& Record::Add(const char* name, const Json::Value& value) {
+Record& Record::Add(const char* name, const Value& value) {
     json_[name] = value;
     return *this;
 }
 
-Record& Record::Add(const char* name, const Json::Value& value, const char* label, Unit unit) {
+Record& Record::Add(const char* name, const Value& value, const char* label, Unit unit) {
     Shown(name, value, label, TextOf(value, unit));
+    // As a line it is left out; in a column its place must be kept.
     items_.back().unknown = value.isNull();
     return *this;
 }
 
-Record& Record::Shown(const char* name, const Json::Value& value, const char* label,
+Record& Record::Shown(const char* name, const Value& value, const char* label,
                       const std::string& text) {
     json_[name] = value;
     items_.push_back({Item::kRow, label, text, value.isNumeric(), false, {}, {}});
@@ -75,6 +100,7 @@ Record& Record::List(const char* name, const std::vector<Record>& records, Layou
 }
 
 Record& Record::Member(const char* name, const Record& record) {
+    // As text it is a list of one; JSON has the object itself.
     List(name, {record}, Layout::kBlocks);
     json_[name] = record.json_;
     return *this;
@@ -117,24 +143,26 @@ void Record::AddColumns(std::vector<std::string>& labels, std::string& alignment
             labels.push_back(item.label);
             alignment += 'l';
         }
+        // One number is enough: "-" stands for one that is not known.
         alignment[column] = item.number ? 'r' : alignment[column];
         ++column;
     }
 }
 
-void Record::AddCells(size_t columns, Table& table) const {
+void Record::AddCells(size_t columns, std::vector<std::vector<std::string>>& rows) const {
     std::vector<std::string> cells;
     for (const Item& item : items_) {
         if (item.kind == Item::kRow) {
             cells.push_back(item.text);
         }
     }
-    table.Add(cells);
+    rows.push_back(cells);
     for (const Item& item : items_) {
         if (item.kind == Item::kLine) {
+            // A remark belongs to its row, and is as wide as it likes.
             cells.assign(columns, "");
             cells.back() = item.text;
-            table.Add(cells);
+            rows.push_back(cells);
         }
     }
 }
@@ -145,14 +173,14 @@ void Record::PrintRows(const Item& list, const std::string& indent) {
     for (const Record& record : list.records) {
         record.AddColumns(labels, alignment);
     }
-    Table table(alignment);
+    std::vector<std::vector<std::string>> rows;
     if (list.layout == Layout::kHeadedRows) {
-        table.Add(labels);
+        rows.push_back(labels);
     }
     for (const Record& record : list.records) {
-        record.AddCells(labels.size(), table);
+        record.AddCells(labels.size(), rows);
     }
-    table.Show(indent);
+    PrintTable(rows, alignment, indent);
 }
 
 void Record::PrintAt(const std::string& given, size_t labelWidth) const {
@@ -167,6 +195,7 @@ void Record::PrintAt(const std::string& given, size_t labelWidth) const {
         if (item.kind == Item::kLine) {
             client::Print(indent + item.text);
         } else if (item.kind == Item::kRow && !item.unknown) {
+            // Values begin in one column, whichever record they are of.
             std::string line = indent + item.label;
             line.append(labelWidth - Columns(item.label), ' ').append(kIndent).append(item.text);
             client::Print(line);
@@ -176,12 +205,14 @@ void Record::PrintAt(const std::string& given, size_t labelWidth) const {
                 record.PrintAt(indent, labelWidth);
             }
         } else if (item.kind == Item::kList) {
+            // Below a line of its own the list belongs to that line.
             PrintRows(item, belowRows ? indent + kIndent : indent);
         }
     }
 }
 
 void Record::Print() {
+    // The JSON part stays: what was shown early still belongs to the document.
     PrintAt("", LabelWidth());
     headline_.clear();
     items_.clear();
@@ -212,6 +243,7 @@ int Fail(Record& report, int exitStatus, const std::string& text) {
 int Refuse(Record& report, const std::string& path, const std::string& reason) {
     Record refusal;
     report.List("refused", {refusal.Add("path", path).Add("reason", reason)});
+    // Programs find every failure under the same name, refusals too.
     report.Add("error", Printable(path) + ": " + reason);
     Say(TonedError(Tone::kBad, "refused") + " " + Printable(path) + ": " + reason);
     return kExitRefused;
@@ -227,6 +259,7 @@ int Finish(const std::string& verb, Record& report, bool json, int exitStatus) {
     document["schema"] = kJsonSchema;
     document["verb"] = verb;
     document["exitStatus"] = exitStatus;
+    // Some functions below the verbs say themselves why they failed; programs read that here.
     const bool failed = exitStatus != kExitDone && exitStatus != kExitPartly;
     if (failed && !document.isMember("error") && !said.empty()) {
         document["error"] = said;
@@ -234,6 +267,7 @@ int Finish(const std::string& verb, Record& report, bool json, int exitStatus) {
     MakeUtf8(document);
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "  ";
+    // Names of files stay readable; what is no UTF-8 has been replaced above.
     builder["emitUTF8"] = true;
     Print(Json::writeString(builder, document));
     return exitStatus;

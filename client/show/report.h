@@ -6,11 +6,21 @@
 #include <stdint.h>
 
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace client {
 
-class Table;
+// A value as JSON has it. The library has no constructor for every width of a count: on one machine
+// or the other size_t or uint64_t would be ambiguous.
+class Value : public Json::Value {
+  public:
+    using Json::Value::Value;
+    Value(const Json::Value& value) : Json::Value(value) {}
+    template <typename Count, typename = std::enable_if_t<std::is_unsigned_v<Count> &&
+                                                          !std::is_same_v<Count, bool>>>
+    Value(Count count) : Json::Value(Json::UInt64{count}) {}
+};
 
 // How a value is written in the text form; JSON has plain numbers.
 enum class Unit { kPlain, kBytes };
@@ -32,13 +42,11 @@ class Record {
     Record& Headline(const std::string& text);
 
     // A member of the JSON form alone.
-    Record& Add(const char* name, const Json::Value& value);
+    Record& Add(const char* name, const Value& value);
     // The same with a line "label  value" in the text form; none when the value is null.
-    Record& Add(const char* name, const Json::Value& value, const char* label,
-                Unit unit = Unit::kPlain);
+    Record& Add(const char* name, const Value& value, const char* label, Unit unit = Unit::kPlain);
     // The same with the text given.
-    Record& Shown(const char* name, const Json::Value& value, const char* label,
-                  const std::string& text);
+    Record& Shown(const char* name, const Value& value, const char* label, const std::string& text);
     // An array of records.
     Record& List(const char* name, const std::vector<Record>& records,
                  Layout layout = Layout::kHidden);
@@ -71,7 +79,7 @@ class Record {
     size_t LabelWidth() const;
     void PrintAt(const std::string& indent, size_t labelWidth) const;
     void AddColumns(std::vector<std::string>& labels, std::string& alignment) const;
-    void AddCells(size_t columns, Table& table) const;
+    void AddCells(size_t columns, std::vector<std::vector<std::string>>& rows) const;
     static void PrintRows(const Item& list, const std::string& indent);
 
     Json::Value json_{Json::objectValue};

@@ -17,6 +17,7 @@ size_t AnnouncedLength(unsigned char first) {
     if (first < 0x80) {
         return 1;
     }
+    // 0xc0 and 0xc1 would begin an overlong form, what lies between a continuation.
     if (first >= 0xc2 && first <= 0xdf) {
         return 2;
     }
@@ -27,6 +28,7 @@ size_t AnnouncedLength(unsigned char first) {
 }
 
 bool IsCharacter(uint32_t character, size_t length) {
+    // By length: a smaller number has a shorter form, which is the only right one.
     constexpr uint32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
     const bool surrogate = character >= 0xd800 && character <= 0xdfff;
     return character >= kLeast[length] && character <= 0x10ffff && !surrogate;
@@ -44,6 +46,7 @@ size_t DecodeUtf8(const std::string& text, size_t at, uint32_t& character) {
     uint32_t value = first & kFirstBits[length];
     for (size_t i = 1; i < length; ++i) {
         const auto next = static_cast<unsigned char>(text[at + i]);
+        // A cut character: what follows may begin another one.
         if ((next & 0xc0) != 0x80) {
             return 0;
         }
@@ -78,6 +81,7 @@ bool StartsWith(const std::string& text, const std::string& start) {
 
 std::string DirectoryOf(const std::string& path) {
     const size_t slash = path.find_last_of('/');
+    // The root keeps its slash.
     return slash == std::string::npos ? "." : path.substr(0, std::max<size_t>(slash, 1));
 }
 
@@ -89,9 +93,11 @@ int ReadText(const std::string& path, std::string& text) {
     errno = 0;
     std::ifstream file(path);
     if (!file.is_open()) {
+        // A stream need not say why; the caller wants a reason all the same.
         return errno != 0 ? errno : EIO;
     }
     std::ostringstream all;
+    // In one go, whatever the size: files of /proc have none.
     all << file.rdbuf();
     text = all.str();
     return 0;

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "client/pins/device_report.h"
-#include "client/service/service_state.h"
+#include "client/service/config_state.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
 #include "client/verbs/repair.h"
@@ -40,6 +40,7 @@ int Look(const CheckOptions& options, Scene& scene, Record& report) {
             return Refuse(report, options.volume, why);
         }
         scene.mountPath = volume->mountPath;
+        // Only the volume that was named is judged.
         scene.unmounted.clear();
     }
     scene.devices = ReadDevices(scene.service.state, scene.volumes, scene.mountPath);
@@ -64,6 +65,7 @@ void Describe(const Scene& scene, const char* name, Record& report) {
 // Repairs what was found and looks again. Returns an exit status.
 int RepairAndLook(const CheckOptions& options, Scene& scene, Record& report) {
     RepairReport repair;
+    // The repair may wait for minutes; what it is about should stand there already.
     if (!options.common.json) {
         report.Print();
     }
@@ -85,6 +87,7 @@ int CheckVerb(const CheckOptions& options) {
     if (status == kExitDone || status == kExitPartly) {
         Describe(scene, "volumes", report);
     }
+    // What agrees needs no repair, and no restart of the service.
     if (status == kExitPartly && options.repair) {
         status = RepairAndLook(options, scene, report);
     }

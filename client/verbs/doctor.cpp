@@ -72,6 +72,7 @@ void Examination::KeyFile() {
         return;
     }
     const std::string text = std::string(kMsgServerKeyPath) + " holds key " + std::to_string(key);
+    // A copied or restored file has another inode, and so another key. Senders use the one in it.
     if (ftok(kMsgServerKeyPath, kKeyProjectId) != key) {
         Add("key file", Health::kDoubtful,
             text + ", which is not the key that the file itself gives",
@@ -91,11 +92,13 @@ void Examination::Queue() {
     result_.queue = queue_.id;
     const struct passwd* const user = getpwuid(queue_.owner);
     char mode[8];
+    // As chmod and ipcs write it.
     snprintf(mode, sizeof(mode), "%04o", queue_.mode);
     const std::string text = "id " + std::to_string(queue_.id) + ", owner " +
                              (user != nullptr ? user->pw_name : std::to_string(queue_.owner)) +
                              ", mode " + mode + ", " + Counted(queue_.messages, "message") +
                              " waiting, room for " + std::to_string(queue_.limit / sizeof(Request));
+    // The service asks for this room at its start, and works with less.
     result_.smallQueue = queue_.limit < kWantedBytes;
     if (result_.smallQueue) {
         Add("queue", Health::kDoubtful,
@@ -103,6 +106,7 @@ void Examination::Queue() {
             "doctor --fix, which needs CAP_SYS_RESOURCE or a kernel.msgmnb of " +
                 std::to_string(kWantedBytes));
     } else if ((queue_.mode & 0022U) != 0) {
+        // Whoever may send may have any file pinned and unpinned.
         Add("queue", Health::kDoubtful, text + ": others than its owner may send",
             "stop the service, remove the queue (ipcrm -q " + std::to_string(queue_.id) +
                 "), start the service");
@@ -129,6 +133,7 @@ void Examination::Messages() {
         if (message.problem.empty()) {
             continue;
         }
+        // Only what goes first can be taken away without a good message in between.
         result_.badMessages = result_.badMessages || message.removable;
         Add("messages", Health::kBad,
             "message " + std::to_string(i + 1) + " of " + std::to_string(messages.size()) + " (" +
@@ -148,6 +153,7 @@ void Examination::KernelLimits() {
     size_t msgmax = 0;
     std::ifstream("/proc/sys/kernel/msgmnb") >> msgmnb;
     std::ifstream("/proc/sys/kernel/msgmax") >> msgmax;
+    // Too small a message size stops every request, too small a queue only makes senders wait.
     if (msgmax < sizeof(Request)) {
         Add("kernel.msgmax", Health::kBad, std::to_string(msgmax) + " bytes",
             "sysctl kernel.msgmax=8192: a request has " + std::to_string(sizeof(Request)));
@@ -169,6 +175,7 @@ void Examination::Services() {
             geteuid() == 0 ? "start quorcachepinfiled" : "run this as root");
         result_.serviceMissing = true;
     }
+    // Each message goes to one of them, whichever asks first.
     if (services.size() > 1) {
         Add("service", Health::kBad, std::to_string(services.size()) + " run at once",
             "stop all but one: they take each other's requests");
@@ -182,6 +189,7 @@ void Examination::Services() {
 void Examination::Service(const ServiceProcess& service) {
     const std::string text = "process " + std::to_string(service.pid) + " of " + service.user + " ";
     result_.serviceMissing = result_.serviceMissing || !service.intakeAlive || !service.workerAlive;
+    // It lives and takes nothing: stopped by a signal, or hanging in a system call.
     const bool standsStill =
         service.intakeAlive && result_.queue != -1 && MessagesStandStill(result_.queue);
     if (standsStill) {
@@ -192,6 +200,7 @@ void Examination::Service(const ServiceProcess& service) {
     } else if (service.intakeAlive && service.workerAlive) {
         Add("service", Health::kGood, text + "takes requests and carries them out");
     }
+    // One thread's end leaves the other at work, and the process looks alive.
     if (!service.intakeAlive) {
         Add("service", Health::kBad,
             text +
@@ -207,6 +216,7 @@ void Examination::Service(const ServiceProcess& service) {
 }
 
 void Examination::Libraries(const ServiceProcess& service) {
+    // What the process has mapped, not what a new one would find: an update may lie between.
     const std::vector<std::string> mapped = PlatformLibraries(service);
     std::string list;
     bool all = true;
@@ -218,11 +228,12 @@ void Examination::Libraries(const ServiceProcess& service) {
         all = all && found != mapped.end();
         if (found != mapped.end()) {
             list += (list.empty() ? "" : ", ") + Printable(*found);
+            // The kernel's word for a file that has another one in its place.
             replaced = replaced || found->find(" (deleted)") != std::string::npos;
         }
     }
     if (mapped.empty()) {
-        Add("libraries", Health::kDoubtful, "which ones the service uses cannot be told");
+        Add("libraries", Health::kDoubtful, "those that the service uses cannot be read");
     } else if (!all || replaced) {
         Add("libraries", Health::kBad, list,
             replaced ? "start the service again: libraries were replaced since its start"
@@ -236,8 +247,8 @@ void Examination::Configuration() {
     std::string why;
     ConfigState state;
     if (!FindConfigPath(options_.configPath, configPath_, why)) {
-        configPath_.clear();
-        Add("configuration", Health::kDoubtful, why, "");
+        configPath_.clear();  // the volumes are examined all the same
+        Add("configuration", Health::kDoubtful, why);
         return;
     }
     if (!ReadConfigState(configPath_, state, why)) {
@@ -245,6 +256,7 @@ void Examination::Configuration() {
             "stop the service, mend or remove the file, start the service and pin again");
         return;
     }
+    // Each is one that the service stumbles over, or never gets past.
     for (const std::string& defect : state.defects) {
         Add("configuration", Health::kBad, defect,
             "stop the service, take the entry out of " + Printable(configPath_) + ", start it");

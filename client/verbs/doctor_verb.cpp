@@ -73,9 +73,11 @@ std::vector<std::string> Fix(const Diagnosis& diagnosis) {
 }
 
 int ExitStatusOf(const Diagnosis& diagnosis) {
+    // Whatever else is bad, without it nothing is carried out.
     if (diagnosis.serviceMissing) {
         return kExitNoService;
     }
+    // Doubtful findings are for reading: they do not fail a script.
     const bool bad =
         std::any_of(diagnosis.findings.begin(), diagnosis.findings.end(),
                     [](const Finding& finding) { return finding.health == Health::kBad; });

@@ -35,17 +35,19 @@ void ExamineVolume(const Volume& volume, const VolumeView& view, std::vector<Fin
     if (!whyNot.empty()) {
         add(Health::kBad, whyNot, "mount it elsewhere");
     }
+    // Without a cache there is nothing else to look at.
     if (view.cachePath.empty()) {
         add(Health::kBad, "no cache is configured for it",
             "attach one; the service forgets the volume's pinned files at its next request");
         return;
     }
+    // Attached and out of order: the service drops requests just as without one.
     if (!VolumeKeepsPins(volume)) {
         add(Health::kBad, CacheText(view) + ": it does not serve now, or does not keep pins",
             "bring the cache up; the service drops requests until then");
     }
     if (view.deviceSize == 0) {
-        add(Health::kBad, "the size of " + Printable(view.cachePath) + " cannot be told",
+        add(Health::kBad, "the size of " + Printable(view.cachePath) + " cannot be read",
             "see whether the device is there and readable");
     }
     const uint64_t bytes = view.bits.Bytes().size();
@@ -69,6 +71,7 @@ void ExamineVolumes(const std::string& configPath, std::vector<Finding>& finding
     ConfigState state;
     std::string why;
     size_t others = 0;
+    // A file that cannot be read has a finding of its own; the volumes are examined without it.
     if (!configPath.empty()) {
         ReadConfigState(configPath, state, why);
     }
@@ -84,6 +87,7 @@ void ExamineVolumes(const std::string& configPath, std::vector<Finding>& finding
             ++others;
         }
     }
+    // The service forgets what is pinned on a volume that it meets without a cache.
     for (const std::string& path : UnmountedPaths(state, volumes)) {
         findings.push_back(
             {"volume " + Printable(path), Health::kBad,

@@ -17,7 +17,7 @@ void SayEntries(const std::string& path, const ServiceState& service,
                 const std::vector<Volume>& volumes, Record& report) {
     std::vector<Record> entries;
     for (const auto& [given, pinned] : EntriesNamed({path}, service.state, volumes)) {
-        Say("inode " + std::to_string(pinned.entry.inode) + " " + WhyNotThere(pinned));
+        Say("inode " + std::to_string(pinned.entry.inode) + " " + WhyNotUnpinnable(pinned));
         entries.push_back(DescribeEntry(pinned));
     }
     report.List("entries", entries);
@@ -31,6 +31,7 @@ int ExplainVerb(const ExplainOptions& options) {
     FileRef file;
     std::string why = "the volumes cannot be listed";
     Record report;
+    // The file is explained without the list too, as far as that goes.
     int status = service.known ? kExitDone : kExitNoService;
     if (!ListVolumes(volumes) || !ExamineFile(options.path, volumes, file, why)) {
         status = Refuse(report, options.path, why);

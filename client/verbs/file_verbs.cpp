@@ -1,17 +1,19 @@
 // SPDX-License-Identifier: MIT
 // pin and unpin: requests about files.
-#include <algorithm>
+#include <unistd.h>
 
+#include <algorithm>
+#include <map>
+
+#include "client/pins/device_state.h"
 #include "client/pins/holding.h"
 #include "client/pins/price.h"
-#include "client/pins/repin.h"
 #include "client/request/file_job.h"
 #include "client/request/sending.h"
-#include "client/request/unpin_match.h"
-#include "client/service/service_state.h"
+#include "client/service/service_process.h"
+#include "client/service/stored_list.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
-#include "client/verbs/file_report.h"
 #include "client/verbs/verbs.h"
 
 namespace client {
@@ -32,8 +34,9 @@ class FileVerb {
     int Prepare();
     int PlanWhatIsShared();
     int Send();
+    int TakeOffEmptied();
     int Judge();
-    std::vector<Record> DescribePrices() const;
+    std::vector<Record> DescribeCost() const;
     void AddHeld(Record& report) const;
 
     const char* const name_;
@@ -53,7 +56,8 @@ int FileVerb::Prepare() {
         return status;
     }
     if (job_.type == kRequestUnpinFiles && service_.known) {
-        MatchWithList(service_.state, job_);
+        // Only root sees whether a service runs that would undo a change of its list.
+        MatchWithList(service_.state, geteuid() == 0 && FindServices().empty(), job_);
     }
     status = PackJob(options_.keepGoing, job_);
     SayMatch(job_);
@@ -66,11 +70,13 @@ int FileVerb::PlanWhatIsShared() {
         return kExitDone;
     }
     if (service_.known) {
-        job_.repinned = FilesToRepin(ReadDevices(service_.state, job_.volumes), job_.list.files);
+        job_.repinned = FilesToRepin(ReadDevicesOf(service_.state, job_.volumes, job_.list.files),
+                                     job_.list.files);
         PackRepinned(job_);
         return kExitDone;
     }
     Say("pinned files that share units with these cannot be looked for: " + service_.why);
+    // A price without the shared units is better than none.
     if (options_.dryRun) {
         return kExitDone;
     }
@@ -87,10 +93,12 @@ int FileVerb::Send() {
         return kExitDone;
     }
     const int status = SendAndWait(job_.messages, service_.configPath, options_.send, job_.sent);
+    // The unpin went and the repin did not: bits are clear that pinned files need.
     if (!job_.repinned.empty() && job_.sent > 0 && job_.sent < job_.messages.size()) {
         Say("pinned files that share units with those unpinned were not all pinned again; run "
             "check --repair");
     }
+    // Files that vanished meanwhile do not keep the others from being judged.
     const bool done = status == kExitDone || status == kExitPartly;
     return done && options_.send.wait ? std::max(status, Judge()) : status;
 }
@@ -111,15 +119,42 @@ int FileVerb::Judge() {
     return AllHold(holdings_) && AllHold(repinnedHoldings_) ? kExitDone : kExitPartly;
 }
 
-std::vector<Record> FileVerb::DescribePrices() const {
-    std::vector<Record> records;
-    for (Price& price : PriceOf(job_.type == kRequestPinFiles, job_.list.files, job_.repinned)) {
-        price.requests = static_cast<size_t>(std::count_if(
-            job_.messages.begin(), job_.messages.end(),
-            [&](const Message& message) { return message.mountPath == price.volume; }));
-        records.push_back(DescribePrice(price));
+// Takes empty files off the list, which no request can. Their units are left over then; check
+// --repair clears them.
+int FileVerb::TakeOffEmptied() {
+    StoredList stored;
+    StoredLists lists;
+    ConfigState now;
+    std::string why;
+    if (job_.emptied.empty()) {
+        return kExitDone;
     }
-    return records;
+    // Read under the lock: a repair that has just ended may have changed it.
+    if (stored.Lock(service_.configPath, why) && ReadConfigState(service_.configPath, now, why)) {
+        for (const PinnedFile& file : job_.emptied) {
+            std::vector<StoredFile>& list = now.pinned[file.mountPath];
+            list.erase(std::remove_if(list.begin(), list.end(),
+                                      [&file](const StoredFile& entry) {
+                                          return entry.inode == file.entry.inode;
+                                      }),
+                       list.end());
+            lists[file.mountPath] = list;
+        }
+        if (stored.Replace(lists, why)) {
+            return kExitDone;
+        }
+    }
+    Say(why + "; empty files stay on the list");
+    job_.emptied.clear();
+    return kExitPartly;
+}
+
+std::vector<Record> FileVerb::DescribeCost() const {
+    std::map<std::string, size_t> requests;
+    for (const Message& message : job_.messages) {
+        ++requests[message.mountPath];
+    }
+    return DescribePrices(job_.type == kRequestPinFiles, job_.list.files, job_.repinned, requests);
 }
 
 void FileVerb::AddHeld(Record& report) const {
@@ -143,18 +178,25 @@ void FileVerb::AddHeld(Record& report) const {
 int FileVerb::Run() {
     Record report;
     int status = Prepare();
+    const bool ready = status == kExitDone;
     report.Add("dryRun", options_.dryRun);
-    if (status == kExitDone && options_.dryRun) {
-        report.List("price", DescribePrices(), Layout::kBlocks);
+    if (ready && options_.dryRun) {
+        report.List("price", DescribeCost(), Layout::kBlocks);
         report.Line(job_.messages.empty() ? "no files" : "nothing was sent: this was a dry run");
-    } else if (status == kExitDone) {
-        status = Send();
+    } else if (ready) {
+        status = std::max(TakeOffEmptied(), Send());
+    }
+    for (size_t i = 0; ready && i < job_.emptied.size(); ++i) {
+        report.Line(Printable(ListedPath(job_.emptied[i])) + ": empty, " +
+                    (options_.dryRun ? "would be taken off the list" : "taken off the list"));
     }
     const bool all = job_.list.refusals.empty() && job_.passedOver.empty();
+    // With --keep-going the others were done, and these were not.
     if (status == kExitDone && !all) {
         status = kExitPartly;
     }
     AddJob(job_, report);
+    // After a wait it is known what holds, which is worth more than what was sent.
     if (waited_) {
         AddHeld(report);
     } else if (!options_.dryRun && (job_.sent > 0 || status == kExitDone)) {

@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include "client/pins/device_report.h"
-#include "client/service/service_state.h"
+#include "client/service/config_state.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
 #include "client/verbs/verbs.h"
@@ -19,6 +19,7 @@ using PinnedLists = std::map<std::string, std::vector<StoredFile>>;
 // meant.
 bool Narrow(const std::string& given, const std::vector<Volume>& volumes, PinnedLists& lists,
             std::string& why) {
+    // A listed mount path can be named whether or not anything is mounted there.
     auto chosen = lists.find(given);
     if (chosen == lists.end()) {
         const Volume* const volume = ResolveVolume(given, volumes, why);
@@ -78,6 +79,7 @@ int ListVerb(const ListOptions& options) {
         return Finish("list", report, options.common.json,
                       Fail(report, kExitNoService, service.why));
     }
+    // Without volumes the list is what it is, and no file of it can be looked at.
     ListVolumes(volumes);
     if (!options.volume.empty() && !Narrow(options.volume, volumes, lists, why)) {
         return Finish("list", report, options.common.json, Refuse(report, options.volume, why));

@@ -3,12 +3,12 @@
 #include <unistd.h>
 
 #include "client/map/picture.h"
-#include "client/pins/unit_counts.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
 #include "client/show/progress.h"
 #include "client/show/report.h"
 #include "client/verbs/verbs.h"
+#include "client/volume/volume_view.h"
 
 namespace client {
 
@@ -18,9 +18,9 @@ Record Describe(const VolumeView& view) {
     const bool tells = view.residency.known;
     return Record()
         .Add("volume", view.mountPath)
-        .Add("units", Json::UInt64{view.bits.Room()})
-        .Add("unitBytes", Json::UInt64{kUnitBytes})
-        .Add("unitsSet", Json::UInt64{view.bits.Count()})
+        .Add("units", view.bits.Room())
+        .Add("unitBytes", kUnitBytes)
+        .Add("unitsSet", view.bits.Count())
         .Add("setRuns", RunsToJson(view.bits.Runs()))
         .Add("residentRuns", tells ? RunsToJson(view.residency.resident.Runs()) : Json::Value())
         .Add("cacheBytes", IfKnown(tells, view.residency.cacheSize));
@@ -30,6 +30,7 @@ Record Describe(const VolumeView& view) {
 int Draw(const VolumeView& view, const MapOptions& options, Record& report) {
     std::string why;
     if (options.output.empty()) {
+        // The runs are the picture's JSON form.
         if (!options.common.json) {
             PrintMap(view, options.width > 0 ? options.width : TerminalColumns(STDOUT_FILENO));
         }
@@ -54,6 +55,7 @@ int MapVerb(const MapOptions& options) {
     const VolumeView view = volume == nullptr ? VolumeView() : LookAt(*volume);
     if (volume == nullptr) {
         Refuse(report, options.volume, why);
+        // With either of them there is something to draw.
     } else if (view.deviceSize == 0 && !view.hasBitmap) {
         Refuse(report, volume->mountPath, "it has neither a cache nor a bitmap file");
     } else {

@@ -2,6 +2,8 @@
 // What the command line says.
 #pragma once
 
+#include <stdint.h>
+
 #include <string>
 
 #include "client/request/file_list.h"
@@ -29,7 +31,8 @@ struct FileVerbOptions {
 struct VolumeVerbOptions {
     CommonOptions common;
     SendOptions send;
-    std::string volume;
+    std::string volume;    // empty with `missing`: all
+    bool missing = false;  // reload: where pinned units are not in the cache
 };
 
 struct ListOptions {
@@ -61,6 +64,24 @@ struct MapOptions {
     std::string volume;
     std::string output;  // empty = the terminal; else a file, .svg
     unsigned width = 0;  // columns; 0 = the terminal's
+};
+
+struct ApplyOptions {
+    CommonOptions common;
+    SendOptions send;
+    std::string directory;  // empty = kPinConfDirectory
+    bool dryRun = false;    // show what would be asked for, send nothing
+    bool prune = false;     // unpin what no line wants
+};
+
+struct RestoreOptions {
+    CommonOptions common;
+    uint64_t copy = 0;     // its number; 0 = list them
+    bool restart = false;  // the service rests meanwhile
+};
+
+struct ReadyOptions {
+    CommonOptions common;
 };
 
 struct DoctorOptions {

@@ -6,45 +6,9 @@
 #include "client/service/service_process.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
-#include "client/show/text.h"
-#include "client/verbs/request_repair.h"
-#include "client/verbs/rest_repair.h"
-#include "client/verbs/service_unit.h"
+#include "client/verbs/around_unit.h"
 
 namespace client {
-
-namespace {
-
-// Whether the services that run are the unit's one process, so that it can be stopped and started.
-bool IsUnitAlone(const std::vector<ServiceProcess>& services) {
-    return services.size() == 1 && services[0].pid == UnitMainProcess();
-}
-
-int RepairAround(const std::vector<ServiceProcess>& services, const std::string& configPath,
-                 const std::string& mountPath, RepairReport& report) {
-    // A path through the process's own root ends with the process.
-    if (!IsUnitAlone(services) || StartsWith(configPath, "/proc/")) {
-        Say("--restart: the service that runs is not " + std::string(kServiceUnit) +
-            ", or its configuration file is not seen from here; stop it, run check --repair "
-            "--config-path FILE, and start it again; nothing was changed");
-        return kExitRefused;
-    }
-    const SignalsPutOff putOff;
-    int status = kExitNoService;
-    if (StopUnit()) {
-        status = RepairAtRest(configPath, mountPath, report);
-    } else {
-        Say("--restart: " + std::string(kServiceUnit) + " cannot be stopped; nothing was changed");
-    }
-    if (!StartUnit()) {
-        Say("--restart: " + std::string(kServiceUnit) +
-            " cannot be started again; systemctl status shows why");
-        status = kExitNoService;
-    }
-    return status;
-}
-
-}  // namespace
 
 int Repair(const CheckOptions& options, const std::string& configPath, const std::string& mountPath,
            RepairReport& report) {
@@ -59,7 +23,8 @@ int Repair(const CheckOptions& options, const std::string& configPath, const std
         return kExitNoService;
     }
     if (options.restart) {
-        return RepairAround(services, configPath, mountPath, report);
+        return AroundUnit(services, configPath, "check --repair",
+                          [&] { return RepairAtRest(configPath, mountPath, report); });
     }
     const bool works =
         std::any_of(services.begin(), services.end(), [&configPath](const ServiceProcess& service) {
@@ -71,6 +36,26 @@ int Repair(const CheckOptions& options, const std::string& configPath, const std
         return kExitNoService;
     }
     return RepairByRequests(configPath, mountPath, options.send, report);
+}
+
+Record DescribeRepair(const RepairReport& repair, bool done) {
+    Record record;
+    record.Add("requests", repair.requests)
+        .Add("unitsCleared", repair.unitsCleared)
+        .Add("unitsSet", repair.unitsSet)
+        .Add("actions", TextsToJson(repair.actions))
+        .Add("left", TextsToJson(repair.left));
+    for (const std::string& action : repair.actions) {
+        record.Line("  repair: " + action);
+    }
+    for (const std::string& left : repair.left) {
+        record.Line("  " + Toned(Tone::kBad, "not repaired") + ": " + left);
+    }
+    if (repair.requests > 0) {
+        record.Line("  " + Counted(repair.requests, "request") + " sent" +
+                    (done ? " and done" : ", not waited for to the end"));
+    }
+    return done ? record.Line("checked again:") : record;
 }
 
 }  // namespace client

@@ -1,21 +1,49 @@
 // SPDX-License-Identifier: MIT
 // Setting right what a check found. While the service runs, requests do what they can: they pin
-// files again, and pin what replaced a listed file. The rest is left for a repair while no service
-// runs; see rest_repair.h.
+// files again, and pin what replaced a listed file. While no service runs, everything else is set
+// right too: the lists become what is there, the bitmaps exactly what the lists need, and the
+// drivers get the bitmaps.
+//
+// Wherever a mount path may be given, an empty one means all devices. The report says what was done
+// and what was left, whatever is returned.
 #pragma once
 
-#include <string>
+#include <stdint.h>
 
+#include <string>
+#include <vector>
+
+#include "client/show/report.h"
 #include "client/verbs/options.h"
-#include "client/verbs/repair_report.h"
 
 namespace client {
 
-// Repairs the device mounted at `mountPath`, all of them when that is empty. While the service
-// runs, it sends requests and waits for them; while none runs, or around a restart when that is
-// asked for, it repairs at rest. Returns kExitDone when everything was done or tried, else another
-// exit status. The report says what was done in either case.
+struct RepairReport {
+    size_t requests = 0;               // sent
+    uint64_t unitsCleared = 0;         // in bitmap files
+    uint64_t unitsSet = 0;             // in bitmap files, not counting what requests set
+    std::vector<std::string> actions;  // what was done or, by requests that were sent, asked for
+    std::vector<std::string> left;     // what was not done, and why, in words
+};
+
+// Repairs in the way that is open now: at rest when no service runs, or around a restart when that
+// is asked for, else by requests. Returns kExitDone when everything was done or tried, else another
+// exit status.
 int Repair(const CheckOptions& options, const std::string& configPath, const std::string& mountPath,
            RepairReport& report);
+
+// Pins files that lack units again, pins files that replaced listed ones, and waits for the
+// requests. Returns kExitDone when all requests are done, successfully or not; else another exit
+// status, having said why.
+int RepairByRequests(const std::string& configPath, const std::string& mountPath,
+                     const SendOptions& options, RepairReport& report);
+
+// Repairs while no service runs. Queued requests stay queued until the service starts. Returns
+// kExitDone when the repair was tried; else another exit status, having said why.
+int RepairAtRest(const std::string& configPath, const std::string& mountPath, RepairReport& report);
+
+// Describes the repair. `done` means that its requests are done, and the volumes are shown again
+// below.
+Record DescribeRepair(const RepairReport& repair, bool done);
 
 }  // namespace client

@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "client/verbs/request_repair.h"
-
+// The repair by requests, with a service that carries them out.
 #include <set>
 
 #include "client/request/file_check.h"
-#include "client/request/followers.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
+#include "client/verbs/repair.h"
 
 namespace client {
 
@@ -54,17 +53,19 @@ void PlanFile(const DeviceState& device, const PinnedFile& pinned, RequestPlan& 
               RepairReport& report) {
     const std::string path = ListedPath(pinned);
     const std::string start = Printable(path) + ": " + FateName(pinned.fate);
+    // A request for what cannot be looked at would end the service's intake.
     if (pinned.fate == Fate::kUnknown) {
         report.left.push_back(start + ": " + pinned.why);
         return;
     }
+    // Renamed files too: a pin by the new path sets the units, and the entry keeps its old name.
     if (device.missing.CountIn(pinned.units) > 0) {
         PlanPin(pinned.file, Printable(path) + ": pinned again", plan, report);
     }
     if (pinned.fate == Fate::kReplaced) {
         PlanFollower(device, pinned, path, plan, report);
     }
-    if (pinned.fate != Fate::kThere) {
+    if (pinned.fate != Fate::kThere) {  // no request takes an entry off, or renames it
         Leave(start, report);
     }
 }
@@ -82,6 +83,7 @@ void NameBitmapFaults(const DeviceState& device, bool pins, RepairReport& report
 
 void PlanDevice(const DeviceState& device, RequestPlan& plan, RepairReport& report) {
     const size_t before = plan.pins.size();
+    // The service would drop the request and forget all that is pinned on the volume.
     if (!VolumeKeepsPins(*device.mounts.front())) {
         report.left.push_back(Printable(device.view.mountPath) +
                               ": has no cache that keeps pins now");
@@ -101,6 +103,7 @@ void PlanDevice(const DeviceState& device, RequestPlan& plan, RepairReport& repo
 // Says what the requests that were sent do, and what was not asked for.
 void RecordPins(const RequestPlan& plan, const std::vector<Message>& messages,
                 RepairReport& report) {
+    // By what the messages say, since files that had vanished were taken out of them.
     std::set<std::pair<std::string, uint32_t>> sent;
     for (size_t i = 0; i < report.requests; ++i) {
         for (const StoredFile& file : ParseStoredFiles(messages[i].stored)) {
@@ -126,7 +129,7 @@ int Send(const RequestPlan& plan, const std::string& configPath, SendOptions opt
     if (messages.empty()) {
         return kExitDone;
     }
-    options.wait = true;
+    options.wait = true;  // the check that follows is to show what they did
     const int status = SendAndWait(messages, configPath, options, report.requests);
     RecordPins(plan, messages, report);
     // Files that have vanished since are found when it is checked again.

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: MIT
-#include "client/verbs/rest_repair.h"
-
+// The repair at rest, while no service runs.
 #include <unistd.h>
 
 #include "client/pins/rest_plan.h"
-#include "client/request/followers.h"
+#include "client/request/file_check.h"
 #include "client/service/service_process.h"
 #include "client/service/stored_list.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
-#include "client/volume/bitmap_file.h"
+#include "client/verbs/repair.h"
+#include "client/volume/replace_file.h"
 #include "util/driver.h"
 
 namespace client {
@@ -44,12 +44,15 @@ bool RepairLists(Work& work, RepairReport& report) {
     const ListPlan plan = PlanLists(work.devices, FindFollowers(work.devices, work.volumes));
     std::string why;
     Append(plan.left, report.left);
+    // A file that need not change is not written.
     if (plan.lists.empty()) {
         return true;
     }
     if (!IsAtRest(report)) {
         return false;
     }
+    // The list before the bitmaps: a crash between them leaves bits too many, which the next repair
+    // clears, and never a listed file without its bits.
     if (!work.stored.Replace(plan.lists, why)) {
         report.left.push_back(why);
         return false;
@@ -66,12 +69,14 @@ bool RepairLists(Work& work, RepairReport& report) {
 void HandToDriver(const DeviceState& device, const BitmapPlan& plan, RepairReport& report) {
     const std::string name = Printable(device.view.mountPath) + ": ";
     std::vector<uint8_t> bytes = plan.bits.Bytes();
+    // The driver's record has no const; it reads the bytes and keeps nothing.
     PinBitmap bitmap = {bytes.data(), static_cast<uint32_t>(bytes.size())};
     if (BitmapDriverUpdate(&bitmap, device.view.cachePath.c_str()) != 0) {
         report.left.push_back(name + "the driver did not take the bitmap");
         return;
     }
     report.actions.push_back(name + "the driver has the bitmap now");
+    // Setting a bit reads nothing: only the service fills the cache.
     const Residency& cache = device.view.residency;
     const uint64_t absent = plan.bits.CountWithout(cache.resident);
     if (cache.known && plan.set > 0 && absent > 0) {
@@ -87,9 +92,11 @@ void RepairBitmap(const DeviceState& device, RepairReport& report) {
     if (!plan.left.empty()) {
         report.left.push_back(plan.left);
     }
-    if (plan.write && !ReplaceBitmapFile(device.view.bitmapPath, plan.bits.Bytes(), why)) {
+    const std::vector<uint8_t>& bytes = plan.bits.Bytes();
+    if (plan.write &&
+        !ReplaceFile(device.view.bitmapPath, {bytes.begin(), bytes.end()}, "", why)) {
         report.left.push_back(why);
-        return;
+        return;  // the driver keeps the bitmap that the file has
     }
     report.unitsSet += plan.set;
     report.unitsCleared += plan.cleared;
@@ -123,6 +130,7 @@ int RepairAtRest(const std::string& configPath, const std::string& mountPath,
     Work work;
     std::string why;
     work.mountPath = mountPath;
+    // Others do not see the processes of root, and would repair beside a running service.
     if (geteuid() != 0) {
         Say("--repair: only root sees whether the service runs; nothing was changed");
         return kExitRefused;
@@ -136,6 +144,7 @@ int RepairAtRest(const std::string& configPath, const std::string& mountPath,
         Say("the volumes cannot be listed");
         return kExitNoService;
     }
+    // Of a volume that was not asked for nothing is said.
     if (mountPath.empty()) {
         NameUnmounted(work.state, work.volumes, report);
     }
@@ -144,6 +153,7 @@ int RepairAtRest(const std::string& configPath, const std::string& mountPath,
         return kExitDone;
     }
     for (const DeviceState& device : work.devices) {
+        // Asked anew before each: somebody may start the service meanwhile.
         if (WhyLeftAlone(device).empty() && IsAtRest(report)) {
             RepairBitmap(device, report);
         }

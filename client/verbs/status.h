@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "client/service/config_state.h"
 #include "client/service/queue.h"
 #include "client/service/service_process.h"
-#include "client/service/service_state.h"
 #include "client/volume/volume_view.h"
 
 namespace client {

@@ -16,6 +16,10 @@ int StatusVerb(const StatusOptions& options);
 int CheckVerb(const CheckOptions& options);
 int ExplainVerb(const ExplainOptions& options);
 int MapVerb(const MapOptions& options);
+int ReadyVerb(const ReadyOptions& options);
 int DoctorVerb(const DoctorOptions& options);
+int ApplyVerb(const ApplyOptions& options);
+int RestoreVerb(const RestoreOptions& options);
+int KeepCopyVerb(const CommonOptions& options);
 
 }  // namespace client

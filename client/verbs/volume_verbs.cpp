@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
 // reload, pend, release: requests about a whole volume.
-#include "client/pins/unit_counts.h"
+#include <set>
+
 #include "client/request/file_check.h"
 #include "client/request/packing.h"
 #include "client/request/sending.h"
-#include "client/service/service_state.h"
+#include "client/service/config_state.h"
+#include "client/service/queue.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
+#include "client/show/poll.h"
 #include "client/show/report.h"
 #include "client/verbs/verbs.h"
 #include "client/volume/volume_view.h"
@@ -59,6 +62,7 @@ std::vector<FileMappingEntry> ReadingOf(const UnitSet& bits) {
 int AddReloaded(const Volume& volume, Record& report) {
     const VolumeView view = LookAt(volume);
     const UnitCounts counts = CountUnits(view, view.bits);
+    // |A mute cache is believed: the request was done, and nothing says otherwise.
     const bool good = !counts.cacheTells ||
                       (counts.resident == counts.units && counts.withDriver == counts.units);
     report.Headline(Toned(Tone::kStrong, Printable(volume.mountPath)) + ": " +
@@ -69,6 +73,7 @@ int AddReloaded(const Volume& volume, Record& report) {
 
 int SendVolumeRequest(const VolumeVerb& verb, const VolumeVerbOptions& options,
                       const Volume& volume, Record& report) {
+    // Nothing is sent that could not be waited for.
     const ServiceState before =
         options.send.wait ? ReadServiceState(options.common.configPath) : ServiceState();
     if (options.send.wait && !before.known) {
@@ -76,11 +81,12 @@ int SendVolumeRequest(const VolumeVerb& verb, const VolumeVerbOptions& options,
     }
     std::vector<Message> messages = {VolumeMessage(verb.type, volume.mountPath)};
     if (options.send.wait) {
+        // For the progress bar alone: the service reads every set unit.
         messages[0].reading = ReadingOf(LookAt(volume).bits);
     }
     size_t sent = 0;
     const int status = SendAndWait(messages, before.configPath, options.send, sent);
-    report.Add("sent", Json::UInt64{sent});
+    report.Add("sent", sent);
     if (status == kExitDone && options.send.wait) {
         return AddReloaded(volume, report);
     }
@@ -105,9 +111,67 @@ int RunVolumeVerb(const VolumeVerb& verb, const VolumeVerbOptions& options) {
     return Finish(verb.name, report, options.common.json, status);
 }
 
+// The volumes of which pinned units are not in the cache, one of each device.
+std::vector<Volume> FindIncomplete(const std::vector<Volume>& volumes) {
+    std::vector<Volume> incomplete;
+    std::set<std::string> seen;
+    for (const Volume& volume : volumes) {
+        const VolumeView view = LookAt(volume);
+        const UnitCounts counts = CountUnits(view, view.bits);
+        if (counts.cacheTells && counts.resident < counts.units && VolumeKeepsPins(volume) &&
+            WhyNotMountPath(volume.mountPath).empty() && seen.insert(view.cachePath).second) {
+            incomplete.push_back(volume);
+        }
+    }
+    return incomplete;
+}
+
+// Right after its start the service may have yet to make its queue.
+void WaitForQueue(unsigned patience) {
+    std::string why;
+    const SignalNote note;
+    const Poll poll(0.1, patience, &note);
+    while (OpenServerQueue(why) < 0 && poll.Again()) {
+    }
+}
+
+int ReloadMissing(const VolumeVerbOptions& options) {
+    Record report;
+    std::vector<Volume> volumes;
+    std::vector<Message> messages;
+    std::vector<std::string> names;
+    size_t sent = 0;
+    int status = kExitDone;
+    if (!ListVolumes(volumes)) {
+        return Finish("reload", report, options.common.json,
+                      Fail(report, kExitNoService, "the volumes cannot be listed"));
+    }
+    for (const Volume& volume : FindIncomplete(volumes)) {
+        messages.push_back(VolumeMessage(kRequestReloadPinBlocks, volume.mountPath));
+        messages.back().reading = ReadingOf(LookAt(volume).bits);
+        names.push_back(volume.mountPath);
+        report.Line(Printable(volume.mountPath) + ": reload of what is missing");
+    }
+    if (messages.empty()) {
+        report.Line("all pinned units are in their caches");
+    } else {
+        WaitForQueue(options.send.patience);
+        const ServiceState before =
+            options.send.wait ? ReadServiceState(options.common.configPath) : ServiceState();
+        status = options.send.wait && !before.known
+                     ? Fail(report, kExitNoService, "--wait: " + before.why + "; nothing was sent")
+                     : SendAndWait(messages, before.configPath, options.send, sent);
+    }
+    report.Add("sent", Json::UInt64{sent}).Add("volumes", TextsToJson(names));
+    return Finish("reload", report, options.common.json, status);
+}
+
 }  // namespace
 
 int ReloadVerb(const VolumeVerbOptions& options) {
+    if (options.missing) {
+        return ReloadMissing(options);
+    }
     return RunVolumeVerb({"reload", kRequestReloadPinBlocks, true}, options);
 }
 

@@ -5,11 +5,14 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <string.h>
+#include <sys/mount.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <memory>
-#include <vector>
+
+#include "client/show/output.h"
+#include "util/scoped.h"
 
 namespace client {
 
@@ -35,7 +38,7 @@ class Walk {
             Meet(directory.path + (slash ? "" : "/") + name);
         }
     }
-    size_t Mounts() const { return mounts_; }
+    std::vector<std::string> TakeMounts() { return std::move(mounts_); }
 
   private:
     void Meet(const std::string& path) {
@@ -46,7 +49,7 @@ class Walk {
         if (entry.error != 0 || !S_ISDIR(entry.status.st_mode)) {
             visit_(entry);
         } else if (entry.status.st_dev != device_) {
-            ++mounts_;
+            mounts_.push_back(path);
         } else {
             Enter(entry);
         }
@@ -54,12 +57,51 @@ class Walk {
 
     const dev_t device_;
     const std::function<void(const WalkEntry&)>& visit_;
-    size_t mounts_ = 0;
+    std::vector<std::string> mounts_;
 };
+
+// Whether the file came into being after that moment. Where the file system does not keep births,
+// the answer is no.
+bool WasBornAfter(const std::string& path, const struct timespec& moment) {
+    struct statx status = {};
+    if (statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BTIME, &status) != 0 ||
+        (status.stx_mask & STATX_BTIME) == 0) {
+        return false;
+    }
+    return status.stx_btime.tv_sec > moment.tv_sec ||
+           (status.stx_btime.tv_sec == moment.tv_sec &&
+            static_cast<long>(status.stx_btime.tv_nsec) > moment.tv_nsec);
+}
+
+// Returns the first of the mount points that may hide one of the files, empty when none does. A
+// copy of the volume's mount has nothing mounted in it, so that the directories below can be seen;
+// who may not make one knows nothing of them.
+std::string FindHiding(const std::string& mountPath, const std::vector<std::string>& mounts,
+                       const std::set<uint32_t>& inodes) {
+    const ScopedFd bare(mounts.empty() ? -1
+                                       : open_tree(AT_FDCWD, mountPath.c_str(),
+                                                   OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC));
+    for (const std::string& mount : mounts) {
+        bool hides = !bare.valid();
+        if (bare.valid()) {
+            const std::string below = "/proc/self/fd/" + std::to_string(bare.get()) + "/" +
+                                      mount.substr(mountPath.size());
+            WalkBelow(below, [&](const WalkEntry& entry) {
+                hides |= entry.error != 0 ||
+                         inodes.count(static_cast<uint32_t>(entry.status.st_ino)) > 0;
+            });
+        }
+        if (hides) {
+            return mount;
+        }
+    }
+    return "";
+}
 
 }  // namespace
 
 int ListNames(const std::string& directory, std::vector<std::string>& names) {
+    // What was a directory a moment ago may be a link by now, which is not followed.
     const int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     const std::unique_ptr<DIR, DirectoryCloser> stream(fd < 0 ? nullptr : fdopendir(fd));
     if (!stream) {
@@ -80,16 +122,44 @@ int ListNames(const std::string& directory, std::vector<std::string>& names) {
     return error;
 }
 
-size_t WalkBelow(const std::string& directory, const std::function<void(const WalkEntry&)>& visit) {
+std::vector<std::string> WalkBelow(const std::string& directory,
+                                   const std::function<void(const WalkEntry&)>& visit) {
     WalkEntry top = {directory, {}, 0};
     if (lstat(directory.c_str(), &top.status) != 0) {
         top.error = errno;
         visit(top);
-        return 0;
+        return {};
     }
     Walk walk(top.status.st_dev, visit);
     walk.Enter(top);
-    return walk.Mounts();
+    return walk.TakeMounts();
+}
+
+InodeSearch SearchVolume(const std::string& mountPath, const std::set<uint32_t>& inodes,
+                         const std::string& bitmapPath) {
+    InodeSearch search;
+    struct stat bitmap = {};
+    const bool everPinned = stat(bitmapPath.c_str(), &bitmap) == 0;
+    std::set<uint32_t> missing = inodes;
+    const std::vector<std::string> mounts = WalkBelow(mountPath, [&](const WalkEntry& entry) {
+        if (entry.path == bitmapPath) {
+            return;  // the service's own, whatever its number was before
+        }
+        const auto inode = static_cast<uint32_t>(entry.status.st_ino);
+        if (entry.error != 0) {
+            search.unreadable = Printable(entry.path) + ": " + strerror(entry.error);
+        } else if (S_ISREG(entry.status.st_mode) && inodes.count(inode) > 0 &&
+                   !(everPinned && WasBornAfter(entry.path, bitmap.st_mtim))) {
+            search.paths.insert({inode, entry.path});
+            missing.erase(inode);
+        }
+    });
+    // Only what was found nowhere else can lie there.
+    const std::string hiding = missing.empty() ? "" : FindHiding(mountPath, mounts, missing);
+    if (!hiding.empty()) {
+        search.unreadable = Printable(hiding) + ": another file system is mounted over it";
+    }
+    return search;
 }
 
 }  // namespace client

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
-// A regular file of a volume, and files of several.
+// Regular files of volumes, and their places on the block device.
 #pragma once
 
 #include <stdint.h>
 
+#include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -32,5 +34,26 @@ std::vector<VolumeFiles> GroupByVolume(const std::vector<FileRef>& files);
 
 // Returns the extents of all of the files.
 std::vector<FileMappingEntry> ExtentsOf(const std::vector<FileRef>& files);
+
+enum class MapOutcome {
+    kMapped,
+    kNothing,  // no extent has a place on the device: empty, all holes, or data within the inode
+    kFailed,   // the library cannot read them, or the file is not there
+};
+
+// Maps files of any volume by the library that the service uses, too; the device objects are made
+// once a volume.
+class Mapper {
+  public:
+    // Fills the file's extents, which are found by its directory and its inode. A file that has
+    // none yet is written out first, as the service does. A failure leaves them as they are.
+    MapOutcome Map(FileRef& file);
+
+  private:
+    MapOutcome MapNow(FileRef& file);
+    FileSystemDevice* DeviceOf(const std::string& mountPath);
+
+    std::map<std::string, std::unique_ptr<FileSystemDevice>> devices_;
+};
 
 }  // namespace client

@@ -27,6 +27,7 @@ UnitRuns Merged(UnitRuns runs) {
               [](const UnitRun& left, const UnitRun& right) { return left.first < right.first; });
     UnitRuns merged;
     for (const UnitRun& run : runs) {
+        // Touching counts as overlapping: runs are apart by at least one unit.
         if (!merged.empty() && run.first <= merged.back().last + 1) {
             merged.back().last = std::max(merged.back().last, run.last);
         } else {
@@ -90,6 +91,7 @@ uint64_t UnitSet::CountWithout(const UnitSet& other) const {
 UnitSet UnitSet::Without(const UnitSet& other) const {
     UnitSet left = *this;
     const size_t common = std::min(bytes_.size(), other.bytes_.size());
+    // Behind its end the other set has nothing to take away.
     for (size_t i = 0; i < common; ++i) {
         left.bytes_[i] &= static_cast<uint8_t>(~other.bytes_[i]);
     }
@@ -114,6 +116,7 @@ uint64_t UnitSet::CountBetween(uint64_t first, uint64_t end) const {
 UnitRuns UnitSet::Runs() const {
     UnitRuns runs;
     for (size_t byte = 0; byte < bytes_.size(); ++byte) {
+        // Whole bytes of nothing are most of a large volume.
         for (uint64_t unit = byte * uint64_t{8}; bytes_[byte] != 0 && unit < byte * uint64_t{8} + 8;
              ++unit) {
             if (!Has(unit)) {
@@ -132,6 +135,7 @@ UnitRuns UnitSet::Runs() const {
 UnitRuns RunsOf(const std::vector<FileMappingEntry>& extents) {
     UnitRuns runs;
     for (const FileMappingEntry& extent : extents) {
+        // By the arithmetic of its last sector an empty extent at 0 would reach over all units.
         if (extent.numSectors > 0) {
             runs.push_back(
                 {extent.deviceStartSector >> kPinUnitSectorShift,
@@ -157,6 +161,7 @@ UnitRuns CommonRuns(const UnitRuns& left, const UnitRuns& right) {
         if (first <= last) {
             common.push_back({first, last});
         }
+        // The run that ends first can have nothing in common with what follows in the other list.
         if (left[l].last < right[r].last) {
             ++l;
         } else {
@@ -182,6 +187,7 @@ uint64_t BytesOf(const std::vector<FileMappingEntry>& extents) {
 }
 
 bool ReadUnitSet(const std::string& path, UnitSet& set) {
+    // A pipe in the bitmap's place keeps nobody waiting.
     const ScopedFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!fd.valid()) {
         return false;

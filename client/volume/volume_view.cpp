@@ -1,10 +1,17 @@
 // SPDX-License-Identifier: MIT
 #include "client/volume/volume_view.h"
 
+#include <errno.h>
+#include <fcntl.h>
+#include <json/json.h>
+#include <stdlib.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
+#include <filesystem>
 #include <set>
 
+#include "client/show/text.h"
 #include "util/pin_bitmap.h"
 #include "util/scoped.h"
 #include "util/space.h"
@@ -14,17 +21,72 @@ namespace client {
 namespace {
 
 constexpr unsigned kDeviceToBitmapShift = 19;  // 8 bits of 64 KiB to a byte
+constexpr char kRegistryDirectory[] = "/run/quorsoftcache";
+
+std::string RegistryDirectory() {
+    const char* const given = getenv("QUORSOFTCACHE_REGISTRY");
+    return given == nullptr || *given == '\0' ? kRegistryDirectory : given;
+}
+
+// The process behind an entry keeps the lock file beside it locked. Only root can open that; others
+// believe the entry, and find out when they read what its cache shows.
+bool IsLiving(const std::filesystem::path& entryPath) {
+    std::filesystem::path path = entryPath;
+    path.replace_extension(".lock");
+    const ScopedFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    return fd.valid() ? flock(fd.get(), LOCK_SH | LOCK_NB) != 0 : errno != ENOENT;
+}
+
+bool ReadEntry(const std::string& path, Json::Value& entry) {
+    std::string text;
+    return ReadText(path, text) == 0 && ParseJson(text, entry) && entry.isObject() &&
+           entry["device"].isString();
+}
+
+// Stores the entry of the living cache with this device. Returns false when there is none.
+bool FindEntry(const std::string& devicePath, Json::Value& entry) {
+    std::error_code error;
+    for (std::filesystem::directory_iterator it(RegistryDirectory(), error), end;
+         !error && it != end; it.increment(error)) {
+        const std::string path = it->path();
+        // Alive first: what nobody holds, a pipe say, is not even opened for reading.
+        if (it->path().extension() == ".json" && IsLiving(path) && ReadEntry(path, entry) &&
+            entry["device"].asString() == devicePath) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool ReadBits(const Json::Value& path, UnitSet& set) {
+    return path.isString() && ReadUnitSet(path.asString(), set);
+}
 
 std::string Text(const CString& text) {
     return text ? text.get() : "";
 }
 
+// A device has one UUID. Where that cannot be read, two mounts that show one bitmap file show one
+// file system.
 bool AreOfOneDevice(const Volume& left, const Volume& right) {
     return left.mountPath == right.mountPath || (!left.uuid.empty() && left.uuid == right.uuid) ||
            AreOneFile(BitmapPathOf(left), BitmapPathOf(right));
 }
 
 }  // namespace
+
+Residency ReadResidency(const std::string& devicePath) {
+    Residency residency;
+    Json::Value entry;
+    if (devicePath.empty() || !FindEntry(devicePath, entry)) {
+        return residency;
+    }
+    // Half an answer would look like units that the driver lacks.
+    residency.known = ReadBits(entry["resident"], residency.resident) &&
+                      ReadBits(entry["pinned"], residency.pinned);
+    residency.cacheSize = entry["cacheSize"].isUInt64() ? entry["cacheSize"].asUInt64() : 0;
+    return residency;
+}
 
 std::string BitmapPathOf(const Volume& volume) {
     return Text(CString(BitmapPathByDirectory(volume.mountPath.c_str())));
@@ -41,8 +103,10 @@ VolumeView LookAt(const Volume& volume) {
         DeviceGetSizeByte(view.cachePath.c_str(), &view.deviceSize);
         view.residency = ReadResidency(view.cachePath);
     }
+    // A missing file reads as no bits, which is what the service takes it for.
     view.hasBitmap = ReadUnitSet(view.bitmapPath, view.bits);
     view.fileBytes = view.bits.Room() / 8;
+    // The service looks no further than the device goes; a shorter file is the front of the bitmap.
     if (view.deviceSize > 0) {
         view.bits.Resize(static_cast<size_t>(view.deviceSize >> kDeviceToBitmapShift));
     }
@@ -65,6 +129,41 @@ std::vector<const Volume*> MountsOf(const Volume& volume, const std::vector<Volu
         }
     }
     return mounts;
+}
+
+UnitCounts CountUnits(const VolumeView& view, const UnitSet& units) {
+    UnitCounts counts;
+    counts.units = units.Count();
+    counts.set = counts.units - units.CountWithout(view.bits);
+    counts.cacheTells = view.residency.known;
+    if (counts.cacheTells) {
+        counts.withDriver = counts.units - units.CountWithout(view.residency.pinned);
+        counts.resident = counts.units - units.CountWithout(view.residency.resident);
+    }
+    return counts;
+}
+
+Json::Value RunsToJson(const UnitRuns& runs) {
+    Json::Value list(Json::arrayValue);
+    for (const UnitRun& run : runs) {
+        Json::Value pair(Json::arrayValue);
+        pair.append(Json::UInt64{run.first});
+        pair.append(Json::UInt64{run.last});
+        list.append(pair);
+    }
+    return list;
+}
+
+void AddCounts(const UnitCounts& counts, Record& record) {
+    std::string text = std::to_string(counts.units) + ", set " + std::to_string(counts.set);
+    if (counts.cacheTells) {
+        text += ", with the driver " + std::to_string(counts.withDriver) + ", in the cache " +
+                std::to_string(counts.resident);
+    }
+    record.Add("unitsSet", counts.set)
+        .Add("unitsWithDriver", IfKnown(counts.cacheTells, counts.withDriver))
+        .Add("unitsResident", IfKnown(counts.cacheTells, counts.resident))
+        .Shown("units", counts.units, "units", text);
 }
 
 }  // namespace client

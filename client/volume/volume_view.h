@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A volume as it is now: its cached device, its bitmap file, and what its cache reports.
+// A volume as it is now: its cached device, its bitmap file, what its cache reports, and how far
+// units have come among these.
 #pragma once
 
 #include <stdint.h>
@@ -7,11 +8,24 @@
 #include <string>
 #include <vector>
 
-#include "client/volume/residency.h"
+#include "client/show/report.h"
 #include "client/volume/units.h"
 #include "client/volume/volumes.h"
 
 namespace client {
+
+// What a cache reports of itself beyond what the service asks for: the units that it holds now, and
+// the bits that it was last given. Only a cache with an entry in the cache registry reports them;
+// it is normal for one to have none.
+struct Residency {
+    bool known = false;      // the cache has an entry in the registry and lives
+    uint64_t cacheSize = 0;  // bytes
+    UnitSet resident;        // units that it holds now
+    UnitSet pinned;          // the bitmap that it was last given
+};
+
+// Returns what the cache behind this cached device reports.
+Residency ReadResidency(const std::string& devicePath);
 
 struct VolumeView {
     std::string mountPath;
@@ -34,5 +48,22 @@ bool AreOneFile(const std::string& path, const std::string& other);
 // The mount paths of the volume's device, this one and each other once, in the order of `volumes`.
 // However often a device is mounted, its units and mostly its bitmap file are the same.
 std::vector<const Volume*> MountsOf(const Volume& volume, const std::vector<Volume>& volumes);
+
+// How far some units have come.
+struct UnitCounts {
+    uint64_t units = 0;       // those that have a bit
+    uint64_t set = 0;         // of those, set in the bitmap file
+    bool cacheTells = false;  // whether the next two are known
+    uint64_t withDriver = 0;  // of those, set in the bitmap that the driver has
+    uint64_t resident = 0;    // of those, in the cache
+};
+
+UnitCounts CountUnits(const VolumeView& view, const UnitSet& units);
+
+// Adds the counts as "units", "unitsSet", "unitsWithDriver" and "unitsResident", and in words.
+void AddCounts(const UnitCounts& counts, Record& record);
+
+// Returns an array of pairs, the first and the last unit of each run.
+Json::Value RunsToJson(const UnitRuns& runs);
 
 }  // namespace client

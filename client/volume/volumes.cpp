@@ -41,9 +41,11 @@ bool ListVolumes(std::vector<Volume>& volumes) {
     if (QUORSpaceInfoEnum(kAllSpaces, &first) < 0) {
         return false;
     }
+    // The whole list is freed by its first.
     const std::unique_ptr<SpaceInfo, SpaceListDeleter> list(first);
     for (const SpaceInfo* space = first; space != nullptr; space = space->next) {
         const CString uuid(QUORSpaceUUIDGet(space));
+        // A path that fills its field has no terminator.
         const size_t length = strnlen(space->referencePath, sizeof(space->referencePath));
         volumes.push_back({std::string(space->referencePath, length), uuid ? uuid.get() : ""});
     }
@@ -51,6 +53,7 @@ bool ListVolumes(std::vector<Volume>& volumes) {
 }
 
 std::string PathOnVolume(const std::string& mountPath, const std::string& relative) {
+    // For the volume "/" with two slashes, as the service stores and compares it.
     return mountPath + "/" + relative;
 }
 
@@ -62,6 +65,7 @@ std::string PathBelow(const std::string& mountPath, const std::string& path) {
 const Volume* FindVolumeOf(const std::string& path, const std::vector<Volume>& volumes) {
     const Volume* best = nullptr;
     for (const Volume& volume : volumes) {
+        // A volume may be mounted within another: the inner one is meant.
         const bool holds = volume.mountPath == path || !PathBelow(volume.mountPath, path).empty();
         if (holds && (best == nullptr || volume.mountPath.size() > best->mountPath.size())) {
             best = &volume;
@@ -85,6 +89,7 @@ const Volume* ResolveVolume(const std::string& given, const std::vector<Volume>&
         why = "an empty path names no volume";
         return nullptr;
     }
+    // Without looking at the disk: a mount path that hangs can still be named.
     if (const Volume* const exact = FindMounted(WithoutTrailingSlashes(given), volumes)) {
         return exact;
     }
@@ -94,6 +99,7 @@ const Volume* ResolveVolume(const std::string& given, const std::vector<Volume>&
         return nullptr;
     }
     const Volume* const volume = FindVolumeOf(resolved.get(), volumes);
+    //  !OnSameFileSystem(|Below the mount path may lie a file system that is no volume.
     if (volume == nullptr || !OnSameFileSystem(resolved.get(), volume->mountPath)) {
         why = "no volume that the service knows holds it";
         return nullptr;

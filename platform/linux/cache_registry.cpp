@@ -3,44 +3,35 @@
 
 #include <dirent.h>
 #include <errno.h>
-#include <fcntl.h>
-#include <json/json.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/file.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <map>
 #include <memory>
 #include <mutex>
-#include <string_view>
 
+#include "platform/linux/change_watch.h"
 #include "platform/linux/patience.h"
+#include "platform/linux/registry_file.h"
 #include "platform/linux/report.h"
-#include "platform/linux/small_file.h"
-#include "platform/linux/unique_fd.h"
 
 namespace stand_in {
 
 namespace {
 
 constexpr char kRegistryDirectory[] = "/run/quorsoftcache";
-constexpr int kRegistryVersion = 1;
-constexpr std::string_view kEntryEnding = ".json";
+constexpr int kLooksBeforeWatch = 16;  // a watch pays only for who looks often
+constexpr int64_t kUntoldMilliseconds = 10;
 
 struct DirectoryCloser {
     void operator()(DIR* directory) const { closedir(directory); }
 };
 
-std::string RegistryDirectory() {
+const char* RegistryDirectory() {
     const char* const given = getenv("QUORSOFTCACHE_REGISTRY");
     return given == nullptr || *given == '\0' ? kRegistryDirectory : given;
-}
-
-bool IsEntryName(const std::string& name) {
-    const size_t end = kEntryEnding.size();
-    return name.size() > end && name.front() != '.' &&
-           name.compare(name.size() - end, end, kEntryEnding) == 0;
 }
 
 // Stores the paths of the registry files, none where there is no directory. Returns false with
@@ -58,99 +49,10 @@ bool ListEntries(const std::string& directory, std::vector<std::string>& paths) 
         if (entry == nullptr) {
             return errno == 0;
         }
-        if (IsEntryName(entry->d_name)) {
+        if (IsRegistryEntryName(entry->d_name)) {
             paths.push_back(prefix + entry->d_name);
         }
     }
-}
-
-// The first thing wrong with the document, or null when it has all that an entry needs.
-const char* WhatIsWrong(const Json::Value& document) {
-    if (!document.isObject()) {
-        return "not an object";
-    }
-    const Json::Value& version = document["version"];
-    if (!version.isInt() || version.asInt() != kRegistryVersion) {
-        return "its version is not 1";
-    }
-    for (const char* const member : {"ssd", "device"}) {
-        const Json::Value& path = document[member];
-        if (!path.isString() || path.asString().empty() || path.asString().front() != '/' ||
-            path.asString().find('\0') != std::string::npos) {
-            return "\"ssd\" and \"device\" must be absolute paths";
-        }
-    }
-    if (!document["state"].isInt() || !document["supportPin"].isInt()) {
-        return "\"state\" and \"supportPin\" must be integers";
-    }
-    return nullptr;
-}
-
-// Turns a registry file's content into an entry. Returns what is wrong with it, an empty text when
-// nothing is.
-std::string ParseEntry(const std::string& content, CacheEntry& cache) {
-    Json::CharReaderBuilder builder;
-    Json::CharReaderBuilder::strictMode(&builder.settings_);
-    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-    Json::Value document;
-    std::string error;
-    bool parsed = false;
-    try {  // deep nesting is reported by an exception
-        parsed = reader->parse(content.data(), content.data() + content.size(), &document, &error);
-    } catch (const std::exception& exception) {
-        error = exception.what();
-    }
-    if (!parsed) {
-        std::replace(error.begin(), error.end(), '\n', ' ');
-        return error;
-    }
-    if (const char* const wrong = WhatIsWrong(document)) {
-        return wrong;
-    }
-    const Json::Value& entry = document;
-    cache = {entry["ssd"].asString(), entry["device"].asString(), entry["state"].asInt(),
-             entry["supportPin"].asInt()};
-    return "";
-}
-
-// What is known of the process behind an entry.
-enum class Life { kLives, kGone, kUnknown };  // kUnknown: errno says why
-
-// The file beside the entry that its cache keeps locked.
-std::string LockPath(const std::string& entryPath) {
-    return entryPath.substr(0, entryPath.size() - kEntryEnding.size()) + ".lock";
-}
-
-// Whether somebody keeps the lock file locked.
-Life AskLock(const std::string& path, Patience& patience) {
-    UniqueFd lock(-1);
-    if (!patience.Try([&] {
-            lock.Reset(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-            return lock.Valid();
-        })) {
-        return errno == ENOENT ? Life::kGone : Life::kUnknown;
-    }
-    bool free = false;  // the lock is had for a moment and goes with the descriptor
-    const auto ask = [&] {
-        free = flock(lock.Get(), LOCK_SH | LOCK_NB) == 0;
-        return free || errno == EWOULDBLOCK;
-    };
-    if (!patience.Try(ask)) {
-        return Life::kUnknown;
-    }
-    return free ? Life::kGone : Life::kLives;
-}
-
-// Reads the registry file. Returns false with errno set.
-bool ReadContent(const std::string& path, std::string& content) {
-    const UniqueFd file(OpenSmallFile(path, O_NOFOLLOW));
-    return file.Valid() && ReadSmallFile(file.Get(), content);
-}
-
-// Whether a file that cannot be read for this reason is none that a cache wrote: a link, not a
-// regular file, too large.
-bool IsNoEntry(int error) {
-    return error == ELOOP || error == EINVAL || error == EFBIG;
 }
 
 using KnownEntries = std::map<std::string, CacheEntry>;  // by the path of the registry file
@@ -167,6 +69,7 @@ class Look {
             lines.push_back(
                 Format("cache registry %s cannot be read: %s", directory.c_str(), strerror(errno)));
             complete = false;
+            settled = false;
             paths = KnownIn(directory);
         }
         std::sort(paths.begin(), paths.end());
@@ -180,7 +83,9 @@ class Look {
 
     KnownEntries found;  // those of living caches
     bool complete = true;
-    std::vector<std::string> lines;  // about what is not in order
+    bool settled = true;              // false: something could not be had, and may be the next time
+    std::vector<RegistryLock> locks;  // of the entries, also of the leftovers
+    std::vector<std::string> lines;   // about what is not in order
 
   private:
     std::vector<std::string> KnownIn(const std::string& directory) const {
@@ -196,8 +101,8 @@ class Look {
     // Stores the entry. When its file cannot be read for the moment, the one that was known counts.
     bool Read(const std::string& path, CacheEntry& entry) {
         std::string content;
-        if (patience_.Try([&] { return ReadContent(path, content); })) {
-            const std::string wrong = ParseEntry(content, entry);
+        if (patience_.Try([&] { return ReadRegistryEntry(path, content); })) {
+            const std::string wrong = ParseRegistryEntry(content, entry);
             if (!wrong.empty()) {
                 lines.push_back(Format("cache registry file %s is damaged and passed over: %s",
                                        path.c_str(), wrong.c_str()));
@@ -208,13 +113,14 @@ class Look {
             return false;  // its cache has just gone
         }
         const auto known = known_.find(path);
-        const bool counts = known != known_.end() && !IsNoEntry(errno);
+        const bool counts = known != known_.end() && !IsNoRegistryEntry(errno);
+        settled = settled && IsNoRegistryEntry(errno);
         lines.push_back(Format("cache registry file %s %s: %s", path.c_str(),
                                counts ? "counts as it was read before" : "is passed over",
                                strerror(errno)));
         if (counts) {
             entry = known->second;
-        } else if (!IsNoEntry(errno)) {
+        } else if (!IsNoRegistryEntry(errno)) {
             complete = false;
         }
         return counts;
@@ -223,13 +129,17 @@ class Look {
     // A cache is believed to live until it is known to be gone: a no would make the service forget
     // what is pinned.
     bool Lives(const std::string& path) {
-        const std::string lockPath = LockPath(path);
-        const Life life = AskLock(lockPath, patience_);
+        RegistryLock lock(path, patience_);
+        const Life life = lock.WhatLives();
         if (life == Life::kUnknown) {
+            settled = false;
             lines.push_back(
                 Format("cache registry lock %s cannot be asked, the cache counts as "
                        "living: %s",
-                       lockPath.c_str(), strerror(errno)));
+                       lock.Path().c_str(), strerror(errno)));
+        }
+        if (lock.Exists()) {
+            locks.push_back(std::move(lock));
         }
         return life != Life::kGone;
     }
@@ -238,35 +148,115 @@ class Look {
     Patience patience_;
 };
 
+// Which directory a path leads to.
+struct Place {
+    dev_t device = 0;
+    ino_t inode = 0;
+
+    // Returns false when the path leads nowhere.
+    bool Find(const std::string& path) {
+        struct stat status = {};
+        const bool found = stat(path.c_str(), &status) == 0;
+        device = status.st_dev;
+        inode = status.st_ino;
+        return found;
+    }
+    bool operator==(const Place& other) const {
+        return device == other.device && inode == other.inode;
+    }
+};
+
+// What the last look found, and what tells whether it still holds.
+class Memory {
+  public:
+    // Returns the list of the last look, or null when a new one is due.
+    std::shared_ptr<const CacheListing> Recall(const char* directory) {
+        if (!listing_ || directory != directory_) {
+            return nullptr;
+        }
+        const Changes changes(mounts_, watch_);
+        const bool holds = !changes.directory && IsInPlace(changes.mounts) && LocksAreTheSame();
+        return holds ? listing_ : nullptr;
+    }
+
+    std::shared_ptr<const CacheListing> LookAt(const std::string& directory) {
+        listing_.reset();
+        const bool watched = Watch(directory);
+        Look look(known_);
+        look.AtDirectory(directory);
+        standing_.Send(look.lines);
+        auto listing = std::make_shared<CacheListing>();
+        listing->complete = look.complete;
+        for (const auto& [path, entry] : look.found) {
+            listing->caches.push_back(entry);
+        }
+        known_ = std::move(look.found);
+        locks_ = std::move(look.locks);
+        directory_ = directory;
+        listing_ = watched && look.settled ? listing : nullptr;
+        return listing;
+    }
+
+  private:
+    // Returns whether changes are noticed from now on.
+    bool Watch(const std::string& directory) {
+        Place after;
+        placeAge_.Start();
+        return ++looks_ >= kLooksBeforeWatch && mounts_.Start() && place_.Find(directory) &&
+               watch_.Start(directory, DirectoryWatch::kNamesAndContents) &&
+               after.Find(directory) && after == place_;
+    }
+
+    // Whether the path still leads to the directory that is watched: another one may be mounted
+    // over it, or, of which nobody tells, a directory further up may be renamed.
+    bool IsInPlace(bool mountsChanged) {
+        if (!mountsChanged && !placeAge_.Over()) {
+            return true;
+        }
+        placeAge_.Start();
+        Place now;
+        return now.Find(directory_) && now == place_;
+    }
+
+    // Not even the end of a process that kept a lock is told.
+    bool LocksAreTheSame() const {
+        return std::all_of(locks_.begin(), locks_.end(),
+                           [](const RegistryLock& lock) { return lock.SaysTheSame(); });
+    }
+
+    StandingLines standing_;
+    KnownEntries known_;
+    int looks_ = 0;
+    std::string directory_;
+    Place place_;
+    Lifetime placeAge_{kUntoldMilliseconds};
+    MountWatch mounts_;
+    DirectoryWatch watch_;
+    std::vector<RegistryLock> locks_;
+    std::shared_ptr<const CacheListing> listing_;
+};
+
 }  // namespace
 
-CacheListing ReadCacheRegistry() {
-    // All three may be in use while the process exits.
-    static StandingLines& standing = *new StandingLines;
-    static std::mutex& mutex = *new std::mutex;  // guards `known`
-    static KnownEntries& known = *new KnownEntries;
+std::shared_ptr<const CacheListing> ReadCacheRegistry() {
+    // Both may be in use while the process exits.
+    static std::mutex& mutex = *new std::mutex;
+    static Memory& memory = *new Memory;
     const std::lock_guard<std::mutex> lock(mutex);
-    Look look(known);
-    look.AtDirectory(RegistryDirectory());
-    standing.Send(look.lines);
-    CacheListing listing;
-    listing.complete = look.complete;
-    for (const auto& [path, entry] : look.found) {
-        listing.caches.push_back(entry);
-    }
-    known = std::move(look.found);
-    return listing;
+    const char* const directory = RegistryDirectory();
+    const auto listing = memory.Recall(directory);
+    return listing ? listing : memory.LookAt(directory);
 }
 
 int FindCacheBySsd(const std::string& ssdPath, CacheEntry& cache) {
-    const CacheListing listing = ReadCacheRegistry();
-    for (const CacheEntry& candidate : listing.caches) {
+    const std::shared_ptr<const CacheListing> listing = ReadCacheRegistry();
+    for (const CacheEntry& candidate : listing->caches) {
         if (candidate.ssd == ssdPath) {
             cache = candidate;
             return 1;
         }
     }
-    return listing.complete ? 0 : -1;
+    return listing->complete ? 0 : -1;
 }
 
 }  // namespace stand_in

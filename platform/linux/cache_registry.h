@@ -4,19 +4,13 @@
 // beside it locked (flock) as long as it lives; an entry whose lock nobody keeps is a leftover.
 #pragma once
 
-#include <stdint.h>
-
+#include <memory>
 #include <string>
 #include <vector>
 
-namespace stand_in {
+#include "platform/linux/registry_file.h"
 
-struct CacheEntry {
-    std::string ssd;     // absolute path of the SSD file or device
-    std::string device;  // absolute path of the cached device
-    int32_t state;       // 1 = established and serving
-    int32_t supportPin;  // 1 = keeps pinned blocks
-};
+namespace stand_in {
 
 struct CacheListing {
     std::vector<CacheEntry> caches;  // of the living ones, in the order of their file names
@@ -29,7 +23,11 @@ struct CacheListing {
 // A file or lock that is unavailable for a moment is waited for a little. After that, a cache whose
 // lock cannot be queried counts as living, and an entry that cannot be read counts as it was last
 // read. Each line is logged once for as long as its cause lasts.
-CacheListing ReadCacheRegistry();
+//
+// Who asks often gets the list of the last call, the same object, as long as the kernel tells of no
+// change in the directory and every lock is kept or free as it was. That another directory took
+// its place is looked for every 10 ms.
+std::shared_ptr<const CacheListing> ReadCacheRegistry();
 
 // Looks in that list for the cache on the SSD at `ssdPath`. Returns 1 and stores it in `cache`, 0
 // when no living cache has that SSD, -1 when it was not found and the list is not complete.

@@ -5,13 +5,16 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <libmount/libmount.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
 #include <memory>
+#include <mutex>
 
+#include "platform/linux/change_watch.h"
 #include "platform/linux/patience.h"
 #include "platform/linux/report.h"
 #include "platform/linux/small_file.h"
@@ -24,6 +27,8 @@ namespace {
 // The thread's, not the process's: when the main thread has ended and others go on, /proc/self is
 // what is left of the main thread, without mounts and descriptors.
 constexpr char kMountInfo[] = "/proc/thread-self/mountinfo";
+constexpr int kMostReadings = 10;  // of a list that changes while it is read
+constexpr int64_t kUntoldMilliseconds = 10;
 constexpr char kMountIdRow[] = "\nmnt_id:\t";  // of /proc/thread-self/fdinfo/N
 
 struct TableDeleter {
@@ -48,6 +53,72 @@ Mount ToMount(libmnt_fs* fs) {
     return mount;
 }
 
+// Reads what the kernel shows. Returns false with errno set and `text` untouched.
+bool ReadText(std::string& text) {
+    const UniqueFd file(open(kMountInfo, O_RDONLY | O_CLOEXEC));
+    return file.Valid() && ReadAll(file.Get(), text);
+}
+
+// Returns null with errno set when there is no memory.
+MountList Parse(std::string& text) {
+    const std::unique_ptr<FILE, decltype(&fclose)> stream(fmemopen(text.data(), text.size(), "r"),
+                                                          fclose);
+    const std::unique_ptr<libmnt_table, TableDeleter> table(mnt_new_table());
+    const std::unique_ptr<libmnt_iter, IteratorDeleter> iterator(mnt_new_iter(MNT_ITER_FORWARD));
+    if (!stream || !table || !iterator ||
+        mnt_table_parse_stream(table.get(), stream.get(), kMountInfo) != 0) {
+        return nullptr;
+    }
+    auto mounts = std::make_shared<std::vector<Mount>>();
+    libmnt_fs* fs = nullptr;
+    while (mnt_table_next_fs(table.get(), iterator.get(), &fs) == 0) {
+        mounts->push_back(ToMount(fs));
+    }
+    return mounts;
+}
+
+// The list of the last call, and what tells whether it still holds.
+struct Memory {
+    std::mutex mutex;
+    MountWatch watch;
+    MountList mounts;  // null: nothing is remembered
+    std::string text;  // that they were read from
+    Lifetime age{kUntoldMilliseconds};
+
+    // Starts the watch and reads; `steady` tells whether nothing changed meanwhile. Returns false
+    // with errno set.
+    bool ReadSteadily(std::string& now, bool& steady) {
+        if (!watch.Start()) {
+            return false;
+        }
+        for (int i = 0; i < kMostReadings; ++i) {
+            if (!ReadText(now)) {
+                return false;
+            }
+            steady = !watch.Changed();
+            if (steady) {
+                break;
+            }
+        }
+        return true;
+    }
+
+    void Remember(const MountList& read, const std::string& from) {
+        mounts = read;
+        text = from;
+        age.Start();
+    }
+
+    // Whether the kernel still shows what it showed; also when it cannot be read for the moment, as
+    // no change was told.
+    bool ShowsTheSame() {
+        std::string now;
+        const bool same = !ReadText(now) || now == text;
+        age.Start();
+        return same;
+    }
+};
+
 bool IsNodeOf(const std::string& path, dev_t number) {
     struct stat status = {};
     return stat(path.c_str(), &status) == 0 && S_ISBLK(status.st_mode) && status.st_rdev == number;
@@ -55,25 +126,25 @@ bool IsNodeOf(const std::string& path, dev_t number) {
 
 }  // namespace
 
-bool ReadMounts(std::vector<Mount>& mounts) {
-    Patience patience;
-    std::unique_ptr<libmnt_table, TableDeleter> table;
-    std::unique_ptr<libmnt_iter, IteratorDeleter> iterator;
-    if (!patience.Try([&] {
-            table.reset(mnt_new_table_from_file(kMountInfo));
-            iterator.reset(mnt_new_iter(MNT_ITER_FORWARD));
-            return table && iterator;
+MountList ReadMounts() {
+    static Memory& memory = *new Memory;  // may be in use while the process exits
+    const std::lock_guard<std::mutex> lock(memory.mutex);
+    if (memory.mounts && !memory.watch.Changed() && (!memory.age.Over() || memory.ShowsTheSame())) {
+        return memory.mounts;
+    }
+    memory.mounts.reset();
+    std::string text;
+    bool steady = false;
+    MountList mounts;
+    if (!Patience().Try([&] {
+            mounts = memory.ReadSteadily(text, steady) ? Parse(text) : nullptr;
+            return mounts != nullptr;
         })) {
         Report("%s cannot be read: %s", kMountInfo, strerror(errno));
-        return false;
+    } else if (steady) {
+        memory.Remember(mounts, text);
     }
-    std::vector<Mount> read;
-    libmnt_fs* fs = nullptr;
-    while (mnt_table_next_fs(table.get(), iterator.get(), &fs) == 0) {
-        read.push_back(ToMount(fs));
-    }
-    mounts = std::move(read);
-    return true;
+    return mounts;
 }
 
 bool FindMountId(const std::string& path, uint64_t& id) {

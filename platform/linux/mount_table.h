@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-// The mounted file systems as the kernel lists them, and the block devices they lie on. Nothing is
-// kept between calls.
+// The mounted file systems as the kernel lists them, and the block devices they lie on.
 #pragma once
 
 #include <stdint.h>
 #include <sys/types.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -25,9 +25,15 @@ struct BlockDevice {
     dev_t number;
 };
 
-// Stores all mounts in the kernel's order, the outer before the inner. Returns false, having said
-// why, when the list cannot be read; `mounts` is then untouched.
-bool ReadMounts(std::vector<Mount>& mounts);
+using MountList = std::shared_ptr<const std::vector<Mount>>;
+
+// Returns all mounts in the kernel's order, the outer before the inner; or null, having said why,
+// when the list cannot be read.
+//
+// The list of the last call is returned, the same object, as long as the kernel tells of no change.
+// It tells of every mount and unmount at once. A mount point that gets another name because a
+// directory above it is renamed is looked for, every 10 ms.
+MountList ReadMounts();
 
 // Stores the number of the mount that holds `path`. The kernel itself finds it, so links and
 // covered mounts need no thought here. Returns false with errno set.

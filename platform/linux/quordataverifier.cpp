@@ -84,17 +84,17 @@ FileSystemDevice* NewDevice(const std::string& devicePath, dev_t number,
 int FileSystemDevice::GetDevicePath(const std::string& path, std::string& devicePath,
                                     bool /*flag*/) {
     uint64_t id = 0;
-    std::vector<Mount> mounts;
     if (!Patience().Try([&] { return FindMountId(path, id); })) {
         Report("mount of %s cannot be found: %s", path.c_str(), strerror(errno));
         return kLookupFailed;
     }
-    if (!ReadMounts(mounts)) {
+    const MountList mounts = ReadMounts();
+    if (!mounts) {
         return kLookupFailed;
     }
-    const auto mount = std::find_if(mounts.begin(), mounts.end(),
+    const auto mount = std::find_if(mounts->begin(), mounts->end(),
                                     [&](const Mount& candidate) { return candidate.id == id; });
-    if (mount == mounts.end()) {
+    if (mount == mounts->end()) {
         Report("mount of %s is not in the list of mounts", path.c_str());
         return kLookupFailed;
     }
@@ -122,11 +122,11 @@ FileSystemDevice* FileSystemDeviceCreater::Create(const std::string& devicePath)
         Report("%s is not a block device", devicePath.c_str());
         return nullptr;
     }
-    std::vector<Mount> mounts;
-    if (!ReadMounts(mounts)) {
+    const MountList mounts = ReadMounts();
+    if (!mounts) {
         return nullptr;
     }
-    for (const Mount& mount : mounts) {
+    for (const Mount& mount : *mounts) {
         if (BlockDeviceNumber(mount) == status.st_rdev) {
             return NewDevice(devicePath, status.st_rdev, mount.fsType);
         }

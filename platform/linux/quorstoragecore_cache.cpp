@@ -3,6 +3,9 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <map>
+#include <mutex>
+
 #include "platform/linux/cache_registry.h"
 #include "platform/linux/report.h"
 #include "platform/linux/volume_cache.h"
@@ -25,25 +28,69 @@ FlashCacheConfig* NewConfig(const CacheEntry& cache) {
     return config;
 }
 
+using Caches = std::shared_ptr<const CacheListing>;
+using Volumes = std::shared_ptr<const VolumeListing>;
+
+// Which cache a space has, in two lists that do not change: as long as they are the same, so is the
+// answer. Only what was found is kept.
+class Findings {
+  public:
+    bool Recall(const Caches& caches, const Volumes& volumes, const std::string& uuid,
+                CacheEntry& found) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        const auto finding =
+            caches == caches_ && volumes == volumes_ ? byUuid_.find(uuid) : byUuid_.end();
+        if (finding == byUuid_.end()) {
+            return false;
+        }
+        found = finding->second;
+        return true;
+    }
+
+    void Remember(const Caches& caches, const Volumes& volumes, const std::string& uuid,
+                  const CacheEntry& found) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (caches != caches_ || volumes != volumes_) {
+            byUuid_.clear();
+            caches_ = caches;
+            volumes_ = volumes;
+        }
+        byUuid_[uuid] = found;
+    }
+
+  private:
+    std::mutex mutex_;
+    Caches caches_;
+    Volumes volumes_;
+    std::map<std::string, CacheEntry> byUuid_;
+};
+
 // Stores the cache of the space with this UUID. Returns 1 when it has one, 0 when not, -1 when that
 // could not be found out.
 int FindCacheByUuid(const std::string& uuid, CacheEntry& found) {
-    const CacheListing registry = ReadCacheRegistry();
-    const int notFound = registry.complete ? 0 : -1;
-    if (registry.caches.empty()) {
+    static Findings& findings = *new Findings;  // may be in use while the process exits
+    const Caches registry = ReadCacheRegistry();
+    const int notFound = registry->complete ? 0 : -1;
+    if (registry->caches.empty()) {
         return notFound;  // no device needs to be read for that
     }
-    VolumeListing mounted;
-    if (!ListVolumes(mounted)) {
+    const Volumes mounted = ListVolumes();
+    if (!mounted) {
         return -1;
     }
-    for (const Volume& volume : mounted.volumes) {
+    if (findings.Recall(registry, mounted, uuid, found)) {
+        return 1;
+    }
+    for (const Volume& volume : mounted->volumes) {
         if (volume.uuid == uuid) {
-            const int result = FindCacheOf(volume.device, registry.caches, found);
+            const int result = FindCacheOf(volume.device, registry->caches, found);
+            if (result == 1) {
+                findings.Remember(registry, mounted, uuid, found);
+            }
             return result == 0 ? notFound : result;
         }
     }
-    return mounted.complete ? 0 : -1;
+    return mounted->complete ? 0 : -1;
 }
 
 }  // namespace

@@ -43,13 +43,13 @@ int QUORSpaceInfoEnum(int kind, SpaceInfo** list) {
         Report("spaces of kind %d are not known; kind %d is", kind, kAllSpaces);
         return -1;
     }
-    VolumeListing mounted;
-    if (!ListVolumes(mounted)) {
+    const std::shared_ptr<const VolumeListing> mounted = ListVolumes();
+    if (!mounted) {
         return -1;
     }
     SpaceInfo* first = nullptr;
     SpaceInfo** end = &first;
-    for (const Volume& volume : mounted.volumes) {
+    for (const Volume& volume : mounted->volumes) {
         SpaceNode* const node = NewNode(volume);
         if (node == nullptr) {
             Report("no memory for the list of spaces");

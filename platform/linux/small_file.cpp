@@ -3,6 +3,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <stdint.h>
 #include <sys/stat.h>
 
 #include "platform/linux/unique_fd.h"
@@ -22,7 +23,9 @@ int OpenSmallFile(const std::string& path, int flags) {
     return file.Release();
 }
 
-bool ReadSmallFile(int fd, std::string& content) {
+namespace {
+
+bool ReadUpTo(size_t limit, int fd, std::string& content) {
     std::string all;
     char buffer[4096];
     for (;;) {
@@ -37,12 +40,22 @@ bool ReadSmallFile(int fd, std::string& content) {
             content = std::move(all);
             return true;
         }
-        if (all.size() + static_cast<size_t>(got) > kSmallFileLimit) {
+        if (static_cast<size_t>(got) > limit - all.size()) {
             errno = EFBIG;
             return false;
         }
         all.append(buffer, static_cast<size_t>(got));
     }
+}
+
+}  // namespace
+
+bool ReadSmallFile(int fd, std::string& content) {
+    return ReadUpTo(kSmallFileLimit, fd, content);
+}
+
+bool ReadAll(int fd, std::string& content) {
+    return ReadUpTo(SIZE_MAX, fd, content);
 }
 
 }  // namespace stand_in

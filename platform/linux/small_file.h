@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Reading a settings or registry file whole.
+// Reading a file whole: a settings or registry file, or what the kernel shows as one.
 #pragma once
 
 #include <stddef.h>
@@ -18,5 +18,8 @@ int OpenSmallFile(const std::string& path, int flags);
 // Reads the rest of the file into `content`. Returns false with errno set when it cannot be read or
 // is longer than the limit (EFBIG); `content` is then untouched.
 bool ReadSmallFile(int fd, std::string& content);
+
+// The same for a file of whatever length.
+bool ReadAll(int fd, std::string& content);
 
 }  // namespace stand_in

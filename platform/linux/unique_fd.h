@@ -10,6 +10,7 @@ class UniqueFd {
   public:
     explicit UniqueFd(int fd) : fd_(fd) {}
     ~UniqueFd() { Reset(-1); }
+    UniqueFd(UniqueFd&& other) noexcept : fd_(other.Release()) {}
     UniqueFd(const UniqueFd&) = delete;
     UniqueFd& operator=(const UniqueFd&) = delete;
 

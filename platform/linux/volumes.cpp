@@ -8,6 +8,7 @@
 #include <memory>
 #include <mutex>
 
+#include "platform/linux/change_watch.h"
 #include "platform/linux/patience.h"
 #include "platform/linux/report.h"
 #include "platform/quorstoragecore.h"
@@ -17,6 +18,7 @@ namespace stand_in {
 namespace {
 
 constexpr int kAmbiguous = -2;  // of libblkid's safe probe
+constexpr int64_t kUntoldMilliseconds = 1000;
 
 struct ProbeDeleter {
     void operator()(blkid_probe probe) const { blkid_free_probe(probe); }
@@ -100,6 +102,7 @@ class Look {
 
     std::vector<KnownVolume> found;
     bool complete = true;  // false: a mount was left out that may be a volume
+    bool settled = true;   // false: something could not be examined, and may be the next time
     std::vector<std::string> lines;
 
   private:
@@ -131,6 +134,7 @@ class Look {
             return false;  // the path leads nowhere
         }
         const bool counts = Known(mount) != nullptr;
+        settled = false;
         Say(mount, counts ? "counts as it was found before" : "is left out",
             std::string("its mount point cannot be examined: ") + strerror(errno));
         complete = complete && counts;
@@ -167,6 +171,8 @@ class Look {
                 [&] { return ProbeUuid(volume.device.path, mount.fsType, volume.uuid, why); })) {
             return true;
         }
+        const bool mayComeBack = MayComeBack(errno);
+        settled = settled && !mayComeBack;
         why = "its UUID cannot be read from " + volume.device.path + ": " + why;
         if (const Volume* const known = Known(mount)) {
             volume.uuid = known->uuid;
@@ -174,7 +180,7 @@ class Look {
             return true;
         }
         problem = why;
-        complete = complete && !MayComeBack(errno);
+        complete = complete && !mayComeBack;
         return false;
     }
 
@@ -196,30 +202,43 @@ class Look {
     Patience patience_;
 };
 
+// What the last listing found, and what tells whether it still holds.
+struct Memory {
+    std::mutex mutex;
+    StandingLines standing;
+    std::vector<KnownVolume> known;
+    MountList mounts;
+    std::shared_ptr<const VolumeListing> listing;  // null: it must be made anew
+    Lifetime age{kUntoldMilliseconds};
+};
+
 }  // namespace
 
-bool ListVolumes(VolumeListing& listing) {
-    // All three may be in use while the process exits.
-    static StandingLines& standing = *new StandingLines;
-    static std::mutex& mutex = *new std::mutex;  // guards `known`
-    static std::vector<KnownVolume>& known = *new std::vector<KnownVolume>;
-    std::vector<Mount> mounts;
-    if (!ReadMounts(mounts)) {
-        return false;
+std::shared_ptr<const VolumeListing> ListVolumes() {
+    static Memory& memory = *new Memory;  // may be in use while the process exits
+    const std::lock_guard<std::mutex> lock(memory.mutex);
+    const MountList mounts = ReadMounts();
+    if (!mounts) {
+        return nullptr;
     }
-    const std::lock_guard<std::mutex> lock(mutex);
-    Look look(known);
-    for (const Mount& mount : mounts) {
+    if (memory.listing && mounts == memory.mounts && !memory.age.Over()) {
+        return memory.listing;
+    }
+    Look look(memory.known);
+    for (const Mount& mount : *mounts) {
         look.At(mount);
     }
-    standing.Send(look.lines);
-    listing.complete = look.complete;
-    listing.volumes.clear();
+    memory.standing.Send(look.lines);
+    auto listing = std::make_shared<VolumeListing>();
+    listing->complete = look.complete;
     for (const KnownVolume& volume : look.found) {
-        listing.volumes.push_back(volume.volume);
+        listing->volumes.push_back(volume.volume);
     }
-    known = std::move(look.found);
-    return true;
+    memory.known = std::move(look.found);
+    memory.mounts = mounts;
+    memory.listing = look.settled ? listing : nullptr;
+    memory.age.Start();
+    return listing;
 }
 
 }  // namespace stand_in

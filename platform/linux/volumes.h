@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -32,7 +33,11 @@ struct VolumeListing {
 // log names each of them once for as long as its cause lasts. A mount that was listed last time and
 // cannot be examined now keeps its UUID: that of a mounted file system does not change.
 //
-// Returns false, having said why, when the mounts cannot be listed.
-bool ListVolumes(VolumeListing& listing);
+// The list of the last call is returned, the same object, as long as ReadMounts returns the same
+// mounts, for a second at most: nobody tells of a new UUID, or of a node that comes or goes. One
+// with something in it that could not be examined is made anew at the next call.
+//
+// Returns null, having said why, when the mounts cannot be listed.
+std::shared_ptr<const VolumeListing> ListVolumes();
 
 }  // namespace stand_in

@@ -8,7 +8,8 @@ set -eu
 . "$(dirname "$0")/common.sh"
 
 # Headers and libraries to build with, then what the system tests use inside the virtual machine.
-packages=libc6-dev,libjsoncpp-dev,libmount-dev,libblkid-dev,libfuse3-dev,libcli11-dev
+packages=libc6-dev,libjsoncpp-dev,libmount-dev,libblkid-dev,zlib1g-dev,libfuse3-dev,libsystemd-dev
+packages=$packages,libcli11-dev
 packages=$packages,libgtest-dev,libgmock-dev
 packages=$packages,python3,python3-pytest,e2fsprogs,xfsprogs,btrfs-progs,fuse3,mount,kmod,procps
 packages=$packages,strace,busybox-static,linux-image-armmp

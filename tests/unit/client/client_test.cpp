@@ -50,6 +50,12 @@ void ClientTest::Place(const std::string& path,
     g_platform.mappings[InodeOf(path)] = {mapping};
 }
 
+std::string ClientTest::MakeAt(const std::string& relative, uint64_t unit, uint64_t count) {
+    const std::string path = Make(relative);
+    Place(path, {{unit * kUnit, count * kUnit}});
+    return path;
+}
+
 void ClientTest::WriteBitmap(const std::vector<uint64_t>& units) {
     std::string bytes(kDeviceSize >> 19, '\0');
     for (const uint64_t unit : units) {

@@ -16,6 +16,7 @@ namespace client {
 
 class ClientTest : public UnitTest {
   protected:
+    static constexpr uint64_t kUnit = 128;                // sectors
     static constexpr uint64_t kDeviceSize = 64ULL << 20;  // 1024 units, a bitmap of 128 bytes
 
     void SetUp() override;
@@ -26,6 +27,9 @@ class ClientTest : public UnitTest {
     // Says where a file lies: device start sector and number of sectors of each extent.
     static void Place(const std::string& path,
                       const std::vector<std::pair<uint64_t, uint64_t>>& extents);
+
+    // Makes a file of the volume that lies in `count` units from `unit`; returns its path.
+    std::string MakeAt(const std::string& relative, uint64_t unit, uint64_t count = 1);
 
     // Writes the volume's bitmap file with these units set.
     void WriteBitmap(const std::vector<uint64_t>& units);

@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr uint64_t kDeviceSize = 1 << 20;
+constexpr uint64_t kDeviceSize = 16 << 20;
 constexpr int kDone = 0;
 constexpr int kFailed = 1;
 constexpr int kInterrupted = 2;
@@ -222,8 +222,8 @@ TEST_F(CacheWarmingTest, AReadThatReturnsNothingIsAnError) {
     EXPECT_EQ(Reads(), AsText({{kDeviceSize - 4096, 8192}, {kDeviceSize, 4096}}));
     EXPECT_EQ(Read(kDeviceSize + 65536, 1), -1);
     EXPECT_TRUE(log.Shows({
-        kDaemonLog.Error("ReadFdToNull", "Read block error (seek = 1048576 num bytes = 4096"),
-        kDaemonLog.Error("ReadFdToNull", "Read block error (seek = 1114112 num bytes = 1"),
+        kDaemonLog.Error("ReadFdToNull", "Read block error (seek = 16777216 num bytes = 4096"),
+        kDaemonLog.Error("ReadFdToNull", "Read block error (seek = 16842752 num bytes = 1"),
     }));
 }
 
@@ -584,6 +584,14 @@ class Bits {
     PinBitmap bitmap_;
 };
 
+std::vector<uint8_t> WithBits(size_t numBytes, const std::vector<size_t>& bits) {
+    std::vector<uint8_t> bytes(numBytes, 0);
+    for (size_t bit : bits) {
+        bytes[bit / 8] = static_cast<uint8_t>(bytes[bit / 8] | 1U << bit % 8);
+    }
+    return bytes;
+}
+
 TEST_F(CacheWarmingTest, EveryRunOfSetBitsIsRead) {
     struct Row {
         const char* what;
@@ -600,6 +608,12 @@ TEST_F(CacheWarmingTest, EveryRunOfSetBitsIsRead) {
         {"every other", {0x55, 0}, {{0, 1}, {2, 1}, {4, 1}, {6, 1}}},
         {"all", {0xff, 0xff}, {{0, 16}}},
         {"all but the last", {0xff, 0x7f}, {{0, 15}}},
+        {"empty words, then a bit", WithBits(24, {128}), {{128, 1}}},
+        {"a run up to an empty word", WithBits(24, {63}), {{63, 1}}},
+        {"a run across two words", WithBits(16, {63, 64}), {{63, 2}}},
+        {"the last bit of a word behind an empty one", WithBits(16, {127}), {{127, 1}}},
+        {"an empty word, then less than a word", WithBits(9, {71}), {{71, 1}}},
+        {"less than a word, empty", WithBits(15, {}), {}},
     };
 
     AtEveryLogSetting([&](LogCapture& log) {
@@ -751,6 +765,30 @@ TEST_F(CacheWarmingTest, APendingVolumeIsSeenAfterEveryBit) {
                                          volume_.mountPath.c_str()),
                   kDone);
         Release();
+    }
+}
+
+// The bits of an empty word are asked for once, and still before the next read.
+TEST_F(CacheWarmingTest, APendingVolumeIsSeenAtAnEmptyWord) {
+    {
+        Bits bitmap(WithBits(8, {}));
+        ServiceAddPendingSpaceAtomic(volume_.mountPath.c_str());
+        EXPECT_EQ(ReloadPinBlocksToCache(bitmap.get(), volume_.cachePath.c_str(),
+                                         volume_.mountPath.c_str()),
+                  kInterrupted);
+        Release();
+    }
+    {
+        // In the read of the run before it; another space was pending all the time.
+        Bits bitmap(WithBits(32, {63, 192}));
+        ServiceAddPendingSpaceAtomic("/another");
+        BecomePendingAtRead(1);
+        EXPECT_EQ(ReloadPinBlocksToCache(bitmap.get(), volume_.cachePath.c_str(),
+                                         volume_.mountPath.c_str()),
+                  kInterrupted);
+        EXPECT_EQ(Reads(), "4128768+65536 ");
+        Release();
+        ServiceRemovePendingSpaceAtomic("/another");
     }
 }
 

@@ -170,7 +170,7 @@ TEST_F(ReceiverTest, RequestsAreStoredInTheOrderOfTheirArrival) {
     EXPECT_EQ(StoredVolumes(ConfigDocument()), "/a /b /c /d /e ");
 }
 
-TEST_F(ReceiverTest, StoringIsTracedAndSignalledWithoutTheMutex) {
+TEST_F(ReceiverTest, StoringIsTraced) {
     MakeQueue();
     LogCapture log(2);
     Send(Reload("/a"));

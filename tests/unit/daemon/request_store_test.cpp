@@ -869,7 +869,7 @@ TEST_F(RequestStoreTest, ADirectoryInThePlaceOfTheFileIsRefused) {
     EXPECT_FALSE(ServiceMutexIsHeld());
 }
 
-TEST_F(RequestStoreTest, EverySequenceHoldsTheMutexFromReadToWrite) {
+TEST_F(RequestStoreTest, EverySequenceReadsAfterItHasTheMutex) {
     Request request = MakeRequest(kRequestReloadPinBlocks, "/v");
     const std::function<int()> sequences[] = {
         [&] { return ConfigAddRequest(config(), request); },

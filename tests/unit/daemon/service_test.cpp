@@ -165,4 +165,20 @@ TEST_F(ServicePendingTest, AReadTakesNoLock) {
     pthread_mutex_unlock(&g_service.mutex);
 }
 
+TEST_F(ServicePendingTest, ARepeatedQuestionFollowsTheList) {
+    ServiceAddPendingSpaceAtomic("/volume1");
+    PendingQuestion first("/volume1");
+    PendingQuestion second("/volume2");
+    EXPECT_TRUE(first.Ask());
+    EXPECT_FALSE(second.Ask());
+    ServiceAddPendingSpaceAtomic("/volume2");
+    EXPECT_TRUE(first.Ask());
+    EXPECT_TRUE(second.Ask());
+    ServiceRemovePendingSpaceAtomic("/volume1");
+    EXPECT_FALSE(first.Ask());
+    EXPECT_TRUE(second.Ask());
+    ServiceRemovePendingSpaceAtomic("/volume2");
+    EXPECT_FALSE(second.Ask());
+}
+
 }  // namespace

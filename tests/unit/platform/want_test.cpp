@@ -39,7 +39,6 @@ class WantTest : public RegistryTest {
     void SetUp() override {
         RegistryTest::SetUp();
         if (!IsSkipped()) {
-            StatOf("none");  // nothing is known of earlier registries any more
             SetSleepHook([this] { ++waits_; });
         }
     }
@@ -47,6 +46,13 @@ class WantTest : public RegistryTest {
     std::string MountVolume() {
         image_ = MakeImage("ext4", "a.img", {"-U", kUuid});
         return MountImage(image_, "volume");
+    }
+
+    // Ends what is remembered of the mounts and, by a change of the registry, of the caches.
+    static void SomethingChanges() {
+        EXPECT_EQ(mount("nothing", kRegistry, "tmpfs", 0, nullptr), 0);
+        EXPECT_EQ(umount(kRegistry), 0);
+        WriteFile(kRegistry + std::string("/something"), "");
     }
 
     // The spaces' mount points and UUIDs in the scratch directory, or "failed".
@@ -131,6 +137,7 @@ TEST_F(WantTest, DescriptorsAreWaitedFor) {
     const LivingEntry cache("vol1", EntryText("/ssd1", image_));
     Spaces();
     ClearLog();
+    SomethingChanges();
     auto none = std::make_unique<NoDescriptors>();
     SetSleepHook([&] {
         if (++waits_ == 5) {
@@ -138,11 +145,12 @@ TEST_F(WantTest, DescriptorsAreWaitedFor) {
         }
     });
     const auto lack = [&] {
+        EXPECT_EQ(waits_, 5);
         waits_ = 0;
+        SomethingChanges();
         none = std::make_unique<NoDescriptors>();
     };
     EXPECT_EQ(StatOf("/ssd1"), "1 1");
-    EXPECT_EQ(waits_, 5);
     lack();
     EXPECT_EQ(Spaces(), volume + " " + kUuid + "\n");
     lack();
@@ -150,7 +158,6 @@ TEST_F(WantTest, DescriptorsAreWaitedFor) {
     lack();
     std::string device;
     EXPECT_EQ(FileSystemDevice::GetDevicePath(volume, device, false), 0);
-    EXPECT_EQ(waits_, 5);
 
     WriteFile(volume + "/file", "x");
     const std::unique_ptr<FileSystemDevice> mapper(FileSystemDeviceCreater::Create(device));
@@ -164,6 +171,7 @@ TEST_F(WantTest, DescriptorsAreWaitedFor) {
 TEST_F(WantTest, WhatWasReadBeforeCountsWhileNothingCanBeOpened) {
     const LivingEntry cache("vol1", EntryText("/ssd1", "/dev1", 2, 1));
     ASSERT_EQ(StatOf("/ssd1"), "2 1");
+    SomethingChanges();
     {
         const NoDescriptors none;
         EXPECT_EQ(StatOf("/ssd1"), "2 1");
@@ -200,6 +208,7 @@ TEST_F(WantTest, ALoopDeviceThatCannotBeAskedIsAFailure) {
     const LivingEntry cache("vol1", EntryText("/ssd1", image_));
     ASSERT_EQ(SsdOf(kUuid), "/ssd1");
     ClearLog();
+    SomethingChanges();
     SetIoctlHook([](int fd, unsigned long request, void* argument) {
         if (request == LOOP_GET_STATUS64) {
             errno = EIO;
@@ -217,6 +226,7 @@ TEST_F(WantTest, AMountedVolumeKeepsItsUuidWhileItsDeviceCannotBeRead) {
     const std::string device = SourceOf(volume);
     ASSERT_EQ(Spaces(), volume + " " + kUuid + "\n");
     ClearLog();
+    SomethingChanges();
     SetOpenHook([&](const std::string& path) { return path == device ? EIO : 0; });
     EXPECT_EQ(Spaces(), volume + " " + kUuid + "\n");
     EXPECT_EQ(Spaces(), volume + " " + kUuid + "\n");

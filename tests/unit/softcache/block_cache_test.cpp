@@ -233,15 +233,93 @@ TEST_F(BlockCacheTest, OtherWaysOfAllocatingAreRefusedOrChangeNothing) {
     EXPECT_EQ(FileBytes(dir_ / "backing"), content_);
 }
 
-TEST_F(BlockCacheTest, ANewCacheIsColdWhateverTheSsdHolds) {
-    Make(4 * kUnitSize, 4);
+TEST_F(BlockCacheTest, AfterAnOrderlyEndEverythingIsThereAgainInItsOrder) {
+    Make(9 * kUnitSize, 4);
+    for (const uint32_t unit : {5u, 1u, 3u, 0u, 5u}) {
+        ReadUnit(unit);
+    }
+    WriteAndRemember(3 * kUnitSize + 5, RandomBytes(700, 2));
+    cache_->Close();
+    StartAgain();
+    EXPECT_EQ(report_.open + report_.wrong + report_.broken, 0u);
+    EXPECT_EQ(Resident(), (Units{0, 1, 3, 5}));
+    for (const uint32_t unit : {0u, 1u, 3u, 5u}) {
+        ReadAndCheck(uint64_t{unit} * kUnitSize, kUnitSize);
+    }
+    EXPECT_EQ(Counted(), (Counts{4, 0, 0}));
+    StartAgain();
+    ReadUnit(7);
+    EXPECT_EQ(Resident(), (Units{0, 3, 5, 7})) << "1 was used longest ago";
+}
+
+TEST_F(BlockCacheTest, WithoutOneWhatIsSettledIsThereAgain) {
+    Make(9 * kUnitSize, 4);
     ReadAndCheck(0, 4 * kUnitSize);
-    const Bytes rubbish = RandomBytes(4 * kUnitSize, 9);
-    ASSERT_EQ(WriteFull(ssd_.get(), rubbish.data(), rubbish.size(), 0), 0);
-    cache_ = std::make_unique<BlockCache>(backing_.get(), ssd_.get(), 4 * kUnitSize, 4);
+    EXPECT_EQ(cache_->Levels().unsettled, 4u);
+    ASSERT_EQ(cache_->Checkpoint(), 0);
+    EXPECT_EQ(cache_->Levels().unsettled, 0u);
+    WriteAndRemember(2 * kUnitSize, RandomBytes(700, 2));
+    EXPECT_EQ(cache_->Levels().unsettled, 1u);
+    StartAgain();
+    EXPECT_EQ(report_.open, 1u);
+    EXPECT_EQ(Resident(), (Units{0, 1, 3}));
+    ReadAndCheck(0, 4 * kUnitSize);
+    StartAgain();
+    EXPECT_EQ(Resident(), (Units{0, 1, 3})) << "that it was open is not forgotten by a start";
+}
+
+TEST_F(BlockCacheTest, ADeviceThatGrewKeepsTheCopiesOfItsWholeUnits) {
+    Make(4 * kUnitSize + 100, 8);
+    ReadAndCheck(0, 4 * kUnitSize + 100);
+    cache_->Close();
+    cache_.reset();
+    content_.resize(6 * kUnitSize, 7);
+    ASSERT_EQ(WriteFull(backing_.get(), content_.data(), content_.size(), 0), 0);
+    store_ = std::make_unique<SsdStore>(Disk(ssd_.get()));
+    ASSERT_EQ(store_->Load(), 1);
+    ASSERT_EQ(store_->Adopt({"vol1", "", ""}, content_.size(), 8, 0), 0);
+    Warm warm;
+    ASSERT_EQ(RecoverTable(*store_, 4 * kUnitSize + 100, warm, report_), 0);
+    cache_ = std::make_unique<BlockCache>(Disk(backing_.get()), *store_, warm);
+    EXPECT_EQ(Resident(), (Units{0, 1, 2, 3}));
+    EXPECT_EQ(report_.wrong, 1u);
+    ReadAndCheck(0, content_.size());
+}
+
+TEST_F(BlockCacheTest, AnotherNumberOfSlotsIsAColdCacheWithThePinsItHad) {
+    Make(4 * kUnitSize, 8);
+    ASSERT_EQ(store_->WritePins({9}), 0);
+    ReadAndCheck(0, 4 * kUnitSize);
+    cache_->Close();
+    cache_.reset();
+    store_ = std::make_unique<SsdStore>(Disk(ssd_.get()));
+    ASSERT_EQ(store_->Load(), 1);
+    ASSERT_EQ(ftruncate(ssd_.get(), static_cast<off_t>(SsdBytesFor(4 * kUnitSize, 600))), 0);
+    ASSERT_EQ(store_->Adopt({"vol1", "", ""}, 4 * kUnitSize, 600, 0), 0);
+    cache_ = std::make_unique<BlockCache>(Disk(backing_.get()), *store_, Recover());
     EXPECT_EQ(Resident(), Units{});
+    Bytes pins;
+    EXPECT_EQ(store_->ReadPins(pins), 1);
+    EXPECT_EQ(pins, Bytes{9});
     ReadAndCheck(0, 4 * kUnitSize);
-    EXPECT_EQ(Counted(), (Counts{0, 4, 0}));
+}
+
+TEST_F(BlockCacheTest, ManyWritesNeedFewSlotsOpenAtATime) {
+    Make(2000 * kUnitSize, 1500);
+    ReadAndCheck(0, 1500 * kUnitSize);
+    const uint32_t tolerated = 1500 / 32;
+    EXPECT_LE(cache_->Levels().unsettled, tolerated);
+    for (uint32_t unit = 0; unit < 1500; ++unit) {
+        WriteAndRemember(uint64_t{unit} * kUnitSize, {1, 2, 3});
+        ASSERT_LE(cache_->Levels().unsettled, tolerated);
+    }
+    ReadAndCheck(1500 * kUnitSize, 500 * kUnitSize);  // 500 others make room
+    EXPECT_LE(cache_->Levels().unsettled, tolerated + tolerated / 8 + 1);
+    ASSERT_EQ(cache_->Allocate(FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 0, content_.size()), 0);
+    EXPECT_EQ(Resident(), Units{});
+    std::fill(content_.begin(), content_.end(), uint8_t{0});
+    StartAgain();
+    ReadAndCheck(0, content_.size());
 }
 
 TEST_F(BlockCacheTest, FlushReportsWhatTheBackingSays) {
@@ -252,7 +330,7 @@ TEST_F(BlockCacheTest, FlushReportsWhatTheBackingSays) {
     ASSERT_EQ(pipe(ends), 0);
     const OwnedFd read(ends[0]);
     const OwnedFd write(ends[1]);
-    BlockCache broken(write.get(), ssd_.get(), kUnitSize, 1);
+    BlockCache broken(Disk(write.get()), *store_, Warm());
     EXPECT_EQ(broken.Flush(true), -EINVAL);
 }
 

@@ -60,6 +60,13 @@ class BlockCacheThreadsTest : public CacheOnFiles {
         }
     }
 
+    void SettleAgainAndAgain() {
+        while (working_) {
+            Check(cache_->Checkpoint() == 0);
+            std::this_thread::yield();
+        }
+    }
+
     void Check(bool right) {
         if (!right) {
             wrong_ = true;
@@ -77,6 +84,7 @@ TEST_F(BlockCacheThreadsTest, EverybodyFindsWhatTheyWrote) {
     std::vector<std::thread> others;
     others.emplace_back([this] { Sweep(); });
     others.emplace_back([this] { PinThisAndThat(); });
+    others.emplace_back([this] { SettleAgainAndAgain(); });
     std::vector<std::thread> workers;
     for (uint32_t worker = 0; worker < kWorkers; ++worker) {
         workers.emplace_back([this, worker] { Work(worker); });
@@ -90,8 +98,13 @@ TEST_F(BlockCacheThreadsTest, EverybodyFindsWhatTheyWrote) {
     }
     EXPECT_FALSE(wrong_);
     EXPECT_EQ(FileBytes(dir_ / "backing"), content_);
-    ReadAndCheck(0, content_.size());
+    const Units before = Resident();
+    ASSERT_EQ(cache_->Checkpoint(), 0);
+    EXPECT_EQ(cache_->Levels().unsettled, 0u);
     EXPECT_EQ(cache_->Counters().ssdErrors, 0u);
+    StartAgain();
+    EXPECT_EQ(Resident(), before);
+    ReadAndCheck(0, content_.size());
 }
 
 TEST_F(BlockCacheThreadsTest, AUnitThatManyWantAtOnceIsReadOnce) {
@@ -115,7 +128,9 @@ TEST_F(BlockCacheThreadsTest, AUnitThatManyWantAtOnceIsReadOnce) {
 TEST_F(BlockCacheThreadsTest, AFillDoesNotBringBackWhatAWriteReplaced) {
     Make(2 * kUnitSize, 1);
     const OwnedFd slow = OpenFile(dir_ / "ssd", O_RDWR | O_DSYNC);
-    cache_ = std::make_unique<BlockCache>(backing_.get(), slow.get(), 2 * kUnitSize, 1);
+    SsdStore store{Disk(slow.get())};
+    ASSERT_EQ(store.Load(), 1);
+    cache_ = std::make_unique<BlockCache>(Disk(backing_.get()), store, Warm());
     std::thread filler([this] {
         Bytes buffer(512);
         for (uint64_t unit = 0; working_; unit = 1 - unit) {  // one slot: each read is a fill
@@ -132,6 +147,7 @@ TEST_F(BlockCacheThreadsTest, AFillDoesNotBringBackWhatAWriteReplaced) {
     working_ = false;
     filler.join();
     EXPECT_FALSE(wrong_);
+    cache_.reset();
 }
 
 }  // namespace

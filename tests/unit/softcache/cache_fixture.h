@@ -16,9 +16,39 @@ class CacheOnFiles : public ::testing::Test {
         content_ = RandomBytes(static_cast<size_t>(deviceSize), 1);
         backing_ = NewFile(dir_ / "backing", content_);
         ssd_ = NewFile(dir_ / "ssd", {});
-        ASSERT_EQ(ftruncate(ssd_.get(), static_cast<off_t>(uint64_t{slots} * kUnitSize)), 0);
-        cache_ = std::make_unique<BlockCache>(backing_.get(), ssd_.get(), deviceSize, slots);
+        store_ = std::make_unique<SsdStore>(Disk(ssd_.get()));
+        const uint64_t bytes = SsdBytesFor(deviceSize, slots);
+        ASSERT_EQ(ftruncate(ssd_.get(), static_cast<off_t>(bytes)), 0);
+        ASSERT_EQ(store_->Format({"vol1", "", dir_ / "backing"}, deviceSize, slots, 0), 0);
+        cache_ = std::make_unique<BlockCache>(Disk(backing_.get()), *store_, Warm());
     }
+
+    static uint64_t SsdBytesFor(uint64_t deviceSize, uint32_t slots) {
+        SsdHead head;
+        head.pinsRoom = PinsRoomFor(deviceSize);
+        head.slots = slots;
+        return SsdBytes(head);
+    }
+
+    // A start on the files as they are now.
+    void StartAgain() {
+        cache_.reset();
+        store_ = std::make_unique<SsdStore>(Disk(ssd_.get()));
+        ASSERT_EQ(store_->Load(), 1);
+        const Warm warm = Recover();
+        cache_ = std::make_unique<BlockCache>(Disk(backing_.get()), *store_, warm);
+    }
+
+    using Warm = std::vector<WarmSlot>;
+    Warm Recover() {
+        Warm warm;
+        report_ = RecoveryReport();
+        EXPECT_EQ(RecoverTable(*store_, store_->Head().deviceSize, warm, report_), 0);
+        return warm;
+    }
+
+    // The first byte of a slot on the SSD.
+    uint64_t Slot(uint32_t slot) const { return SlotStart(store_->Head(), slot); }
 
     // Reads and compares with what the device must hold.
     void ReadAndCheck(uint64_t offset, size_t size) {
@@ -49,6 +79,8 @@ class CacheOnFiles : public ::testing::Test {
     Bytes content_;
     OwnedFd backing_;
     OwnedFd ssd_;
+    std::unique_ptr<SsdStore> store_;
+    RecoveryReport report_;
     std::unique_ptr<BlockCache> cache_;
 };
 

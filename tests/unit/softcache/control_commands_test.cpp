@@ -86,6 +86,13 @@ TEST_F(ControlCommandsTest, NothingIsDoneWhenALineIsBad) {
     EXPECT_EQ(served_->faults.BeforeRead(0, 1), 0);
 }
 
+TEST_F(ControlCommandsTest, WithoutTestDoorsNothingIsMadeToFail) {
+    served_->testDoors = false;
+    EXPECT_EQ(RunControlText("reset-counters\nfail-read 0 1\n", *served_), -EPERM);
+    EXPECT_EQ(served_->faults.BeforeRead(0, 1), 0);
+    EXPECT_EQ(RunControlText("reset-counters\n", *served_), 0);
+}
+
 TEST_F(ControlCommandsTest, ResetForgetsWhatHappenedButNotWhatIsInForce) {
     Read(0, 2 * kUnitSize);
     served_->cache.SetPins({1});

@@ -59,7 +59,7 @@ TEST_F(DeviceIoctlTest, ABitmapIsPutInForceAndKeptOnDisk) {
     const Bytes bitmap = Bitmap(4, {0, 9, 31});
     Read(9 * kUnitSize, 1);
     EXPECT_EQ(SetPins(bitmap), 0);
-    EXPECT_EQ(FileBytes(dir_ / "ssd.pins"), bitmap);
+    EXPECT_EQ(StoredPins(), bitmap);
     const Json::Value stats = Stats();
     EXPECT_EQ(stats["pinnedUnits"], 3);
     EXPECT_EQ(stats["pinnedUnitsResident"], 1);
@@ -90,10 +90,12 @@ TEST_F(DeviceIoctlTest, ARefusedBitmapChangesNothing) {
     EXPECT_EQ(Call(FLASH_CACHE_SET_PIN_BITMAP, &nowhere), -EFAULT);
     served_->faults.RefuseControl(1);
     EXPECT_EQ(SetPins(Bytes(4, 0xFF)), -EIO);
-    std::filesystem::create_directory(dir_ / "ssd.pins.new");  // where the new file would be made
-    EXPECT_EQ(SetPins(Bytes(4, 0xFF)), -EISDIR);
+    {
+        const FileSizeLimit limit(kPinsStart);
+        EXPECT_EQ(SetPins(Bytes(4, 0xFF)), -EFBIG);
+    }
 
-    EXPECT_EQ(FileBytes(dir_ / "ssd.pins"), before);
+    EXPECT_EQ(StoredPins(), before);
     EXPECT_EQ(served_->record.Bitmap(), before);
     const Json::Value stats = Stats();
     EXPECT_EQ(stats["pinnedUnits"], 1);
@@ -104,7 +106,7 @@ TEST_F(DeviceIoctlTest, ARefusedBitmapChangesNothing) {
         {"seq":3,"request":"bitmap","result":-14,"bytes":0},
         {"seq":4,"request":"bitmap","result":-14,"bytes":4},
         {"seq":5,"request":"bitmap","result":-5,"bytes":4},
-        {"seq":6,"request":"bitmap","result":-21,"bytes":4}])"));
+        {"seq":6,"request":"bitmap","result":-27,"bytes":4}])"));
 }
 
 TEST_F(DeviceIoctlTest, ReleasedRangesAreRecordedAndNothingElse) {
@@ -153,22 +155,42 @@ TEST_F(DeviceIoctlTest, TheLastBitmapIsInForceAgainAfterARestart) {
     const Bytes bitmap = Bitmap(4, {3, 30});
     Read(0, 3 * kUnitSize);
     ASSERT_EQ(SetPins(bitmap), 0);
-    Start();
+    StartAgain();
     EXPECT_EQ(Stats()["lastBitmap"], Json::Value()) << "not before it is asked for";
     EXPECT_EQ(served_->RestorePins(), "");
     const Json::Value stats = Stats();
     EXPECT_EQ(stats["pinnedUnits"], 2);
     EXPECT_EQ(stats["lastBitmap"], Parse(R"({"bytes":4,"bitsSet":2})"));
-    EXPECT_EQ(stats["residentUnits"], 0) << "the SSD's contents are not trusted";
     EXPECT_TRUE(stats["requests"].empty());
     EXPECT_EQ(served_->record.Bitmap(), bitmap);
 }
 
-TEST_F(DeviceIoctlTest, ABitmapOfALargerDeviceIsNotPutInForce) {
-    NewFile(dir_ / "ssd.pins", Bytes(5, 0xFF));
-    EXPECT_EQ(served_->RestorePins(),
-              "pins " + (dir_ / "ssd.pins") + " left alone: 5 bytes, this device takes 4");
+TEST_F(DeviceIoctlTest, OfTwoBitmapsTheLaterOneThatIsWholeCounts) {
+    const Bytes earlier = Bitmap(4, {3});
+    ASSERT_EQ(SetPins(earlier), 0);
+    ASSERT_EQ(SetPins(Bitmap(4, {9})), 0);
+    const uint8_t torn = 0xEE;
+    for (const uint64_t place : {PinsPlace(store_->Head(), 0), PinsPlace(store_->Head(), 1)}) {
+        Bytes header(kPinsHeaderBytes);
+        ASSERT_EQ(ReadFull(ssd_.get(), header.data(), header.size(), place), 0);
+        PinsHeader pins;
+        if (DecodePinsHeader(store_->Head(), header.data(), pins) && pins.sequence == 3) {
+            ASSERT_EQ(WriteFull(ssd_.get(), &torn, 1, place + kPinsHeaderBytes), 0);
+        }
+    }
+    StartAgain();
+    EXPECT_EQ(served_->RestorePins(), "");
+    EXPECT_EQ(served_->record.Bitmap(), earlier);
+}
+
+TEST_F(DeviceIoctlTest, PinsThatCannotBeInForceAreNamed) {
+    EXPECT_EQ(served_->RestorePins(), "") << "there were none yet";
+    ASSERT_EQ(store_->WritePins(Bytes(5, 0xFF)), 0);
+    EXPECT_EQ(served_->RestorePins(), "pins left alone: 5 bytes, this device takes 4");
     EXPECT_EQ(Stats()["pinnedUnits"], 0);
+    const Bytes zeros(2 * PinsRoomFor(kServedDeviceSize), 0);
+    ASSERT_EQ(WriteFull(ssd_.get(), zeros.data(), zeros.size(), kPinsStart), 0);
+    EXPECT_EQ(served_->RestorePins(), "pins are not whole: none is in force");
 }
 
 }  // namespace

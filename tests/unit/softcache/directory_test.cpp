@@ -64,7 +64,8 @@ TEST_F(DirectoryTest, StatsHaveAllTheirMembers) {
     Json::Value expected = Parse(R"({
         "unitSize": 65536, "units": 37, "cacheUnits": 8, "reads": 2, "writes": 1, "hits": 1,
         "misses": 2, "bypasses": 0, "residentUnits": 2, "pinnedUnits": 0, "pinnedUnitsResident": 0,
-        "retiredUnits": 0, "ssdErrors": 0, "lastBitmap": null, "releasedRanges": [], "requests": [],
+        "retiredUnits": 0, "unsettledUnits": 2, "ssdErrors": 0, "lastBitmap": null,
+        "releasedRanges": [], "requests": [],
         "controlRequests": {"bitmap": 0, "unpin": 0, "refused": 0}})");
     expected["deviceSize"] = static_cast<Json::Int>(kServedDeviceSize);
     EXPECT_EQ(Parse(FileSnapshot(*served_, kStatsId)), expected);

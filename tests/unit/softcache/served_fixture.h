@@ -16,19 +16,44 @@ class ServedOnFiles : public ::testing::Test {
   protected:
     ServedOnFiles() { Start(); }
 
-    // Also stands for a restart: nothing but the files is kept.
     void Start() {
         backing_ = NewFile(dir_ / "backing", RandomBytes(kServedDeviceSize, 1));
-        ssd_ = NewFile(dir_ / "ssd", Bytes(kServedSlots * kUnitSize, 0));
+        ssd_ = NewFile(dir_ / "ssd", {});
+        ASSERT_EQ(ftruncate(ssd_.get(), 4 << 20), 0);
+        store_ = std::make_unique<SsdStore>(Disk(ssd_.get()));
+        ASSERT_EQ(
+            store_->Format({"vol1", "", dir_ / "backing"}, kServedDeviceSize, kServedSlots, 0), 0);
+        Serve();
+    }
+
+    // Nothing but the files is kept.
+    void StartAgain() {
+        served_.reset();
+        store_ = std::make_unique<SsdStore>(Disk(ssd_.get()));
+        ASSERT_EQ(store_->Load(), 1);
+        Serve();
+    }
+
+    void Serve() {
         RegistryRecord record;
         record.name = "vol1";
         record.ssd = dir_ / "ssd";
         record.mountPoint = dir_ / "mnt";
         record.deviceSize = kServedDeviceSize;
         record.cacheSize = kServedSlots * kUnitSize;
-        served_ =
-            std::make_unique<ServedCache>(backing_.get(), ssd_.get(), kServedDeviceSize,
-                                          kServedSlots, dir_ / "ssd.pins", dir_ / "reg", record);
+        std::vector<WarmSlot> warm;
+        RecoveryReport report;
+        ASSERT_EQ(RecoverTable(*store_, kServedDeviceSize, warm, report), 0);
+        served_ = std::make_unique<ServedCache>(Disk(backing_.get()), *store_, warm, dir_ / "reg",
+                                                record);
+        served_->testDoors = true;
+    }
+
+    // What the SSD says.
+    Bytes StoredPins() {
+        Bytes bitmap;
+        EXPECT_EQ(store_->ReadPins(bitmap), 1);
+        return bitmap;
     }
 
     static Json::Value Parse(const std::string& text) {
@@ -48,6 +73,7 @@ class ServedOnFiles : public ::testing::Test {
     TempDir dir_;
     OwnedFd backing_;
     OwnedFd ssd_;
+    std::unique_ptr<SsdStore> store_;
     std::unique_ptr<ServedCache> served_;
 };
 

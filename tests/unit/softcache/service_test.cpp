@@ -69,8 +69,8 @@ class ServiceTest : public ::testing::Test {
     }
 
     std::vector<std::string> Arguments(const std::string& ssdSize) {
-        return {"--name", "vol1",       "--backing", backing_,  "--ssd",
-                ssd_,     "--ssd-size", ssdSize,     "--mount", mount_};
+        return {"--name",     "vol1",  "--backing", backing_, "--ssd",       ssd_,
+                "--ssd-size", ssdSize, "--mount",   mount_,   "--test-doors"};
     }
 
     void Serve(const std::string& ssdSize = "1M") {
@@ -201,7 +201,7 @@ TEST_F(ServiceTest, EndsThoughTheDeviceIsOpenAndAReadWaits) {
 }
 
 TEST_F(ServiceTest, DirectAndBufferedAccessSeeTheBackingsBytes) {
-    ServeBytes(kMiB + 1000);
+    ServeBytes(kMiB + 1024);
     const OwnedFd device = Device(O_RDWR | O_DIRECT);
     const AlignedBytes buffer = Aligned(kMiB);
     ASSERT_EQ(ReadFull(device.get(), buffer.get(), kMiB, 0), 0);
@@ -213,7 +213,7 @@ TEST_F(ServiceTest, DirectAndBufferedAccessSeeTheBackingsBytes) {
     EXPECT_EQ(Counted()[1], 17u);
     EXPECT_GE(Counted()[0], 32u) << "without O_DIRECT, too";
     char byte;
-    EXPECT_EQ(pread(device.get(), &byte, 1, kMiB + 1000), 0) << "the end";
+    EXPECT_EQ(pread(device.get(), &byte, 1, kMiB + 1024), 0) << "the end";
 
     const Bytes bytes = RandomBytes(70000, 2);
     for (const int flags : {0, O_SYNC, O_DSYNC}) {
@@ -344,11 +344,13 @@ TEST_F(ServiceTest, FaultsComeByTheControlFile) {
 // One cache as the slow SSD of another one: while a copy is being read its slot must not be taken,
 // or the reader gets another unit's bytes.
 TEST_F(ServiceTest, ACopyThatIsBeingReadIsNotReplaced) {
-    ServeBytes(kUnitSize);
+    ServeBytes(4 * kMiB);
     const Bytes content = RandomBytes(2 * kUnitSize, 5);
     const OwnedFd backing = NewFile(dir_ / "other", content);
     const OwnedFd slowSsd = Device();
-    BlockCache cache(backing.get(), slowSsd.get(), content.size(), 1);
+    SsdStore store{Disk(slowSsd.get())};
+    ASSERT_EQ(store.Format({"other", "", dir_ / "other"}, content.size(), 1, 0), 0);
+    BlockCache cache(Disk(backing.get()), store, {});
     const auto readRight = [&](uint32_t unit) {
         Bytes got(kUnitSize);
         return cache.Read(got.data(), got.size(), uint64_t{unit} * kUnitSize) == 0 &&
@@ -387,26 +389,41 @@ TEST_F(ServiceTest, AnSsdThatIsCutIsNamedOnceAndTheDeviceKeepsItsBytes) {
                   " was cut or lost space: nothing is cached until the next start\n");
 }
 
-TEST_F(ServiceTest, AKilledCacheIsColdAfterwardsButKnowsItsPins) {
+TEST_F(ServiceTest, WhatWasInTheCacheIsInItAgain) {
     ServeBytes(4 * kMiB);
     const Bytes bitmap = Bitmap(8, {5, 6});
     ASSERT_EQ(SetPins(bitmap), 0);
     ReadUnits({5, 6, 7});
+    EXPECT_EQ(service_.End(SIGTERM).status, 0);
+    Serve();
+    EXPECT_EQ(FileBytes(mount_ + "/resident"), Bitmap(8, {5, 6, 7}));
+    EXPECT_EQ(FileBytes(mount_ + "/pinned"), bitmap);
+    ReadUnits({5, 6, 7});
+    EXPECT_EQ(Counted(), (Counts{3, 0, 0}));
+    EXPECT_EQ(FileBytes(mount_ + "/device"), content_);
+}
+
+TEST_F(ServiceTest, AKilledCacheKnowsWhatWasSettledAndTakesItsDeadMountAway) {
+    ServeBytes(4 * kMiB);
+    const Bytes bitmap = Bitmap(8, {5, 6});
+    ASSERT_EQ(SetPins(bitmap), 0);
+    ReadUnits({5, 6, 7});
+    while (Stats()["unsettledUnits"] != 0) {
+        usleep(50000);
+    }
     EXPECT_EQ(service_.End(SIGKILL).status, 128 + SIGKILL);
 
-    // Its mount is dead and says so; its registry entry is stale and makes way.
-    ServiceProcess tooEarly;
-    EXPECT_FALSE(tooEarly.Start(Arguments("1M")));
-    const Outcome outcome = tooEarly.End(0);
-    EXPECT_EQ(outcome.status, 1);
-    EXPECT_EQ(outcome.output,
-              "quorsoftcache: mount point " + mount_ +
-                  ": holds the dead mount of an earlier cache; take it away with umount\n");
-    MustRun("umount " + mount_);
-
+    // Its mount is dead; a cache of another name leaves it alone.
+    std::vector<std::string> arguments = Arguments("1M");
+    arguments[1] = "vol2";
+    ServiceProcess other;
+    EXPECT_FALSE(other.Start(arguments));
+    EXPECT_EQ(other.End(0).output, "quorsoftcache: mount point " + mount_ +
+                                       ": holds a dead mount, not of this cache; take it away with "
+                                       "umount\n");
     Serve();
     const Json::Value stats = Stats();
-    EXPECT_EQ(stats["residentUnits"], 0);
+    EXPECT_EQ(stats["residentUnits"], 3);
     EXPECT_EQ(stats["pinnedUnits"], 2);
     EXPECT_EQ(FileBytes(mount_ + "/pinned"), bitmap);
     EXPECT_EQ(Parse(FileText(dir_ / "reg/vol1.json"))["pid"], service_.Pid());
@@ -415,6 +432,88 @@ TEST_F(ServiceTest, AKilledCacheIsColdAfterwardsButKnowsItsPins) {
     ReadUnits({5, 6});
     ReadUnits(flood);
     EXPECT_EQ(Stats()["pinnedUnitsResident"], 2);
+}
+
+TEST_F(ServiceTest, AnSsdThatHoldsSomethingElseIsRefusedUntilItIsToBeOverwritten) {
+    ServeBytes(kMiB);
+    EXPECT_EQ(service_.End(SIGTERM).status, 0);
+    const std::string other = dir_ / "other";
+    NewFile(other, RandomBytes(kMiB, 2));
+    NewFile(dir_ / "image", Bytes(16 * kMiB, 0));
+    MustRun("mkfs.ext4 -q -U 01234567-89ab-cdef-0123-456789abcdef " + (dir_ / "image"));
+    NewFile(dir_ / "data", Bytes(3 * kMiB, 7));
+    const Bytes ssdBefore = FileBytes(ssd_);
+    const struct {
+        const char* option;
+        std::string value;
+        std::string line;
+    } rows[] = {
+        {"--ssd", dir_ / "image",
+         "ssd " + (dir_ / "image") +
+             ": holds an ext4 file system, UUID 01234567-89ab-cdef-0123-456789abcdef; --format "
+             "overwrites it"},
+        {"--ssd", dir_ / "data",
+         "ssd " + (dir_ / "data") + ": holds data, and no cache; --format overwrites it"},
+        {"--ssd", backing_, "ssd " + backing_ + ": is the backing, too"},
+        {"--backing", other,
+         "ssd " + ssd_ + ": holds the cache vol1 of " + backing_ + "; --format overwrites it"},
+        {"--backing", ssd_, "ssd " + ssd_ + ": is the backing, too"},
+    };
+    for (const auto& row : rows) {
+        std::vector<std::string> arguments = Arguments("1M");
+        *(std::find(arguments.begin(), arguments.end(), row.option) + 1) = row.value;
+        ServiceProcess service;
+        EXPECT_FALSE(service.Start(arguments));
+        const Outcome outcome = service.End(0);
+        EXPECT_EQ(outcome.output, "quorsoftcache: " + row.line + "\n");
+        EXPECT_EQ(outcome.status, 1);
+    }
+    std::vector<std::string> arguments = Arguments("1M");  // the two swapped
+    std::swap(arguments[3], arguments[5]);
+    ServiceProcess swapped;
+    EXPECT_FALSE(swapped.Start(arguments));
+    EXPECT_EQ(swapped.End(0).output, "quorsoftcache: backing " + ssd_ +
+                                         ": is the SSD of the cache vol1 of " + backing_ + "\n");
+    EXPECT_EQ(FileBytes(ssd_), ssdBefore);
+    EXPECT_EQ(FileBytes(backing_), content_);
+    EXPECT_EQ(FileBytes(dir_ / "data"), Bytes(3 * kMiB, 7));
+
+    arguments = Arguments("1M");
+    arguments[5] = dir_ / "image";
+    arguments.emplace_back("--format");
+    EXPECT_TRUE(service_.Start(arguments));
+    EXPECT_EQ(Stats()["residentUnits"], 0);
+    EXPECT_EQ(FileBytes(mount_ + "/device"), content_);
+}
+
+TEST_F(ServiceTest, InspectSaysWhatAnSsdHolds) {
+    ServeBytes(4 * kMiB);
+    ASSERT_EQ(SetPins(Bitmap(8, {5, 60})), 0);
+    ReadUnits({5, 6, 7});
+    EXPECT_EQ(service_.End(SIGTERM).status, 0);
+    const Outcome outcome = RunShell(std::string(QUORSOFTCACHE) + " --inspect " + ssd_);
+    EXPECT_EQ(outcome.status, 0);
+    for (const std::string& line : std::vector<std::string>{
+             "cache         vol1\n", "backing       " + backing_ + "\n", "UUID          none\n",
+             "device        4194304 bytes\n", "stopped       in order\n",
+             "pins          8 bytes, 2 units\n", "units at      2228224, 16 slots of 65536 bytes\n",
+             "resident      3 units, 1 of them pinned\n"}) {
+        EXPECT_NE(outcome.output.find(line), std::string::npos) << line << outcome.output;
+    }
+    EXPECT_EQ(RunShell(std::string(QUORSOFTCACHE) + " --inspect " + backing_).output,
+              "quorsoftcache: ssd " + backing_ + ": holds no cache\n");
+    EXPECT_EQ(RunShell(std::string(QUORSOFTCACHE) + " --inspect " + backing_).status, 1);
+}
+
+TEST_F(ServiceTest, OrdersToFailAreForTestsAlone) {
+    MakeBacking(kMiB);
+    std::vector<std::string> arguments = Arguments("1M");
+    arguments.pop_back();
+    ASSERT_TRUE(service_.Start(arguments));
+    for (const char* door : {"refuse-control 1", "fail-read 0 1", "delay-read 1", "clear-faults"}) {
+        EXPECT_EQ(Control(door), -EPERM) << door;
+    }
+    EXPECT_EQ(Control("reset-counters\nstate 1\nsupport-pin 1\n"), 0);
 }
 
 TEST_F(ServiceTest, EveryBadStartIsOneLineThatNamesTheObject) {
@@ -434,7 +533,7 @@ TEST_F(ServiceTest, EveryBadStartIsOneLineThatNamesTheObject) {
          "backing " + (dir_ / "no") + ": No such file or directory"},
         {with("--ssd", dir_ / "no/ssd"), 1,
          "ssd " + (dir_ / "no/ssd") + ": No such file or directory"},
-        {with("--ssd", backing_), 1, "ssd " + backing_ + ": in use by another cache"},
+        {with("--ssd", backing_), 1, "ssd " + backing_ + ": is the backing, too"},
         {with("--ssd-size", "100000"), 1, "ssd size 100000: not a multiple of 65536 bytes"},
         {with("--ssd-size", "1K"), 1, "ssd size 1024: less than one unit of 65536 bytes"},
         {with("--ssd-size", "much"), 2, "--ssd-size: 'much' is no size"},

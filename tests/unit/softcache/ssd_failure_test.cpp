@@ -29,12 +29,20 @@ class SsdFailureTest : public CacheOnFiles {
     // A cache on an SSD whose space is allocated, as the service makes it, all of it in use.
     void MakeFull(uint32_t slots) {
         Make(8 * kUnitSize, slots);
-        ASSERT_EQ(fallocate(ssd_.get(), 0, 0, static_cast<off_t>(uint64_t{slots} * kUnitSize)), 0);
-        cache_ = std::make_unique<BlockCache>(backing_.get(), ssd_.get(), 8 * kUnitSize, slots);
-        cache_->WhenSsdIsLost([this] { ++told_; });
+        ASSERT_EQ(fallocate(ssd_.get(), 0, 0, static_cast<off_t>(SsdBytes(store_->Head()))), 0);
+        StartAgain();
+        CountLosses();
         ReadAndCheck(0, uint64_t{slots} * kUnitSize);
         ASSERT_EQ(Resident().size(), slots);
         Counted();
+    }
+
+    void CountLosses() {
+        cache_->WhenSsdIsLost([this](const std::string& why, bool tableIsInvalid) {
+            ++told_;
+            EXPECT_EQ(why, "was cut or lost space");
+            EXPECT_TRUE(tableIsInvalid);
+        });
     }
 
     void ExpectLost() {
@@ -65,7 +73,7 @@ TEST_F(SsdFailureTest, AReadFallsBackToTheBackingAndTakesTheUnitIntoAnotherSlot)
 TEST_F(SsdFailureTest, AUnitThatCannotBeStoredIsReadAllTheSame) {
     Make(8 * kUnitSize, 4);
     {
-        const FileSizeLimit limit(2 * kUnitSize);
+        const FileSizeLimit limit(Slot(2));
         ReadAndCheck(0, 8 * kUnitSize);
     }
     EXPECT_EQ(cache_->Counters().ssdErrors, 2u);
@@ -81,7 +89,7 @@ TEST_F(SsdFailureTest, AWriteSucceedsAndTheOldCopyIsNeverSeenAgain) {
         ReadUnit(unit);  // 0 comes to lie in the last slot, where only the SSD meets the limit
     }
     {
-        const FileSizeLimit limit(7 * kUnitSize);
+        const FileSizeLimit limit(Slot(7));
         WriteAndRemember(100, RandomBytes(1000, 5));
         WriteAndRemember(kUnitSize, RandomBytes(1000, 6));
     }
@@ -97,7 +105,7 @@ TEST_F(SsdFailureTest, AHoleIsNoLongerCoveredByTheOldCopy) {
         ReadUnit(unit);
     }
     {
-        const FileSizeLimit limit(7 * kUnitSize);
+        const FileSizeLimit limit(Slot(7));
         ASSERT_EQ(cache_->Allocate(FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 0, 4096), 0);
     }
     std::fill_n(content_.begin(), 4096, uint8_t{0});
@@ -119,7 +127,7 @@ TEST_F(SsdFailureTest, APinnedUnitIsDroppedTooAndComesBack) {
 TEST_F(SsdFailureTest, WithoutAnySlotLeftEverythingPassesBy) {
     Make(8 * kUnitSize, 2);
     {
-        const FileSizeLimit limit(1);
+        const FileSizeLimit limit(Slot(0));
         ReadAndCheck(0, 2 * kUnitSize);
     }
     EXPECT_EQ(cache_->Levels().retired, 2u);
@@ -133,7 +141,7 @@ TEST_F(SsdFailureTest, WithoutAnySlotLeftEverythingPassesBy) {
 
 TEST_F(SsdFailureTest, OfAnSsdThatWasCutNoSlotIsTrusted) {
     MakeFull(8);
-    ASSERT_EQ(ftruncate(ssd_.get(), 4 * kUnitSize), 0);
+    ASSERT_EQ(ftruncate(ssd_.get(), static_cast<off_t>(Slot(4))), 0);
     ReadUnit(0);  // its copy is still there
     ExpectLost();
     ReadAndCheck(0, 8 * kUnitSize);
@@ -146,16 +154,16 @@ TEST_F(SsdFailureTest, OfAnSsdThatWasCutNoSlotIsTrusted) {
 TEST_F(SsdFailureTest, AnSsdThatWasCutAndGrownAgainIsLostToo) {
     MakeFull(8);
     ASSERT_EQ(ftruncate(ssd_.get(), 0), 0);
-    ASSERT_EQ(ftruncate(ssd_.get(), 8 * kUnitSize), 0);
+    ASSERT_EQ(ftruncate(ssd_.get(), static_cast<off_t>(Slot(8))), 0);
     ReadAndCheck(0, 8 * kUnitSize);  // zeros, were they believed
     ExpectLost();
 }
 
 TEST_F(SsdFailureTest, AHoleInTheSsdIsALossToo) {
     MakeFull(8);
-    ASSERT_EQ(
-        fallocate(ssd_.get(), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 3 * kUnitSize, kUnitSize),
-        0);
+    ASSERT_EQ(fallocate(ssd_.get(), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE,
+                        static_cast<off_t>(Slot(3)), kUnitSize),
+              0);
     ReadUnit(3);
     ExpectLost();
 }
@@ -163,7 +171,7 @@ TEST_F(SsdFailureTest, AHoleInTheSsdIsALossToo) {
 // Writing makes the file as long as it was, without what lay before the end.
 TEST_F(SsdFailureTest, AWriteDoesNotHideThatTheSsdWasCut) {
     Make(8 * kUnitSize, 8);  // on an SSD without allocated space: only its size tells
-    cache_->WhenSsdIsLost([this] { ++told_; });
+    CountLosses();
     ReadAndCheck(0, 8 * kUnitSize);
     Counted();
     ASSERT_EQ(ftruncate(ssd_.get(), 0), 0);
@@ -174,7 +182,7 @@ TEST_F(SsdFailureTest, AWriteDoesNotHideThatTheSsdWasCut) {
 
 TEST_F(SsdFailureTest, AUnitThatIsTakenInDoesNotHideItEither) {
     Make(8 * kUnitSize, 2);
-    cache_->WhenSsdIsLost([this] { ++told_; });
+    CountLosses();
     ReadAndCheck(0, 2 * kUnitSize);
     Counted();
     ASSERT_EQ(ftruncate(ssd_.get(), 0), 0);
@@ -193,7 +201,7 @@ TEST_F(SsdFailureTest, ALossInTheMidstOfManyRequestsHarmsNone) {
         });
     }
     ASSERT_EQ(ftruncate(ssd_.get(), 0), 0);
-    ASSERT_EQ(ftruncate(ssd_.get(), 4 * kUnitSize), 0);
+    ASSERT_EQ(ftruncate(ssd_.get(), static_cast<off_t>(Slot(4))), 0);
     for (std::thread& reader : readers) {
         reader.join();
     }

@@ -94,33 +94,56 @@ TEST(OpenBacking, NamesWhatIsWrong) {
     }
 }
 
-TEST(OpenSsd, MakesTheFileInTheSizeAskedFor) {
+TEST(OpenSsd, MakesTheFileAndLeavesWhatThereIs) {
     const TempDir dir;
     OwnedFd ssd;
-    ASSERT_EQ(OpenSsd(dir / "s", 4 * kUnitSize, ssd), "");
-    EXPECT_EQ(std::filesystem::file_size(dir / "s"), 4u * kUnitSize);
+    bool isBlockDevice = true;
+    ASSERT_EQ(OpenSsd(dir / "s", ssd, isBlockDevice), "");
+    EXPECT_FALSE(isBlockDevice);
+    EXPECT_EQ(std::filesystem::file_size(dir / "s"), 0u);
     struct stat status;
     ASSERT_EQ(fstat(ssd.get(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777, 0600u);
-    EXPECT_GE(status.st_blocks * 512, 4 * kUnitSize) << "its space cannot be missing later";
     OwnedFd other;
-    EXPECT_EQ(OpenSsd(dir / "s", kUnitSize, other),
+    EXPECT_EQ(OpenSsd(dir / "s", other, isBlockDevice),
               "ssd " + (dir / "s") + ": in use by another cache");
-    ssd = OwnedFd();
-    ASSERT_EQ(OpenSsd(dir / "s", 2 * kUnitSize, other), "");
-    EXPECT_EQ(std::filesystem::file_size(dir / "s"), 2u * kUnitSize) << "a longer one is cut";
+    NewFile(dir / "t", {1, 2, 3});
+    ASSERT_EQ(OpenSsd(dir / "t", other, isBlockDevice), "");
+    EXPECT_EQ(FileBytes(dir / "t"), (Bytes{1, 2, 3}));
 }
 
 TEST(OpenSsd, NamesWhatIsWrong) {
     const TempDir dir;
     OwnedFd ssd;
-    EXPECT_EQ(OpenSsd(dir / "no/s", kUnitSize, ssd),
+    bool isBlockDevice = false;
+    EXPECT_EQ(OpenSsd(dir / "no/s", ssd, isBlockDevice),
               "ssd " + (dir / "no/s") + ": No such file or directory");
-    EXPECT_EQ(OpenSsd("/dev/null", kUnitSize, ssd),
+    EXPECT_EQ(OpenSsd("/dev/null", ssd, isBlockDevice),
               "ssd /dev/null: neither a regular file nor a block device");
-    const FileSizeLimit limit(kUnitSize);
-    EXPECT_EQ(OpenSsd(dir / "s", 2 * kUnitSize, ssd), "ssd " + (dir / "s") + ": File too large");
     EXPECT_FALSE(ssd.valid());
+}
+
+TEST(SizeSsdFile, AllocatesTheSpaceOrLeavesTheFileAsLongAsItWas) {
+    const TempDir dir;
+    const OwnedFd ssd = NewFile(dir / "s", Bytes(3 * kUnitSize, 1));
+    EXPECT_EQ(SizeSsdFile(ssd.get(), 4 * kUnitSize), "");
+    EXPECT_EQ(SizeOf(ssd.get()), 4u * kUnitSize);
+    EXPECT_GE(AllocatedBytes(ssd.get()), 4u * kUnitSize) << "its space cannot be missing later";
+    EXPECT_EQ(SizeSsdFile(ssd.get(), 2 * kUnitSize), "");
+    EXPECT_EQ(SizeOf(ssd.get()), 2u * kUnitSize) << "a longer one is cut";
+    const FileSizeLimit limit(kUnitSize);
+    EXPECT_EQ(SizeSsdFile(ssd.get(), 3 * kUnitSize), "File too large");
+    EXPECT_EQ(SizeOf(ssd.get()), 2u * kUnitSize);
+}
+
+TEST(WhyNotTwoFiles, OneFileUnderTwoNamesIsOne) {
+    const TempDir dir;
+    NewFile(dir / "a", {1});
+    NewFile(dir / "b", {1});
+    ASSERT_EQ(link((dir / "a").c_str(), (dir / "c").c_str()), 0);
+    EXPECT_EQ(WhyNotTwoFiles(dir / "a", dir / "b"), "");
+    EXPECT_EQ(WhyNotTwoFiles(dir / "a", dir / "no"), "");
+    EXPECT_EQ(WhyNotTwoFiles(dir / "a", dir / "c"), "ssd " + (dir / "c") + ": is the backing, too");
 }
 
 TEST(CheckMountPoint, TakesADirectoryAndFollowsLinks) {
@@ -128,7 +151,7 @@ TEST(CheckMountPoint, TakesADirectoryAndFollowsLinks) {
     std::filesystem::create_directory(dir / "m");
     ASSERT_EQ(symlink("m", (dir / "link").c_str()), 0);
     std::string absolute = "x";
-    EXPECT_EQ(CheckMountPoint(dir / "link", absolute), "");
+    EXPECT_EQ(CheckMountPoint(dir / "link", "vol1", absolute), "");
     EXPECT_EQ(absolute, dir / "m");
     EXPECT_EQ(AbsolutePath(dir / "link/../link"), dir / "m");
     EXPECT_EQ(AbsolutePath("no/such"), "no/such");
@@ -147,7 +170,7 @@ TEST(CheckMountPoint, NamesWhatIsWrong) {
     };
     for (const auto& row : rows) {
         std::string absolute = "x";
-        EXPECT_EQ(CheckMountPoint(row.path, absolute),
+        EXPECT_EQ(CheckMountPoint(row.path, "vol1", absolute),
                   "mount point " + row.path + ": " + row.wrong);
         EXPECT_EQ(absolute, "x");
     }

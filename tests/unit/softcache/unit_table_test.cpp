@@ -14,8 +14,9 @@ bool Nobody(uint32_t) {
 
 // What a read of an absent unit does. Returns the slot, or kNoSlot.
 uint32_t Load(UnitTable& table, uint32_t unit) {
-    const uint32_t slot = table.TakeSlot(Nobody);
+    const uint32_t slot = table.NextRoom(Nobody);
     if (slot != kNoSlot) {
+        table.Take(slot);
         table.Insert(slot, unit);
     }
     return slot;
@@ -86,10 +87,11 @@ TEST(UnitTable, AUnitInUseIsPassedOver) {
     UnitTable table(8, 2);
     Load(table, 0);
     Load(table, 1);
-    const uint32_t slot = table.TakeSlot([](uint32_t unit) { return unit == 0; });
+    const uint32_t slot = table.NextRoom([](uint32_t unit) { return unit == 0; });
     ASSERT_NE(slot, kNoSlot);
+    table.Take(slot);
     EXPECT_EQ(Resident(table), (Units{0}));
-    EXPECT_EQ(table.TakeSlot([](uint32_t) { return true; }), kNoSlot);
+    EXPECT_EQ(table.NextRoom([](uint32_t) { return true; }), kNoSlot);
     table.Free(slot);
     EXPECT_EQ(Load(table, 7), slot) << "a slot given back is taken before anybody has to go";
 }
@@ -118,15 +120,53 @@ TEST(UnitTable, UnitsBeyondTheBitmapAreNotPinned) {
     EXPECT_EQ(table.Pinned(), 0u);
 }
 
-TEST(UnitTable, NextResidentLooksAtTheRangeAndNoFurther) {
+TEST(UnitTable, ResidentInLooksAtTheRangeAndNoFurther) {
     UnitTable table(10, 4);
-    Load(table, 2);
     Load(table, 9);
-    EXPECT_EQ(table.NextResident(0, 9), 2u);
-    EXPECT_EQ(table.NextResident(2, 2), 2u);
-    EXPECT_EQ(table.NextResident(3, 8), kNoUnit);
-    EXPECT_EQ(table.NextResident(3, 9), 9u);
-    EXPECT_EQ(table.NextResident(10, 9), kNoUnit);
+    Load(table, 2);
+    EXPECT_EQ(table.ResidentIn(0, 9), (Units{2, 9}));
+    EXPECT_EQ(table.ResidentIn(2, 2), Units{2});
+    EXPECT_EQ(table.ResidentIn(3, 8), Units{});
+    EXPECT_EQ(table.ResidentIn(8, 9), Units{9});
+}
+
+TEST(UnitTable, NextToGoIsTheOrderInWhichUnitsMakeRoom) {
+    UnitTable table(10, 4);
+    table.SetPins(Bitmap(1, {1}));
+    for (const uint32_t unit : {3u, 1u, 2u, 0u}) {
+        Load(table, unit);
+    }
+    table.Touch(table.Find(3));
+    const std::vector<uint32_t> all = {table.Find(2), table.Find(0), table.Find(3)};
+    EXPECT_EQ(table.NextToGo(9), all) << "a pinned one never";
+    EXPECT_EQ(table.NextToGo(1), std::vector<uint32_t>{all[0]});
+}
+
+TEST(UnitTable, WhatIsRestoredHasItsPlaceInTheOrderOfUse) {
+    UnitTable table(10, 4);
+    table.SetPins(Bitmap(1, {6}));
+    table.Restore(2, 5, 100);
+    table.Restore(0, 6, 100);
+    table.Restore(3, 7, UINT32_MAX - 1);
+    EXPECT_EQ(Resident(table), (Units{5, 6, 7}));
+    EXPECT_EQ(table.LastUse(2), 100u);
+    EXPECT_EQ(Load(table, 8), 1u) << "the one that is free";
+    EXPECT_EQ(Load(table, 9), 2u) << "then that of the oldest, though the clock has run round";
+    EXPECT_EQ(Resident(table), (Units{6, 7, 8, 9}));
+    table.SetPins({});
+    EXPECT_EQ(table.NextToGo(4), (std::vector<uint32_t>{0, 3, 1, 2}));
+}
+
+TEST(UnitTable, ManyUnitsAreFoundAgain) {
+    UnitTable table(1 << 24, 1000);
+    for (uint32_t round = 0; round < 3000; ++round) {
+        Load(table, round * 5000);  // equal distances
+    }
+    for (uint32_t round = 0; round < 3000; ++round) {
+        const uint32_t slot = table.Find(round * 5000);
+        ASSERT_EQ(slot != kNoSlot, round >= 2000) << round;
+        ASSERT_TRUE(slot == kNoSlot || table.UnitIn(slot) == round * 5000);
+    }
 }
 
 TEST(CountBits, CountsEveryBitOfEveryByte) {

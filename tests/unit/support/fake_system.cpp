@@ -5,7 +5,6 @@
 #include <pthread.h>
 #include <signal.h>
 #include <stdio.h>
-#include <sys/msg.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,19 +13,16 @@
 
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
 extern "C" {
+int __real_fflush(FILE* file);
 int __real_fsync(int fd);
 size_t __real_fwrite(const void* data, size_t size, size_t count, FILE* file);
 off64_t __real_lseek64(int fd, off64_t offset, int whence);
 ssize_t __real_pread64(int fd, void* data, size_t size, off64_t offset);
 ssize_t __real_pwrite64(int fd, const void* data, size_t size, off64_t offset);
 ssize_t __real_read(int fd, void* data, size_t size);
-int __real_msgctl(int id, int command, struct msqid_ds* queue);
-int __real_msgget(key_t key, int flags);
-ssize_t __real_msgrcv(int id, void* message, size_t size, long type, int flags);
-int __real_pthread_cond_wait(pthread_cond_t* cond, pthread_mutex_t* mutex);
 int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                           void* (*start)(void*), void* argument);
-int __real_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes);
+int __real_setvbuf(FILE* file, char* buffer, int mode, size_t size);
 sighandler_t __real_signal(int number, sighandler_t handler);
 ssize_t __real_write(int fd, const void* data, size_t size);
 }
@@ -228,26 +224,17 @@ off64_t __wrap_lseek64(int fd, off64_t offset, int whence) {
     return FailsWithErrno(Call::kLseek) ? -1 : __real_lseek64(fd, offset, whence);
 }
 
+int __wrap_fflush(FILE* file) {
+    return FailsWithErrno(Call::kFflush) ? EOF : __real_fflush(file);
+}
+
+int __wrap_setvbuf(FILE* file, char* buffer, int mode, size_t size) {
+    EnterCall(Call::kSetvbuf);
+    return __real_setvbuf(file, buffer, mode, size);
+}
+
 int __wrap_fsync(int fd) {
     return FailsWithErrno(Call::kFsync) ? -1 : __real_fsync(fd);
-}
-
-int __wrap_msgget(key_t key, int flags) {
-    return FailsWithErrno(Call::kMsgget) ? -1 : __real_msgget(key, flags);
-}
-
-int __wrap_msgctl(int id, int command, struct msqid_ds* queue) {
-    return FailsWithErrno(Call::kMsgctl) ? -1 : __real_msgctl(id, command, queue);
-}
-
-ssize_t __wrap_msgrcv(int id, void* message, size_t size, long type, int flags) {
-    return FailsWithErrno(Call::kMsgrcv) ? -1 : __real_msgrcv(id, message, size, type, flags);
-}
-
-int __wrap_pthread_cond_wait(pthread_cond_t* cond, pthread_mutex_t* mutex) {
-    CallOutcome outcome = EnterCall(Call::kCondWait);
-
-    return outcome.fails ? outcome.error : __real_pthread_cond_wait(cond, mutex);
 }
 
 int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
@@ -263,12 +250,6 @@ int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
         state.threadArguments.push_back(argument);
     }
     return __real_pthread_create(thread, attributes, start, argument);
-}
-
-int __wrap_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes) {
-    CallOutcome outcome = EnterCall(Call::kMutexInit);
-
-    return outcome.fails ? outcome.error : __real_pthread_mutex_init(mutex, attributes);
 }
 
 sighandler_t __wrap_signal(int number, sighandler_t handler) {

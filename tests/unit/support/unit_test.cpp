@@ -12,7 +12,9 @@
 #include "tests/unit/support/fake_files.h"
 #include "tests/unit/support/fake_heap.h"
 #include "tests/unit/support/fake_ioctl.h"
+#include "tests/unit/support/fake_mutex.h"
 #include "tests/unit/support/fake_platform.h"
+#include "tests/unit/support/fake_queue.h"
 #include "tests/unit/support/fake_system.h"
 #include "util/log.h"
 
@@ -34,7 +36,9 @@ std::vector<std::string> OpenDescriptors() {
 }
 
 void ResetEverything() {
+    FakeQueueReset();
     FakeSystemReset();
+    UnwatchMutex();
     FakeFilesReset();
     FakeIoctlReset();
     FakePlatformReset();

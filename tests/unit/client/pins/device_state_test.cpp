@@ -3,6 +3,7 @@
 #include "client/pins/device_state.h"
 
 #include <gtest/gtest.h>
+#include <stdio.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -149,10 +150,25 @@ TEST_F(DeviceStateTest, WhatWasPinnedWhereTheDeviceWasMountedBeforeIsNeeded) {
     ASSERT_EQ(device.listed.size(), 1U) << "names and numbers that do not fit mean other files";
     EXPECT_EQ(device.listed[0].mountPath, "/nowhere/pool9");
     EXPECT_EQ(UnitsOf(device.surplus), Units{3});
-    EXPECT_EQ(device.uncertain, "");
+    EXPECT_EQ(device.uncertain,
+              "files listed under /nowhere/pool9 lie here, and 2 others listed there may have been "
+              "renamed, so no unit can be said to be unneeded");
     WriteBitmap({});
     EXPECT_EQ(UnitsOf(Read().missing), Units{}) << "the volume may be another one, made like it";
     EXPECT_EQ(UnmountedPaths(state_, volumes_), std::vector<std::string>{"/nowhere/pool9"});
+}
+
+TEST_F(DeviceStateTest, AFormerListSaysNothingOfADeviceThatHasAllOrNoneOfItsFiles) {
+    const std::string path = Make("a");
+    Place(path, {{2 * kUnit, kUnit}});
+    Make("elsewhere");
+    WriteBitmap({2, 3});
+    state_.pinned["/nowhere/pool8"] = {{"a", InodeOf(path)}};
+    state_.pinned["/nowhere/pool9"] = {{"b", InodeOf(mount_ + "/elsewhere")}, {"a", 1}};
+    EXPECT_EQ(Read().uncertain, "");
+    EXPECT_EQ(UnitsOf(Read().surplus), Units{3});
+    state_.pinned["/nowhere/pool8"].push_back({"gone", 5});
+    EXPECT_NE(Read().uncertain, "");
 }
 
 TEST_F(DeviceStateTest, OnlyDevicesWithPinsOrBitsAreRead) {
@@ -161,6 +177,65 @@ TEST_F(DeviceStateTest, OnlyDevicesWithPinsOrBitsAreRead) {
     WriteBitmap({4});
     ASSERT_EQ(ReadDevices(state_, volumes_).size(), 1U);
     EXPECT_EQ(UnitsOf(ReadDevices(state_, volumes_)[0].surplus), Units{4});
+}
+
+class RepinTest : public PinsTest {
+  protected:
+    using Names = std::vector<std::string>;
+
+    // A pinned file, as one that is to be unpinned.
+    FileRef Leaving(const std::string& relative, const Extents& extents) {
+        FileRef file = File(relative, extents);
+        List(relative);
+        return file;
+    }
+    Names Repinned(const std::vector<FileRef>& leaving) {
+        Names names;
+        for (const FileRef& file : FilesToRepin(ReadDevices(state_, volumes_), leaving)) {
+            names.push_back(file.relative);
+        }
+        return names;
+    }
+};
+
+TEST_F(RepinTest, NeighboursInAUnitArePinnedAgain) {
+    const FileRef a = Leaving("a", {{0, 8}, {5 * kUnit, kUnit}});
+    Pinned("b", {{8, 8}});
+    Pinned("c", {{kUnit, kUnit}});
+    Pinned("d", {{4 * kUnit, kUnit + 1}});
+    EXPECT_EQ(Repinned({a}), (Names{"b", "d"}));
+}
+
+TEST_F(RepinTest, WhatIsUnpinnedTooIsNot) {
+    const FileRef a = Leaving("a", {{0, 8}});
+    const FileRef b = Leaving("b", {{8, 8}});
+    EXPECT_EQ(Repinned({a, b}), Names());
+}
+
+TEST_F(RepinTest, WhatIsNotAtItsPathIsNot) {
+    const FileRef a = Leaving("a", {{0, 8}});
+    const std::string gone = Pinned("gone", {{8, 8}});
+    const std::string replaced = Pinned("replaced", {{16, 8}});
+    unlink(gone.c_str());
+    Place(Make("new"), {{24, 8}});
+    rename((mount_ + "/new").c_str(), replaced.c_str());
+    EXPECT_EQ(Repinned({a}), Names());
+}
+
+TEST_F(RepinTest, WhatIsQueuedToBePinnedIsPinnedAgainToo) {
+    const FileRef a = Leaving("a", {{0, 8}});
+    Place(Make("next"), {{16, 8}});
+    Queue("next");
+    EXPECT_EQ(Repinned({a}), (Names{"next"}));
+}
+
+TEST_F(RepinTest, TheOtherMountPathKeepsItsEntryOfTheSameFile) {
+    const std::string again = MountAgain();
+    const FileRef a = Leaving("a", {{0, 8}});
+    state_.pinned[again].push_back({"a", a.inode});
+    const std::vector<FileRef> files = FilesToRepin(ReadDevices(state_, volumes_), {a});
+    ASSERT_EQ(files.size(), 1U);
+    EXPECT_EQ(files[0].volume->mountPath, again);
 }
 
 }  // namespace

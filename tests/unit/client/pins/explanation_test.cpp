@@ -42,9 +42,10 @@ TEST_F(ExplanationTest, ListQueueUnitsAndSharersAreTold) {
     EXPECT_EQ(a.counts.set, 2U);
     EXPECT_EQ(a.counts.withDriver, 2U);
     EXPECT_EQ(a.counts.resident, 1U);
-    ASSERT_EQ(a.sharers.size(), 1U);
-    EXPECT_EQ(a.sharers[0].path, mount_ + "/b");
-    EXPECT_EQ(a.sharers[0].units, 1U);
+    const Json::Value shares = DescribeExplanation(a).ToJson()["shares"];
+    ASSERT_EQ(shares.size(), 1U);
+    EXPECT_EQ(shares[0]["path"], mount_ + "/b");
+    EXPECT_EQ(shares[0]["units"].asInt(), 1);
 }
 
 TEST_F(ExplanationTest, AFileIsKnownByItsInode) {

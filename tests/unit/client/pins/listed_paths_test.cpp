@@ -31,7 +31,7 @@ class ListedPathsTest : public ClientTest {
         for (const auto& [given, pinned] : EntriesNamed({"/other", path}, state_, volumes_)) {
             EXPECT_EQ(given, path);
             found.push_back(FateName(pinned.fate) + (" " + std::to_string(pinned.entry.inode)));
-            why_ = WhyNotThere(pinned);
+            why_ = WhyNotUnpinnable(pinned);
         }
         return found;
     }

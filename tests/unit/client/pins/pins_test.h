@@ -14,7 +14,6 @@ namespace client {
 
 class PinsTest : public ClientTest {
   protected:
-    static constexpr uint64_t kUnit = 128;  // sectors
     using Extents = std::vector<std::pair<uint64_t, uint64_t>>;
 
     void SetUp() override;

@@ -10,25 +10,43 @@ namespace client {
 
 namespace {
 
-using PriceTest = PinsTest;
+class PriceTest : public PinsTest {
+  protected:
+    // The price of files of the one volume, as a program sees it.
+    Json::Value Price(bool pin, const std::vector<FileRef>& files,
+                      const std::vector<FileRef>& repinned = {}) {
+        const std::vector<Record> prices =
+            DescribePrices(pin, files, repinned, {{mount_, 2}, {"/elsewhere", 7}});
+        EXPECT_EQ(prices.size(), 1U);
+        EXPECT_EQ(prices.at(0).ToJson()["volume"], mount_);
+        EXPECT_EQ(prices.at(0).ToJson()["requests"].asInt(), 2);
+        return prices.at(0).ToJson();
+    }
+    // Demands these members, in this order of their names.
+    static void Expect(const Json::Value& price,
+                       const std::vector<std::pair<const char*, uint64_t>>& members) {
+        for (const auto& [name, value] : members) {
+            EXPECT_EQ(price[name].asUInt64(), value) << name;
+        }
+    }
+};
 
 TEST_F(PriceTest, APinCostsTheUnitsThatItsFilesLieIn) {
     const FileRef a = File("a", {{0, 8}, {10 * kUnit, kUnit}});
     const FileRef b = File("b", {{8, 8}});
     const FileRef tail = File("tail", {{1023 * kUnit, 2 * kUnit}});
     WriteBitmap({10, 500});
-    const std::vector<Price> prices = PriceOf(true, {a, b, tail}, {});
-    ASSERT_EQ(prices.size(), 1U);
-    EXPECT_EQ(prices[0].volume, mount_);
-    EXPECT_EQ(prices[0].files, 3U);
-    EXPECT_EQ(prices[0].extents, 4U);
-    EXPECT_EQ(prices[0].bytes, (16 + 3 * kUnit) * 512);
-    EXPECT_EQ(prices[0].units, 4U) << "a shared unit is paid once";
-    EXPECT_EQ(prices[0].withoutBit, 1U);
-    EXPECT_EQ(prices[0].unitsSet, 1U);
-    EXPECT_EQ(prices[0].pinnedNow, 2U);
-    EXPECT_EQ(prices[0].pinnedThen, 4U);
-    EXPECT_EQ(prices[0].cacheSize, 0U);
+    const Json::Value price = Price(true, {a, b, tail});
+    Expect(price, {{"files", 3},
+                   {"extents", 4},
+                   {"bytes", (16 + 3 * kUnit) * 512},
+                   {"units", 4},  // a shared unit is paid once
+                   {"unitsWithoutBit", 1},
+                   {"unitsSet", 1},
+                   {"pinnedUnitsNow", 2},
+                   {"pinnedUnitsThen", 4},
+                   {"repinnedFiles", 0}});
+    EXPECT_TRUE(price["cacheBytes"].isNull());
 }
 
 TEST_F(PriceTest, AnUnpinGivesBackWhatNoOtherFileNeeds) {
@@ -36,23 +54,45 @@ TEST_F(PriceTest, AnUnpinGivesBackWhatNoOtherFileNeeds) {
     const FileRef b = File("b", {{2 * kUnit, 8}});
     WriteBitmap({0, 1, 2, 9});
     LetTheCacheTell("", "");
-    const std::vector<Price> prices = PriceOf(false, {a}, {b});
-    ASSERT_EQ(prices.size(), 1U);
-    EXPECT_EQ(prices[0].files, 1U);
-    EXPECT_EQ(prices[0].repinnedFiles, 1U);
-    EXPECT_EQ(prices[0].pinnedNow, 4U);
-    EXPECT_EQ(prices[0].pinnedThen, 2U);
-    EXPECT_EQ(prices[0].cacheSize, 1048576U);
+    Expect(Price(false, {a}, {b}), {{"files", 1},
+                                    {"repinnedFiles", 1},
+                                    {"unitsSet", 3},
+                                    {"pinnedUnitsNow", 4},
+                                    {"pinnedUnitsThen", 2},
+                                    {"cacheBytes", 1048576}});
+    Expect(Price(false, {a}), {{"repinnedFiles", 0}, {"pinnedUnitsThen", 1}});
+}
+
+TEST_F(PriceTest, FilesThatShareAUnitAreNotRounded) {
+    const FileRef a = File("a", {{0, kUnit}});
+    const FileRef again = File("b", {{0, kUnit}});
+    WriteBitmap({});
+    Expect(Price(true, {a, again}), {{"units", 1}, {"roundingBytes", 0}});
+}
+
+TEST_F(PriceTest, WhatIsPinnedAgainAtAnotherMountPathIsPricedThere) {
+    const FileRef a = File("a", {{0, kUnit}});
+    const std::string again = MountAgain();
+    const FileRef b = Examine(mount_ + "/a", volumes_);
+    FileRef other = b;
+    other.volume = FindMounted(again, volumes_);
+    FileRef here = b;
+    here.volume = FindMounted(mount_, volumes_);
+    here.extents = other.extents = a.extents;
+    WriteBitmap({0});
+    const std::vector<Record> prices = DescribePrices(false, {here}, {other}, {{again, 1}});
+    ASSERT_EQ(prices.size(), 2U);
+    EXPECT_EQ(prices[0].ToJson()["requests"].asInt(), 0);
+    EXPECT_EQ(prices[1].ToJson()["volume"], again);
+    Expect(prices[1].ToJson(), {{"files", 0}, {"repinnedFiles", 1}, {"requests", 1}});
 }
 
 TEST_F(PriceTest, ThePriceIsShownInBothForms) {
     WriteBitmap({});
     LetTheCacheTell("", "");
-    Price price = PriceOf(true, {File("a", {{0, 17 * kUnit - 8}})}, {}).at(0);
-    price.requests = 2;
-    Record record = DescribePrice(price);
-    EXPECT_EQ(record.ToJson()["roundingBytes"].asInt(), 4096);
-    EXPECT_EQ(record.ToJson()["cacheBytes"].asInt(), 1048576);
+    Record record =
+        DescribePrices(true, {File("a", {{0, 17 * kUnit - 8}})}, {}, {{mount_, 2}}).at(0);
+    Expect(record.ToJson(), {{"roundingBytes", 4096}, {"cacheBytes", 1048576}});
     testing::internal::CaptureStdout();
     record.Print();
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
@@ -64,6 +104,23 @@ TEST_F(PriceTest, ThePriceIsShownInBothForms) {
                   "  cache           1.0 MiB; pinned now 0.0 %, afterwards 106.2 %  more than "
                   "the cache holds\n"
                   "  requests        2\n");
+}
+
+TEST_F(PriceTest, WhatIsOutOfTheOrdinaryHasALineOfItsOwn) {
+    const FileRef tail = File("tail", {{1023 * kUnit, 2 * kUnit}});
+    const FileRef other = File("other", {{1023 * kUnit, 8}});
+    WriteBitmap({1023});
+    Record record = DescribePrices(false, {tail}, {other}, {}).at(0);
+    testing::internal::CaptureStdout();
+    record.Print();
+    const std::string text = testing::internal::GetCapturedStdout();
+    EXPECT_NE(text.find("  without a bit   1 unit at the device's end, which cannot be pinned\n"),
+              std::string::npos)
+        << text;
+    EXPECT_NE(text.find("  pinned again    1 file that shares units\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("its size is not known here; pinned now 64.0 KiB, afterwards 64.0 KiB\n"),
+              std::string::npos)
+        << text;
 }
 
 }  // namespace

@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 #include "client/show/exit_status.h"
+#include "tests/unit/client/service/impostor.h"
 #include "tests/unit/client/verbs/verbs_test.h"
 
 namespace client {
@@ -166,6 +169,54 @@ TEST_F(FileVerbsTest, AnUnpinOfAFileThatIsGoneNamesWhatTakesItOffTheList) {
               std::string::npos)
         << result.talk;
     EXPECT_EQ(Waiting(queue), 0U);
+}
+
+TEST_F(FileVerbsTest, WhileNoServiceRunsAnEmptyFileIsTakenOffTheList) {
+    const std::string empty = MakeAt("empty", 1);
+    const std::string good = MakeAt("good", 2);
+    WriteFile(empty, "");
+    List({"empty", "good"});
+    const std::string before = ReadFile(config_);
+    const int queue = MakeQueue();
+    const CallResult dry = Run({"unpin", "-n", empty});
+    EXPECT_EQ(dry.status, kExitDone) << dry.talk;
+    EXPECT_NE(dry.out.find(empty + ": empty, would be taken off the list\n"), std::string::npos);
+    EXPECT_EQ(Run({"unpin", empty, mount_ + "/nothing"}).status, kExitRefused);
+    EXPECT_EQ(Run({"pin", empty}).status, kExitRefused);
+    EXPECT_EQ(ReadFile(config_), before);
+
+    const CallResult result = Run({"unpin", empty, good});
+    EXPECT_EQ(result.status, kExitDone) << result.talk;
+    EXPECT_EQ(result.out, empty + ": empty, taken off the list\n" + mount_ +
+                              ": unpin of 1 file sent in 1 request\n");
+    EXPECT_EQ(Waiting(queue), 1U);
+    const std::string after = ReadFile(config_);
+    EXPECT_EQ(after.find("empty"), std::string::npos) << after;
+    EXPECT_NE(after.find("good"), std::string::npos) << "its request is still to come";
+    EXPECT_EQ(Run({"unpin", empty}).status, kExitRefused) << "it is not listed any more";
+}
+
+TEST_F(FileVerbsTest, AnEmptyFileStaysListedWhereTheListCannotChange) {
+    const std::string empty = MakeAt("empty", 1);
+    WriteFile(empty, "");
+    List({"empty"});
+    const std::string before = ReadFile(config_);
+    std::filesystem::create_directory(config_ + ".new");
+    const CallResult result = Run({"unpin", empty});
+    EXPECT_EQ(result.status, kExitPartly);
+    EXPECT_NE(result.talk.find("Is a directory; empty files stay on the list"), std::string::npos)
+        << result.talk;
+    EXPECT_EQ(result.out.find("taken off"), std::string::npos) << result.out;
+    EXPECT_EQ(ReadFile(config_), before);
+    std::filesystem::remove(config_ + ".new");
+
+    std::filesystem::create_symlink("/bin/sh", dir_ / "quorcachepinfiled");
+    const Impostor service(dir_ / "quorcachepinfiled", {"-f", config_});
+    const CallResult refused = Run({"unpin", empty});
+    EXPECT_EQ(refused.status, kExitRefused) << "a service that runs would undo it";
+    EXPECT_NE(refused.talk.find("unpin takes it off while no service runs"), std::string::npos)
+        << refused.talk;
+    EXPECT_EQ(ReadFile(config_), before);
 }
 
 }  // namespace

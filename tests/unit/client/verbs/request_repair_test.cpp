@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Repairing by requests: what is asked for, and what is left for a repair at rest.
-#include "client/verbs/request_repair.h"
+#include "client/verbs/repair.h"
 
 #include <gtest/gtest.h>
 #include <sys/msg.h>
@@ -18,8 +18,6 @@ namespace client {
 
 namespace {
 
-constexpr uint64_t kUnit = 128;  // sectors
-
 class RequestRepairTest : public QueueClientTest {
   protected:
     using Texts = std::vector<std::string>;
@@ -33,12 +31,6 @@ class RequestRepairTest : public QueueClientTest {
         }
         WriteFile(dir_ / "conf", R"({"nextRequestNum":8,"volumes":{")" + mount_ +
                                      R"(":{"files":{)" + files + "}}}}");
-    }
-    // Makes a file of the volume that lies in `count` units from `unit`.
-    std::string MakeAt(const std::string& relative, uint64_t unit, uint64_t count = 1) {
-        const std::string path = Make(relative);
-        Place(path, {{unit * kUnit, count * kUnit}});
-        return path;
     }
     // Nobody takes the requests, so that it never ends with them done.
     int RepairAll(const std::string& mountPath = "") {

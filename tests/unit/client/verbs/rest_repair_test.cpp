@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Repairing while no service runs: list, bitmap file and driver afterwards.
-#include "client/verbs/rest_repair.h"
+#include "client/verbs/repair.h"
 
 #include <gtest/gtest.h>
 #include <json/json.h>
@@ -20,8 +20,6 @@ namespace client {
 
 namespace {
 
-constexpr uint64_t kUnit = 128;  // sectors
-
 // In an IPC namespace of its own, in which no service runs.
 class RestRepairTest : public QueueClientTest {
   protected:
@@ -38,11 +36,6 @@ class RestRepairTest : public QueueClientTest {
     }
     static std::string Entry(uint32_t inode, const std::string& relative) {
         return "\"" + std::to_string(inode) + "\":\"" + relative + "\"";
-    }
-    std::string MakeAt(const std::string& relative, uint64_t unit, uint64_t count = 1) {
-        const std::string path = Make(relative);
-        Place(path, {{unit * kUnit, count * kUnit}});
-        return path;
     }
     int RepairAll(const std::string& mountPath = "") {
         report_ = RepairReport();

@@ -94,12 +94,6 @@ std::string VerbsTest::PinHalf() {
     return path;
 }
 
-std::string VerbsTest::MakeAt(const std::string& relative, uint64_t unit) {
-    const std::string path = Make(relative);
-    Place(path, {{unit * kUnit, 8}});
-    return path;
-}
-
 uint64_t VerbsTest::Waiting(int queue) {
     struct msqid_ds record = {};
     EXPECT_EQ(msgctl(queue, IPC_STAT, &record), 0);

@@ -34,8 +34,6 @@ constexpr char kRefusedShape[] = "error:s exitStatus:n refused:a schema:n verb:s
 // With a configuration file of its own, in an IPC namespace in which no service runs.
 class VerbsTest : public QueueClientTest {
   protected:
-    static constexpr uint64_t kUnit = 128;  // sectors
-
     void SetUp() override;
 
     // Runs the verb with --config-path.
@@ -50,9 +48,6 @@ class VerbsTest : public QueueClientTest {
 
     // A pinned file of two units, one of them set, and a queued reload.
     std::string PinHalf();
-
-    // A file of the volume that lies in this one unit.
-    std::string MakeAt(const std::string& relative, uint64_t unit);
 
     // Messages in the queue.
     static uint64_t Waiting(int queue);

@@ -53,6 +53,22 @@ TEST_F(VolumeVerbsTest, EachSendsItsRequestAndOnlyReloadNeedsACache) {
     EXPECT_EQ(Waiting(queue), 2U);
 }
 
+TEST_F(VolumeVerbsTest, ReloadTakesAVolumeOrMissing) {
+    EXPECT_EQ(Run({"reload"}).status, kExitUsage);
+    EXPECT_EQ(Run({"reload", "--missing", mount_}).status, kExitUsage);
+    EXPECT_EQ(Run({"pend", "--missing"}).status, kExitUsage);
+}
+
+// A cache that does not tell what it holds has nothing missing; so the queue is not needed either.
+TEST_F(VolumeVerbsTest, WithNothingMissingNothingIsSent) {
+    WriteBitmap({1, 2});
+    const CallResult result = Run({"reload", "--missing"});
+    EXPECT_EQ(result.status, kExitDone) << result.talk;
+    EXPECT_EQ(result.out, "all pinned units are in their caches\n");
+    EXPECT_EQ(Shape(Report({"reload", "--missing"}, kExitDone)),
+              "exitStatus:n schema:n sent:n verb:s volumes:a");
+}
+
 TEST_F(VolumeVerbsTest, AWaitThatCannotEndSendsNothing) {
     const int queue = MakeQueue();
     config_ = dir_ / "missing";

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
-// What a walk meets, in which order, and what it says of what it cannot read.
+// What a walk meets, in which order, and what it says of what it cannot read; which file of a
+// volume a listed inode number still is.
 #include "client/volume/directory_walk.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -10,7 +12,7 @@
 
 #include <filesystem>
 
-#include "tests/unit/support/unit_test.h"
+#include "tests/unit/client/client_test.h"
 
 namespace client {
 
@@ -36,7 +38,7 @@ class DirectoryWalkTest : public testing::Test {
     }
 
     TempDir dir_;
-    size_t mounts_ = 0;
+    Names mounts_;
 };
 
 TEST_F(DirectoryWalkTest, AllThatIsNoDirectoryIsMetInOrder) {
@@ -45,7 +47,7 @@ TEST_F(DirectoryWalkTest, AllThatIsNoDirectoryIsMetInOrder) {
     }
     std::filesystem::create_directory(dir_ / "empty");
     EXPECT_EQ(Walk(), (Names{"/.hidden", "/a", "/b/x/0", "/b/x/1", "/b/y", "/c"}));
-    EXPECT_EQ(mounts_, 0U);
+    EXPECT_EQ(mounts_, Names());
 }
 
 TEST_F(DirectoryWalkTest, LinksAndPipesAreMetAndNotFollowed) {
@@ -60,10 +62,10 @@ TEST_F(DirectoryWalkTest, LinksAndPipesAreMetAndNotFollowed) {
 TEST_F(DirectoryWalkTest, WhatCannotBeReadIsMetWithItsError) {
     int error = 0;
     const auto visit = [&error](const WalkEntry& entry) { error = entry.error; };
-    EXPECT_EQ(WalkBelow(dir_ / "nothing", visit), 0U);
+    EXPECT_EQ(WalkBelow(dir_ / "nothing", visit), Names());
     EXPECT_EQ(error, ENOENT);
     Make("file");
-    EXPECT_EQ(WalkBelow(dir_ / "file", visit), 0U);
+    EXPECT_EQ(WalkBelow(dir_ / "file", visit), Names());
     EXPECT_EQ(error, ENOTDIR);
 }
 
@@ -78,7 +80,7 @@ TEST_F(DirectoryWalkTest, WhatGoesMeanwhileIsMetWithItsError) {
     EXPECT_EQ(met, (Names{"/a/file 0", "/b " + std::to_string(ENOENT)}));
 }
 
-TEST_F(DirectoryWalkTest, OtherFileSystemsAreCountedAndNotEntered) {
+TEST_F(DirectoryWalkTest, OtherFileSystemsAreNamedAndNotEntered) {
     std::filesystem::create_directory(dir_ / "mounted");
     Make("file");
     if (mount("none", (dir_ / "mounted").c_str(), "tmpfs", 0, nullptr) != 0) {
@@ -88,7 +90,7 @@ TEST_F(DirectoryWalkTest, OtherFileSystemsAreCountedAndNotEntered) {
     const Names met = Walk();
     EXPECT_EQ(umount((dir_ / "mounted").c_str()), 0);
     EXPECT_EQ(met, Names{"/file"});
-    EXPECT_EQ(mounts_, 1U);
+    EXPECT_EQ(mounts_, Names{dir_ / "mounted"});
 }
 
 TEST_F(DirectoryWalkTest, NamesAreListedInOrderAndAddedToWhatIsThere) {
@@ -103,6 +105,89 @@ TEST_F(DirectoryWalkTest, NamesAreListedInOrderAndAddedToWhatIsThere) {
     EXPECT_EQ(ListNames(dir_ / "b", none), ENOTDIR);
     EXPECT_NE(ListNames(dir_ / "link", none), 0) << "a link is not followed";
     EXPECT_TRUE(none.empty());
+}
+
+class InodeSearchTest : public ClientTest {
+  protected:
+    InodeSearch Search(const std::set<uint32_t>& inodes) const {
+        return SearchVolume(mount_, inodes, Bitmap());
+    }
+    std::string Bitmap() const { return mount_ + "/quorcachepinfile.bitmap"; }
+
+    // Sets the moment of the bitmap file's last change, seconds since 1970.
+    void Pinned(time_t moment) {
+        const struct timespec times[] = {{moment, 0}, {moment, 0}};
+        WriteFile(Bitmap(), "");
+        ASSERT_EQ(utimensat(AT_FDCWD, Bitmap().c_str(), times, 0), 0);
+    }
+};
+
+TEST_F(InodeSearchTest, FilesAreFoundWhereverTheyLie) {
+    const std::string top = Make("top");
+    const std::string deep = Make("a/b/c/deep");
+    Make("other");
+    const InodeSearch search = Search({InodeOf(top), InodeOf(deep), 4000000000U});
+    EXPECT_EQ(search.paths,
+              (std::map<uint32_t, std::string>{{InodeOf(top), top}, {InodeOf(deep), deep}}));
+    EXPECT_EQ(search.unreadable, "");
+}
+
+TEST_F(InodeSearchTest, AFileOfTwoNamesIsFoundByTheFirst) {
+    const std::string path = Make("b");
+    ASSERT_EQ(link(path.c_str(), (mount_ + "/a").c_str()), 0);
+    EXPECT_EQ(Search({InodeOf(path)}).paths.at(InodeOf(path)), mount_ + "/a");
+}
+
+TEST_F(InodeSearchTest, OnlyRegularFilesCount) {
+    std::filesystem::create_directory(mount_ + "/dir");
+    ASSERT_EQ(symlink("dir", (mount_ + "/link").c_str()), 0);
+    ASSERT_EQ(mkfifo((mount_ + "/pipe").c_str(), 0600), 0);
+    for (const char* const name : {"/dir", "/link", "/pipe"}) {
+        EXPECT_TRUE(Search({InodeOf(mount_ + name)}).paths.empty()) << name;
+    }
+}
+
+TEST_F(InodeSearchTest, AFileBornAfterTheLastPinIsAnother) {
+    const std::string path = Make("a");
+    const uint32_t inode = InodeOf(path);
+    EXPECT_EQ(Search({inode}).paths.size(), 1U) << "nothing was ever pinned";
+    Pinned(time(nullptr) + 1000);
+    EXPECT_EQ(Search({inode}).paths.size(), 1U) << "it was there when something was pinned";
+    Pinned(1000);
+    EXPECT_TRUE(Search({inode}).paths.empty()) << "it only inherited the number";
+    EXPECT_EQ(Search({inode}).unreadable, "");
+}
+
+TEST_F(InodeSearchTest, WhatCannotBeSearchedIsNamed) {
+    std::filesystem::remove_all(mount_);
+    EXPECT_EQ(Search({1}).unreadable, mount_ + ": No such file or directory");
+    EXPECT_TRUE(Search({1}).paths.empty());
+}
+
+TEST_F(InodeSearchTest, WhatAnotherMountHidesMayBeOneOfThem) {
+    const std::string mounted = mount_ + "/mounted";
+    const std::string hidden = Make("mounted/sub/hidden");
+    const std::string seen = Make("seen");
+    const uint32_t inode = InodeOf(hidden);
+    if (mount("none", mounted.c_str(), "tmpfs", 0, nullptr) != 0) {
+        GTEST_SKIP() << "needs root to mount";
+    }
+    const InodeSearch found = Search({inode});
+    const InodeSearch gone = Search({InodeOf(seen), 4000000000U});
+    // Somebody else may look around and not copy the mount.
+    EXPECT_EQ(chmod(dir_.path().c_str(), 0755), 0);
+    EXPECT_EQ(seteuid(65534), 0);
+    const InodeSearch blind = Search({4000000000U});
+    const InodeSearch all = Search({InodeOf(seen)});
+    EXPECT_EQ(seteuid(0), 0);
+    EXPECT_EQ(umount(mounted.c_str()), 0);
+    const std::string why = mounted + ": another file system is mounted over it";
+    EXPECT_TRUE(found.paths.empty());
+    EXPECT_EQ(found.unreadable, why);
+    EXPECT_EQ(gone.paths.size(), 1U);
+    EXPECT_EQ(gone.unreadable, "") << "below the mount lies another file";
+    EXPECT_EQ(blind.unreadable, why) << "what cannot be looked at is not known to hold none";
+    EXPECT_EQ(all.unreadable, "") << "nothing is left to look for";
 }
 
 }  // namespace

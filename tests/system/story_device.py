@@ -1,0 +1,105 @@
+# SPDX-License-Identifier: MIT
+"""A cache with a block device of its own: there when it says so, and taken away without a loss."""
+import os
+import signal
+import socket
+import subprocess
+
+import pytest
+
+from lab import journal, libc, namespaces, processes
+
+LINK, VOLUME, DIRECTORY = "/dev/quorcache/own", "/mnt/own", "/tmp/own"
+
+
+class Own:
+    """The cache `own`, started as its unit starts it; what it tells the service manager is kept."""
+
+    def __init__(self):
+        os.makedirs(DIRECTORY, exist_ok=True)
+        os.makedirs(VOLUME, exist_ok=True)
+        self.output = f"{DIRECTORY}/out"
+        for name, size in (("disk", 200 << 20), ("ssd", 32 << 20)):
+            with open(f"{DIRECTORY}/{name}", "ab") as file:
+                file.truncate(size)
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:
+            if os.path.exists(f"{DIRECTORY}/notify"):
+                os.unlink(f"{DIRECTORY}/notify")
+            manager.bind(f"{DIRECTORY}/notify")
+            manager.settimeout(journal.PATIENCE)
+            self.process = processes.start(
+                [namespaces.program("quorsoftcache"), "--name", "own", "--backing", f"{DIRECTORY}/disk",
+                 "--ssd", f"{DIRECTORY}/ssd", "--device"], self.output,
+                {"NOTIFY_SOCKET": f"{DIRECTORY}/notify"})
+            self.told = manager.recv(4096).decode()
+        self.node = os.path.realpath(LINK)
+
+    def says(self, text):
+        return text in processes.text_of(self.output)
+
+
+@pytest.fixture
+def own():
+    made = Own()
+    subprocess.run(["mkfs.ext4", "-q", "-F", LINK], check=True)
+    yield made
+    if os.path.ismount(VOLUME):
+        libc.unmount(VOLUME)
+    assert processes.stop(made.process) in (0, -signal.SIGKILL)
+    assert not os.path.lexists(LINK) or made.process.returncode != 0
+    assert not processes.take_reports()
+
+
+def write_and_leave_dirty(content):
+    with open(f"{VOLUME}/file", "wb") as file:
+        file.write(content)
+
+
+def test_the_manager_is_told_when_the_device_can_be_opened(own):
+    assert own.told == f"READY=1\nSTATUS=own ready on {own.node}"
+    assert os.path.isdir("/run/quorsoftcache/mount/own")
+
+
+def test_an_orderly_end_leaves_nothing(own):
+    assert processes.stop(own.process) == 0
+    assert not os.path.lexists(LINK) and not os.path.ismount("/run/quorsoftcache/mount/own")
+    assert not os.path.exists("/run/quorsoftcache/own.json")
+    with open(own.node, "rb") as device:
+        assert device.read(1) == b""  # the number is free again
+
+
+def test_a_mounted_volume_is_served_until_it_is_let_go(own):
+    content = os.urandom(5_000_000)
+    libc.mount(LINK, VOLUME, "ext4")
+    write_and_leave_dirty(content)
+    own.process.send_signal(signal.SIGTERM)
+    journal.until(lambda: own.says(f"own: {own.node} is still in use; served until it is let go"), "says so")
+    assert not os.path.lexists(LINK) and os.path.exists("/run/quorsoftcache/own.json")
+    assert own.process.poll() is None
+    libc.unmount(VOLUME)
+    assert processes.wait(own.process) == 0
+    again = Own()
+    libc.mount(LINK, VOLUME, "ext4")
+    with open(f"{VOLUME}/file", "rb") as file:
+        assert file.read() == content
+    libc.unmount(VOLUME)
+    assert processes.stop(again.process) == 0
+
+
+def test_a_second_signal_ends_the_wait(own):
+    libc.mount(LINK, VOLUME, "ext4")
+    own.process.send_signal(signal.SIGTERM)
+    journal.until(lambda: own.says("still in use"), "says so")
+    assert processes.stop(own.process) == 0
+
+
+def test_a_killed_cache_is_replaced_once_its_volume_is_let_go(own):
+    libc.mount(LINK, VOLUME, "ext4")
+    own.process.kill()
+    own.process.wait()
+    libc.unmount(VOLUME)
+    subprocess.run(["umount", "/run/quorsoftcache/mount/own"], check=False)
+    again = Own()
+    libc.mount(LINK, VOLUME, "ext4")
+    libc.unmount(VOLUME)
+    assert processes.stop(again.process) == 0
