@@ -34,7 +34,7 @@ std::string WhyNotRegular(const std::string& given, const struct stat& status) {
     if (S_ISREG(status.st_mode)) {
         return "";
     }
-    // The service would pin the link's own inode, which has no data.
+    // The service would look for the target's inode in the link's directory, and not find it.
     if (S_ISLNK(status.st_mode)) {
         std::error_code error;
         const std::string target = std::filesystem::read_symlink(given, error).string();

@@ -154,13 +154,36 @@ def test_what_is_listed_and_gone_is_refused_with_the_remedy(stage):
     assert shown[renamed] == f"is on the service's list and renamed: lies at {volume.path('away')}"
     assert shown[emptied].startswith("is empty")
     assert {entry["path"]: entry["fate"] for entry in report["entries"]} == {
-        gone: "gone", renamed: "renamed"}
+        gone: "gone", emptied: "there", renamed: "renamed"}
 
     result = command.run("unpin", "--wait", "--keep-going", "-0", "-f", "-", given=listed)
     assert result.status == 1 and there not in result.talk
     command.done("unpin", "--wait", volume.path("away"))
     left = evidence.pinned_files(daemon.configuration, volume.mount_path)
     assert sorted(left.values()) == ["a/a", "b/b"]
+
+
+def test_an_emptied_file_is_taken_off_the_list_while_no_service_runs(stage):
+    volume = stage.volume()
+    path, kept = volume.write("a", 300_000), volume.write("kept", 300_000)
+    daemon = stage.daemon()
+    command.done("pin", "--wait", path, kept)
+    os.truncate(path, 0)
+    os.sync()
+    refused = command.run("unpin", path)
+    assert refused.status == 5 and "while no service runs" in refused.talk, refused
+    assert evidence.pinned_files(daemon.configuration, volume.mount_path) == evidence.listing(
+        volume.mount_path, [path, kept])
+
+    assert daemon.stop() == 0
+    config = ("--config-path", daemon.configuration)
+    assert f"{path}: empty, taken off the list" in command.done("unpin", path, *config)
+    assert evidence.pinned_files(daemon.configuration, volume.mount_path) == evidence.listing(
+        volume.mount_path, [kept])
+    command.done("check", "--repair", *config)
+    assert evidence.pinned_bits(volume.mount_path) == volume.cache.pinned() == evidence.units([kept])
+    daemon.start()
+    command.done("check")
 
 
 def test_what_was_not_pinned_is_told(stage):

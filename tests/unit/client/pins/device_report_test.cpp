@@ -97,6 +97,38 @@ TEST_F(DeviceReportTest, AVolumeThatIsNotMountedIsNotForgotten) {
               "/nowhere: 1 file listed, cannot be looked at: the volume is not mounted\n");
 }
 
+TEST_F(DeviceReportTest, WhatStandsInTheWayOfARepairIsSaid) {
+    const std::string bitmap = mount_ + "/quorcachepinfile.bitmap";
+    const std::string path = Pinned("a", {{1023 * kUnit, 3 * kUnit}});
+    WriteFile(bitmap, std::string(127, '\0') + "\x80surplus");
+    g_platform.mappings[InodeOf(Pinned("b"))][0].result = -1;
+    EXPECT_EQ(
+        Text(),
+        mount_ +
+            ": 1 of 2 files good, 1 unit set\n"
+            "  b: cannot be looked at: its extents cannot be read\n"
+            "  " +
+            bitmap +
+            " has 135 bytes, the bitmap 128: every request fails until the file is removed or "
+            "repaired\n"
+            "  2 units at the device's end, for which there are no bits\n"
+            "  " +
+            mount_ +
+            "/b cannot be looked at (its extents cannot be read), so no unit can be said to be "
+            "unneeded\n");
+    const Json::Value json = DescribeDevice(Read()).ToJson();
+    EXPECT_TRUE(json["bitmapFileTooLong"].asBool());
+    EXPECT_EQ(json["unitsWithoutBit"].asInt(), 2);
+    EXPECT_NE(json["uncertain"].asString().find("no unit can be said"), std::string::npos);
+}
+
+TEST_F(DeviceReportTest, WithoutACacheNothingIsSaidToLieBehindTheBitmapsEnd) {
+    Pinned("a", {{1023 * kUnit, 3 * kUnit}});
+    WriteBitmap({1023});
+    g_platform.configs.clear();
+    EXPECT_EQ(Text().find("device's end"), std::string::npos) << Text();
+}
+
 }  // namespace
 
 }  // namespace client

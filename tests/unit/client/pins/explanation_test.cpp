@@ -130,6 +130,39 @@ TEST_F(ExplanationTest, TheTextShowsTenExtentsAndTheRestIsCounted) {
               std::string::npos);
 }
 
+TEST_F(ExplanationTest, TheTextSaysWhatTheJsonSays) {
+    Pinned("a", {{0, 2 * kUnit}, {1023 * kUnit, 2 * kUnit}});
+    Pinned("b", {{kUnit, 8}});
+    state_.queue.push_back(
+        {"7", "unpinFiles", mount_, "a#" + std::to_string(InodeOf(mount_ + "/a"))});
+    WriteBitmap({0, 1, 1023});
+    const Explanation a = Of("a");
+    testing::internal::CaptureStdout();
+    DescribeExplanation(a).Print();
+    const std::string text = testing::internal::GetCapturedStdout();
+    for (const std::string& line :
+         {mount_ + "/a\n", "  volume  " + mount_ + "\n", std::string("  size    1 byte\n"),
+          std::string("  pinned  yes\n"),
+          std::string("  queued  request 7 (unpinFiles), place 1 of 1\n"),
+          std::string("  units   3, set 3\n"),
+          std::string("          1 unit at the device's end, for which there are no bits\n"),
+          "  shares  1 unit with " + mount_ + "/b\n"}) {
+        EXPECT_NE(text.find(line), std::string::npos) << line << text;
+    }
+    EXPECT_EQ(text.find("not resident"), std::string::npos) << "the cache is mute";
+    EXPECT_FALSE(a.queuedToPin);
+}
+
+TEST_F(ExplanationTest, AFileWhoseExtentsCannotBeReadHasNoUnits) {
+    const std::string path = Pinned("a", {{0, kUnit}});
+    g_platform.mappings[InodeOf(path)][0].result = -1;
+    testing::internal::CaptureStdout();
+    DescribeExplanation(Of("a")).Print();
+    const std::string text = testing::internal::GetCapturedStdout();
+    EXPECT_NE(text.find("  extents  its extents cannot be read\n"), std::string::npos) << text;
+    EXPECT_EQ(text.find("  units "), std::string::npos) << text;
+}
+
 }  // namespace
 
 }  // namespace client

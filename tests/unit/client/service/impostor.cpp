@@ -61,13 +61,14 @@ Impostor::~Impostor() {
     waitpid(pid_, nullptr, 0);
 }
 
-BusyImpostor::BusyImpostor(const std::string& program, const std::string& device,
-                           uint64_t position) {
+BusyImpostor::BusyImpostor(const std::string& program, const std::string& device, uint64_t position,
+                           const std::vector<std::string>& arguments) {
+    std::vector<std::string> all = {"-I", "-S", "-c", kBusy, device, std::to_string(position)};
+    all.insert(all.end(), arguments.begin(), arguments.end());
     int said[2] = {};
     char byte = 0;
     EXPECT_EQ(pipe2(said, O_CLOEXEC), 0);
-    process_.Start(program, {"-I", "-S", "-c", kBusy, device, std::to_string(position)},
-                   [&said] { return dup2(said[1], STDOUT_FILENO) == STDOUT_FILENO; });
+    process_.Start(program, all, [&said] { return dup2(said[1], STDOUT_FILENO) == STDOUT_FILENO; });
     close(said[1]);
     EXPECT_EQ(read(said[0], &byte, 1), 1) << "it did not start";
     close(said[0]);

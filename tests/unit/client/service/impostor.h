@@ -37,8 +37,10 @@ class Impostor {
 // One that has a worker too, and a device open.
 class BusyImpostor {
   public:
-    // `program` is a link to python3. `device` is open at this position in bytes; "" = none is.
-    BusyImpostor(const std::string& program, const std::string& device, uint64_t position);
+    // `program` is a link to python3. `device` is open at this position in bytes; "" = none is. The
+    // arguments are what the service would get.
+    BusyImpostor(const std::string& program, const std::string& device, uint64_t position,
+                 const std::vector<std::string>& arguments = {});
 
   private:
     Impostor process_;

@@ -219,6 +219,67 @@ TEST_F(FileVerbsTest, AnEmptyFileStaysListedWhereTheListCannotChange) {
     EXPECT_EQ(ReadFile(config_), before);
 }
 
+// What a waited-for pin comes to: what the service has done when it takes the message.
+struct HoldingRow {
+    const char* what;
+    bool listed;
+    std::vector<uint64_t> bits;
+    int status;
+    std::string text;  // of the one file
+};
+
+TEST_F(FileVerbsTest, APinThatWasWaitedForIsJudged) {
+    const std::string path = MakeAt("a", 1, 2);
+    const int queue = MakeQueue();
+    const HoldingRow rows[] = {
+        {"all well", true, {1, 2}, kExitDone, "pinned 1 file, 128.0 KiB\n  units  2, set 2\n"},
+        {"a bit is missing",
+         true,
+         {1},
+         kExitPartly,
+         "pinned 0 of 1 file, 128.0 KiB\n  units  2, set 1\n  not pinned " + path +
+             ": 1 unit of 2 not set\n"},
+        {"it was dropped",
+         false,
+         {1, 2},
+         kExitPartly,
+         "pinned 0 of 1 file, 0 bytes\n  units  0, set 0\n  not pinned " + path +
+             ": is not on the service's list: its request was dropped, the service's log says "
+             "why\n"},
+    };
+    for (const HoldingRow& row : rows) {
+        WriteFile(config_, R"({"nextRequestNum":5})");
+        WriteBitmap({});
+        const CallResult result = RunServed({"pin", "--wait", path}, queue, 1, [&](int) {
+            WriteBitmap(row.bits);
+            WriteFile(config_,
+                      R"({"nextRequestNum":6,"volumes":{")" + mount_ + R"(":{"files":{)" +
+                          (row.listed ? "\"" + std::to_string(InodeOf(path)) + R"(":"a")" : "") +
+                          "}}}}");
+        });
+        EXPECT_EQ(result.status, row.status) << row.what << result.talk;
+        EXPECT_EQ(result.out, mount_ + ": " + row.text) << row.what;
+    }
+}
+
+TEST_F(FileVerbsTest, AnUnpinThatWasWaitedForIsJudgedWithWhatWasPinnedAgain) {
+    const std::string leaving = MakeAt("leaving", 1, 2);
+    const std::string staying = MakeAt("staying", 2, 1);
+    const int queue = MakeQueue();
+    const std::string stays = R"(,"volumes":{")" + mount_ + R"(":{"files":{")" +
+                              std::to_string(InodeOf(staying)) + R"(":"staying")";
+    WriteBitmap({1, 2});
+    WriteFile(config_, R"({"nextRequestNum":5)" + stays + ",\"" + std::to_string(InodeOf(leaving)) +
+                           R"(":"leaving"}}}})");
+    const CallResult result = RunServed({"unpin", "--wait", leaving}, queue, 2, [&](int message) {
+        WriteBitmap(message == 1 ? std::vector<uint64_t>{} : std::vector<uint64_t>{2});
+        WriteFile(config_, R"({"nextRequestNum":)" + std::to_string(5 + message) + stays + "}}}}");
+    });
+    EXPECT_EQ(result.status, kExitDone) << result.talk;
+    EXPECT_EQ(result.out, mount_ + ": unpinned 1 file, 128.0 KiB\n  units  1, set 0\n" + mount_ +
+                              ": pinned again 1 file, 64.0 KiB\n  units  1, set 1\n");
+}
+
 }  // namespace
 
 }  // namespace client

@@ -60,17 +60,85 @@ TEST_F(RepairTest, AServiceThatHasStoppedWorkingCarriesNothingOut) {
     EXPECT_EQ(ReadFile(conf_), before_);
 }
 
-TEST_F(RepairTest, OnlyTheUnitsOwnProcessIsRestarted) {
+class RestartTest : public RepairTest {
+  protected:
+    void SetUp() override {
+        RepairTest::SetUp();
+        path_ = getenv("PATH");
+        std::filesystem::create_directory(dir_ / "bin");
+        setenv("PATH", ((dir_ / "bin") + ":" + path_).c_str(), 1);
+    }
+    void TearDown() override {
+        setenv("PATH", path_.c_str(), 1);
+        RepairTest::TearDown();
+    }
+    // Puts a script in systemctl's place: what it does when it is asked for the main process, told
+    // to stop the unit, and told to start it. It keeps the configuration file as it is then.
+    void Systemctl(const std::string& show, const std::string& stop, const std::string& start) {
+        const std::string name = dir_ / "bin/systemctl";
+        WriteFile(name, "#!/bin/sh\ncp " + conf_ + " " + (dir_ / "at-") + "$1\ncase $1 in\nshow) " +
+                            show + ";;\nstop) " + stop + ";;\nstart) " + start + ";;\nesac\n");
+        chmod(name.c_str(), 0755);
+    }
+    // As systemctl does it, this waits until the process has ended.
+    static std::string Ending(const Impostor& service) {
+        const std::string pid = std::to_string(service.pid());
+        return "kill -9 " + pid + "; until grep -q '^State:.Z' /proc/" + pid +
+               "/status; do :; done";
+    }
+    std::string path_;
+};
+
+TEST_F(RestartTest, TheRepairStandsBetweenStopAndStart) {
     const Impostor service(dir_ / "quorcachepinfiled", {"-f", conf_});
-    const std::string path = getenv("PATH");
-    std::filesystem::create_directory(dir_ / "bin");
-    WriteFile(dir_ / "bin/systemctl", "#!/bin/sh\necho 1\n");
-    chmod((dir_ / "bin/systemctl").c_str(), 0755);
-    setenv("PATH", ((dir_ / "bin") + ":" + path).c_str(), 1);
+    Systemctl("echo " + std::to_string(service.pid()), Ending(service), ":");
+    EXPECT_EQ(RepairAll(true), kExitDone) << talk_;
+    EXPECT_EQ(ReadFile(dir_ / "at-stop"), before_);
+    EXPECT_EQ(ReadFile(dir_ / "at-start").find("gone"), std::string::npos);
+    EXPECT_EQ(talk_, "");
+}
+
+TEST_F(RestartTest, WhatCannotBeStoppedIsNotRepairedAndStartedAllTheSame) {
+    const Impostor service(dir_ / "quorcachepinfiled", {"-f", conf_});
+    Systemctl("echo " + std::to_string(service.pid()), "exit 1", ":");
+    EXPECT_EQ(RepairAll(true), kExitNoService);
+    EXPECT_NE(talk_.find("cannot be stopped; nothing was changed\n"), std::string::npos) << talk_;
+    EXPECT_EQ(ReadFile(conf_), before_);
+    EXPECT_TRUE(Exists(dir_ / "at-start"));
+}
+
+TEST_F(RestartTest, AServiceThatDoesNotStartAgainIsAFailureWhateverWasRepaired) {
+    const Impostor service(dir_ / "quorcachepinfiled", {"-f", conf_});
+    Systemctl("echo " + std::to_string(service.pid()), Ending(service), "exit 1");
+    EXPECT_EQ(RepairAll(true), kExitNoService);
+    EXPECT_NE(talk_.find("cannot be started again; systemctl status shows why\n"),
+              std::string::npos)
+        << talk_;
+    EXPECT_EQ(ReadFile(conf_).find("gone"), std::string::npos);
+}
+
+TEST_F(RestartTest, AServiceThatLivesOnAfterItsStopIsNotRepairedUnder) {
+    const Impostor service(dir_ / "quorcachepinfiled", {"-f", conf_});
+    Systemctl("echo " + std::to_string(service.pid()), ":", ":");
+    EXPECT_EQ(RepairAll(true), kExitDone);
+    EXPECT_EQ(ReadFile(conf_), before_) << "the list may be read by now";
+}
+
+TEST_F(RestartTest, OnlyTheUnitsOwnProcessIsRestarted) {
+    const Impostor service(dir_ / "quorcachepinfiled", {"-f", conf_});
+    Systemctl("echo 1", ":", ":");
     EXPECT_EQ(RepairAll(true), kExitRefused);
-    setenv("PATH", path.c_str(), 1);
     EXPECT_NE(talk_.find("stop it, run check --repair"), std::string::npos) << talk_;
     EXPECT_EQ(ReadFile(conf_), before_);
+    EXPECT_FALSE(Exists(dir_ / "at-stop"));
+}
+
+TEST_F(RestartTest, OfTwoServicesNoneIsRestarted) {
+    const Impostor one(dir_ / "quorcachepinfiled", {"-f", conf_});
+    const Impostor two(dir_ / "quorcachepinfiled", {"-f", conf_});
+    Systemctl("echo " + std::to_string(one.pid()), ":", ":");
+    EXPECT_EQ(RepairAll(true), kExitRefused);
+    EXPECT_FALSE(Exists(dir_ / "at-stop"));
 }
 
 std::string TextOf(const RepairReport& repair, bool done) {

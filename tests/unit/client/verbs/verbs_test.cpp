@@ -3,10 +3,14 @@
 
 #include <sys/msg.h>
 
+#include <filesystem>
 #include <memory>
+#include <thread>
 
 #include "client/command_line.h"
 #include "client/show/output.h"
+#include "tests/unit/client/service/impostor.h"
+#include "util/request.h"
 
 namespace client {
 
@@ -92,6 +96,26 @@ std::string VerbsTest::PinHalf() {
                            R"(":{"files":{")" + std::to_string(InodeOf(path)) +
                            R"(":"photos/a.jpg"}}}})");
     return path;
+}
+
+CallResult VerbsTest::RunServed(const std::vector<std::string>& arguments, int queue, int messages,
+                                const std::function<void(int)>& act) {
+    const std::string program = dir_ / "quorcachepinfiled";
+    if (!Exists(program)) {
+        std::filesystem::create_symlink("/usr/bin/python3", program);
+    }
+    const BusyImpostor service(program, "", 0, {"-f", config_});
+    std::thread taker([&] {
+        RequestMsg taken = {};
+        for (int i = 1; i <= messages; ++i) {
+            if (msgrcv(queue, &taken, sizeof(taken.body), 0, 0) > 0) {
+                act(i);
+            }
+        }
+    });
+    CallResult result = Run(arguments);
+    taker.join();
+    return result;
 }
 
 uint64_t VerbsTest::Waiting(int queue) {

@@ -5,6 +5,7 @@
 
 #include <json/json.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -51,6 +52,12 @@ class VerbsTest : public QueueClientTest {
 
     // Messages in the queue.
     static uint64_t Waiting(int queue);
+
+    // Runs the verb beside a process that looks like a working service. Whenever a message comes,
+    // it is taken and `act` is called with the number of messages so far, the first being 1; `act`
+    // makes the configuration file say what has become of it. `messages` are expected.
+    CallResult RunServed(const std::vector<std::string>& arguments, int queue, int messages,
+                         const std::function<void(int)>& act);
 
     std::string config_;
 };

@@ -78,6 +78,17 @@ TEST_F(VolumeVerbsTest, AWaitThatCannotEndSendsNothing) {
     EXPECT_EQ(Waiting(queue), 0U);
 }
 
+TEST_F(VolumeVerbsTest, AReloadThatWasWaitedForIsCounted) {
+    const int queue = MakeQueue();
+    WriteBitmap({1, 2});
+    WriteFile(config_, R"({"nextRequestNum":5})");
+    const CallResult result = RunServed({"reload", "--wait", mount_}, queue, 1, [this](int) {
+        WriteFile(config_, R"({"nextRequestNum":6})");
+    });
+    EXPECT_EQ(result.status, kExitDone) << result.talk;
+    EXPECT_EQ(result.out, mount_ + ": reloaded\n  units  2, set 2\n");
+}
+
 }  // namespace
 
 }  // namespace client
