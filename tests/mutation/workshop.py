@@ -104,7 +104,9 @@ class Workshop:
 
 def try_all(mutations, jobs):
     """Tries them, several at once, and yields (change, outcome) in their order."""
+    tests = sorted({test for mutation in mutations for test in mutation.tests()})
     with tempfile.TemporaryDirectory(prefix="mutate.") as directory:
+        places = [pathlib.Path(directory) / str(job) for job in range(jobs)]
         workshops = queue.Queue()
 
         def work(mutation):
@@ -114,8 +116,9 @@ def try_all(mutations, jobs):
             finally:
                 workshops.put(workshop)
 
-        tests = sorted({test for mutation in mutations for test in mutation.tests()})
-        for job in range(jobs):
-            workshops.put(Workshop(pathlib.Path(directory) / str(job), tests, jobs))
-        with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
+        # The first compiles for all of them, where there is a compiler cache, and works meanwhile.
+        workshops.put(Workshop(places[0], tests, jobs))
+        with concurrent.futures.ThreadPoolExecutor(jobs + 1) as pool:
+            rest = pool.submit(lambda: [workshops.put(Workshop(place, tests, 1)) for place in places[1:]])
             yield from pool.map(work, mutations)
+            rest.result()

@@ -102,6 +102,93 @@ Lines ReadLines(uint64_t offset, uint64_t numBytes) {
             kDaemonLog.Leave("ReadFdToNull")};
 }
 
+// --- places beyond 4 GiB and 2 TiB, where no number of 32 bits reaches
+
+constexpr uint64_t kGiB = UINT64_C(1) << 30;
+constexpr uint64_t kTiB = UINT64_C(1) << 40;
+constexpr char kRanges[] = "ReadMappingRangesToCache";
+
+class FarPlacesTest : public CacheWarmingTest {
+  protected:
+    void SetUp() override {
+        CacheWarmingTest::SetUp();
+        ASSERT_EQ(truncate(volume_.cachePath.c_str(), static_cast<off_t>(5 * kTiB)), 0);
+    }
+};
+
+TEST_F(FarPlacesTest, BytesAreReadWhereTheyLie) {
+    for (uint64_t border : {2 * kGiB, 4 * kGiB, 2 * kTiB, 4 * kTiB}) {
+        LogCapture log(2);
+        Restart();
+        EXPECT_EQ(Read(border - 65536, 131072), 0);
+        EXPECT_EQ(Reads(), AsText({{border - 65536, 65536}, {border, 65536}}));
+        EXPECT_TRUE(log.Shows(ReadLines(border - 65536, 131072)));
+        FailCall(Call::kRead, 1, EIO);
+        EXPECT_EQ(Read(border, 512), -1);
+        EXPECT_TRUE(log.Has(kDaemonLog.Error(
+            "ReadFdToNull",
+            "Read block error (seek = " + std::to_string(border) + " num bytes = 512")));
+        FailCall(Call::kLseek, 1, EIO);
+        EXPECT_EQ(Read(border, 512), -1);
+        EXPECT_TRUE(
+            log.Has(kDaemonLog.Error("ReadFdToNull", "Can't seek to " + std::to_string(border))));
+        log.Clear();
+    }
+}
+
+TEST_F(FarPlacesTest, ExtentsAreReadWhereTheyLie) {
+    const uint64_t start = 4 * kTiB / 512 + 8;
+    const uint64_t length = (UINT64_C(1) << 32) + 8;  // sectors; its bytes' low 32 bits are 4096
+    const std::string numbers = "(disk start sector = " + std::to_string(start) +
+                                " num sectors = " + std::to_string(length) + ")";
+    LogCapture log(2);
+
+    EXPECT_EQ(ReadMappingRangesToCache("/v", fd_,
+                                       Table({Entry(4 * kGiB / 512, 8), Entry(2 * kTiB / 512, 8),
+                                              Entry(start, length), Entry(start, length, 1)}),
+                                       buffer_, 65536),
+              kDone);
+    EXPECT_EQ(Reads(), AsText({{4 * kGiB, 4096}, {2 * kTiB, 4096}, {4 * kTiB + 4096, 4096}}));
+    EXPECT_TRUE(log.Has(kDaemonLog.Verbose(kRanges, "Read to null " + numbers)));
+    EXPECT_TRUE(log.Has(kDaemonLog.Verbose(kRanges, "Skip uninitialized range " + numbers)));
+    FailCall(Call::kRead, 1, EIO);
+    EXPECT_EQ(ReadMappingRangesToCache("/v", fd_, Table({Entry(start, length)}), buffer_, 65536),
+              kFailed);
+    EXPECT_TRUE(log.Has(kDaemonLog.Error(kRanges, "Read fd to null failed " + numbers)));
+    log.Clear();
+}
+
+TEST_F(FarPlacesTest, RunsAreReadWhereTheyLie) {
+    for (uint64_t bit : {UINT64_C(65535), UINT64_C(65536), UINT64_C(1) << 25, UINT64_C(1) << 26}) {
+        LogCapture log(2);
+        Restart();
+        EXPECT_EQ(ReadFdToNullByRange(fd_, {bit, 2}, buffer_, 65536), 0);
+        EXPECT_EQ(Reads(), AsText({{bit * 65536, 65536}, {bit * 65536 + 65536, 65536}}));
+        EXPECT_TRUE(log.Has(kDaemonLog.Verbose(
+            "ReadFdToNullByRange",
+            "Range's bitStart=" + std::to_string(bit) + " numBits=2 (size = 131072 bytes)")));
+        log.Clear();
+    }
+    // A run that no device has; its count wraps, and its numbers are told as they are.
+    LogCapture log(2);
+    EXPECT_EQ(ReadFdToNullByRange(fd_, {UINT64_C(5) << 32, UINT64_C(3) << 32}, buffer_, 65536), 0);
+    EXPECT_TRUE(log.Has(
+        kDaemonLog.Verbose("ReadFdToNullByRange",
+                           "Range's bitStart=21474836480 numBits=12884901888 (size = 0 bytes)")));
+    log.Clear();
+}
+
+TEST_F(FarPlacesTest, MoreThan255ExtentsAreCounted) {
+    LogCapture log(2);
+
+    EXPECT_EQ(
+        ReadMappingRangesToCache(
+            "/v", fd_, Table(std::vector<FileMappingEntry>(300, Entry(0, 8, 1))), buffer_, 65536),
+        kDone);
+    EXPECT_TRUE(log.Has(kDaemonLog.Verbose(kRanges, "Mapping entry size = 300")));
+    log.Clear();
+}
+
 // --- reading bytes
 
 TEST_F(CacheWarmingTest, BytesAreReadInPiecesOfTheBuffer) {
@@ -215,6 +302,16 @@ TEST_F(CacheWarmingTest, AFailedReadIsAnError) {
 }
 
 // A device that ends early must not be read for ever.
+TEST_F(CacheWarmingTest, AnInterruptedReadIsAnErrorToo) {
+    LogCapture log;
+
+    FailCall(Call::kRead, 2, EINTR);
+    EXPECT_EQ(Read(0, 131072), -1);
+    EXPECT_EQ(Reads(), "0+65536 65536+65536 ");
+    EXPECT_TRUE(log.Shows(
+        {kDaemonLog.Error("ReadFdToNull", "Read block error (seek = 65536 num bytes = 65536")}));
+}
+
 TEST_F(CacheWarmingTest, AReadThatReturnsNothingIsAnError) {
     LogCapture log;
 
@@ -288,8 +385,6 @@ TEST_F(CacheWarmingTest, ARunThatCannotBeReadFailsWithItsMarkers) {
 }
 
 // --- reading the extents of one file
-
-constexpr char kRanges[] = "ReadMappingRangesToCache";
 
 TEST_F(CacheWarmingTest, WrittenExtentsAreReadInTableOrder) {
     FileMappingTable table =
@@ -790,6 +885,77 @@ TEST_F(CacheWarmingTest, APendingVolumeIsSeenAtAnEmptyWord) {
         Release();
         ServiceRemovePendingSpaceAtomic("/another");
     }
+}
+
+// At the first read the volume becomes pending. Whether it is seen behind the bit at which the run
+// was read, the last one too, decides what comes of it.
+TEST_F(CacheWarmingTest, APendingVolumeIsSeenBehindTheBitThatEndedARun) {
+    struct Row {
+        const char* what;
+        std::vector<uint8_t> bits;
+        int result;
+        const char* reads;
+    };
+    const Row rows[] = {
+        {"the run ends within a byte", {0x05}, kInterrupted, "0+65536 "},
+        {"the last bit of all ends it", {0x40}, kInterrupted, "393216+65536 "},
+        {"the first bit of a byte ends it", {0x80, 0x02}, kInterrupted, "458752+65536 "},
+        {"the last bit of a byte ends it", {0x40, 0x01}, kInterrupted, "393216+65536 "},
+        {"no bit is behind it", {0, 0xc0}, kDone, "917504+65536 983040+65536 "},
+    };
+
+    for (const Row& row : rows) {
+        Bits bitmap(row.bits);
+        Restart();
+        BecomePendingAtRead(1);
+        EXPECT_EQ(ReloadPinBlocksToCache(bitmap.get(), volume_.cachePath.c_str(),
+                                         volume_.mountPath.c_str()),
+                  row.result)
+            << row.what;
+        EXPECT_EQ(Reads(), row.reads) << row.what;
+        Release();
+    }
+}
+
+TEST_F(CacheWarmingTest, AFailedRunOfAVolumeThatBecomesPendingIsAFailure) {
+    for (uint8_t bits : std::vector<uint8_t>{0x01, 0x80}) {
+        Bits bitmap({bits});
+        LogCapture log;
+        Restart();
+        BecomePendingAtRead(1);
+        FailCall(Call::kRead, 1, EIO);
+        EXPECT_EQ(ReloadPinBlocksToCache(bitmap.get(), volume_.cachePath.c_str(),
+                                         volume_.mountPath.c_str()),
+                  kFailed)
+            << int{bits};
+        EXPECT_TRUE(
+            log.Has(kDaemonLog.Error("ReloadPinBlocksToCache", "Read range to cache failed")));
+        Release();
+    }
+}
+
+// What one reload has found is forgotten by the next.
+TEST_F(CacheWarmingTest, EveryReloadBeginsWithoutARun) {
+    const ExpectedLine none =
+        kDaemonLog.Verbose("ReloadPinBlocksToCache", "No pin blocks, no need to reload");
+    Bits pinned({0x03});
+    Bits other({0x80});
+    Bits empty({0});
+    auto reload = [&](const Bits& bitmap) {
+        Restart();
+        return ReloadPinBlocksToCache(bitmap.get(), volume_.cachePath.c_str(),
+                                      volume_.mountPath.c_str());
+    };
+
+    LogCapture log(2);
+    ServiceAddPendingSpaceAtomic(volume_.mountPath.c_str());
+    EXPECT_EQ(reload(pinned), kInterrupted);
+    Release();
+    EXPECT_EQ(reload(other), kDone);
+    EXPECT_EQ(Reads(), "458752+65536 ");
+    EXPECT_FALSE(log.Has(none));
+    EXPECT_EQ(reload(empty), kDone);
+    EXPECT_TRUE(log.Has(none));
 }
 
 TEST_F(CacheWarmingTest, AReloadOfAnEmptyBitmapAsksNobody) {

@@ -28,6 +28,8 @@ namespace {
 // What getopt_long returns the next time; 0 lets the real one answer.
 int g_nextOption = 0;
 
+int g_logOpenings = 0;  // of the system log
+
 }  // namespace
 
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
@@ -41,6 +43,10 @@ int __wrap_getopt_long(int argc, char* const* argv, const char* shortOptions,
         return g_nextOption;
     }
     return __real_getopt_long(argc, argv, shortOptions, longOptions, index);
+}
+
+void __wrap_openlog(const char* /*identity*/, int /*options*/, int /*facility*/) {
+    ++g_logOpenings;
 }
 }
 // NOLINTEND(bugprone-reserved-identifier)
@@ -116,10 +122,11 @@ class EntryTest : public DaemonTest {
 
     ServiceOptions Options() const { return {config(), 0, 0}; }
 
-    // For a process that is to end: its standard output goes, unbuffered, where it is looked at.
-    static void ShowStdout(int32_t level) {
+    // For a process that is to end: its standard output goes where it is looked at, unbuffered
+    // unless told otherwise (_IOFBF: what nobody flushes comes when the process exits).
+    static void ShowStdout(int32_t level, int buffering = _IONBF) {
         dup2(STDERR_FILENO, STDOUT_FILENO);
-        setvbuf(stdout, nullptr, _IONBF, 0);
+        setvbuf(stdout, nullptr, buffering, 4096);
         g_printLevel = level;
         g_logToSyslog = 0;
         g_processName = kTestProcessName;
@@ -311,6 +318,26 @@ TEST_F(EntryTest, OptionsSetThePrintLevelAndTheDebugFileHasTheLastWord) {
     }
 }
 
+// The level that the debug file names is in force for the line about the flags.
+TEST_F(EntryTest, TheDebugFileIsReadBeforeTheDebugFlags) {
+    LogCapture log(1);
+
+    WriteFile(dir_ / "debug", "");
+    g_platform.settings[std::string(kDebugSettingsPath) + ":print_level"] = {"verbose"};
+    g_platform.settings["/etc/quorinfo.conf:cache_pin_debug_flags"] = {"6"};
+    FailCall(Call::kSignal, 1, EINVAL);
+    EXPECT_EQ(RunMain({"-f", config()}), -1);
+    std::vector<std::string> lines = log.SystemLines();
+    ASSERT_GE(lines.size(), 2U);
+    EXPECT_EQ(lines[0],
+              "<3>quorcachepinfileutil.cpp:# UpdatePrintLevelByFile() [#] : Detect "
+              "/tmp/quorcachepinfiletool.debug, update print level to 2");
+    EXPECT_EQ(lines[1],
+              "<3>quorcachepinfileutil.cpp:# InitDebugFlags() [#] : Detect cache_pin_debug_flags "
+              "key in /etc/quorinfo.conf, debug flag = 6");
+    log.Clear();
+}
+
 TEST_F(EntryTest, MainIsTraced) {
     for (int level : {1, 2}) {
         LogCapture log(level);
@@ -383,6 +410,37 @@ TEST_F(EntryTest, ASignalEndsTheProcessWithStatusZero) {
         },
         testing::ExitedWithCode(0),
         "^pinTestProcess: SignalHandler\\(\\) \\[[0-9]+\\]: Get signal = 15\n$");
+}
+
+// Not at once: what stands in buffers is written, and what is to run at the end runs.
+TEST_F(EntryTest, ASignalAndHelpEndTheProcessByAnOrderlyExit) {
+    EXPECT_EXIT(
+        {
+            ShowStdout(2, _IOFBF);
+            atexit([] { fprintf(stderr, "at the end; "); });
+            SignalHandler(SIGTERM);
+        },
+        testing::ExitedWithCode(0),
+        "^at the end; pinTestProcess: SignalHandler\\(\\) \\[[0-9]+\\]: Get signal = 15\n$");
+    EXPECT_EXIT(
+        {
+            ShowStdout(1, _IOFBF);
+            RunMain({"--help"});
+        },
+        testing::ExitedWithCode(0), "^Usage:\n(.*\n)*\t\t--debug: Output debug information\n$");
+}
+
+TEST_F(EntryTest, NobodyFlushesStandardOutputOrOpensTheSystemLog) {
+    LogCapture log(3, LogTarget::kStdout);
+    int flushes = CallCount(Call::kFflush);
+
+    FailCall(Call::kSignal, 1, EINVAL);
+    EXPECT_EQ(RunMain({"--stdout", "--debug", "-f", config()}), -1);
+    EXPECT_EQ(RunMain({}), -1);
+    EXPECT_EQ(CallCount(Call::kFflush), flushes);
+    EXPECT_EQ(CallCount(Call::kSetvbuf), 0);
+    EXPECT_EQ(g_logOpenings, 0);
+    log.Clear();
 }
 
 TEST_F(EntryTest, OtherSignalsKeepTheirDefaults) {

@@ -244,9 +244,14 @@ TEST_F(FileMappingTest, AFileThatCannotBeSyncedIsClosedAndReported) {
         EXPECT_EQ(DoFsync((path_ + "-missing").c_str()), -1);
         EXPECT_TRUE(
             log.Shows({kDaemonLog.Error("DoFsync", "Can't open file " + path_ + "-missing")}));
-        FailCall(Call::kFsync, 1, EIO);
+        for (int error : {EIO, EINTR}) {
+            FailCall(Call::kFsync, 1, error);
+            EXPECT_EQ(DoFsync(path_.c_str()), -1) << "and it is not tried again";
+            EXPECT_TRUE(log.Shows({kDaemonLog.Error("DoFsync", "Do fsync failed")}));
+        }
+        FailCall(Call::kOpen, 1, EINTR);
         EXPECT_EQ(DoFsync(path_.c_str()), -1);
-        EXPECT_TRUE(log.Shows({kDaemonLog.Error("DoFsync", "Do fsync failed")}));
+        EXPECT_TRUE(log.Shows({kDaemonLog.Error("DoFsync", "Can't open file " + path_)}));
     });
 }
 
@@ -266,6 +271,15 @@ TEST_F(FileMappingTest, AFileWithExtentsIsAskedForOnce) {
         EXPECT_TRUE(log.Shows(
             {Start(), kDaemonLog.Verbose("GetMappingTableFromFile", "Entry number = 2"), kLeave}));
     });
+}
+
+TEST_F(FileMappingTest, MoreThan255ExtentsAreCounted) {
+    LogCapture log(2);
+
+    Answers({{std::vector<FileMappingEntry>(300, kEntry)}});
+    EXPECT_EQ(Map(), 0);
+    EXPECT_TRUE(log.Has(kDaemonLog.Verbose("GetMappingTableFromFile", "Entry number = 300")));
+    log.Clear();
 }
 
 TEST_F(FileMappingTest, TheDirectoryIsThatOfThePath) {

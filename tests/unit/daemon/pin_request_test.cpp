@@ -68,6 +68,10 @@ TEST_F(PinRequestTest, TheBitsOfAFilesExtentsAreSet) {
         {"two extents in one unit", {{0, 8}, {100, 8}}, {0x01}},
         {"up to the last bit", {{8064, 128}}, {0, 0, 0, 0, 0, 0, 0, 0x80}},
         {"beyond the last bit", {{8064, 1000}, {100000, 8}}, {0, 0, 0, 0, 0, 0, 0, 0x80}},
+        {"beyond 2 TiB", {{UINT64_C(1) << 32, 8}, {(UINT64_C(5) << 32) + 200, 8}}, {}},
+        {"an extent of 2 TiB",
+         {{128, UINT64_C(1) << 32}},
+         {0xfe, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff}},
     };
 
     for (const Row& row : rows) {
@@ -125,6 +129,29 @@ TEST_F(PinRequestTest, AddingIsTraced) {
     });
 }
 
+TEST_F(PinRequestTest, LargeNumbersAreToldAsTheyAre) {
+    LogCapture log(3);
+    FileMappingTable table;
+    const uint64_t far = (UINT64_C(7) << 32) + 3;
+
+    g_platform.mappings[4294967295] = {FakeMapping{{{far, far + 1, far + 2, 0}}, 0}};
+    EXPECT_EQ(BitmapMemAdd(&bitmap_, volume_.mountPath.c_str(), "/v/a", 4294967295, table), 0);
+    EXPECT_TRUE(log.Has(kDaemonLog.Debug(
+        kAdd,
+        "File [/v/a] start sector=30064771075 num_sector=30064771076 device_start sector "
+        "=30064771077\n")));
+    EXPECT_TRUE(log.Has(kUtilLog.Debug("BitmapMemOperation",
+                                       "Disk start sector=30064771077 num sectors=30064771076\n")));
+    EXPECT_TRUE(log.Has(kDaemonLog.Verbose("GetMappingTableFromFile",
+                                           "Start for file (/v/a), inode = 4294967295")));
+    g_platform.mappings[4294967295][0].result = -1;
+    EXPECT_EQ(Pin({Info("a", 4294967295)}), 1);
+    EXPECT_TRUE(
+        log.Has(kDaemonLog.Error("HandlePinRequest", "Can't add file (" + volume_.mountPath +
+                                                         "/a) inode (4294967295) to bitmap")));
+    log.Clear();
+}
+
 TEST_F(PinRequestTest, AFileThatCannotBeMappedChangesNeitherBitmapNorTable) {
     std::string path = volume_.mountPath + "/a";
     unsigned long inode = AddFile(volume_, "a", {{0, 128}});
@@ -161,13 +188,22 @@ TEST_F(PinRequestTest, FilesAreMappedWrittenSentAndReadInThisOrder) {
         order += call.rfind("GetMappingTable", 0) == 0 ? "map " : "";
         EXPECT_EQ(order == "map " || order == "map map " ? StepsTaken() : "", "");
     };
-    OnCall(Call::kPwrite, [&](int) { order += "file "; });
-    OnCall(Call::kRead, [&](int count) {
-        order += count == 1 ? StepsTaken() : "";
-        EXPECT_EQ(IoctlsSent().size(), 1U);
+    OnCall(Call::kPwrite, [&](int) {
+        order += "file ";
+        EXPECT_TRUE(IoctlsSent().empty()) << "the file before the driver";
     });
+    OnCall(Call::kRead, [&](int) {
+        order += "read ";
+        EXPECT_EQ(IoctlsSent().size(), 1U) << "the driver before the reading";
+    });
+    RecordReads();
     EXPECT_EQ(Pin(infos), 0);
-    EXPECT_EQ(order, "map map file file driver read ");
+    EXPECT_EQ(order, "map map file read read read ");
+    std::vector<uint64_t> places;
+    for (const ReadRecord& read : ReadsTried()) {
+        places.push_back(read.offset);
+    }
+    EXPECT_EQ(places, std::vector<uint64_t>({0, 102400, 524288})) << "in the request's order";
 
     const std::string expected("\x07\x01\0\0\x10\0\0\0", 8);
     EXPECT_EQ(ReadFile(volume_.bitmapPath), expected);
@@ -179,6 +215,17 @@ TEST_F(PinRequestTest, FilesAreMappedWrittenSentAndReadInThisOrder) {
     EXPECT_EQ(CallCount(Call::kRead), 3);
     EXPECT_TRUE(log.Shows({}));
     g_platform.onCall = nullptr;
+}
+
+TEST_F(PinRequestTest, ALongPathIsUsedWhole) {
+    LogCapture log(2);
+    std::string name = Text(511);
+
+    g_platform.mappings[77] = {FakeMapping{{{0, 8, 0, 1}}, 0}};
+    EXPECT_EQ(Pin({Info(name, 77)}), 0);
+    EXPECT_TRUE(log.Has(
+        kDaemonLog.Verbose(kAdd, "Add file (" + volume_.mountPath + "/" + name + ") start")));
+    log.Clear();
 }
 
 TEST_F(PinRequestTest, ARequestIsTraced) {
@@ -302,11 +349,20 @@ TEST_F(PinRequestTest, AFailedStepEndsTheRequest) {
         log.MaskAddresses();
         FakeSystemReset();
         FakeIoctlReset();
+        memset(bytes_, 0, sizeof(bytes_));
         unlink(volume_.bitmapPath.c_str());
         row.arrange();
         EXPECT_EQ(Pin({Info("a", inode)}), 1) << row.what;
         EXPECT_EQ(StepsTaken(), row.steps) << row.what;
         EXPECT_TRUE(log.Shows(row.errors)) << row.what;
+        // What was done before the step that failed stays, and nothing is done behind it.
+        EXPECT_EQ(CallCount(Call::kPwrite), 1) << row.what;
+        EXPECT_EQ(IoctlsSent().size(), strstr(row.steps, "driver") == nullptr ? 0U : 1U)
+            << row.what;
+        EXPECT_EQ(CallCount(Call::kRead), strstr(row.steps, "read") == nullptr ? 0 : 1) << row.what;
+        EXPECT_EQ(ReadFile(volume_.bitmapPath),
+                  std::string(row.steps) == "file " ? "" : std::string("\x01\0\0\0\0\0\0\0", 8))
+            << row.what;
 
         LogCapture traced(2);
         FakeSystemReset();

@@ -67,6 +67,23 @@ TEST_F(PinnedFilesTest, TheListFollowsTheRequest) {
     }
 }
 
+// Volumes that differ in their last character alone, and paths as long as an entry holds them.
+TEST_F(PinnedFilesTest, LongPathsAreListedWhole) {
+    Json::Value document;
+    std::string mountPath = "/" + Text(509);
+    std::string name = Text(511);
+
+    for (const char* end : {"1", "2"}) {
+        ASSERT_EQ(JsonUpdatePinFileInfo(document, MakeRequest(kRequestPinFiles, mountPath + end,
+                                                              name + "#4294967295")),
+                  0);
+    }
+    EXPECT_EQ(document["volumes"].size(), 2U);
+    for (const char* end : {"1", "2"}) {
+        EXPECT_EQ(document["volumes"][mountPath + end]["files"]["4294967295"].asString(), name);
+    }
+}
+
 TEST_F(PinnedFilesTest, OtherRequestsLeaveTheDocumentAlone) {
     AtEveryLogSetting([](LogCapture& log) {
         for (int type : {kRequestUnknown, kRequestAck, kRequestAddPendingSpace,

@@ -394,6 +394,31 @@ TEST_F(ReceiverTest, AShortMessageKeepsTheBytesOfTheOneBefore) {
               "/the-first-volume /the-first-volume /otherirst-volume /otherirst-volume ");
 }
 
+// A terminator that came in between cleared nothing behind it.
+TEST_F(ReceiverTest, AShortMessageBringsBackTheBytesOfAMessageBeforeTheLast) {
+    Request first = Reload("/the-first-volume");
+    Request second = Reload("/b");
+
+    MakeQueue();
+    Send(first);
+    Send(&second, offsetof(Request, mountPath) + 3);  // "/b" and its end
+    Send(&first, offsetof(Request, mountPath) + 3);   // "/th"
+    Receive(3);
+    EXPECT_EQ(StoredVolumes(ConfigDocument()), "/the-first-volume /b /the-first-volume ");
+}
+
+TEST_F(ReceiverTest, AnInterruptedReceiveIsNotTriedAgain) {
+    MakeQueue();
+    LogCapture log;
+    Send(Reload("/a"));
+    FailCall(Call::kMsgrcv, 1, EINTR);
+    RunUntilStop();
+    EXPECT_EQ(CallCount(Call::kMsgrcv), 1);
+    EXPECT_EQ(Waiting(), 1U);
+    EXPECT_TRUE(log.Shows({kDaemonLog.Error(
+        "GetRequests", std::string("Receive messaged failed: ") + strerror(EINTR))}));
+}
+
 // The data of the message before, too: an unpin of the files that were pinned.
 TEST_F(ReceiverTest, AShortMessageKeepsTheDataOfTheOneBefore) {
     std::string path = dir_ / "a";

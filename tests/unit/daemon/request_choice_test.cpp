@@ -305,6 +305,54 @@ TEST_F(RequestChoiceTest, DroppingIsTraced) {
     });
 }
 
+// Requests '0' to '255', each of this form; nothing that a byte counts.
+struct ManyRequests {
+    explicit ManyRequests(const std::string& request) {
+        for (int i = 0; i < 256; ++i) {
+            queue += (i == 0 ? "'" : ",'") + std::to_string(i) + "'";
+            requests += (i == 0 ? "'" : ",'") + std::to_string(i) + "':" + request;
+        }
+    }
+    std::string queue;
+    std::string requests;
+};
+
+TEST_F(RequestChoiceTest, AQueueOf256RequestsIsNotAnEmptyOne) {
+    LogCapture quiet;
+    ManyRequests pending(Reload("/a"));
+
+    ServiceAddPendingSpaceAtomic("/a");
+    SetConfig("{'requestQueue':[" + pending.queue + "],'requests':{" + pending.requests + "}}");
+    EXPECT_EQ(Choose(), kChoiceNothing);
+    EXPECT_EQ(CallCount(Call::kCondWait), 0);
+}
+
+TEST_F(RequestChoiceTest, TheRequestBehind256DroppedOnesIsChosen) {
+    LogCapture quiet;
+    ManyRequests gone(Reload("/gone"));
+
+    SetConfig("{'requestQueue':[" + gone.queue + ",'x'],'requests':{" + gone.requests +
+              ",'x':" + Reload("/a") + "}}");
+    EXPECT_EQ(Choose(), kChoiceRequest);
+    EXPECT_EQ(number_, "x");
+    EXPECT_EQ(ConfigDocument()["requestQueue"].size(), 1U);
+}
+
+TEST_F(RequestChoiceTest, RequestsAreDroppedInTheOrderOfTheQueue) {
+    LogCapture log(2);
+    std::string dropped;
+
+    SetConfig("{'requestQueue':['9','5','7'],'requests':{'5':" + Reload("/gone") +
+              ",'7':" + Reload("/gone") + ",'9':" + Reload("/gone") + "}}");
+    ASSERT_EQ(Choose(), kChoiceNothing);
+    for (const std::string& line : log.SystemLines()) {
+        size_t at = line.find("Remove request (");
+        dropped += at == std::string::npos ? "" : line.substr(at);
+    }
+    log.Clear();
+    EXPECT_EQ(dropped, "Remove request (9)Remove request (5)Remove request (7)");
+}
+
 // Meant: the output record is asked, which comes in empty, and not the request's volume.
 TEST_F(RequestChoiceTest, ADroppedVolumeStaysPending) {
     ServiceAddPendingSpaceAtomic("/gone");

@@ -93,6 +93,22 @@ const PathRow kPathRows[] = {
     {"relative path of 5000 characters is cut", "/v", "/v/" + Text(5000), Text(1023)},
 };
 
+// Mount paths that differ in their last character alone, wherever it stands.
+TEST_F(RequestDataTest, LongMountPathsAreComparedToTheirEnd) {
+    LogCapture quiet;
+
+    for (size_t length : {255U, 256U, 257U, 508U}) {
+        std::string mountPath = "/" + Text(length - 2);
+        CString path(
+            FileGetRelativePathByMountPath((mountPath + "1").c_str(), (mountPath + "1/a").c_str()));
+        EXPECT_STREQ(path.get(), "a") << length;
+        EXPECT_EQ(
+            FileGetRelativePathByMountPath((mountPath + "1").c_str(), (mountPath + "2/a").c_str()),
+            nullptr)
+            << length;
+    }
+}
+
 TEST_F(RequestDataTest, RelativePath) {
     AtEveryLogSetting([](LogCapture& log) {
         log.MaskAddresses();
@@ -464,6 +480,19 @@ TEST_F(RequestDataTest, ParsingIsTraced) {
             kDaemonLog.Leave("RequestDataGetFileInfos"),
         }));
     });
+}
+
+TEST_F(RequestDataTest, TheLargestInodeNumberIsReadAndTold) {
+    std::vector<FileInfo> infos;
+    LogCapture log(2);
+
+    EXPECT_EQ(RequestDataGetFileInfos("a#4294967295;b#2147483648", infos), 0);
+    ASSERT_EQ(infos.size(), 2U);
+    EXPECT_EQ(infos[0].inodeNum, 4294967295UL);
+    EXPECT_EQ(infos[1].inodeNum, 2147483648UL);
+    EXPECT_TRUE(log.Has(kDaemonLog.Verbose("RequestDataGetFileInfos",
+                                           "info.szRelativePath=a info.inodeNum=4294967295")));
+    log.Clear();
 }
 
 TEST_F(RequestDataTest, AMalformedEntryStopsParsingAndIsQuoted) {

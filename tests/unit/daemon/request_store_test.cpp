@@ -148,6 +148,16 @@ TEST_F(RequestStoreTest, OnlyPinAndUnpinStoreTheirData) {
     }
 }
 
+TEST_F(RequestStoreTest, AListWithoutAFileIsStoredEmpty) {
+    std::string entry = Make("a");
+    Json::Value document;
+
+    ASSERT_EQ(JsonAddRequest(document, MakeRequest(1, dir_.path(), dir_ / "a")), 0);
+    ASSERT_EQ(JsonAddRequest(document, MakeRequest(1, dir_.path(), ";")), 0);
+    EXPECT_EQ(document["requests"]["0"]["data"].asString(), entry);
+    EXPECT_EQ(document["requests"]["1"]["data"].asString(), "");
+}
+
 TEST_F(RequestStoreTest, ATypeWithoutANameIsRefused) {
     for (int type : {7, 1000, INT32_MAX, -1, INT32_MIN}) {
         Json::Value document;
@@ -332,6 +342,26 @@ TEST_F(RequestStoreTest, ATextIsTakenOutOfAnArray) {
             }
         }
     });
+}
+
+TEST_F(RequestStoreTest, ArraysOfMoreThan255Elements) {
+    LogCapture log;
+    Json::Value array;
+
+    for (int i = 0; i < 300; ++i) {
+        array.append(std::to_string(i));
+    }
+    EXPECT_EQ(JsonArrayHasString(array, "299"), 1);
+    EXPECT_EQ(JsonArrayRemoveString(array, "299"), 0);
+    EXPECT_EQ(array.size(), 299U);
+    Json::Value alike;
+    for (int i = 0; i < 257; ++i) {
+        alike.append("7");
+    }
+    EXPECT_EQ(JsonArrayRemoveString(alike, "7"), -1);
+    EXPECT_EQ(alike.size(), 257U);
+    EXPECT_TRUE(
+        log.Shows({kDaemonLog.Error("JsonArrayRemoveString", "Remove string error, count =257")}));
 }
 
 TEST_F(RequestStoreTest, JsonArrayHasString) {
@@ -734,6 +764,19 @@ TEST_F(RequestStoreTest, ADroppedUnpinSaysThatItTakesFilesOff) {
         {takesOff,
          kDaemonLog.Error("RequestDataGetFileInfos", "Parse file inode from string (x) failed"),
          kDaemonLog.Error("JsonUpdatePinFileInfo", "Can't get file infos")}));
+}
+
+TEST_F(RequestStoreTest, TheListIsUpdatedBeforeTheRequestIsRemoved) {
+    for (auto* leave : {ConfigUpdatedByFinishedRequest, ConfigDropErrorRequest}) {
+        LogCapture log(2);
+        SetConfig(kStored);
+        ASSERT_EQ(leave(config(), MakeRequest(kRequestUnpinFiles, "/v", "a#5"), "7"), 0);
+        std::string text = testing::PrintToString(log.SystemLines());
+        size_t listed = text.find("JsonUpdatePinFileInfo() [#] : -----");
+        EXPECT_NE(listed, std::string::npos) << text;
+        EXPECT_LT(listed, text.find("JsonRemoveRequest() [#] : +++++")) << text;
+        log.Clear();
+    }
 }
 
 // The two ways in which a request leaves the file, each with the name that its lines give.

@@ -18,7 +18,18 @@ class ServicePendingTest : public DaemonTest {
     }
 };
 
+// What the list held before the first test of this program could change it.
+class AtTheStart : public testing::Environment {
+  public:
+    void SetUp() override { spaces_ = g_service.pendingSpaces.Snapshot(); }
+    static std::shared_ptr<const PendingSpaceList::Spaces> spaces_;
+};
+std::shared_ptr<const PendingSpaceList::Spaces> AtTheStart::spaces_;
+const auto* const g_atTheStart = testing::AddGlobalTestEnvironment(new AtTheStart);
+
 TEST_F(ServicePendingTest, NothingIsPendingAtTheStart) {
+    EXPECT_EQ(AtTheStart::spaces_, nullptr);
+    EXPECT_EQ(PendingSpaceList().Snapshot(), nullptr);
     AtEveryLogSetting([](LogCapture& log) {
         for (const char* path : {"", "/volume1"}) {
             EXPECT_FALSE(ServiceIsSpacePending(path)) << path;
@@ -69,6 +80,24 @@ TEST_F(ServicePendingTest, SpacesAreComparedByteForByte) {
         ASSERT_EQ(ServiceAddPendingSpaceAtomic(row.added), 0) << row.what;
         EXPECT_EQ(ServiceIsSpacePending(row.asked), row.pending) << row.what;
         ASSERT_EQ(ServiceRemovePendingSpaceAtomic(row.added), 0) << row.what;
+    }
+}
+
+// Paths that differ in their last character alone, wherever it stands.
+TEST_F(ServicePendingTest, LongPathsAreComparedToTheirEnd) {
+    LogCapture quiet;
+
+    for (size_t length : {255U, 256U, 257U, 511U, 512U, 513U, 1000U}) {
+        std::string one = "/" + Text(length - 2) + "1";
+        std::string other = "/" + Text(length - 2) + "2";
+        EXPECT_EQ(ServiceAddPendingSpaceAtomic(one.c_str()), 0);
+        EXPECT_TRUE(ServiceIsSpacePending(one.c_str())) << length;
+        EXPECT_FALSE(ServiceIsSpacePending(other.c_str())) << length;
+        EXPECT_EQ(ServiceRemovePendingSpaceAtomic(other.c_str()), -1) << length;
+        EXPECT_EQ(ServiceAddPendingSpaceAtomic(other.c_str()), 0);
+        EXPECT_EQ(ServiceRemovePendingSpaceAtomic(other.c_str()), 0) << length;
+        EXPECT_TRUE(ServiceIsSpacePending(one.c_str())) << length;
+        EXPECT_EQ(ServiceRemovePendingSpaceAtomic(one.c_str()), 0) << length;
     }
 }
 

@@ -459,9 +459,12 @@ TEST_F(UnpinRequestTest, AFailedStepEndsTheRequest) {
             log.MaskAddresses();
             FakeSystemReset();
             FakeIoctlReset();
+            WriteFile(volume_.bitmapPath, "earlier ");
             row.arrange();
             EXPECT_EQ(Unpin({Info("a", inode)}), 1) << row.what;
             EXPECT_EQ(Requests(), row.requests) << row.what;
+            EXPECT_EQ(CallCount(Call::kPwrite), 1) << row.what;
+            EXPECT_EQ(ReadFile(volume_.bitmapPath) == "earlier ", row.requests.empty()) << row.what;
             if (level == 1) {
                 EXPECT_TRUE(log.Shows(row.errors)) << row.what;
             } else {
@@ -471,6 +474,44 @@ TEST_F(UnpinRequestTest, AFailedStepEndsTheRequest) {
     }
     EXPECT_EQ(static_cast<uint8_t>(ReadFile(volume_.bitmapPath)[0]), 0xfe)
         << "what was written before a later step failed stays";
+}
+
+TEST_F(UnpinRequestTest, LargeNumbersAreSentAndToldAsTheyAre) {
+    LogCapture log(3);
+    const uint64_t far = (UINT64_C(7) << 32) + 3;
+    std::vector<UnpinRange> ranges;
+
+    memset(bytes_, 0xff, sizeof(bytes_));
+    g_platform.mappings[77] = {
+        FakeMapping{{{far, far + 1, far + 2, 0}, {0, UINT64_C(1) << 32, 128, 0}}, 0}};
+    EXPECT_EQ(
+        UnsetBitmapAndAppendUnpinInfos("", &bitmap_, volume_.mountPath.c_str(), "/v/a", 77, ranges),
+        0);
+    EXPECT_EQ(bytes_[0], 0x01) << "bit 0 alone lies in neither";
+    EXPECT_EQ(bytes_[sizeof(bytes_) - 1], 0);
+    ASSERT_EQ(ranges.size(), 2U);
+    EXPECT_EQ(ranges[0].startSector, far + 2);
+    EXPECT_EQ(ranges[0].numSectors, far + 1);
+    EXPECT_TRUE(log.Has(kDaemonLog.Debug(
+        "UnsetBitmapAndAppendUnpinInfos",
+        "File [/v/a] start sector=30064771075 num_sector=30064771076 device_start sector "
+        "=30064771077\n")));
+    DumpRanges(ranges.data(), 1);
+    EXPECT_TRUE(log.Has(kDaemonLog.Verbose(
+        "DumpRanges", "Unpin range [0] start sector = 30064771077 num sectors = 30064771076")));
+    log.Clear();
+}
+
+TEST_F(UnpinRequestTest, ALongPathIsUsedWhole) {
+    LogCapture log(2);
+    std::string name = Text(511);
+
+    g_platform.mappings[77] = {FakeMapping{{{0, 8, 0, 1}}, 0}};
+    EXPECT_EQ(Unpin({Info(name, 77)}), 0);
+    EXPECT_TRUE(log.Has(
+        kDaemonLog.Verbose("GetMappingTableFromFile",
+                           "Start for file (" + volume_.mountPath + "/" + name + "), inode = 77")));
+    log.Clear();
 }
 
 TEST_F(UnpinRequestTest, PendingSpacesDoNotMatter) {

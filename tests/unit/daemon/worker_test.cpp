@@ -464,10 +464,10 @@ TEST_F(WorkerTest, RequestsRunInTheirOrderWithASecondBetween) {
         for (const Json::Value& number : document["requestQueue"]) {
             queued += number.asString() + " ";
         }
-        queued += "| ";
+        queued += "| " + std::to_string(log.SystemLines().size()) + " told | ";
     });
     RunWorker();
-    EXPECT_EQ(queued, "2 9 stale | 9 stale | stale | ");
+    EXPECT_EQ(queued, "2 9 stale | 1 told | 9 stale | 2 told | stale | 3 told | ");
     EXPECT_EQ(SleepsTaken(), std::vector<unsigned>({1, 1, 1}));
     EXPECT_TRUE(log.Shows({
         kDaemonLog.Notice("DoRequests", "Handle request (type=pinFiles files=" + data_ + ") OK "),

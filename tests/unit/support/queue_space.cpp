@@ -14,7 +14,8 @@
 namespace {
 
 constexpr char kByteLimitPath[] = "/proc/sys/kernel/msgmnb";
-constexpr long kServiceQueueBytes = 1576960;
+// More than the service asks for: a queue that it did not size shows.
+constexpr long kRoomyQueueBytes = 1576960 + 4096;
 
 }  // namespace
 
@@ -26,8 +27,8 @@ bool EnterQueueSpace(bool roomy) {
         return true;
     }
     std::ofstream limit(kByteLimitPath);
-    limit << kServiceQueueBytes << std::flush;
-    return limit.good() && QueueSpaceByteLimit() == kServiceQueueBytes;
+    limit << kRoomyQueueBytes << std::flush;
+    return limit.good() && QueueSpaceByteLimit() == kRoomyQueueBytes;
 }
 
 long QueueSpaceByteLimit() {

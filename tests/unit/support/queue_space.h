@@ -3,7 +3,7 @@
 #pragma once
 
 // Puts the calling thread, and the threads it makes later, into a new and empty IPC namespace whose
-// byte limit of a queue (kernel.msgmnb) is raised to what the service asks for when `roomy`, and
+// byte limit of a queue (kernel.msgmnb) is raised above what the service asks for when `roomy`, and
 // left at the system's default otherwise. Returns false, with errno, when this is not permitted.
 bool EnterQueueSpace(bool roomy);
 

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -52,6 +53,16 @@ TEST_F(FileTest, WhateverCanBeLookedAtExists) {
             EXPECT_TRUE(log.Shows({}));
         });
     }
+}
+
+TEST_F(FileTest, LongPathsAreLookedAtToTheirEnd) {
+    std::string directory =
+        dir_ / std::string(200, 'd') + "/" + std::string(200, 'd') + "/" + std::string(200, 'd');
+
+    std::filesystem::create_directories(directory);
+    WriteFile(directory + "/a", "");
+    EXPECT_EQ(FileExists((directory + "/a").c_str()), 1);
+    EXPECT_EQ(FileExists((directory + "/b").c_str()), 0);
 }
 
 TEST_F(FileTest, WritesTheTextAndNothingElse) {
@@ -209,6 +220,18 @@ TEST_F(FileTest, AContentThatCannotBeReadLeavesTheTextAlone) {
     EXPECT_TRUE(
         log.Shows({kUtilLog.Error("FileReadString", "Can't get a line from file (" + path + ")")}));
     EXPECT_EQ(text, kUntouched);
+}
+
+TEST_F(FileTest, AnInterruptedReadingOfAContentIsNotTriedAgain) {
+    std::string text = "untouched";
+    LogCapture log;
+
+    WriteFile(dir_ / "file", "content");
+    FailCall(Call::kRead, 1, EINTR);
+    EXPECT_EQ(FileReadContent((dir_ / "file").c_str(), 100, text), -1);
+    EXPECT_EQ(text, "untouched");
+    EXPECT_TRUE(log.Shows(
+        {kUtilLog.Error("FileReadString", "Can't get a line from file (" + dir_ / "file" + ")")}));
 }
 
 TEST_F(FileTest, SizesAreOf64Bits) {

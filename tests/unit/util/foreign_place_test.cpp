@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <string>
 
 #include "tests/unit/support/log_capture.h"
@@ -86,6 +87,15 @@ TEST_F(ForeignPlaceTest, ALinkIsFollowedOnlyWhereItIsRootsAlone) {
         EXPECT_TRUE(log.Shows(row.followed ? Lines() : notWritten));
         EXPECT_EQ(ReadFile(target_), row.followed ? "z" : "y");
     }
+}
+
+TEST_F(ForeignPlaceTest, ALongPathIsOpenedToItsEnd) {
+    std::string directory = dir_ / std::string(255, 'd') + "/" + std::string(255, 'd');
+
+    std::filesystem::create_directories(directory);
+    ScopedFd fd(OpenInForeignPlace((directory + "/a").c_str(), O_RDWR | O_CREAT, 0600));
+    EXPECT_TRUE(fd.valid());
+    EXPECT_TRUE(Exists(directory + "/a"));
 }
 
 TEST_F(ForeignPlaceTest, ALinkToNothingMakesTheFileWhereItMayBeFollowed) {

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/unit/support/fake_system.h"
 #include "tests/unit/support/log_capture.h"
 #include "tests/unit/support/unit_test.h"
 
@@ -133,6 +134,19 @@ TEST_F(LogTest, TheExpectedLinesAgree) {
             {source.Error("Speak", "an error, 1"), source.Notice("Speak", "a notice, two"),
              source.Verbose("Speak", "a trace, 1"), source.Debug("Speak", "detail, 1099511627776"),
              source.Enter("Speak"), source.Leave("Speak")}));
+    });
+}
+
+TEST_F(LogTest, ALineIsOneCallAndNobodyFlushesIt) {
+    AtEveryLogSetting([](LogCapture& log) {
+        int flushes = CallCount(Call::kFflush);
+        LogError("an error");
+        LogNotice("a notice");
+        LogVerbose("a trace");
+        LogDebug("more");
+        LogEnter();
+        EXPECT_EQ(CallCount(Call::kFflush), flushes);
+        log.Clear();
     });
 }
 

@@ -8,8 +8,10 @@
 #include <unistd.h>
 
 #include <string>
+#include <vector>
 
 #include "tests/unit/support/fake_files.h"
+#include "tests/unit/support/fake_queue.h"
 #include "tests/unit/support/fake_system.h"
 #include "tests/unit/support/log_capture.h"
 #include "tests/unit/util/message_queue_fixture.h"
@@ -40,6 +42,17 @@ TEST_F(MessageQueueTest, TheFirstStartMakesTheFileAndTheQueue) {
         EXPECT_EQ(queue.msg_perm.__key, key);
         EXPECT_EQ(QueuesInSpace(), 1);
     });
+}
+
+// Whoever may not read the queue's mode is refused by the kernel, not by what is asked for.
+TEST_F(MessageQueueTest, AnExistingQueueIsAskedForWithoutFlags) {
+    LogCapture quiet;
+
+    ASSERT_NE(MsgQueueGet(path_.c_str()), -1);
+    EXPECT_EQ(QueueFlagsAsked(), std::vector<int>({IPC_CREAT | IPC_EXCL | 0644}));
+    FakeQueueReset();
+    ASSERT_NE(MsgQueueGet(path_.c_str()), -1);
+    EXPECT_EQ(QueueFlagsAsked(), std::vector<int>({IPC_CREAT | IPC_EXCL | 0644, 0}));
 }
 
 TEST_F(MessageQueueTest, TheQueueTakes1024Requests) {

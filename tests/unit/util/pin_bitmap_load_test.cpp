@@ -180,6 +180,13 @@ TEST_F(PinBitmapLoadTest, ALargerFileIsAFailure) {
                                                          std::to_string(size + 1) + ")")});
         EXPECT_EQ(ReadFile(file_), content);
     }
+    // As large as the bitmap in the low 32 bits of its size.
+    HaveDevice(8);
+    ASSERT_EQ(truncate(file_.c_str(), (off_t{1} << 32) + 8), 0);
+    ExpectFailed(
+        "uuid", 0,
+        CompareLines(8, (UINT64_C(1) << 32) + 8) +
+            Lines{kLog.Error(kFunction, "Incorrect bitmap size (8), file size (4294967304)")});
     EXPECT_EQ(CallCount(Call::kPread), 0);
 }
 

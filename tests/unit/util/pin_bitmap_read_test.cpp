@@ -103,6 +103,17 @@ TEST_F(PinBitmapReadTest, OfALargerFileOnlyTheFrontIsLoaded) {
     }
 }
 
+// Its size has other low 32 bits than its bytes are many.
+TEST_F(PinBitmapReadTest, OfAFileBeyond4GiBOnlyTheFrontIsLoaded) {
+    std::vector<uint8_t> bytes = Bytes(std::string(16, '\xee'));
+    PinBitmap bitmap = Over(bytes);
+
+    WriteFile(path_, Pattern(16));
+    ASSERT_EQ(truncate(path_.c_str(), (off_t{1} << 32) + 8), 0);
+    EXPECT_EQ(BitmapMemInitByFile(path_.c_str(), &bitmap), 0);
+    EXPECT_TRUE(Text(bytes) == Pattern(16));
+}
+
 TEST_F(PinBitmapReadTest, AShortReadAdvancesByWhatItBrought) {
     std::string content = Pattern(9000);
 
@@ -127,13 +138,15 @@ TEST_F(PinBitmapReadTest, AReadThatFailsKeepsWhatCameBefore) {
 
     WriteFile(path_, content);
     AtEveryLogSetting([&](LogCapture& log) {
-        std::vector<uint8_t> bytes = Bytes(std::string(9000, '\xee'));
-        PinBitmap bitmap = Over(bytes);
-        FailCall(Call::kPread, 2, EIO);
-        EXPECT_EQ(BitmapMemInitByFile(path_.c_str(), &bitmap), -1);
-        EXPECT_TRUE(Text(bytes) == content.substr(0, 4096) + std::string(9000 - 4096, '\xee'));
-        EXPECT_TRUE(log.Shows(StartLines(9000) +
-                              Lines{NextRead(0, 4096), NextRead(4096, 4096), ReadError(path_)}));
+        for (int error : {EIO, EINTR}) {
+            std::vector<uint8_t> bytes = Bytes(std::string(9000, '\xee'));
+            PinBitmap bitmap = Over(bytes);
+            FailCall(Call::kPread, 2, error);
+            EXPECT_EQ(BitmapMemInitByFile(path_.c_str(), &bitmap), -1);
+            EXPECT_TRUE(Text(bytes) == content.substr(0, 4096) + std::string(9000 - 4096, '\xee'));
+            EXPECT_TRUE(log.Shows(StartLines(9000) + Lines{NextRead(0, 4096), NextRead(4096, 4096),
+                                                           ReadError(path_)}));
+        }
     });
 }
 

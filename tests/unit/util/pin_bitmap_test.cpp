@@ -97,6 +97,35 @@ TEST_F(PinBitmapTest, ARangeClearsTheSameBits) {
     }
 }
 
+// The pages of the bytes that nobody touches are never there.
+TEST_F(PinBitmapTest, BitsBeyond2To32) {
+    const size_t size = (size_t{1} << 29) + 8;
+    const uint64_t start = ((UINT64_C(1) << 32) + 3) * 128;
+    auto* bytes = static_cast<uint8_t*>(calloc(size, 1));
+    ASSERT_NE(bytes, nullptr);
+    PinBitmap bitmap = {bytes, static_cast<uint32_t>(size)};
+
+    BitmapSetRange(&bitmap, start, 128 + 1);
+    EXPECT_EQ(bytes[0], 0);
+    EXPECT_EQ(bytes[size - 8], 0x18);
+    EXPECT_TRUE(BitmapHasBit(bitmap, start / 128));
+    BitmapUnsetRange(&bitmap, start, 1);
+    EXPECT_EQ(bytes[size - 8], 0x10);
+    free(bytes);
+}
+
+TEST_F(PinBitmapTest, RangesOf2TiB) {
+    GuardedBitmap guarded(2);
+
+    BitmapSetRange(&guarded.bitmap, 128, UINT64_C(1) << 32);
+    EXPECT_EQ(guarded.Bytes(), (std::vector<uint8_t>{0xfe, 0xff}));
+    BitmapUnsetRange(&guarded.bitmap, 256, UINT64_C(1) << 32);
+    EXPECT_EQ(guarded.Bytes(), (std::vector<uint8_t>{0x02, 0}));
+    BitmapSetRange(&guarded.bitmap, UINT64_C(1) << 32, 128);
+    BitmapUnsetRange(&guarded.bitmap, (UINT64_C(1) << 32) + 128, 128);
+    EXPECT_EQ(guarded.Bytes(), (std::vector<uint8_t>{0x02, 0}));
+}
+
 TEST_F(PinBitmapTest, TheLeastSignificantBitComesFirst) {
     GuardedBitmap guarded(3);
 

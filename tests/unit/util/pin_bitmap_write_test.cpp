@@ -106,11 +106,16 @@ TEST_F(PinBitmapWriteTest, AWriteThatFailsKeepsWhatWasWrittenBefore) {
     PinBitmap bitmap = Over(bytes);
 
     AtEveryLogSetting([&](LogCapture& log) {
-        unlink(path_.c_str());
-        FailCall(Call::kPwrite, 2, ENOSPC);
-        EXPECT_EQ(BitmapFileWrite(&bitmap, path_.c_str()), -1);
-        EXPECT_TRUE(ReadFile(path_) == Pattern(9000).substr(0, 4096));
-        EXPECT_TRUE(log.Shows({WriteLines(9000, path_)[0], WriteError(path_)}));
+        for (int error : {ENOSPC, EINTR}) {
+            int writes = CallCount(Call::kPwrite);
+            WriteFile(path_, std::string(10000, '\x11'));
+            FailCall(Call::kPwrite, 2, error);
+            EXPECT_EQ(BitmapFileWrite(&bitmap, path_.c_str()), -1);
+            EXPECT_EQ(CallCount(Call::kPwrite) - writes, 2) << "nothing is tried again";
+            EXPECT_TRUE(ReadFile(path_) ==
+                        Pattern(9000).substr(0, 4096) + std::string(10000 - 4096, '\x11'));
+            EXPECT_TRUE(log.Shows({WriteLines(9000, path_)[0], WriteError(path_)}));
+        }
     });
 }
 

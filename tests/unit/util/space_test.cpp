@@ -5,6 +5,7 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -94,6 +95,20 @@ TEST_F(SpaceTest, APathOf511CharactersIsFound) {
     g_platform.spaces[2].referencePath = path;
     EXPECT_STREQ(CString(SpaceGetUUID(path.c_str())).get(), "uuid-3");
     EXPECT_STREQ(CString(SpaceGetReferencePath("uuid-3")).get(), path.c_str());
+}
+
+// Names that differ in their last character alone, wherever it stands.
+TEST_F(SpaceTest, LongNamesAreComparedToTheirEnd) {
+    for (size_t length : {37U, 100U, 255U, 256U, 257U, 511U}) {
+        std::string path(length - 1, 'n');
+        std::string uuid(std::min<size_t>(length, 100) - 1, 'u');
+        g_platform.spaces = {{path + "1", uuid + "a"}, {path + "2", uuid + "b"}};
+        EXPECT_STREQ(CString(SpaceGetUUID((path + "2").c_str())).get(), (uuid + "b").c_str());
+        EXPECT_STREQ(CString(SpaceGetReferencePath((uuid + "b").c_str())).get(),
+                     (path + "2").c_str());
+        EXPECT_EQ(SpaceGetUUID((path + "3").c_str()), nullptr) << length;
+        EXPECT_EQ(SpaceGetReferencePath((uuid + "c").c_str()), nullptr) << length;
+    }
 }
 
 TEST_F(SpaceTest, SpacesThatCannotBeListed) {
