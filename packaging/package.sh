@@ -92,6 +92,8 @@ build) make_packages ;;
 try) "$tree/packaging/try.sh" ;;
 all)
     make_packages
-    "$tree/packaging/try.sh"
+    case " $architectures " in
+    *" $(dpkg --print-architecture) "*) "$tree/packaging/try.sh" ;;
+    esac
     ;;
 esac

@@ -22,8 +22,11 @@ def commands_of(path, heading):
     for line in section.splitlines():
         if line.startswith("    # "):
             found.append([line[6:], ""])
-        elif line.startswith("    ") and found:
+            shown = True
+        elif line.startswith("    ") and found and shown:
             found[-1][1] += line[4:] + "\n"
+        else:
+            shown = False
     assert found, f"{path} has no commands in {heading}"
     return found
 
@@ -33,11 +36,16 @@ def without_numbers(text):
 
 
 def follow(m, path, heading):
-    """Runs the commands of a section as they stand; each must succeed, and print what is shown."""
-    for command, shown in commands_of(path, heading):
+    """Runs the commands of a section as they stand; each must succeed, and print what is shown.
+
+    Returns how many they were.
+    """
+    commands = commands_of(path, heading)
+    for command, shown in commands:
         printed = m.run(command)
         if shown:
             assert without_numbers(printed) == without_numbers(shown), f"{command}\n{printed}"
+    return len(commands)
 
 
 def write_files(m, directory, sizes):
