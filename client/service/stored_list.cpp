@@ -68,6 +68,23 @@ void PutLists(const StoredLists& lists, Json::Value& document) {
     }
 }
 
+// An emptied queue is null, as the service leaves it.
+void DropRequests(const std::string& mountPath, Json::Value& document) {
+    Json::Value& requests = document[kRequestsKey];
+    Json::Value queue;
+    for (const Json::Value& number : document[kRequestQueueKey]) {
+        const std::string name = number.isString() ? number.asString() : "";
+        const Json::Value request =
+            requests.isObject() ? requests.get(name, Json::Value()) : Json::Value();
+        if (request.isObject() && request[kMountPathKey] == mountPath) {
+            requests.removeMember(name);
+        } else {
+            queue.append(number);
+        }
+    }
+    document[kRequestQueueKey] = queue;
+}
+
 // The service's writer does not test whether its bytes arrived; what it wrote is read again.
 bool WriteAndVerify(const Json::Value& document, const std::string& path) {
     Json::Value written;
@@ -110,11 +127,25 @@ bool StoredList::Lock(const std::string& path, std::string& why) {
 
 bool StoredList::Replace(const StoredLists& lists, std::string& why) {
     Json::Value document;
-    const std::string fresh = path_ + ".new";
     if (!ReadLists(path_, document, why)) {
         return false;
     }
     PutLists(lists, document);
+    return Put(document, why);
+}
+
+bool StoredList::Forget(const std::string& mountPath, std::string& why) {
+    Json::Value document;
+    if (!ReadLists(path_, document, why)) {
+        return false;
+    }
+    PutLists({{mountPath, {}}}, document);
+    DropRequests(mountPath, document);
+    return Put(document, why);
+}
+
+bool StoredList::Put(const Json::Value& document, std::string& why) {
+    const std::string fresh = path_ + ".new";
     // One that a killed repair left is written anew: the lock is held.
     const ScopedFd fd(
         open(fresh.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, kOwnerOnly));

@@ -3,6 +3,8 @@
 // the change, and would undo it with its next request.
 #pragma once
 
+#include <json/forwards.h>
+
 #include <map>
 #include <memory>
 #include <string>
@@ -30,7 +32,12 @@ class StoredList {
     // `why`; the old file is then still there.
     bool Replace(const StoredLists& lists, std::string& why);
 
+    // Takes the mount path's list away, and the requests that name it, in the same way.
+    bool Forget(const std::string& mountPath, std::string& why);
+
   private:
+    bool Put(const Json::Value& document, std::string& why);
+
     std::string path_;  // no symbolic link
     std::unique_ptr<ScopedFd> lock_;
 };

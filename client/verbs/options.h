@@ -64,6 +64,11 @@ struct MapOptions {
     unsigned width = 0;  // columns; 0 = the terminal's
 };
 
+struct ForgetOptions {
+    CommonOptions common;
+    std::string mountPath;  // as the service's list has it
+};
+
 struct ReadyOptions {
     CommonOptions common;
 };
