@@ -84,3 +84,8 @@ def test_stopped_and_started_by_hand_all_of_it_goes_together(pool):
     pool.run("systemctl start mnt-pool.mount")  # and with it the cache
     until(lambda: pool.ask("systemctl is-active quorcachepinfiled") == "active", "it is started")
     pool.healthy("cache stopped and started by hand", before)
+    for _ in range(3):
+        pool.run("systemctl restart quorsoftcache@pool")
+        until(lambda: pool.ask("systemctl is-active quorcachepinfiled mnt-pool.mount").split() == ["active"] * 2,
+              f"all of it is back: {pool.log()[-3000:]}")
+    pool.healthy("cache restarted by hand", before)

@@ -44,8 +44,9 @@ def test_a_line_becomes_a_service_that_is_ordered_like_an_encrypted_volume(gener
     assert "Requires=dev-disk-by\\x2duuid-ab\\x2d1.device\nAfter=dev-disk-by\\x2duuid-ab\\x2d1.device\n" in conf
     assert "Requires=dev-disk-by\\x2did-nvme\\x2dx.device\n" in conf
     assert "Before=blockdev@dev-quorcache-pool.target\n" in conf and "Before=local-fs.target\n" in conf
-    assert conf.endswith("ExecStart=\nExecStart=/usr/bin/quorsoftcache --name %i --device --backing UUID=ab-1 "
-                         "--ssd /dev/disk/by-id/nvme-x\n")
+    assert ("ExecStart=\nExecStart=/usr/bin/quorsoftcache --name %i --device --backing UUID=ab-1 "
+            "--ssd /dev/disk/by-id/nvme-x\n") in conf
+    assert conf.endswith(f"ExecStartPost=-/bin/systemctl reset-failed {SERVICE}\n")
     template = "/lib/systemd/system/quorsoftcache@.service"
     assert made["dev-quorcache-pool.device.requires/quorsoftcache@pool.service"] == template
     assert made["local-fs.target.wants/quorsoftcache@pool.service"] == template
@@ -92,7 +93,7 @@ def test_a_bad_line_is_named_and_costs_no_other(generate, line, why):
 
 def test_mounts_of_the_volume_or_its_backing_go_through_the_cache(generate):
     fstab = ("/dev/quorcache/my-pool /mnt/a ext4 defaults 0 2\nUUID=ab-1 /mnt/my\\040pool ext4 defaults 0 2\n"
-             "/dev/disk/by-uuid/ab-1 /mnt/c ext4 defaults 0 2\nUUID=other /mnt/d ext4 defaults 0 2\n"
+             "/dev/disk/by-uuid/ab-1 /mnt/c ext4 ro,noauto 0 2\nUUID=other /mnt/d ext4 defaults 0 2\n"
              "# UUID=ab-1 /mnt/e ext4\nUUID=ab-1 none swap\n")
     made, said = generate("my-pool UUID=ab-1 /ssd\n", fstab)
     assert said == ""
@@ -101,6 +102,9 @@ def test_mounts_of_the_volume_or_its_backing_go_through_the_cache(generate):
     for name in mounts:
         assert "What=/dev/quorcache/my-pool\n" in made[name] and f"Wants={SERVICE}\n" in made[name]
         assert "Requires=quorsoftcache@my-pool.service\nAfter=quorsoftcache@my-pool.service\n" in made[name]
+    started = made["quorsoftcache@my-pool.service.d/60-mnt-my\\x20pool.mount.conf"]
+    assert started == "[Service]\nExecStartPost=-/bin/systemctl --no-block start mnt-my\\\\x20pool.mount\n"
+    assert "quorsoftcache@my-pool.service.d/60-mnt-c.mount.conf" not in made
     check = made["systemd-fsck@dev-disk-by\\x2duuid-ab\\x2d1.service.d/50-quorcachetab.conf"]
     assert check.endswith("ExecStart=\nExecStart=/lib/systemd/systemd-fsck /dev/quorcache/my-pool\n")
     assert "dev-quorcache-my\\x2dpool.device.requires/quorsoftcache@my-pool.service" in made
