@@ -26,6 +26,7 @@ struct Parsed {
     CheckOptions check;
     ExplainOptions explain;
     MapOptions map;
+    ForgetOptions forget;
     ReadyOptions ready;
     DoctorOptions doctor;
     ApplyOptions apply;
@@ -157,7 +158,12 @@ std::string WhyNotPictureName(const std::string& path) {
     return end == ".svg" ? "" : "the name must end in .svg";
 }
 
-void AddReady(CLI::App& app, Parsed& parsed) {
+void AddReadyAndForget(CLI::App& app, Parsed& parsed) {
+    CLI::App& forget = AddVerb(app, kForgetHelp, parsed.forget.common);
+    forget.add_option("VOLUME", parsed.forget.mountPath, "Mount path of the volume")
+        ->type_name("")
+        ->required();
+    forget.callback([&parsed] { parsed.exitStatus = ForgetVerb(parsed.forget); });
     CLI::App& ready = AddVerb(app, kReadyHelp, parsed.ready.common);
     ready.callback([&parsed] { parsed.exitStatus = ReadyVerb(parsed.ready); });
 }
@@ -219,7 +225,7 @@ void Build(CLI::App& app, Parsed& parsed) {
     AddMapAndDoctor(app, parsed);
     AddApply(app, parsed);
     AddCopies(app, parsed);
-    AddReady(app, parsed);
+    AddReadyAndForget(app, parsed);
 }
 
 // The library takes "[a,b]" for a list of two; such an argument can only be a path, and is written

@@ -94,6 +94,15 @@ constexpr VerbHelp kMapHelp = {"map",
                                "  quorcachepinctl map /mnt/pool1\n"
                                "  quorcachepinctl map /mnt/pool1 -o pool1.svg"};
 
+constexpr VerbHelp kForgetHelp = {
+    "forget", "Take a volume that is gone for good off the service's list and out of its queue",
+    "While a listed volume is not there, the packaged service is not started. Only while no "
+    "service\n"
+    "runs; what is mounted is refused.\n"
+    "\n"
+    "Example:\n"
+    "  quorcachepinctl forget /mnt/pool1"};
+
 constexpr VerbHelp kReadyHelp = {
     "ready", "Tell whether the service may start: all volumes it knows are there with their caches",
     "The service forgets what is pinned on a volume when it meets a request for it and finds no\n"

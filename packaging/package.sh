@@ -3,7 +3,7 @@
 # shellcheck disable=SC1091,SC2154  # common.sh, and what it sets
 # Makes the Debian packages for amd64 and armhf into build/package, asks lintian and mandoc about
 # them, and tries the amd64 ones out: installed, started under the unit's restrictions, removed.
-# usage: package.sh [build|try]    both without an argument
+# usage: package.sh [build|try] [ARCHITECTURE...]    both, and for amd64 and armhf, unless named
 set -eu
 . "$(dirname "$0")/../tests/target/common.sh"
 out=$tree/build/package
@@ -11,9 +11,13 @@ jobs=$(nproc)
 
 make_packages() {
     need_packages debhelper dpkg-dev lintian mandoc scdoc g++ cmake ninja-build pkg-config \
-        libjsoncpp-dev libfuse3-dev libmount-dev libblkid-dev libsystemd-dev \
-        libcli11-dev g++-arm-linux-gnueabihf
-    "$tree/tests/target/sysroot.sh"
+        libjsoncpp-dev libfuse3-dev libmount-dev libblkid-dev libsystemd-dev libcli11-dev
+    case " $architectures " in
+    *' armhf '*)
+        need_packages g++-arm-linux-gnueabihf
+        "$tree/tests/target/sysroot.sh"
+        ;;
+    esac
     if command -v ccache >/dev/null; then
         export CMAKE_CXX_COMPILER_LAUNCHER=ccache
     fi
@@ -22,7 +26,7 @@ make_packages() {
     # One date for everything in the packages, so that the same tree gives the same packages.
     SOURCE_DATE_EPOCH=$(dpkg-parsechangelog -l "$tree/packaging/debian/changelog" -S Timestamp)
     export SOURCE_DATE_EPOCH
-    for architecture in ${ARCHITECTURES:-"$(dpkg --print-architecture)" armhf}; do
+    for architecture in $architectures; do
         make_for "$architecture" || {
             tail -n 60 "$out/$architecture.log" >&2
             die "no packages for $architecture; all of the output is in $out/$architecture.log"
@@ -69,12 +73,27 @@ check_packages() {
     done
 }
 
-case ${1:-all} in
+work=all
+case ${1:-} in
+build | try)
+    work=$1
+    shift
+    ;;
+esac
+architectures=${*:-${ARCHITECTURES:-"$(dpkg --print-architecture) armhf"}}
+for architecture in $architectures; do
+    case $architecture in
+    "$(dpkg --print-architecture)" | armhf) ;;
+    *) die "usage: package.sh [build|try] [ARCHITECTURE...]" ;;
+    esac
+done
+case $work in
 build) make_packages ;;
 try) "$tree/packaging/try.sh" ;;
 all)
     make_packages
-    "$tree/packaging/try.sh"
+    case " $architectures " in
+    *" $(dpkg --print-architecture) "*) "$tree/packaging/try.sh" ;;
+    esac
     ;;
-*) die "usage: package.sh [build|try]" ;;
 esac

@@ -17,7 +17,7 @@ _quorcachepinctl() {
     done
     case $verb in
         '')
-            local verbs='pin unpin reload pend release list status check explain map ready doctor apply restore keep-copy'
+            local verbs='pin unpin reload pend release list status check explain map ready forget doctor apply restore keep-copy'
             [[ $cur == -* ]] && verbs='-h --help --version'
             mapfile -t COMPREPLY < <(compgen -W "$verbs" -- "$cur")
             return

@@ -59,6 +59,23 @@ void PutLists(const StoredLists& lists, Json::Value& document) {
     }
 }
 
+// An emptied queue is null, as the service leaves it.
+void DropRequests(const std::string& mountPath, Json::Value& document) {
+    Json::Value& requests = document[kRequestsKey];
+    Json::Value queue;
+    for (const Json::Value& number : document[kRequestQueueKey]) {
+        const std::string name = number.isString() ? number.asString() : "";
+        const Json::Value request =
+            requests.isObject() ? requests.get(name, Json::Value()) : Json::Value();
+        if (request.isObject() && request[kMountPathKey] == mountPath) {
+            requests.removeMember(name);
+        } else {
+            queue.append(number);
+        }
+    }
+    document[kRequestQueueKey] = queue;
+}
+
 }  // namespace
 
 bool ReadStore(const std::string& path, Json::Value& document, std::string& why) {
@@ -113,6 +130,16 @@ bool StoredList::Replace(const StoredLists& lists, std::string& why) {
         return false;
     }
     PutLists(lists, document);
+    return WriteStore(document, path_, path_, why);
+}
+
+bool StoredList::Forget(const std::string& mountPath, std::string& why) {
+    Json::Value document;
+    if (!ReadStore(path_, document, why)) {
+        return false;
+    }
+    PutLists({{mountPath, {}}}, document);
+    DropRequests(mountPath, document);
     return WriteStore(document, path_, path_, why);
 }
 

@@ -48,7 +48,11 @@ class StoredList {
     // `why`; the old file is then still there.
     bool Replace(const StoredLists& lists, std::string& why);
 
+    // Takes the mount path's list away, and the requests that name it, in the same way.
+    bool Forget(const std::string& mountPath, std::string& why);
+
   private:
+
     std::string path_;  // no symbolic link
     std::unique_ptr<ScopedFd> lock_;
 };

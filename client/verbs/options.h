@@ -80,6 +80,11 @@ struct RestoreOptions {
     bool restart = false;  // the service rests meanwhile
 };
 
+struct ForgetOptions {
+    CommonOptions common;
+    std::string mountPath;  // as the service's list has it
+};
+
 struct ReadyOptions {
     CommonOptions common;
 };

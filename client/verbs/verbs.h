@@ -16,6 +16,7 @@ int StatusVerb(const StatusOptions& options);
 int CheckVerb(const CheckOptions& options);
 int ExplainVerb(const ExplainOptions& options);
 int MapVerb(const MapOptions& options);
+int ForgetVerb(const ForgetOptions& options);
 int ReadyVerb(const ReadyOptions& options);
 int DoctorVerb(const DoctorOptions& options);
 int ApplyVerb(const ApplyOptions& options);

@@ -63,9 +63,9 @@ class Machine:
         self.process = self.init = None
         if packages:
             shutil.copytree(packages, f"{self.state}/packages")
-        self._write_rules()
+        self.write_rules()
 
-    def _write_rules(self):
+    def write_rules(self):
         rules = "".join(f'KERNEL=="{os.path.basename(disk.node)}", SYMLINK+="disk/by-id/{name}"\n'
                         for name, disk in self.disks.items() if disk.node)
         self.put("/etc/udev/rules.d/10-disks.rules", rules)
