@@ -98,7 +98,9 @@ CLI::App& AddVolumeVerb(CLI::App& app, const VerbHelp& help, int (*run)(const Vo
 }
 
 void AddRequestVerbs(CLI::App& app, Parsed& parsed) {
-    AddFileVerb(app, kPinHelp, PinVerb, parsed);
+    AddFileVerb(app, kPinHelp, PinVerb, parsed)
+        .add_flag("--link", parsed.file.list.link,
+                  "Pin files that no request can name by hard links with plain names");
     AddFileVerb(app, kUnpinHelp, UnpinVerb, parsed)
         .add_flag_callback(
             "--no-repin", [&parsed] { parsed.file.repin = false; },

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "client/show/output.h"
+#include "client/volume/plain_links.h"
 
 namespace client {
 
@@ -133,8 +134,9 @@ Record DescribeDevice(const DeviceState& device) {
         const std::string remark = Remark(device, pinned);
         files.push_back(DescribeListed(device, pinned));
         if (!remark.empty()) {
-            const std::string path =
-                pinned.mountPath == name ? pinned.entry.relative : ListedPath(pinned);
+            const std::string path = pinned.mountPath == name && !IsLinkName(pinned.entry.relative)
+                                         ? pinned.entry.relative
+                                         : ListedPath(pinned);
             record.Line(Printable(path) + ": " + Toned(Tone::kBad, remark));
         }
     }

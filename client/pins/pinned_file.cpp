@@ -9,6 +9,7 @@
 #include "client/show/text.h"
 #include "client/volume/directory_walk.h"
 #include "client/volume/inode_search.h"
+#include "client/volume/plain_links.h"
 #include "client/volume/volume_view.h"
 
 namespace client {
@@ -22,6 +23,11 @@ void Settle(PinnedFile& pinned, Fate fate, const std::string& why) {
 
 bool HasInode(const struct stat& status, uint32_t inode) {
     return S_ISREG(status.st_mode) && static_cast<uint32_t>(status.st_ino) == inode;
+}
+
+// Whether it is listed by a link of plain name, and is there.
+bool LiesByLink(const PinnedFile& pinned) {
+    return pinned.fate == Fate::kThere && IsLinkName(pinned.entry.relative);
 }
 
 // Takes the place at which the listed file was found.
@@ -86,7 +92,9 @@ void InspectPath(const Volume& volume, dev_t device, PinnedFile& pinned) {
         Settle(pinned, Fate::kUnknown, "another file system is mounted over it");
     } else if (HasInode(status, pinned.entry.inode)) {
         FoundAt(path, status, volume, pinned);
-        Settle(pinned, Fate::kThere, "");
+        const bool last = IsLinkName(pinned.entry.relative) && status.st_nlink == 1;
+        Settle(pinned, last ? Fate::kGone : Fate::kThere,
+               last ? "was removed; its link alone is left" : "");
     } else if (!FindBehindCut(path, volume, pinned)) {
         Settle(pinned, Fate::kReplaced,
                "inode " + std::to_string(pinned.entry.inode) + " was pinned, inode " +
@@ -94,7 +102,7 @@ void InspectPath(const Volume& volume, dev_t device, PinnedFile& pinned) {
     }
 }
 
-// Searches the volume for the files that do not lie at their paths.
+// Searches the volume for the files that do not lie at their paths, or lie there by a link.
 void SearchFor(const std::vector<PinnedFile*>& missing, const Volume& volume) {
     std::set<uint32_t> inodes;
     for (const PinnedFile* const pinned : missing) {
@@ -104,7 +112,12 @@ void SearchFor(const std::vector<PinnedFile*>& missing, const Volume& volume) {
     for (PinnedFile* const pinned : missing) {
         const auto found = search.paths.find(pinned->entry.inode);
         struct stat status = {};
-        if (found != search.paths.end() && lstat(found->second.c_str(), &status) == 0) {
+        const bool exists =
+            found != search.paths.end() && lstat(found->second.c_str(), &status) == 0;
+        if (LiesByLink(*pinned)) {
+            // Requests go on naming the link, people are shown the file.
+            pinned->file.path = exists ? found->second : pinned->file.path;
+        } else if (exists) {
             FoundAt(found->second, status, volume, *pinned);
             Settle(*pinned, Fate::kRenamed, "lies at " + Printable(found->second));
         } else if (!search.unreadable.empty()) {
@@ -135,7 +148,8 @@ const char* FateName(Fate fate) {
 }
 
 std::string ListedPath(const PinnedFile& pinned) {
-    return PathOnVolume(pinned.mountPath, pinned.entry.relative);
+    return LiesByLink(pinned) ? pinned.file.path
+                              : PathOnVolume(pinned.mountPath, pinned.entry.relative);
 }
 
 bool IsFound(const PinnedFile& pinned) {
@@ -159,7 +173,7 @@ std::vector<PinnedFile> InspectEntries(const std::vector<StoredFile>& entries,
     std::vector<PinnedFile> all = InspectAtPaths(entries, volume);
     std::vector<PinnedFile*> missing;
     for (PinnedFile& pinned : all) {
-        if (pinned.fate == Fate::kGone) {
+        if (pinned.fate == Fate::kGone || LiesByLink(pinned)) {
             missing.push_back(&pinned);
         }
     }

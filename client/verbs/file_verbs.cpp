@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // pin and unpin: requests about files.
 #include <algorithm>
+#include <set>
 
 #include "client/pins/holding.h"
 #include "client/pins/price.h"
@@ -13,6 +14,7 @@
 #include "client/show/output.h"
 #include "client/verbs/file_report.h"
 #include "client/verbs/verbs.h"
+#include "client/volume/plain_links.h"
 
 namespace client {
 
@@ -33,6 +35,7 @@ class FileVerb {
     int PlanWhatIsShared();
     int Send();
     int Judge();
+    void TakeLinksAway(const ConfigState& after) const;
     std::vector<Record> DescribePrices() const;
     void AddHeld(Record& report) const;
 
@@ -55,8 +58,15 @@ int FileVerb::Prepare() {
     if (job_.type == kRequestUnpinFiles && service_.known) {
         MatchWithList(service_.state, job_);
     }
+    if (options_.list.link && !options_.dryRun) {
+        LinkFiles(options_.keepGoing, job_);
+    }
     status = PackJob(options_.keepGoing, job_);
     SayMatch(job_);
+    if (job_.type == kRequestPinFiles && job_.list.linkable > 0) {
+        Say("--link pins " + Counted(job_.list.linkable, "of these files", "of these files") +
+            " by a hard link with a plain name");
+    }
     return status == kExitDone && job_.type == kRequestUnpinFiles ? PlanWhatIsShared() : status;
 }
 
@@ -95,6 +105,28 @@ int FileVerb::Send() {
     return done && options_.send.wait ? std::max(status, Judge()) : status;
 }
 
+// Takes away the links of files that are unpinned now, and those whose files are gone otherwise.
+void FileVerb::TakeLinksAway(const ConfigState& after) const {
+    for (const VolumeFiles& group : GroupByVolume(job_.list.files)) {
+        const std::string& mountPath = group.volume->mountPath;
+        std::set<uint32_t> pinned;
+        const auto listed = after.pinned.find(mountPath);
+        for (const StoredFile& file : QueuedToPin(after, mountPath)) {
+            pinned.insert(file.inode);
+        }
+        for (const StoredFile& file :
+             listed == after.pinned.end() ? std::vector<StoredFile>() : listed->second) {
+            pinned.insert(file.inode);
+        }
+        for (const FileRef& file : group.files) {
+            if (IsLinkName(file.relative) && pinned.count(file.inode) == 0) {
+                RemoveLink(mountPath, file.inode);
+            }
+        }
+        RemoveLastNames(mountPath);
+    }
+}
+
 // Finds out what holds after a wait.
 int FileVerb::Judge() {
     ConfigState after;
@@ -108,6 +140,9 @@ int FileVerb::Judge() {
                     ? HoldingAfterPin(after, job_.list.files)
                     : HoldingAfterUnpin(after, job_.list.files, job_.volumes);
     repinnedHoldings_ = HoldingAfterPin(after, job_.repinned);
+    if (job_.type == kRequestUnpinFiles) {
+        TakeLinksAway(after);
+    }
     return AllHold(holdings_) && AllHold(repinnedHoldings_) ? kExitDone : kExitPartly;
 }
 

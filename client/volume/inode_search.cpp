@@ -7,6 +7,7 @@
 
 #include "client/show/output.h"
 #include "client/volume/directory_walk.h"
+#include "client/volume/plain_links.h"
 
 namespace client {
 
@@ -33,8 +34,9 @@ InodeSearch SearchVolume(const std::string& mountPath, const std::set<uint32_t>&
     struct stat bitmap = {};
     const bool everPinned = stat(bitmapPath.c_str(), &bitmap) == 0;
     const auto visit = [&](const WalkEntry& entry) {
-        if (entry.path == bitmapPath) {
-            return;  // the service's own, whatever its number was before
+        // The service's own, whatever its number was before; and links, which are no file's place.
+        if (entry.path == bitmapPath || IsLinkName(PathBelow(mountPath, entry.path))) {
+            return;
         }
         const auto inode = static_cast<uint32_t>(entry.status.st_ino);
         if (entry.error != 0) {

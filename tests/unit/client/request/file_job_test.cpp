@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "client/show/exit_status.h"
+#include "client/volume/plain_links.h"
 #include "tests/unit/client/client_test.h"
 #include "tests/unit/support/fake_platform.h"
 
@@ -92,6 +93,44 @@ TEST_F(FileJobTest, WhatIsPinnedAgainFollowsTheOthers) {
     EXPECT_EQ(job_.messages[0].type, kRequestUnpinFiles);
     EXPECT_EQ(job_.messages[1].type, kRequestPinFiles);
     EXPECT_EQ(job_.messages[1].data, mount_ + "/b");
+}
+
+TEST_F(FileJobTest, LinksAreMadeForWhatNoRequestCanName) {
+    const std::string path = Placed("my file");
+    FileListOptions options;
+    options.link = true;
+    options.paths = {path, Placed("b")};
+    ASSERT_EQ(CollectJob(options, job_), kExitDone);
+    LinkFiles(false, job_);
+    ASSERT_EQ(Pack(false), kExitDone);
+    ASSERT_EQ(job_.messages.size(), 1U);
+    EXPECT_EQ(job_.messages[0].data, mount_ + "/" + LinkName(InodeOf(path)) + ";" + mount_ + "/b");
+    EXPECT_EQ(job_.list.files[0].path, path);
+}
+
+TEST_F(FileJobTest, NothingIsLinkedBesideARefusalUnlessTheOthersGo) {
+    const std::string path = Placed("my file");
+    FileListOptions options;
+    options.link = true;
+    options.paths = {path, mount_ + "/nothing"};
+    ASSERT_EQ(CollectJob(options, job_), kExitDone);
+    LinkFiles(false, job_);
+    EXPECT_FALSE(HasLink(mount_, InodeOf(path)));
+    LinkFiles(true, job_);
+    EXPECT_TRUE(HasLink(mount_, InodeOf(path)));
+}
+
+TEST_F(FileJobTest, AFileThatCannotBeLinkedIsRefused) {
+    const std::string path = Placed("my file");
+    WriteFile(mount_ + "/.quorcachepin", "in the way");
+    FileListOptions options;
+    options.link = true;
+    options.paths = {path};
+    ASSERT_EQ(CollectJob(options, job_), kExitDone);
+    LinkFiles(false, job_);
+    ASSERT_EQ(job_.list.refusals.size(), 1U);
+    EXPECT_EQ(job_.list.refusals[0].reason, mount_ + "/.quorcachepin: Not a directory");
+    EXPECT_TRUE(job_.list.files.empty());
 }
 
 }  // namespace

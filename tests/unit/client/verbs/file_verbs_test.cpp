@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "client/show/exit_status.h"
+#include "client/volume/plain_links.h"
 #include "tests/unit/client/verbs/verbs_test.h"
 
 namespace client {
@@ -166,6 +167,22 @@ TEST_F(FileVerbsTest, AnUnpinOfAFileThatIsGoneNamesWhatTakesItOffTheList) {
               std::string::npos)
         << result.talk;
     EXPECT_EQ(Waiting(queue), 0U);
+}
+
+TEST_F(FileVerbsTest, LinkIsOfferedAndPinsByALink) {
+    const std::string path = MakeAt("my file", 3);
+    MakeQueue();
+    CallResult result = Run({"pin", path});
+    EXPECT_EQ(result.status, kExitRefused);
+    EXPECT_NE(result.talk.find("--link pins 1 of these files by a hard link"), std::string::npos)
+        << result.talk;
+    EXPECT_EQ(Report({"pin", "--link", "--dry-run", path}, 0)["price"][0]["units"], 1);
+    EXPECT_FALSE(HasLink(mount_, InodeOf(path))) << "it was a dry run";
+    const Json::Value report = Report({"pin", "--link", path}, 0);
+    EXPECT_EQ(report["files"][0]["path"], path);
+    EXPECT_EQ(report["sent"], 1);
+    EXPECT_TRUE(HasLink(mount_, InodeOf(path)));
+    EXPECT_EQ(Report({"unpin", path}, 0)["notPinned"][0], path) << "it has its link now";
 }
 
 }  // namespace
