@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "client/show/output.h"
+#include "client/volume/plain_links.h"
 
 namespace client {
 
@@ -140,8 +141,9 @@ Record DescribeDevice(const DeviceState& device) {
         files.push_back(DescribeListed(device, pinned));
         // Good files are only counted: thousands of lines would hide the bad one.
         if (!remark.empty()) {
-            const std::string path =
-                pinned.mountPath == name ? pinned.entry.relative : ListedPath(pinned);
+            const std::string path = pinned.mountPath == name && !IsLinkName(pinned.entry.relative)
+                                         ? pinned.entry.relative
+                                         : ListedPath(pinned);
             record.Line(Printable(path) + ": " + Toned(Tone::kBad, remark));
         }
     }

@@ -8,6 +8,7 @@
 #include "client/show/output.h"
 #include "client/show/text.h"
 #include "client/volume/directory_walk.h"
+#include "client/volume/plain_links.h"
 #include "client/volume/volume_view.h"
 
 namespace client {
@@ -21,6 +22,11 @@ void Settle(PinnedFile& pinned, Fate fate, const std::string& why) {
 
 bool HasInode(const struct stat& status, uint32_t inode) {
     return S_ISREG(status.st_mode) && static_cast<uint32_t>(status.st_ino) == inode;
+}
+
+// Whether it is listed by a link of plain name, and is there.
+bool LiesByLink(const PinnedFile& pinned) {
+    return pinned.fate == Fate::kThere && IsLinkName(pinned.entry.relative);
 }
 
 // Takes the place at which the listed file was found.
@@ -89,7 +95,9 @@ void InspectPath(const Volume& volume, dev_t device, PinnedFile& pinned) {
         Settle(pinned, Fate::kUnknown, "another file system is mounted over it");
     } else if (HasInode(status, pinned.entry.inode)) {
         FoundAt(path, status, volume, pinned);
-        Settle(pinned, Fate::kThere, "");
+        const bool last = IsLinkName(pinned.entry.relative) && status.st_nlink == 1;
+        Settle(pinned, last ? Fate::kGone : Fate::kThere,
+               last ? "was removed; its link alone is left" : "");
     } else if (!FindBehindCut(path, volume, pinned)) {
         // The old file may still lie somewhere; who pins a path means what lies at it.
         Settle(pinned, Fate::kReplaced,
@@ -98,7 +106,7 @@ void InspectPath(const Volume& volume, dev_t device, PinnedFile& pinned) {
     }
 }
 
-// Searches the volume for the files that do not lie at their paths.
+// Searches the volume for the files that do not lie at their paths, or lie there by a link.
 void SearchFor(const std::vector<PinnedFile*>& missing, const Volume& volume) {
     std::set<uint32_t> inodes;
     for (const PinnedFile* const pinned : missing) {
@@ -109,7 +117,12 @@ void SearchFor(const std::vector<PinnedFile*>& missing, const Volume& volume) {
         const auto found = search.paths.find(pinned->entry.inode);
         struct stat status = {};
         // What was found may have gone again since.
-        if (found != search.paths.end() && lstat(found->second.c_str(), &status) == 0) {
+        const bool exists =
+            found != search.paths.end() && lstat(found->second.c_str(), &status) == 0;
+        if (LiesByLink(*pinned)) {
+            // Requests go on naming the link, people are shown the file.
+            pinned->file.path = exists ? found->second : pinned->file.path;
+        } else if (exists) {
             FoundAt(found->second, status, volume, *pinned);
             Settle(*pinned, Fate::kRenamed, "lies at " + Printable(found->second));
         } else if (!search.unreadable.empty()) {
@@ -141,7 +154,8 @@ const char* FateName(Fate fate) {
 }
 
 std::string ListedPath(const PinnedFile& pinned) {
-    return PathOnVolume(pinned.mountPath, pinned.entry.relative);
+    return LiesByLink(pinned) ? pinned.file.path
+                              : PathOnVolume(pinned.mountPath, pinned.entry.relative);
 }
 
 bool IsFound(const PinnedFile& pinned) {
@@ -166,7 +180,7 @@ std::vector<PinnedFile> InspectEntries(const std::vector<StoredFile>& entries,
     std::vector<PinnedFile> all = InspectAtPaths(entries, volume);
     std::vector<PinnedFile*> missing;
     for (PinnedFile& pinned : all) {
-        if (pinned.fate == Fate::kGone) {
+        if (pinned.fate == Fate::kGone || LiesByLink(pinned)) {
             missing.push_back(&pinned);
         }
     }

@@ -34,7 +34,8 @@ struct PinnedFile {
     std::string why;  // explains the fate, as the rest of a sentence; empty when there
 };
 
-// Returns the absolute path that it is listed by.
+// Returns the absolute path that it is listed by; of a file that is listed by a link of plain name,
+// the path of the file itself.
 std::string ListedPath(const PinnedFile& pinned);
 
 // Whether it is known where the file lies: it is there, or was renamed.

@@ -10,6 +10,7 @@
 
 #include "client/show/output.h"
 #include "client/show/text.h"
+#include "client/volume/plain_links.h"
 #include "util/scoped.h"
 #include "util/stored_format.h"
 
@@ -129,6 +130,10 @@ bool ExamineFile(const std::string& given, const std::vector<Volume>& volumes, F
     file.inode = static_cast<uint32_t>(status.st_ino);
     file.size = static_cast<uint64_t>(status.st_size);
     why = WhyNotStorable(file.volume->mountPath, file.relative);
+    if (CanBeLinked(file) && HasLink(file.volume->mountPath, file.inode)) {
+        file.relative = LinkName(file.inode);
+        why.clear();
+    }
     return why.empty();
 }
 
@@ -167,6 +172,12 @@ Followers FindFollowers(const std::vector<DeviceState>& devices,
         }
     }
     return followers;
+}
+
+bool CanBeLinked(const FileRef& file) {
+    return file.volume != nullptr && !file.relative.empty() &&
+           !WhyNotStorable(file.volume->mountPath, file.relative).empty() &&
+           WhyNotStorable(file.volume->mountPath, LinkName(file.inode)).empty();
 }
 
 }  // namespace client

@@ -24,8 +24,13 @@ std::string WhyNotStorable(const std::string& mountPath, const std::string& rela
 // Returns why the service could not work with this mount path; empty when it can.
 std::string WhyNotMountPath(const std::string& mountPath);
 
+// Whether the file lies right and its name alone keeps it from being named, so that a link with a
+// plain name helps.
+bool CanBeLinked(const FileRef& file);
+
 // Resolves and checks a path. Returns false, with the reason in `why`, when no request can name the
-// file.
+// file; where its name alone is in the way, `file` is filled all the same. A file that has its link
+// of plain name is named by that: `relative` is then the link's, `path` stays the file's own.
 bool ExamineFile(const std::string& given, const std::vector<Volume>& volumes, FileRef& file,
                  std::string& why);
 

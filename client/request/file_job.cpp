@@ -10,6 +10,7 @@
 #include "client/pins/listed_paths.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
+#include "client/volume/plain_links.h"
 
 namespace client {
 
@@ -115,6 +116,22 @@ int CollectJob(const FileListOptions& options, FileJob& job) {
     }
     RefuseUnservable(job);
     return kExitDone;
+}
+
+void LinkFiles(bool keepGoing, FileJob& job) {
+    std::vector<FileRef> kept;
+    for (FileRef& file : job.list.files) {
+        std::string why;
+        const bool named = WhyNotStorable(file.volume->mountPath, file.relative).empty();
+        const bool stop = !keepGoing && !job.list.refusals.empty();
+        if (named || stop || MakeLink(file, why)) {
+            file.relative = named || stop ? file.relative : LinkName(file.inode);
+            kept.push_back(std::move(file));
+        } else {
+            job.list.refusals.push_back({file.path, why});
+        }
+    }
+    job.list.files = std::move(kept);
 }
 
 int PackJob(bool keepGoing, FileJob& job) {

@@ -33,6 +33,10 @@ int CollectJob(const FileListOptions& options, FileJob& job);
 // pins now, or they cannot be mapped. Fills the extents of the others.
 void RefuseUnservable(FileJob& job);
 
+// Gives the files that no request can name links of plain names; a file that cannot have one moves
+// to the refusals. Nothing is linked while there are refusals, unless `keepGoing`.
+void LinkFiles(bool keepGoing, FileJob& job);
+
 // Says on standard error what is refused and why, and packs the files. Returns kExitDone when the
 // messages may be sent, else the exit status.
 int PackJob(bool keepGoing, FileJob& job);

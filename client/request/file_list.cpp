@@ -14,6 +14,7 @@
 
 #include "client/show/output.h"
 #include "client/volume/directory_walk.h"
+#include "client/volume/plain_links.h"
 #include "client/volume/volume_view.h"
 
 namespace client {
@@ -48,22 +49,27 @@ class Collector {
     std::set<std::string> seen_;
 };
 
-// The service's own file is taken only when it is named.
-bool IsBitmapFile(const FileRef& file) {
-    return PathOnVolume(file.volume->mountPath, file.relative) == BitmapPathOf(*file.volume);
+// The service's own file and our own links are taken only when they are named.
+bool IsOurs(const FileRef& file) {
+    const std::string relative = PathBelow(file.volume->mountPath, file.path);
+    return PathOnVolume(file.volume->mountPath, relative) == BitmapPathOf(*file.volume) ||
+           IsLinkName(relative);
 }
 
 void Collector::TakeFile(const std::string& path, bool named) {
     FileRef file = {};
     std::string why;
-    if (!ExamineFile(path, volumes_, file, why)) {
+    const bool taken = ExamineFile(path, volumes_, file, why);
+    const bool linkable = !taken && CanBeLinked(file);
+    if (!taken && !(linkable && options_.link)) {
         list_.refusals.push_back({path, why});
+        list_.linkable += linkable ? 1 : 0;
     } else if (file.size == 0) {
         list_.refusals.push_back({path,
                                   "is empty: the service would wait a minute for its blocks and "
                                   "then drop the whole request"});
         // Paths are resolved by now, so that two ways to one file are one file.
-    } else if ((named || !IsBitmapFile(file)) && seen_.insert(file.path).second) {
+    } else if ((named || !IsOurs(file)) && seen_.insert(file.path).second) {
         list_.files.push_back(file);
     }
 }

@@ -15,11 +15,13 @@ struct FileListOptions {
     bool nulSeparated = false;       // lists: NUL instead of newline
     bool recursive = false;          // directories: all files below them
     bool patterns = false;           // arguments are patterns, expanded here
+    bool link = false;               // take what a link of plain name would make nameable
 };
 
 struct FileList {
     std::vector<FileRef> files;      // in order, none twice
     std::vector<Refusal> refusals;   // in order
+    size_t linkable = 0;             // refused, and would not be with `link`
     std::vector<std::string> notes;  // what was left out below directories, in words
 };
 

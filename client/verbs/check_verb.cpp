@@ -8,6 +8,7 @@
 #include "client/show/output.h"
 #include "client/verbs/repair.h"
 #include "client/verbs/verbs.h"
+#include "client/volume/plain_links.h"
 
 namespace client {
 
@@ -78,6 +79,22 @@ int RepairAndLook(const CheckOptions& options, Scene& scene, Record& report) {
     return status;
 }
 
+// Links whose files are gone otherwise hold nothing but space, listed or not.
+void TakeLastNamesAway(const Scene& scene, Record& report) {
+    std::vector<std::string> removed;
+    for (const Volume& volume : scene.volumes) {
+        const bool meant = scene.mountPath.empty() || volume.mountPath == scene.mountPath;
+        if (!meant || !VolumeKeepsPins(volume)) {
+            continue;
+        }
+        for (const std::string& relative : RemoveLastNames(volume.mountPath)) {
+            removed.push_back(PathOnVolume(volume.mountPath, relative));
+            report.Line(Printable(removed.back()) + ": was its file's last name, removed");
+        }
+    }
+    report.Add("linksRemoved", TextsToJson(removed));
+}
+
 }  // namespace
 
 int CheckVerb(const CheckOptions& options) {
@@ -90,6 +107,9 @@ int CheckVerb(const CheckOptions& options) {
     // What agrees needs no repair, and no restart of the service.
     if (status == kExitPartly && options.repair) {
         status = RepairAndLook(options, scene, report);
+    }
+    if (options.repair && (status == kExitDone || status == kExitPartly)) {
+        TakeLastNamesAway(scene, report);
     }
     return Finish("check", report, options.common.json, status);
 }

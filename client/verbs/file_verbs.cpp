@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 
 #include "client/pins/device_state.h"
 #include "client/pins/holding.h"
@@ -15,6 +16,7 @@
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
 #include "client/verbs/verbs.h"
+#include "client/volume/plain_links.h"
 
 namespace client {
 
@@ -36,6 +38,7 @@ class FileVerb {
     int Send();
     int TakeOffEmptied();
     int Judge();
+    void TakeLinksAway(const ConfigState& after) const;
     std::vector<Record> DescribeCost() const;
     void AddHeld(Record& report) const;
 
@@ -59,8 +62,15 @@ int FileVerb::Prepare() {
         // Only root sees whether a service runs that would undo a change of its list.
         MatchWithList(service_.state, geteuid() == 0 && FindServices().empty(), job_);
     }
+    if (options_.list.link && !options_.dryRun) {
+        LinkFiles(options_.keepGoing, job_);
+    }
     status = PackJob(options_.keepGoing, job_);
     SayMatch(job_);
+    if (job_.type == kRequestPinFiles && job_.list.linkable > 0) {
+        Say("--link pins " + Counted(job_.list.linkable, "of these files", "of these files") +
+            " by a hard link with a plain name");
+    }
     return status == kExitDone && job_.type == kRequestUnpinFiles ? PlanWhatIsShared() : status;
 }
 
@@ -103,6 +113,28 @@ int FileVerb::Send() {
     return done && options_.send.wait ? std::max(status, Judge()) : status;
 }
 
+// Takes away the links of files that are unpinned now, and those whose files are gone otherwise.
+void FileVerb::TakeLinksAway(const ConfigState& after) const {
+    for (const VolumeFiles& group : GroupByVolume(job_.list.files)) {
+        const std::string& mountPath = group.volume->mountPath;
+        std::set<uint32_t> pinned;
+        const auto listed = after.pinned.find(mountPath);
+        for (const StoredFile& file : QueuedToPin(after, mountPath)) {
+            pinned.insert(file.inode);
+        }
+        for (const StoredFile& file :
+             listed == after.pinned.end() ? std::vector<StoredFile>() : listed->second) {
+            pinned.insert(file.inode);
+        }
+        for (const FileRef& file : group.files) {
+            if (IsLinkName(file.relative) && pinned.count(file.inode) == 0) {
+                RemoveLink(mountPath, file.inode);
+            }
+        }
+        RemoveLastNames(mountPath);
+    }
+}
+
 // Finds out what holds after a wait.
 int FileVerb::Judge() {
     ConfigState after;
@@ -116,6 +148,9 @@ int FileVerb::Judge() {
                     ? HoldingAfterPin(after, job_.list.files)
                     : HoldingAfterUnpin(after, job_.list.files, job_.volumes);
     repinnedHoldings_ = HoldingAfterPin(after, job_.repinned);
+    if (job_.type == kRequestUnpinFiles) {
+        TakeLinksAway(after);
+    }
     return AllHold(holdings_) && AllHold(repinnedHoldings_) ? kExitDone : kExitPartly;
 }
 

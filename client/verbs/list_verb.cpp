@@ -8,6 +8,7 @@
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
 #include "client/verbs/verbs.h"
+#include "client/volume/plain_links.h"
 
 namespace client {
 
@@ -32,12 +33,31 @@ bool Narrow(const std::string& given, const std::vector<Volume>& volumes, Pinned
     return true;
 }
 
-void PrintPaths(const PinnedLists& lists, bool nul) {
+// The paths that the list has; of a file that is listed by a link, its own, which takes a search.
+std::vector<std::string> PathsOf(const std::string& mountPath, const std::vector<StoredFile>& files,
+                                 const std::vector<Volume>& volumes) {
+    std::vector<StoredFile> links;
+    std::vector<std::string> paths;
+    for (const StoredFile& file : files) {
+        if (IsLinkName(file.relative)) {
+            links.push_back(file);
+        } else {
+            paths.push_back(PathOnVolume(mountPath, file.relative));
+        }
+    }
+    if (!links.empty()) {
+        for (const PinnedFile& pinned : InspectListed(links, mountPath, volumes)) {
+            paths.push_back(ListedPath(pinned));
+        }
+    }
+    return paths;
+}
+
+void PrintPaths(const PinnedLists& lists, const std::vector<Volume>& volumes, bool nul) {
     // Raw names are for other programs; a terminal gets them with nothing that could write to it.
     const bool raw = nul || isatty(STDOUT_FILENO) == 0;
     for (const auto& [mountPath, files] : lists) {
-        for (const StoredFile& file : files) {
-            const std::string path = PathOnVolume(mountPath, file.relative);
+        for (const std::string& path : PathsOf(mountPath, files, volumes)) {
             fputs((raw ? path : Printable(path)).c_str(), stdout);
             fputc(nul ? '\0' : '\n', stdout);
         }
@@ -85,7 +105,7 @@ int ListVerb(const ListOptions& options) {
         return Finish("list", report, options.common.json, Refuse(report, options.volume, why));
     }
     if ((options.paths || options.nulSeparated) && !options.common.json) {
-        PrintPaths(lists, options.nulSeparated);
+        PrintPaths(lists, volumes, options.nulSeparated);
         return kExitDone;
     }
     for (const auto& [mountPath, entries] : lists) {

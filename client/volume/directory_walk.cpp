@@ -12,6 +12,7 @@
 #include <memory>
 
 #include "client/show/output.h"
+#include "client/volume/file_ref.h"
 #include "util/scoped.h"
 
 namespace client {
@@ -142,8 +143,9 @@ InodeSearch SearchVolume(const std::string& mountPath, const std::set<uint32_t>&
     const bool everPinned = stat(bitmapPath.c_str(), &bitmap) == 0;
     std::set<uint32_t> missing = inodes;
     const std::vector<std::string> mounts = WalkBelow(mountPath, [&](const WalkEntry& entry) {
-        if (entry.path == bitmapPath) {
-            return;  // the service's own, whatever its number was before
+        // The service's own, whatever its number was before; and links, which are no file's place.
+        if (entry.path == bitmapPath || IsLinkName(PathBelow(mountPath, entry.path))) {
+            return;
         }
         const auto inode = static_cast<uint32_t>(entry.status.st_ino);
         if (entry.error != 0) {

@@ -2,6 +2,7 @@
 #include "client/volume/file_ref.h"
 
 #include <fcntl.h>
+#include <stdlib.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,6 +19,17 @@ constexpr int kLookupFailed = -1;
 constexpr int kNoDevice = 1;
 
 }  // namespace
+
+std::string LinkName(uint32_t inode) {
+    return std::string(kLinkDirectory) + "/" + std::to_string(inode);
+}
+
+bool IsLinkName(const std::string& relative) {
+    const std::string start = std::string(kLinkDirectory) + "/";
+    return StartsWith(relative, start) &&
+           relative == LinkName(static_cast<uint32_t>(
+                           strtoull(relative.c_str() + start.size(), nullptr, 10)));
+}
 
 std::vector<VolumeFiles> GroupByVolume(const std::vector<FileRef>& files) {
     std::vector<VolumeFiles> groups;

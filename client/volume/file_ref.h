@@ -23,6 +23,15 @@ struct FileRef {
     std::vector<FileMappingEntry> extents;  // filled by whoever maps the file
 };
 
+// Where hard links with plain names lie, at the top of a volume; see plain_links.h.
+constexpr char kLinkDirectory[] = ".quorcachepin";
+
+// Returns the relative path of the link to a file.
+std::string LinkName(uint32_t inode);
+
+// Whether the relative path is that of a link, there or not.
+bool IsLinkName(const std::string& relative);
+
 // The files of one volume.
 struct VolumeFiles {
     const Volume* volume;

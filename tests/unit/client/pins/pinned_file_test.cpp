@@ -10,6 +10,7 @@
 
 #include <filesystem>
 
+#include "client/volume/plain_links.h"
 #include "tests/unit/client/pins/pins_test.h"
 #include "tests/unit/support/fake_platform.h"
 
@@ -160,6 +161,26 @@ TEST_F(PinnedFileTest, FatesHaveOneNameEach) {
     EXPECT_STREQ(FateName(Fate::kReplaced), "replaced");
     EXPECT_STREQ(FateName(Fate::kRenamed), "renamed");
     EXPECT_STREQ(FateName(Fate::kUnknown), "cannot be looked at");
+}
+
+TEST_F(PinnedFileTest, AFileListedByALinkIsShownByItsOwnName) {
+    const FileRef file = File("file", {{0, kUnit}});
+    std::string why;
+    ASSERT_TRUE(MakeLink(file, why)) << why;
+    std::filesystem::rename(file.path, mount_ + "/my file");
+    const std::string link = LinkName(file.inode);
+    List(link);
+    EXPECT_EQ(Listed(link).fate, Fate::kThere);
+    EXPECT_EQ(Listed(link).file.path, mount_ + "/my file");
+    EXPECT_EQ(Listed(link).file.relative, link) << "what requests name";
+    EXPECT_EQ(ListedPath(Listed(link)), mount_ + "/my file");
+    EXPECT_EQ(CountUnits(Listed(link).units), 1U);
+    std::filesystem::rename(mount_ + "/my file", mount_ + "/your file");
+    EXPECT_EQ(Listed(link).fate, Fate::kThere) << "the link did not move";
+    EXPECT_EQ(ListedPath(Listed(link)), mount_ + "/your file");
+    std::filesystem::remove(mount_ + "/your file");
+    EXPECT_EQ(Listed(link).fate, Fate::kGone);
+    EXPECT_EQ(ListedPath(Listed(link)), mount_ + "/" + link);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 
 #include <filesystem>
 
+#include "client/volume/plain_links.h"
 #include "tests/unit/client/client_test.h"
 #include "tests/unit/support/fake_platform.h"
 
@@ -195,6 +196,21 @@ TEST_F(FollowersTest, WhatCannotBePinnedSaysWhy) {
         ASSERT_EQ(found.size(), 1U) << name;
         EXPECT_NE(found.begin()->second.why, "") << name;
     }
+}
+
+TEST_F(FileCheckTest, AFileWithALinkIsNamedByIt) {
+    const std::string path = Make("my file");
+    const std::vector<Volume> volumes = Volumes();
+    FileRef file;
+    std::string why;
+    EXPECT_FALSE(ExamineFile(path, volumes, file, why));
+    EXPECT_TRUE(CanBeLinked(file));
+    EXPECT_FALSE(CanBeLinked(FileRef()));
+    EXPECT_FALSE(CanBeLinked(Examine(Make("plain"), volumes))) << "it needs none";
+    ASSERT_TRUE(MakeLink(file, why)) << why;
+    file = Examine(path, volumes);
+    EXPECT_EQ(file.path, path);
+    EXPECT_EQ(file.relative, LinkName(InodeOf(path)));
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "client/show/exit_status.h"
+#include "client/volume/plain_links.h"
 #include "tests/unit/client/client_test.h"
 #include "tests/unit/support/fake_platform.h"
 
@@ -339,6 +340,44 @@ TEST(FileReportTest, TheRecordHasFilesRefusalsAndEntries) {
     testing::internal::CaptureStdout();
     report.Print();
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "") << "the text form has AddSent";
+}
+
+TEST_F(FileJobTest, LinksAreMadeForWhatNoRequestCanName) {
+    const std::string path = Placed("my file");
+    FileListOptions options;
+    options.link = true;
+    options.paths = {path, Placed("b")};
+    ASSERT_EQ(CollectJob(options, job_), kExitDone);
+    LinkFiles(false, job_);
+    ASSERT_EQ(Pack(false), kExitDone);
+    ASSERT_EQ(job_.messages.size(), 1U);
+    EXPECT_EQ(job_.messages[0].data, mount_ + "/" + LinkName(InodeOf(path)) + ";" + mount_ + "/b");
+    EXPECT_EQ(job_.list.files[0].path, path);
+}
+
+TEST_F(FileJobTest, NothingIsLinkedBesideARefusalUnlessTheOthersGo) {
+    const std::string path = Placed("my file");
+    FileListOptions options;
+    options.link = true;
+    options.paths = {path, mount_ + "/nothing"};
+    ASSERT_EQ(CollectJob(options, job_), kExitDone);
+    LinkFiles(false, job_);
+    EXPECT_FALSE(HasLink(mount_, InodeOf(path)));
+    LinkFiles(true, job_);
+    EXPECT_TRUE(HasLink(mount_, InodeOf(path)));
+}
+
+TEST_F(FileJobTest, AFileThatCannotBeLinkedIsRefused) {
+    const std::string path = Placed("my file");
+    WriteFile(mount_ + "/.quorcachepin", "in the way");
+    FileListOptions options;
+    options.link = true;
+    options.paths = {path};
+    ASSERT_EQ(CollectJob(options, job_), kExitDone);
+    LinkFiles(false, job_);
+    ASSERT_EQ(job_.list.refusals.size(), 1U);
+    EXPECT_EQ(job_.list.refusals[0].reason, mount_ + "/.quorcachepin: Not a directory");
+    EXPECT_TRUE(job_.list.files.empty());
 }
 
 }  // namespace

@@ -146,6 +146,30 @@ TEST_F(FileListTest, PatternsAreExpandedHereWhenAskedFor) {
     EXPECT_EQ(list_.refusals.size(), 2U);
 }
 
+TEST_F(FileListTest, LinkableFilesAreCountedAndTakenWhenTheyAreToBeLinked) {
+    const std::string path = Make("d/my file");
+    FileListOptions options;
+    options.recursive = true;
+    options.paths = {mount_ + "/d", mount_ + "/nothing"};
+    EXPECT_EQ(Collect(options), Names());
+    EXPECT_EQ(list_.linkable, 1U);
+    options.link = true;
+    EXPECT_EQ(Collect(options), Names{"d/my file"});
+    EXPECT_EQ(Refused(), Names{mount_ + "/nothing"});
+    EXPECT_EQ(list_.linkable, 0U);
+}
+
+TEST_F(FileListTest, LinksBelowADirectoryArePassedOver) {
+    const std::string link = Make(".quorcachepin/12");
+    Make(".quorcachepin/other");
+    FileListOptions options;
+    options.recursive = true;
+    options.paths = {mount_};
+    EXPECT_EQ(Collect(options), Names{".quorcachepin/other"});
+    options.paths = {link};
+    EXPECT_EQ(Collect(options), Names{".quorcachepin/12"}) << "it was named";
+}
+
 }  // namespace
 
 }  // namespace client

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // check: findings, and what a repair comes to.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "client/show/exit_status.h"
@@ -98,6 +99,18 @@ TEST_F(CheckVerbTest, ARepairSaysWhatItDidAndWhatHoldsAfterwards) {
     EXPECT_NE(after, std::string::npos) << result.out;
     EXPECT_EQ(Run({"check", "--repair"}).out.find("repair"), std::string::npos)
         << "nothing is left to do";
+}
+
+TEST_F(CheckVerbTest, ARepairTakesLastNamesAway) {
+    const std::string path = MakeAt("my file", 3);
+    EXPECT_EQ(mkdir((mount_ + "/.quorcachepin").c_str(), 0700), 0);
+    const std::string link = mount_ + "/.quorcachepin/" + std::to_string(InodeOf(path));
+    ASSERT_EQ(::link(path.c_str(), link.c_str()), 0);
+    EXPECT_EQ(Report({"check", "--repair"}, 0)["linksRemoved"].size(), 0U);
+    unlink(path.c_str());
+    EXPECT_FALSE(Report({"check"}, 0).isMember("linksRemoved"));
+    EXPECT_EQ(Report({"check", "--repair"}, 0)["linksRemoved"][0], link);
+    EXPECT_NE(access(link.c_str(), F_OK), 0);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "client/show/exit_status.h"
+#include "client/volume/plain_links.h"
 #include "tests/unit/client/service/impostor.h"
 #include "tests/unit/client/verbs/verbs_test.h"
 
@@ -278,6 +279,22 @@ TEST_F(FileVerbsTest, AnUnpinThatWasWaitedForIsJudgedWithWhatWasPinnedAgain) {
     EXPECT_EQ(result.status, kExitDone) << result.talk;
     EXPECT_EQ(result.out, mount_ + ": unpinned 1 file, 128.0 KiB\n  units  1, set 0\n" + mount_ +
                               ": pinned again 1 file, 64.0 KiB\n  units  1, set 1\n");
+}
+
+TEST_F(FileVerbsTest, LinkIsOfferedAndPinsByALink) {
+    const std::string path = MakeAt("my file", 3);
+    MakeQueue();
+    CallResult result = Run({"pin", path});
+    EXPECT_EQ(result.status, kExitRefused);
+    EXPECT_NE(result.talk.find("--link pins 1 of these files by a hard link"), std::string::npos)
+        << result.talk;
+    EXPECT_EQ(Report({"pin", "--link", "--dry-run", path}, 0)["price"][0]["units"], 1);
+    EXPECT_FALSE(HasLink(mount_, InodeOf(path))) << "it was a dry run";
+    const Json::Value report = Report({"pin", "--link", path}, 0);
+    EXPECT_EQ(report["files"][0]["path"], path);
+    EXPECT_EQ(report["sent"], 1);
+    EXPECT_TRUE(HasLink(mount_, InodeOf(path)));
+    EXPECT_EQ(Report({"unpin", path}, 0)["notPinned"][0], path) << "it has its link now";
 }
 
 }  // namespace

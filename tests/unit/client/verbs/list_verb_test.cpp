@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // list: the listed files and their fates.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -78,6 +79,18 @@ TEST_F(ListVerbTest, AnEmptyListAndAVolumeWithoutFilesAreNoFailure) {
     EXPECT_EQ(none.status, kExitRefused);
     EXPECT_EQ(none.out, "");
     EXPECT_NE(none.talk.find("refused /nowhere: "), std::string::npos) << none.talk;
+}
+
+TEST_F(ListVerbTest, AFileListedByALinkIsPrintedByItsOwnName) {
+    const std::string path = MakeAt("my file", 3);
+    MakeAt("b", 4);
+    EXPECT_EQ(mkdir((mount_ + "/.quorcachepin").c_str(), 0700), 0);
+    const std::string link = ".quorcachepin/" + std::to_string(InodeOf(path));
+    ASSERT_EQ(::link(path.c_str(), (mount_ + "/" + link).c_str()), 0);
+    List({link, "b"});
+    EXPECT_EQ(Run({"list", "--paths"}).out, mount_ + "/b\n" + path + "\n");
+    EXPECT_EQ(Run({"list", "-0"}).out,
+              mount_ + "/b" + std::string(1, '\0') + path + std::string(1, '\0'));
 }
 
 }  // namespace

@@ -95,8 +95,7 @@ TEST_F(RestoreVerbTest, KeepCopyReplacesWhatIsDamagedAndNothingElse) {
     std::filesystem::create_directory(config_);
     const CallResult directory = Run({"keep-copy"});
     EXPECT_EQ(directory.status, kExitPartly);
-    EXPECT_NE(directory.talk.find("stays as it is"), std::string::npos)
-        << directory.talk;
+    EXPECT_NE(directory.talk.find("stays as it is"), std::string::npos) << directory.talk;
     EXPECT_TRUE(std::filesystem::is_directory(config_));
 }
 
