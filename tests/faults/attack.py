@@ -10,6 +10,7 @@ import glob
 import importlib
 import json
 import os
+import signal
 import sys
 import tempfile
 import time
@@ -34,8 +35,11 @@ def attack(name, options, answer):
     outcome = outcomes.Outcome(name, module.ABOUT)
     points = options.points or (module.FULL if options.full else module.SHORT)
     ground = Ground(outcome, points, options.seed)
+    signal.signal(signal.SIGTERM, lambda number, frame: sys.exit(1))
     try:
         module.run(ground)
+    except SystemExit:
+        outcome.add("reports", "the attack itself", "cut short; what it had found so far is in the table")
     except Exception:  # the others are still to run; the table names it
         outcome.add("reports", "the attack itself", traceback.format_exc())
     finally:
