@@ -51,7 +51,7 @@ static uint32_t Checksum(const uint8_t* bytes, size_t size) {
 }
 
 static void PutText(uint8_t* at, size_t room, const std::string& text) {
-    memcpy(at, text.data(), std::min(room, text.size()));
+    std::copy_n(text.begin(), std::min(room, text.size()), at);
 }
 
 static std::string GetText(const uint8_t* at, size_t room) {
