@@ -57,7 +57,7 @@ std::string Disk::GoDirect() {
     uint32_t block = 0;
     uint32_t memory = 0;
     DirectAlignment(fd_, block, memory);
-    const std::string unable = "its file system cannot do otherwise";
+    const char* unable = "its file system cannot do otherwise";
     if (block == 0 || block > kLargestBlock) {
         return unable;
     }
