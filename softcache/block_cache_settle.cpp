@@ -185,6 +185,7 @@ std::vector<TableEntry> BlockCache::Lines(uint32_t first, uint32_t count) const 
 
 void BlockCache::WriteLines(Lock& lock, const std::vector<uint32_t>& slots) {
     std::vector<uint32_t> pages;
+    pages.reserve(slots.size());
     for (const uint32_t slot : slots) {
         pages.push_back(slot / kPageEntries);
     }

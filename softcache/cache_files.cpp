@@ -171,10 +171,14 @@ std::string OpenCacheFiles(const CacheFilesWanted& wanted, CacheFiles& files) {
     return wrong;
 }
 
-std::string BackingUuid(const std::string& path) {
+bool ReadBackingUuid(const std::string& path, std::string& uuid) {
     const OwnedFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_LARGEFILE));
     Signature signature;
-    return fd.valid() && FindSignature(fd.get(), path, signature).empty() ? signature.uuid : "";
+    if (!fd.valid() || !FindSignature(fd.get(), path, signature).empty()) {
+        return false;
+    }
+    uuid = signature.uuid;
+    return true;
 }
 
 }  // namespace softcache

@@ -57,7 +57,7 @@ std::string Disk::GoDirect() {
     uint32_t block = 0;
     uint32_t memory = 0;
     DirectAlignment(fd_, block, memory);
-    const std::string unable = "its file system cannot do otherwise";
+    const char* unable = "its file system cannot do otherwise";
     if (block == 0 || block > kLargestBlock) {
         return unable;
     }
@@ -88,7 +88,7 @@ int Disk::Read(void* data, size_t size, uint64_t offset) const {
     }
     auto* bytes = static_cast<uint8_t*>(data);
     while (size > 0) {
-        const size_t part = std::min<size_t>(size, kBounceBytes - offset % block_);
+        const size_t part = std::min(size, kBounceBytes - Lead(offset));
         const int result = ReadPart(bytes, part, offset);
         if (result != 0) {
             return result;
@@ -106,7 +106,7 @@ int Disk::Write(const void* data, size_t size, uint64_t offset) const {
     }
     const auto* bytes = static_cast<const uint8_t*>(data);
     while (size > 0) {
-        const size_t part = std::min<size_t>(size, kBounceBytes - offset % block_);
+        const size_t part = std::min(size, kBounceBytes - Lead(offset));
         const int result = WritePart(bytes, part, offset);
         if (result != 0) {
             return result;
@@ -120,7 +120,7 @@ int Disk::Write(const void* data, size_t size, uint64_t offset) const {
 
 // The whole blocks around the bytes fit into the bounce buffer, here and below.
 int Disk::ReadPart(uint8_t* data, size_t size, uint64_t offset) const {
-    const size_t lead = offset % block_;
+    const size_t lead = Lead(offset);
     const size_t whole = (lead + size + block_ - 1) / block_ * block_;
     const int result = ReadFull(fd_, Bounce(), whole, offset - lead);
     if (result == 0) {
@@ -130,7 +130,7 @@ int Disk::ReadPart(uint8_t* data, size_t size, uint64_t offset) const {
 }
 
 int Disk::WritePart(const uint8_t* data, size_t size, uint64_t offset) const {
-    const size_t lead = offset % block_;
+    const size_t lead = Lead(offset);
     const size_t whole = (lead + size + block_ - 1) / block_ * block_;
     const uint64_t start = offset - lead;
     int result = 0;

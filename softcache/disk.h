@@ -43,6 +43,8 @@ class Disk {
     uint64_t Allocated() const;  // bytes of it that have space of their own; of a device, all
 
   private:
+    // Bytes from the beginning of the block.
+    size_t Lead(uint64_t offset) const { return static_cast<size_t>(offset % block_); }
     bool IsAligned(const void* data, size_t size, uint64_t offset) const;
     int ReadPart(uint8_t* data, size_t size, uint64_t offset) const;
     int WritePart(const uint8_t* data, size_t size, uint64_t offset) const;

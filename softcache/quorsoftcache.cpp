@@ -144,8 +144,9 @@ class Settling {
     Settling(ServedCache& served, const std::string& backing)
         : served_(served),
           learn_([&served, backing] {
-              if (served.cache.TakeBeginningChanged()) {
-                  served.store.SetUuid(BackingUuid(backing));
+              std::string uuid;
+              if (served.cache.TakeBeginningChanged() && ReadBackingUuid(backing, uuid)) {
+                  served.store.SetUuid(uuid);
               }
           }),
           checkpoints_(std::make_unique<Checkpoints>(served.cache, learn_)) {}

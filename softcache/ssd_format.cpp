@@ -51,7 +51,7 @@ static uint32_t Checksum(const uint8_t* bytes, size_t size) {
 }
 
 static void PutText(uint8_t* at, size_t room, const std::string& text) {
-    memcpy(at, text.data(), std::min(room, text.size()));
+    std::copy_n(text.begin(), std::min(room, text.size()), at);
 }
 
 static std::string GetText(const uint8_t* at, size_t room) {
@@ -191,7 +191,8 @@ uint32_t DecodeTablePage(uint32_t seed, uint32_t page, const uint8_t* bytes, Tab
 
 std::vector<uint8_t> EncodePins(const SsdHead& head, uint64_t sequence,
                                 const std::vector<uint8_t>& bitmap) {
-    std::vector<uint8_t> bytes(RoundUp(kPinsHeaderBytes + bitmap.size(), kPageBytes), 0);
+    const uint64_t whole = RoundUp(kPinsHeaderBytes + bitmap.size(), kPageBytes);
+    std::vector<uint8_t> bytes(static_cast<size_t>(whole), 0);
     Put(bytes.data() + 8, sequence);
     Put(bytes.data() + 16, uint64_t{bitmap.size()});
     memcpy(bytes.data() + 24, head.id.data(), 8);

@@ -77,11 +77,11 @@ class CrashTest : public CacheOnFiles {
 
     void Step() {
         uint64_t offset = Below(kDeviceSize / 512) * 512;
-        uint64_t size = 512 * (1 + Below(Below(3) == 0 ? 300 : 8));
+        auto size = static_cast<size_t>(512 * (1 + Below(Below(3) == 0 ? 300 : 8)));
         if (Below(4) == 0) {
             ++offset;  // sectors are torn in their midst too, where nobody promised otherwise
         }
-        size = std::min(size, kDeviceSize - offset);
+        size = static_cast<size_t>(std::min<uint64_t>(size, kDeviceSize - offset));
         const uint64_t what = Below(100);
         if (what < 45) {
             ReadAndCheck(offset, size);
@@ -115,7 +115,7 @@ class CrashTest : public CacheOnFiles {
     // begins.
     int CrashEverywhere(int most) {
         FragileDisk disks[] = {FragileDisk(images_[0]), FragileDisk(images_[1])};
-        const size_t next = Below(events_.size());
+        const auto next = static_cast<size_t>(Below(events_.size()));
         std::array<Bytes, 2> nextImages;
         int tried = 0;
         size_t moment = 0;
@@ -163,7 +163,8 @@ class CrashTest : public CacheOnFiles {
         Bytes got(kDeviceSize);
         for (const WarmSlot& slot : warm) {  // before others take their place
             const uint64_t offset = uint64_t{slot.unit} * kUnitSize;
-            const uint64_t size = std::min<uint64_t>(kUnitSize, kDeviceSize - offset);
+            const auto size =
+                static_cast<size_t>(std::min<uint64_t>(kUnitSize, kDeviceSize - offset));
             ASSERT_EQ(cache.Read(got.data(), size, offset), 0);
             ASSERT_EQ(memcmp(got.data(), left[0].data() + offset, size), 0) << "unit " << slot.unit;
         }
@@ -184,7 +185,7 @@ class CrashTest : public CacheOnFiles {
 
 TEST_F(CrashTest, AStartAfterwardsReadsWhatTheBackingHas) {
     const char* wanted = getenv("QUOR_CRASH_POINTS");
-    const int points = wanted == nullptr ? 300 : atoi(wanted);
+    const int points = wanted == nullptr ? 500 : atoi(wanted);
     int tried = 0;
     for (uint32_t run = 0; tried < points; ++run) {
         random_.seed(run);

@@ -188,7 +188,7 @@ TEST_F(DeviceIoctlTest, PinsThatCannotBeInForceAreNamed) {
     ASSERT_EQ(store_->WritePins(Bytes(5, 0xFF)), 0);
     EXPECT_EQ(served_->RestorePins(), "pins left alone: 5 bytes, this device takes 4");
     EXPECT_EQ(Stats()["pinnedUnits"], 0);
-    const Bytes zeros(2 * PinsRoomFor(kServedDeviceSize), 0);
+    const Bytes zeros(static_cast<size_t>(2 * PinsRoomFor(kServedDeviceSize)), 0);
     ASSERT_EQ(WriteFull(ssd_.get(), zeros.data(), zeros.size(), kPinsStart), 0);
     EXPECT_EQ(served_->RestorePins(), "pins are not whole: none is in force");
 }

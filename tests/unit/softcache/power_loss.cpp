@@ -102,7 +102,7 @@ Bytes FragileDisk::AfterLoss(double kept, std::mt19937_64& random) const {
             const uint64_t part =
                 std::min<uint64_t>(kSector - at % kSector, write.bytes.size() - done);
             if (isKept(random)) {
-                memcpy(content.data() + at, write.bytes.data() + done, part);
+                memcpy(content.data() + at, write.bytes.data() + done, static_cast<size_t>(part));
             }
             done += part;
         }
