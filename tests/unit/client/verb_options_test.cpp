@@ -9,7 +9,7 @@
 #include <set>
 #include <sstream>
 
-#include "client/command_line.h"
+#include "client/verb_options.h"
 #include "tests/unit/support/unit_test.h"
 
 namespace client {

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: MIT
+// Verbs and their options, as the command line takes them.
+#pragma once
+
+#include <CLI/App.hpp>
+
+#include <string>
+#include <vector>
+
+#include "client/show/exit_status.h"
+#include "client/verbs/verbs.h"
+
+namespace client {
+
+// What the options are parsed into, and the exit status of the verb that ran.
+struct Parsed {
+    FileVerbOptions file;
+    VolumeVerbOptions volume;
+    ListOptions list;
+    StatusOptions status;
+    CheckOptions check;
+    ExplainOptions explain;
+    MapOptions map;
+    ForgetOptions forget;
+    ReadyOptions ready;
+    DoctorOptions doctor;
+    ApplyOptions apply;
+    RestoreOptions restore;
+    CommonOptions keepCopy;
+    int exitStatus = kExitDone;
+};
+
+// Describes the whole command line to the application, which lives no longer than `parsed`. Parsing
+// then runs the verb that is named.
+void AddVerbs(CLI::App& app, Parsed& parsed);
+
+// A verb's long and short options, dashes included.
+struct VerbOptionNames {
+    std::string verb;
+    std::vector<std::string> options;
+};
+
+// Returns what the command line knows, for those that must know it too: completion and manual.
+std::vector<VerbOptionNames> AllOptionNames();
+
+}  // namespace client
