@@ -118,7 +118,8 @@ constexpr VerbHelp kDoctorHelp = {"doctor", "Look for what keeps the service fro
 
 constexpr VerbHelp kApplyHelp = {
     "apply", "Pin what /etc/quorcachepin.d says is to be pinned",
-    "The files *.conf there have a path, a directory or a pattern a line. What is missing is asked\n"
+    "The files *.conf there have a path, a directory or a pattern a line. What is missing is "
+    "asked\n"
     "for; what was pinned by hand stays, unless --prune is given. A line that is wrong is named,\n"
     "the others are applied.\n"
     "\n"

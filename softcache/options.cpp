@@ -5,9 +5,9 @@
 
 #include <CLI/CLI.hpp>
 
-#include "softcache/loop_device.h"
-#include "softcache/registry.h"
-#include "softcache/storage.h"
+#include "softcache/serve/loop_device.h"
+#include "softcache/serve/registry.h"
+#include "softcache/store/storage.h"
 
 namespace softcache {
 

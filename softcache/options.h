@@ -21,7 +21,7 @@ struct Options {
     bool format = false;     // overwrite whatever the SSD holds
     bool testDoors = false;  // take orders to fail
     std::string inspect;     // an SSD to describe instead of serving
-    bool device = false;  // attach a loop device
+    bool device = false;     // attach a loop device
 };
 
 // Parses the command line. Returns the exit status when there is nothing to serve: 0 after --help

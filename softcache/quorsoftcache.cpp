@@ -12,16 +12,16 @@
 #include <functional>
 #include <memory>
 
-#include "softcache/cache_files.h"
-#include "softcache/checkpoints.h"
-#include "softcache/device_tag.h"
-#include "softcache/fuse_device.h"
-#include "softcache/inspection.h"
-#include "softcache/loop_device.h"
+#include "softcache/core/checkpoints.h"
 #include "softcache/options.h"
-#include "softcache/readiness.h"
-#include "softcache/served_cache.h"
-#include "softcache/storage.h"
+#include "softcache/serve/device_tag.h"
+#include "softcache/serve/fuse_device.h"
+#include "softcache/serve/loop_device.h"
+#include "softcache/serve/readiness.h"
+#include "softcache/serve/served_cache.h"
+#include "softcache/store/cache_files.h"
+#include "softcache/store/inspection.h"
+#include "softcache/store/storage.h"
 
 using namespace softcache;
 
@@ -190,9 +190,9 @@ bool Serve(const Options& options, const Storage& storage, Served& served) {
         return false;
     }
     if (options.device) {
-        const std::string wrong =
-            served.loop.Attach(storage.mountPoint + "/device", SectorSizeOf(storage.files.backing->Fd()),
-                               DefaultNameDirectory(), options.name);
+        const std::string wrong = served.loop.Attach(storage.mountPoint + "/device",
+                                                     SectorSizeOf(storage.files.backing->Fd()),
+                                                     DefaultNameDirectory(), options.name);
         if (!Succeeded(wrong)) {
             served.registry.Remove();
             return false;

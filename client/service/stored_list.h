@@ -52,7 +52,6 @@ class StoredList {
     bool Forget(const std::string& mountPath, std::string& why);
 
   private:
-
     std::string path_;  // no symbolic link
     std::unique_ptr<ScopedFd> lock_;
 };

@@ -93,8 +93,7 @@ void RepairBitmap(const DeviceState& device, RepairReport& report) {
         report.left.push_back(plan.left);
     }
     const std::vector<uint8_t>& bytes = plan.bits.Bytes();
-    if (plan.write &&
-        !ReplaceFile(device.view.bitmapPath, {bytes.begin(), bytes.end()}, "", why)) {
+    if (plan.write && !ReplaceFile(device.view.bitmapPath, {bytes.begin(), bytes.end()}, "", why)) {
         report.left.push_back(why);
         return;  // the driver keeps the bitmap that the file has
     }

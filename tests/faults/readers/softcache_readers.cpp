@@ -4,9 +4,9 @@
 
 #include <algorithm>
 
-#include "softcache/control_commands.h"
-#include "softcache/device_ioctl.h"
 #include "softcache/pin_store.h"
+#include "softcache/serve/control_commands.h"
+#include "softcache/serve/device_ioctl.h"
 #include "tests/faults/readers/readers.h"
 
 namespace readers {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "softcache/block_cache.h"
+#include "softcache/core/block_cache.h"
 
 #include <linux/falloc.h>
 

@@ -4,7 +4,7 @@
 
 #include <memory>
 
-#include "softcache/block_cache.h"
+#include "softcache/core/block_cache.h"
 #include "tests/unit/softcache/test_files.h"
 
 namespace softcache {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "softcache/caller_memory.h"
+#include "softcache/serve/caller_memory.h"
 
 #include <errno.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "softcache/control_commands.h"
+#include "softcache/serve/control_commands.h"
 
 #include "tests/unit/softcache/served_fixture.h"
 

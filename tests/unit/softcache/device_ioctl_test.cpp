@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The ioctl requests, with this very process as their caller.
-#include "softcache/device_ioctl.h"
+#include "softcache/serve/device_ioctl.h"
 
 #include <linux/fs.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "softcache/directory.h"
+#include "softcache/serve/directory.h"
 
 #include <set>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "softcache/disk.h"
+#include "softcache/store/disk.h"
 
 #include "tests/unit/softcache/test_files.h"
 

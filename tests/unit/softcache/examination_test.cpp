@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "softcache/examination.h"
+#include "softcache/store/examination.h"
 
 #include "tests/unit/softcache/test_files.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "softcache/faults.h"
+#include "softcache/serve/faults.h"
 
 #include <errno.h>
 #include <gtest/gtest.h>

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "softcache/loop_device.h"
+#include "softcache/serve/loop_device.h"
 
 #include <linux/fs.h>
 #include <linux/loop.h>
 #include <sys/ioctl.h>
 
-#include "softcache/device_tag.h"
+#include "softcache/serve/device_tag.h"
 #include "tests/unit/softcache/service_process.h"
 
 namespace softcache {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "softcache/registry.h"
+#include "softcache/serve/registry.h"
 
 #include <json/json.h>
 #include <sys/file.h>

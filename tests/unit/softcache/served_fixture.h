@@ -4,7 +4,7 @@
 
 #include <json/json.h>
 
-#include "softcache/served_cache.h"
+#include "softcache/serve/served_cache.h"
 #include "tests/unit/softcache/cache_fixture.h"
 
 namespace softcache {

@@ -14,7 +14,7 @@
 #include <thread>
 
 #include "platform/quorflashcache.h"
-#include "softcache/block_cache.h"
+#include "softcache/core/block_cache.h"
 #include "tests/unit/softcache/service_process.h"
 
 namespace softcache {

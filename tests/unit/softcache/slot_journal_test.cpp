@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "softcache/slot_journal.h"
+#include "softcache/store/slot_journal.h"
 
 #include <gtest/gtest.h>
 

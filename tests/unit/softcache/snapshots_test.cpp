@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "softcache/snapshots.h"
+#include "softcache/serve/snapshots.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "softcache/ssd_format.h"
+#include "softcache/store/ssd_format.h"
 
 #include "tests/unit/softcache/test_files.h"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "softcache/storage.h"
+#include "softcache/store/storage.h"
 
-#include "softcache/unit_table.h"
+#include "softcache/store/unit_table.h"
 #include "tests/unit/softcache/test_files.h"
 
 namespace softcache {

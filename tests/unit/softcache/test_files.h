@@ -21,7 +21,7 @@
 #include <string>
 #include <vector>
 
-#include "softcache/file_io.h"
+#include "softcache/store/file_io.h"
 
 namespace softcache {
 

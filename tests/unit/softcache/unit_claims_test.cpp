@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "softcache/unit_claims.h"
+#include "softcache/core/unit_claims.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "softcache/unit_table.h"
+#include "softcache/store/unit_table.h"
 
 #include <algorithm>
 
