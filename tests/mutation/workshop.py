@@ -103,22 +103,28 @@ class Workshop:
 
 
 def try_all(mutations, jobs):
-    """Tries them, several at once, and yields (change, outcome) in their order."""
+    """Tries them, several at once, and yields (change, outcome) as they come."""
     tests = sorted({test for mutation in mutations for test in mutation.tests()})
     with tempfile.TemporaryDirectory(prefix="mutate.") as directory:
         places = [pathlib.Path(directory) / str(job) for job in range(jobs)]
-        workshops = queue.Queue()
+        untried = queue.Queue()
+        for mutation in mutations:
+            untried.put(mutation)
+        tried = queue.Queue()
 
-        def work(mutation):
-            workshop = workshops.get()
+        def work(workshop):
             try:
-                return mutation, workshop.try_out(mutation)
-            finally:
-                workshops.put(workshop)
+                while True:
+                    mutation = untried.get_nowait()
+                    tried.put((mutation, workshop.try_out(mutation)))
+            except queue.Empty:
+                return
 
         # The first compiles for all of them, where there is a compiler cache, and works meanwhile.
-        workshops.put(Workshop(places[0], tests, jobs))
-        with concurrent.futures.ThreadPoolExecutor(jobs + 1) as pool:
-            rest = pool.submit(lambda: [workshops.put(Workshop(place, tests, 1)) for place in places[1:]])
-            yield from pool.map(work, mutations)
-            rest.result()
+        first = Workshop(places[0], tests, jobs)
+        with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
+            pool.submit(work, first)
+            for place in places[1:]:
+                pool.submit(lambda place=place: work(Workshop(place, tests, 1)))
+            for _ in mutations:
+                yield tried.get()
