@@ -69,8 +69,8 @@ class Scene:
             if fresh:
                 grounds.forget(self.configuration)
             daemon = self.ground.daemon(wait_for=None)
-            journal.until(lambda: not daemon.receiver_alive() or daemon.logged(daemons.RECEIVING), "it does not start")
-            if daemon.receiver_alive() and queues.published_key() is not None:
+            journal.until(lambda: not grounds.receives(daemon) or daemon.logged(daemons.RECEIVING), "it does not start")
+            if grounds.receives(daemon) and queues.published_key() is not None:
                 queue = queues.Queue.open()
                 for send in (queue.pin, queue.unpin):
                     send(self.mount, [*self.files, self.pieces])
@@ -107,7 +107,7 @@ def begin(scene, point, *options):
     daemon = scene.ground.daemon(wait_for=None, prefix=("strace", "-D", "-f", "-qq", "-o", path, *options))
     journal.until(lambda: not daemon.alive() or daemon.logged(daemons.STARTING), "it does not start")
     rested = scene.ground.rest(daemon, point)
-    if rested and daemon.alive() and queues.published_key() is not None and daemon.receiver_alive():
+    if rested and daemon.alive() and queues.published_key() is not None and grounds.receives(daemon):
         queues.Queue.open().send(queues.RELOAD, scene.mount)
         scene.ground.rest(daemon, point)
     scene.ground.end(daemon, point, lambda: out_of_memory(scene, daemon, options))

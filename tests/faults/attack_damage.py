@@ -16,6 +16,7 @@ SHORT, FULL = 8, 10_000  # of each kind
 REGISTRY = "/run/quorsoftcache/vol1.json"
 SETTINGS = "/tmp/quorcachepinfiletool.debug"
 NO_NUMBER = "stoi"  # what a key file that holds none ends the service with, on purpose
+LONGEST = 8000      # bytes of a message; the system takes 8192
 PER_LOG = 50        # cases after which the system log is emptied
 
 
@@ -81,7 +82,7 @@ class Kind:
 
     def send(self, queue, raw):
         if self.path is None:
-            queue.send_raw(raw)
+            queue.send_raw(raw[:LONGEST])
         else:
             queue.pin(self.scene.volume.mount_path, [self.scene.photo])
             queue.send(queues.RELOAD, self.scene.volume.mount_path)

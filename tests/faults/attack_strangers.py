@@ -107,7 +107,6 @@ class Strangers:
             ("order a fault", opens(f"{cache}/control", os.O_WRONLY), DENIED),
             ("read the counters", opens(f"{cache}/stats.json"), "done"),
             ("read the SSD", opens(f"{directory}/ssd"), DENIED),
-            ("read the kept pins", opens(f"{directory}/ssd.pins"), DENIED),
             ("signal the service", lambda: os.kill(daemon.pid, 15), "EPERM"),
             ("trace the service", opens(f"/proc/{daemon.pid}/mem"), DENIED)]
         for what, action, wanted in rows:

@@ -113,11 +113,19 @@ def resting(daemon):
     return look
 
 
+def receives(daemon):
+    """Whether its receiver is there; asked of one that may be ending just now."""
+    try:
+        return daemon.receiver_alive()
+    except (FileNotFoundError, ProcessLookupError):
+        return False
+
+
 def whole(daemon):
     """Whether both its threads are there."""
     try:
         return daemon.alive() and len(daemon.threads()) > 1 and "Z" not in daemon.threads().values()
-    except FileNotFoundError:
+    except (FileNotFoundError, ProcessLookupError):
         return False
 
 

@@ -27,7 +27,7 @@ void ReadRegistry(const Bytes& bytes);
 // softcache
 void ReadControlText(const Bytes& bytes);
 void ReadControlRequest(const Bytes& bytes);
-void ReadStoredPins(const Bytes& bytes);
+void ReadSsd(const Bytes& bytes);
 // client
 void ReadList(const Bytes& bytes);
 void ReadStoredState(const Bytes& bytes);
@@ -40,7 +40,7 @@ constexpr Reader kReaders[] = {
     {"registry", ReadRegistry},
     {"control_text", ReadControlText},
     {"control_request", ReadControlRequest},
-    {"stored_pins", ReadStoredPins},
+    {"ssd", ReadSsd},
     {"list", ReadList},
     {"stored_state", ReadStoredState},
 };

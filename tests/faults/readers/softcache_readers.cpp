@@ -4,9 +4,9 @@
 
 #include <algorithm>
 
-#include "softcache/pin_store.h"
 #include "softcache/serve/control_commands.h"
 #include "softcache/serve/device_ioctl.h"
+#include "softcache/store/ssd_recovery.h"
 #include "tests/faults/readers/readers.h"
 
 namespace readers {
@@ -15,18 +15,20 @@ namespace {
 
 constexpr uint64_t kDeviceSize = 37 * uint64_t{65536};
 constexpr uint32_t kSlots = 4;
+constexpr size_t kSsdSize = size_t{1} << 20;
 constexpr uint32_t kRequests[] = {FLASH_CACHE_SET_PIN_BITMAP, FLASH_CACHE_UNPIN_RANGES, 0x80081272,
                                   0x80041272};
 
 // A served cache of 37 units on files in memory.
 struct Served {
+    Served() { store.Format({"one", "", "/backing"}, kDeviceSize, kSlots, 0); }
+
     MemoryFile backing{Bytes(kDeviceSize, 'b')};
-    MemoryFile ssd{Bytes(size_t{kSlots} * 65536, 's')};
-    softcache::ServedCache cache{backing.Fd(),
-                                 ssd.Fd(),
-                                 kDeviceSize,
-                                 kSlots,
-                                 OwnDirectory() + "/ssd.pins",
+    MemoryFile ssd{Bytes(kSsdSize, 's')};
+    softcache::SsdStore store{softcache::Disk(ssd.Fd())};
+    softcache::ServedCache cache{softcache::Disk(backing.Fd()),
+                                 store,
+                                 {},
                                  OwnDirectory() + "/registry",
                                  softcache::RegistryRecord()};
 };
@@ -68,13 +70,29 @@ void ReadControlRequest(const Bytes& bytes) {
     softcache::StatsText(OneServed().cache);
 }
 
-void ReadStoredPins(const Bytes& bytes) {
-    std::vector<uint8_t> bitmap;
-    std::string reason;
+// The first byte chooses the place on a formatted SSD that the rest is written over: the first
+// head, the second, the pins or the table.
+void ReadSsd(const Bytes& bytes) {
+    if (bytes.empty()) {
+        return;
+    }
+    const MemoryFile file(Bytes(kSsdSize, '\0'));
+    const softcache::Disk disk(file.Fd());
+    softcache::SsdStore made(disk);
+    made.Format({"one", "", "/backing"}, kDeviceSize, kSlots, 0);
+    made.WritePins({0xa5, 0, 1});
+    const uint64_t places[] = {0, softcache::kPageBytes, softcache::kPinsStart,
+                               TableStart(made.Head())};
+    disk.Write(bytes.data() + 1, bytes.size() - 1, places[static_cast<uint8_t>(bytes[0]) % 4]);
 
-    WriteFile(OwnDirectory() + "/ssd.pins", bytes);
-    softcache::LoadPins(OwnDirectory() + "/ssd.pins", 64, bitmap, reason);
-    OneServed().cache.RestorePins();
+    softcache::SsdStore store(disk);
+    if (store.Load() == 1) {
+        std::vector<uint8_t> bitmap;
+        std::vector<softcache::WarmSlot> warm;
+        softcache::RecoveryReport report;
+        store.ReadPins(bitmap);
+        RecoverTable(store, store.Head().deviceSize, warm, report);
+    }
 }
 
 }  // namespace readers
