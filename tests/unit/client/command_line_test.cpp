@@ -10,6 +10,7 @@
 #include <filesystem>
 
 #include "client/show/exit_status.h"
+#include "client/verb_options.h"
 #include "tests/unit/client/verbs/verbs_test.h"
 #include "tests/unit/support/fake_platform.h"
 #include "util/request.h"
