@@ -24,12 +24,8 @@ static CLI::Validator SizeValidator() {
     return CLI::Validator(check, "SIZE");
 }
 
-std::optional<int> ParseOptions(int argc, char** argv, Options& options) {
-    CLI::App app("A flash cache in user space: presents a cached device as a file in a FUSE mount.",
-                 "quorsoftcache");
-    std::string ssdSize;
-    bool noPin = false;
-    options.registryDirectory = DefaultRegistryDirectory();
+// What is served, and where.
+static void AddPlaces(CLI::App& app, Options& options, std::string& ssdSize) {
     app.add_option("--name", options.name, "Name of the cache and of its registry entry")
         ->required();
     app.add_option("--backing", options.backing,
@@ -46,6 +42,11 @@ std::optional<int> ParseOptions(int argc, char** argv, Options& options) {
                    "Directory to mount on (default: " + DefaultMountPoint("NAME") + ", made)");
     app.add_flag("--device", options.device,
                  "Attach a loop device and name it " + DefaultNameDirectory() + "/NAME");
+}
+
+// How it is told to others, and what it does instead of serving, or for tests.
+static void AddManners(CLI::App& app, Options& options, bool& noPin) {
+    options.registryDirectory = DefaultRegistryDirectory();
     app.add_option("--registry", options.registryDirectory, "Registry directory")
         ->capture_default_str();
     app.add_option("--state", options.state, "State told by the registry entry, 1 = serving")
@@ -59,6 +60,15 @@ std::optional<int> ParseOptions(int argc, char** argv, Options& options) {
         ->type_name("SSD")
         ->each([](const std::string& ssd) { throw Inspection{ssd}; });
     app.set_version_flag("--version", "quorsoftcache " QUOR_VERSION);
+}
+
+std::optional<int> ParseOptions(int argc, char** argv, Options& options) {
+    CLI::App app("A flash cache in user space: presents a cached device as a file in a FUSE mount.",
+                 "quorsoftcache");
+    std::string ssdSize;
+    bool noPin = false;
+    AddPlaces(app, options, ssdSize);
+    AddManners(app, options, noPin);
     try {
         app.parse(argc, argv);
     } catch (const Inspection& asked) {

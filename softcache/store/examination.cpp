@@ -39,7 +39,7 @@ std::string ExamineBacking(int fd, std::string& uuid) {
         return "is the SSD of " + Describe(store.Head().identity);
     }
     Signature signature;
-    const std::string wrong = FindSignature(fd, "it", signature);
+    std::string wrong = FindSignature(fd, "it", signature);
     uuid = signature.uuid;
     return wrong;
 }

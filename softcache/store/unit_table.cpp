@@ -23,7 +23,8 @@ UnitTable::Place UnitTable::PlaceOf(uint32_t slot) const {
 // Multiplied, so that units at equal distances do not meet in one chain.
 size_t UnitTable::BucketOf(uint32_t unit) const {
     constexpr uint32_t kGoldenRatio = 0x9E3779B1;
-    return static_cast<size_t>((uint64_t{unit * kGoldenRatio} * buckets_.size()) >> 32);
+    const uint32_t mixed = unit * kGoldenRatio;  // in 32 bits, by intent
+    return static_cast<size_t>((uint64_t{mixed} * buckets_.size()) >> 32);
 }
 
 uint32_t UnitTable::Find(uint32_t unit) const {
