@@ -175,6 +175,9 @@ ProgressView Observer::View() {
     if (reading) {
         // Between two extents the reader stands in neither; what was shown must not shrink then.
         mostRead_ = std::max(mostRead_, BytesRead(first->message.reading, position));
+    }
+    // Nor when the reading is over and its request is about to leave the queue.
+    if (first != nullptr && first->number == readingNumber_) {
         view.bytesDone += mostRead_;
     }
     // How long it has been the first tells a pause from a beginning.
