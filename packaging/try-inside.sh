@@ -118,7 +118,28 @@ if journalctl -q --no-pager -u "$unit" | grep -E 'Ioctl [Ee]rror|Operation not p
     fail "the sandbox was in the way"
 fi
 
-step "an unreadable store: started again after its end with 0, then left to an operator"
+# A reload of the volume, as a client sends it.
+send_reload() {
+    perl -e 'open(KEY, $ARGV[0]); $queue = msgget(<KEY>, 0);
+        msgsnd($queue, pack("l! l Z512 Z1024", 1, 6, $ARGV[1], ""), 0) or die "$!"' "$key" "$volume" ||
+        fail "a message was not sent"
+}
+
+step "an unreadable store: put aside before the start, and a good copy takes its place"
+cp "$conf" "$conf.good"
+echo '{' >"$conf"
+systemctl start "$unit"
+until_true serves
+[ "$(cat "$conf.unreadable-1")" = '{' ] || fail "the unreadable store was not put aside"
+send_reload
+until_true queue_empty
+systemctl stop "$unit"
+mv "$conf.good" "$conf"
+
+step "the same without the copies: started again after its end with 0, then left to an operator"
+mkdir -p "/run/systemd/system/$unit.d"
+printf '[Service]\nExecStartPre=\n' >"/run/systemd/system/$unit.d/no-copies.conf"
+systemctl daemon-reload
 systemctl reset-failed "$unit" 2>/dev/null || true # forgotten already, its starts as well
 [ "$(systemctl show -P TimeoutStopUSec "$unit")" = 5s ] || fail "a stop is waited for too long"
 mv "$conf" "$conf.good"
@@ -127,9 +148,7 @@ systemctl start "$unit"
 until_true serves
 # Each start takes one of them, and it is lost.
 for _ in 1 2 3 4 5 6 7; do
-    perl -e 'open(KEY, $ARGV[0]); $queue = msgget(<KEY>, 0);
-        msgsnd($queue, pack("l! l Z512 Z1024", 1, 6, $ARGV[1], ""), 0) or die "$!"' "$key" "$volume" ||
-        fail "a message was not sent"
+    send_reload
 done
 given_up() { [ "$(systemctl show -P Result "$unit")" = start-limit-hit ]; }
 until_true given_up
@@ -138,6 +157,8 @@ until_true given_up
 waiting() { awk 'NR == 2 { print $5 }' /proc/sysvipc/msg; }
 [ "$(waiting)" = 2 ] || fail "messages that wait: $(waiting)"
 mv "$conf.good" "$conf"
+rm -r "/run/systemd/system/$unit.d"
+systemctl daemon-reload
 systemctl reset-failed "$unit"
 systemctl start "$unit"
 until_true queue_empty
