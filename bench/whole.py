@@ -7,7 +7,7 @@ import subprocess
 import time
 
 from bench import pairs
-from lab import command, evidence, namespaces
+from lab import command, evidence, libc, namespaces
 from lab.daemon import CONFIGURATION, STARTING, Daemon
 from lab.queue import Queue
 from lab.volume import Volume
@@ -29,7 +29,7 @@ def _files(volume, directory, count):
     for number in range(count):
         with open(f"{top}/{number:06}", "w", encoding="ascii") as file:
             file.write("x")
-    os.sync()
+    libc.sync(top)
     return top
 
 

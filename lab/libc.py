@@ -38,6 +38,17 @@ def unmount(target, flags=0):
         raise OSError(error.errno, f"unmount {target}: {error.strerror}") from None
 
 
+def sync(path):
+    """Brings the file system of `path` to its device, and no other: a test beside this one may want its
+    own files unwritten.
+    """
+    file = os.open(path, os.O_RDONLY)
+    try:
+        call("syncfs", file)
+    finally:
+        os.close(file)
+
+
 def unshare(flags):
     call("unshare", flags)
 

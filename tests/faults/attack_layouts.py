@@ -6,7 +6,7 @@ import re
 import subprocess
 import threading
 
-from lab import evidence, queue as queues
+from lab import evidence, libc, queue as queues
 
 import ground as grounds
 
@@ -40,7 +40,7 @@ class Layout:
             clone = volume.kind == "xfs" and self.paths and random.random() < 0.3
             (self.reflinked if clone else random.choice(ways))(path)
             self.paths.append(path)
-        os.sync()
+        libc.sync(volume.mount_path)
 
     def _write(self, path, places, room=BLOCK):
         with open(path, "ab") as file:

@@ -182,7 +182,7 @@ class Strangers:
                 os.makedirs(f"{top}/{number}")
                 with open(f"{top}/{number}/x", "wb") as file:
                     file.write(bytes(5000))
-        os.sync()
+        libc.sync(tree)
         owned = {str(os.stat(f"{tree}/in/{number}/x").st_ino): f"tree/in/{number}/x" for number in range(30)}
         daemon, ended = self.ground.daemon(), threading.Event()
 

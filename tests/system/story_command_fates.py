@@ -70,7 +70,7 @@ def append(path):
 
 def cut(path, size):
     os.truncate(path, size)
-    os.sync()
+    libc.sync(path)
 
 
 def replace(volume, path):

@@ -3,7 +3,7 @@
 """Two thousand files from a list are pinned, and unpinned again with nothing left over."""
 import os
 
-from lab import command, evidence
+from lab import command, evidence, libc
 
 
 def test_two_thousand_files(stage):
@@ -13,7 +13,7 @@ def test_two_thousand_files(stage):
     for number, path in enumerate(paths):
         with open(path, "wb") as file:
             file.write(os.urandom(3000 + number * 37 % 9000))
-    os.sync()
+    libc.sync(volume.mount_path)
     daemon = stage.daemon(wait_for="Start Service", flags=())
     stage.queue()  # published, so that the command finds it
 

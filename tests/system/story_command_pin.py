@@ -6,7 +6,7 @@ import signal
 
 import pytest
 
-from lab import command, evidence, queue as queues
+from lab import command, evidence, libc, queue as queues
 
 MIB = 1 << 20
 
@@ -249,7 +249,7 @@ def test_the_end_of_the_service_ends_the_wait(stage):
 def test_a_full_queue_is_not_waited_for_for_ever(stage):
     volume = stage.volume()
     paths = [volume.write(f"{n:03}-{'n' * 200}", 4096, sync=False) for n in range(60)]
-    os.sync()
+    libc.sync(volume.mount_path)
     daemon, queue = stage.daemon(), stage.queue()
     daemon.stop(signal.SIGTERM)
     for _ in range(1022):

@@ -2,7 +2,7 @@
 """quorcachepinctl unpin: off the list, and what shared a unit with it pinned again."""
 import os
 
-from lab import command, evidence
+from lab import command, evidence, libc
 
 
 def neighbours(volume):
@@ -169,7 +169,7 @@ def test_an_emptied_file_is_taken_off_the_list_while_no_service_runs(stage):
     daemon = stage.daemon()
     command.done("pin", "--wait", path, kept)
     os.truncate(path, 0)
-    os.sync()
+    libc.sync(volume.mount_path)
     refused = command.run("unpin", path)
     assert refused.status == 5 and "while no service runs" in refused.talk, refused
     assert evidence.pinned_files(daemon.configuration, volume.mount_path) == evidence.listing(
