@@ -97,7 +97,7 @@ TEST_F(StoreCopiesTest, NothingIsKeptWhereThereNeverWasAList) {
 }
 
 TEST_F(StoreCopiesTest, TheOldestGoesButNeverTheOneThatListsMost) {
-    for (const size_t files : {3, 9, 4, 5, 6, 7, 8}) {
+    for (const size_t files : {3U, 9U, 4U, 5U, 6U, 7U, 8U}) {
         WriteList(files);
         Keep();
     }

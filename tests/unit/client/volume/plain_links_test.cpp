@@ -105,7 +105,7 @@ TEST_F(PlainLinksTest, ADirectoryThatIsNotRootsAloneIsRefused) {
     ASSERT_EQ(chown(directory_.c_str(), 1000, 0), 0);
     refuses("is not root's alone");
     ASSERT_EQ(chown(directory_.c_str(), 0, 0), 0);
-    for (const mode_t mode : {0710, 0701, 0755, 01777}) {
+    for (const mode_t mode : {0710U, 0701U, 0755U, 01777U}) {
         chmod(directory_.c_str(), mode);
         refuses("is not root's alone");
     }
