@@ -19,6 +19,7 @@ class Own:
         os.makedirs(DIRECTORY, exist_ok=True)
         os.makedirs(VOLUME, exist_ok=True)
         self.output = f"{DIRECTORY}/out"
+        self.before = len(processes.text_of(self.output))  # what earlier ones said
         for name, size in (("disk", 200 << 20), ("ssd", 32 << 20)):
             with open(f"{DIRECTORY}/{name}", "ab") as file:
                 file.truncate(size)
@@ -35,7 +36,7 @@ class Own:
         self.node = os.path.realpath(LINK)
 
     def says(self, text):
-        return text in processes.text_of(self.output)
+        return text in processes.text_of(self.output)[self.before:]
 
 
 @pytest.fixture
