@@ -5,7 +5,8 @@
 
 extern "C" unsigned sleep(unsigned seconds) {
     const unsigned hundredths = seconds % 100;
-    const timespec pause = {static_cast<time_t>(seconds / 100), hundredths * 10'000'000L};
+    const timespec pause = {static_cast<time_t>(seconds / 100),
+                            static_cast<long>(hundredths) * 10'000'000L};
     nanosleep(&pause, nullptr);
     return 0;
 }
