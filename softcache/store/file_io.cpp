@@ -98,11 +98,4 @@ void DropReplacement(const std::string& path) {
     unlink(ReplacementName(path).c_str());
 }
 
-int SyncDirectoryOf(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-    const OwnedFd fd(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return fd.valid() && fsync(fd.get()) == 0 ? 0 : -errno;
-}
-
 }  // namespace softcache

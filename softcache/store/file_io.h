@@ -57,8 +57,4 @@ int PutReplacement(const std::string& path);
 // Removes a replacement that is not to be put.
 void DropReplacement(const std::string& path);
 
-// fsync of the directory that holds `path`, so that a rename in it survives a power cut. 0 or
-// -errno.
-int SyncDirectoryOf(const std::string& path);
-
 }  // namespace softcache

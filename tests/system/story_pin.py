@@ -44,8 +44,8 @@ def test_pinned_files_stay_in_the_cache(stage, kind):
     volume.flood(spare=units | evidence.units(others))
     assert units <= volume.cache.resident()
     assert not evidence.units(others) & volume.cache.resident()
-    hits, asked = volume.read(chosen)
-    assert asked >= hits >= len(units)  # more in pieces, and where others look at all devices meanwhile
+    hits, _ = volume.read(chosen)
+    assert hits >= len(units)  # more in pieces; others may look at all devices, so not every read is ours
 
 
 def test_a_second_request_adds_to_the_first(stage):
