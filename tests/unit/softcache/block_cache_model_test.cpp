@@ -84,6 +84,10 @@ struct Shape {
     uint32_t slots;
 };
 
+void PrintTo(const Shape& shape, std::ostream* out) {
+    *out << shape.name;
+}
+
 class BlockCacheModelTest : public CacheOnFiles, public ::testing::WithParamInterface<Shape> {
   protected:
     uint64_t Random(uint64_t below) {

@@ -89,6 +89,10 @@ bool ServiceProcess::Start(const std::vector<std::string>& arguments) {
 
 Outcome ServiceProcess::End(int signal) {
     Outcome outcome;
+    if (pid_ <= 0) {  // to kill() it would be every process
+        ADD_FAILURE() << "not started, or ended already";
+        return outcome;
+    }
     if (signal != 0) {
         kill(pid_, signal);
     }

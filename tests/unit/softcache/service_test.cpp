@@ -603,6 +603,10 @@ struct VolumeKind {
     bool directIo;
 };
 
+void PrintTo(const VolumeKind& kind, std::ostream* out) {
+    *out << kind.name;
+}
+
 class VolumeTest : public ServiceTest, public ::testing::WithParamInterface<VolumeKind> {
   protected:
     LoopVolume MakeVolume() {
@@ -649,19 +653,19 @@ TEST_P(VolumeTest, APinnedFileSurvivesAFloodAndIsReadFromTheCache) {
     }
     ReadUnits(flood);
     const std::vector<uint32_t> resident = BitsSet(FileBytes(mount_ + "/resident"));
-    EXPECT_EQ(resident.size(), kVolumeSlots);
     EXPECT_TRUE(std::includes(resident.begin(), resident.end(), wanted.begin(), wanted.end()));
     EXPECT_EQ(Stats()["pinnedUnitsResident"], static_cast<int>(wanted.size()));
 
-    ASSERT_EQ(Control("reset-counters"), 0);
-    ReadUnits(wanted);
-    EXPECT_EQ(Counted(), (Counts{wanted.size(), 0, 0}));
-    ASSERT_EQ(Control("reset-counters"), 0);
+    // Counts would not do: the file system writes when it likes, and others look at every device.
+    const OwnedFd backing = OpenFile(backing_, O_WRONLY);
+    for (const Extent& extent : FileExtents(path)) {
+        const Bytes lost(extent.length, 0xEE);
+        ASSERT_EQ(WriteFull(backing.get(), lost.data(), lost.size(), extent.offset), 0);
+    }
     const AlignedBytes buffer = Aligned(content.size());
     const OwnedFd file = OpenFile(path, O_RDONLY | O_DIRECT);
     ASSERT_EQ(ReadFull(file.get(), buffer.get(), content.size(), 0), 0);
-    EXPECT_EQ(memcmp(buffer.get(), content.data(), content.size()), 0);
-    EXPECT_EQ(Counted()[1], 0u) << "through the volume, too";
+    EXPECT_EQ(memcmp(buffer.get(), content.data(), content.size()), 0) << "not from the cache";
 }
 
 TEST_P(VolumeTest, DiscardGivesSpaceBackToTheBacking) {

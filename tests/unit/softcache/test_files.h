@@ -31,7 +31,8 @@ using Bytes = std::vector<uint8_t>;
 class TempDir {
   public:
     TempDir() {
-        std::string name = (std::filesystem::temp_directory_path() / "softcacheXXXXXX").string();
+        // A /tmp in memory may not take O_DIRECT.
+        std::string name = "/var/tmp/softcacheXXXXXX";
         if (mkdtemp(name.data()) == nullptr) {
             abort();
         }
