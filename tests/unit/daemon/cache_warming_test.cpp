@@ -4,6 +4,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <stdlib.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include "daemon/service.h"
@@ -932,6 +933,24 @@ TEST_F(CacheWarmingTest, AFailedRunOfAVolumeThatBecomesPendingIsAFailure) {
             log.Has(kDaemonLog.Error("ReloadPinBlocksToCache", "Read range to cache failed")));
         Release();
     }
+}
+
+// 2^29 bytes are 2^32 bits. Memory that is never written costs none.
+TEST_F(CacheWarmingTest, ABitBehind2To32IsRead) {
+    constexpr uint32_t kSize = (UINT32_C(1) << 29) + 8;
+    void* data = mmap(nullptr, kSize, PROT_READ | PROT_WRITE,
+                      MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    ASSERT_NE(data, MAP_FAILED) << strerror(errno);
+    const PinBitmap bitmap = {static_cast<uint8_t*>(data), kSize};
+    bitmap.data[kSize - 1] = 0x80;  // bit 2^32 + 63
+    LogCapture log;
+    FailCall(Call::kLseek, 1, EINVAL);  // few file systems have files so long
+
+    EXPECT_EQ(ReloadPinBlocksToCache(&bitmap, volume_.cachePath.c_str(), volume_.mountPath.c_str()),
+              kFailed);
+    EXPECT_TRUE(log.Has(kDaemonLog.Error(
+        "ReadFdToNull", "Can't seek to " + std::to_string(256 * kTiB + 63 * 65536))));
+    munmap(data, kSize);
 }
 
 // What one reload has found is forgotten by the next.
