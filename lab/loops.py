@@ -10,6 +10,7 @@ from lab import namespaces
 
 _GET_FREE, _CONFIGURE = 0x4C82, 0x4C0A
 _AUTOCLEAR = 4
+_DIRECT_IO = 16  # as the cache attaches its own; where the file has none the kernel does without
 # struct loop_config: file descriptor, block size, struct loop_info64 (232 bytes), 8 reserved words
 _CONFIG = struct.Struct("=II 5Q 4I 64s 64s 32s 2Q 8Q")
 
@@ -29,7 +30,7 @@ def attached(path):
                 node = namespaces.loop_node(fcntl.ioctl(control, _GET_FREE))
             device = os.open(node, os.O_RDWR)
             name = os.fsencode(path)[-63:]
-            config = _CONFIG.pack(backing, 0, *[0] * 8, _AUTOCLEAR, name, b"", b"", *[0] * 10)
+            config = _CONFIG.pack(backing, 0, *[0] * 8, _AUTOCLEAR | _DIRECT_IO, name, b"", b"", *[0] * 10)
             try:
                 fcntl.ioctl(device, _CONFIGURE, config)
             except OSError as error:
