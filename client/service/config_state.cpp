@@ -74,9 +74,11 @@ void TakePinned(const Json::Value& document, ConfigState& state) {
             continue;  // the service reads no list there either
         }
         std::vector<StoredFile>& files = state.pinned[mountPath];
-        for (const std::string& inode : volume[kFilesKey].getMemberNames()) {
-            files.push_back({TextOf(volume[kFilesKey][inode]),
-                             static_cast<uint32_t>(strtoull(inode.c_str(), nullptr, 10))});
+        const Json::Value& stored = volume[kFilesKey];
+        for (auto file = stored.begin(); file != stored.end(); ++file) {
+            const std::string inode = file.name();
+            files.push_back(
+                {TextOf(*file), static_cast<uint32_t>(strtoull(inode.c_str(), nullptr, 10))});
         }
         std::sort(files.begin(), files.end(), [](const StoredFile& left, const StoredFile& right) {
             return left.relative < right.relative;

@@ -64,67 +64,89 @@ void PrintTable(const std::vector<std::vector<std::string>>& rows, const std::st
 
 }  // namespace
 
+Record::Content& Record::Own() {
+    if (content_.use_count() > 1) {
+        content_ = std::make_shared<Content>(*content_);
+    }
+    return *content_;
+}
+
 Record& Record::Headline(const std::string& text) {
-    headline_ = text;
+    Own().headline = text;
     return *this;
 }
 
 Record& Record::Add(const char* name, const Value& value) {
-    json_[name] = value;
+    Own().facts.push_back({Fact::kValue, name, value, {}});
     return *this;
 }
 
 Record& Record::Add(const char* name, const Value& value, const char* label, Unit unit) {
     Shown(name, value, label, TextOf(value, unit));
     // As a line it is left out; in a column its place must be kept.
-    items_.back().unknown = value.isNull();
+    Own().items.back().unknown = value.isNull();
     return *this;
 }
 
 Record& Record::Shown(const char* name, const Value& value, const char* label,
                       const std::string& text) {
-    json_[name] = value;
-    items_.push_back({Item::kRow, label, text, value.isNumeric(), false, {}, {}});
+    Add(name, value);
+    Own().items.push_back({Item::kRow, label, text, value.isNumeric(), false, {}, {}});
     return *this;
 }
 
 Record& Record::List(const char* name, const std::vector<Record>& records, Layout layout) {
-    Json::Value& list = json_[name] = Json::Value(Json::arrayValue);
-    for (const Record& record : records) {
-        list.append(record.json_);
-    }
+    Own().facts.push_back({Fact::kList, name, {}, records});
     if (layout != Layout::kHidden && !records.empty()) {
-        items_.push_back({Item::kList, "", "", false, false, layout, records});
+        Own().items.push_back({Item::kList, "", "", false, false, layout, records});
     }
     return *this;
 }
 
 Record& Record::Member(const char* name, const Record& record) {
-    // As text it is a list of one; JSON has the object itself.
-    List(name, {record}, Layout::kBlocks);
-    json_[name] = record.json_;
+    Own().facts.push_back({Fact::kRecord, name, {}, {record}});
+    // As text it is a list of one.
+    Own().items.push_back({Item::kList, "", "", false, false, Layout::kBlocks, {record}});
     return *this;
 }
 
 Record& Record::Row(const char* label, const std::string& text) {
-    items_.push_back({Item::kRow, label, text, false, false, {}, {}});
+    Own().items.push_back({Item::kRow, label, text, false, false, {}, {}});
     return *this;
 }
 
 Record& Record::Line(const std::string& text) {
-    items_.push_back({Item::kLine, "", text, false, false, {}, {}});
+    Own().items.push_back({Item::kLine, "", text, false, false, {}, {}});
     return *this;
+}
+
+Json::Value Record::ToJson() const {
+    Json::Value json(Json::objectValue);
+    for (const Fact& fact : content_->facts) {
+        Json::Value& member = json[fact.name];
+        if (fact.kind == Fact::kValue) {
+            member = fact.value;
+        } else if (fact.kind == Fact::kRecord) {
+            member = fact.records.front().ToJson();
+        } else {
+            member = Json::Value(Json::arrayValue);
+            for (const Record& record : fact.records) {
+                member.append(record.ToJson());
+            }
+        }
+    }
+    return json;
 }
 
 // Records without a headline stand in line with the rows around them.
 size_t Record::LabelWidth() const {
     size_t width = 0;
-    for (const Item& item : items_) {
+    for (const Item& item : content_->items) {
         if (item.kind == Item::kRow && !item.unknown) {
             width = std::max(width, Columns(item.label));
         }
         for (const Record& record : item.records) {
-            if (item.layout == Layout::kBlocks && record.headline_.empty()) {
+            if (item.layout == Layout::kBlocks && record.content_->headline.empty()) {
                 width = std::max(width, record.LabelWidth());
             }
         }
@@ -135,7 +157,7 @@ size_t Record::LabelWidth() const {
 // A column's label is that of its first fact; a column that has a number in it stands at the right.
 void Record::AddColumns(std::vector<std::string>& labels, std::string& alignment) const {
     size_t column = 0;
-    for (const Item& item : items_) {
+    for (const Item& item : content_->items) {
         if (item.kind != Item::kRow) {
             continue;
         }
@@ -151,13 +173,13 @@ void Record::AddColumns(std::vector<std::string>& labels, std::string& alignment
 
 void Record::AddCells(size_t columns, std::vector<std::vector<std::string>>& rows) const {
     std::vector<std::string> cells;
-    for (const Item& item : items_) {
+    for (const Item& item : content_->items) {
         if (item.kind == Item::kRow) {
             cells.push_back(item.text);
         }
     }
     rows.push_back(cells);
-    for (const Item& item : items_) {
+    for (const Item& item : content_->items) {
         if (item.kind == Item::kLine) {
             // A remark belongs to its row, and is as wide as it likes.
             cells.assign(columns, "");
@@ -186,12 +208,12 @@ void Record::PrintRows(const Item& list, const std::string& indent) {
 void Record::PrintAt(const std::string& given, size_t labelWidth) const {
     std::string indent = given;
     bool belowRows = false;
-    if (!headline_.empty()) {
-        client::Print(indent + headline_);
+    if (!content_->headline.empty()) {
+        client::Print(indent + content_->headline);
         indent += kIndent;
         labelWidth = LabelWidth();
     }
-    for (const Item& item : items_) {
+    for (const Item& item : content_->items) {
         if (item.kind == Item::kLine) {
             client::Print(indent + item.text);
         } else if (item.kind == Item::kRow && !item.unknown) {
@@ -214,8 +236,8 @@ void Record::PrintAt(const std::string& given, size_t labelWidth) const {
 void Record::Print() {
     // The JSON part stays: what was shown early still belongs to the document.
     PrintAt("", LabelWidth());
-    headline_.clear();
-    items_.clear();
+    Own().headline.clear();
+    Own().items.clear();
 }
 
 Json::Value IfKnown(bool known, uint64_t value) {

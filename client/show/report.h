@@ -5,6 +5,7 @@
 #include <json/json.h>
 #include <stdint.h>
 
+#include <memory>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -35,7 +36,7 @@ enum class Layout {
 
 // An object of the JSON form and, in the order of the calls, lines of the text form. A null value
 // is an unknown one. Texts given for the text form alone must be printable, and may hold colours;
-// values may hold anything.
+// values may hold anything. A copy costs next to nothing: it shares what neither has changed since.
 class Record {
   public:
     // The line above the record's other lines, which are indented below it.
@@ -59,7 +60,7 @@ class Record {
     Record& Row(const char* label, const std::string& text);
     Record& Line(const std::string& text);
 
-    const Json::Value& ToJson() const { return json_; }
+    Json::Value ToJson() const;
 
     // Prints the text form and forgets it, so that a long verb can show what it knows before it
     // goes on.
@@ -76,15 +77,30 @@ class Record {
         std::vector<Record> records;
     };
 
+    // What JSON has of a call; of members with one name the last counts.
+    struct Fact {
+        enum Kind { kValue, kRecord, kList } kind;
+        std::string name;
+        Json::Value value;
+        std::vector<Record> records;
+    };
+
+    struct Content {
+        std::string headline;
+        std::vector<Item> items;
+        std::vector<Fact> facts;
+    };
+
+    // The content, to be changed; it is this record's alone from here on.
+    Content& Own();
+
     size_t LabelWidth() const;
     void PrintAt(const std::string& indent, size_t labelWidth) const;
     void AddColumns(std::vector<std::string>& labels, std::string& alignment) const;
     void AddCells(size_t columns, std::vector<std::vector<std::string>>& rows) const;
     static void PrintRows(const Item& list, const std::string& indent);
 
-    Json::Value json_{Json::objectValue};
-    std::string headline_;
-    std::vector<Item> items_;
+    std::shared_ptr<Content> content_ = std::make_shared<Content>();
 };
 
 // Returns the value, or null when it is not known.

@@ -3,6 +3,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <string.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,8 +18,20 @@ namespace {
 
 constexpr size_t kReadPiece = 1 << 20;
 
-uint64_t CountBits(uint8_t byte) {
-    return static_cast<uint64_t>(__builtin_popcount(byte));
+constexpr size_t kWordBytes = sizeof(uint64_t);
+
+uint64_t CountBits(uint64_t word) {
+    // Most words of a large volume have none, and to count may be a call.
+    return word == 0 ? 0 : static_cast<uint64_t>(__builtin_popcountll(word));
+}
+
+// The word that begins at a byte; what lies behind the end is zero.
+uint64_t WordAt(const std::vector<uint8_t>& bytes, size_t begin) {
+    uint64_t word = 0;
+    if (begin < bytes.size()) {
+        memcpy(&word, &bytes[begin], std::min(kWordBytes, bytes.size() - begin));
+    }
+    return word;
 }
 
 // Merges runs that touch or overlap; sorts them first.
@@ -62,8 +75,8 @@ void UnitSet::Put(const UnitRuns& runs) {
 
 uint64_t UnitSet::Count() const {
     uint64_t count = 0;
-    for (const uint8_t byte : bytes_) {
-        count += CountBits(byte);
+    for (size_t i = 0; i < bytes_.size(); i += kWordBytes) {
+        count += CountBits(WordAt(bytes_, i));
     }
     return count;
 }
@@ -85,7 +98,11 @@ uint64_t UnitSet::CountIn(const UnitRuns& runs) const {
 }
 
 uint64_t UnitSet::CountWithout(const UnitSet& other) const {
-    return Without(other).Count();
+    uint64_t count = 0;
+    for (size_t i = 0; i < bytes_.size(); i += kWordBytes) {
+        count += CountBits(WordAt(bytes_, i) & ~WordAt(other.bytes_, i));
+    }
+    return count;
 }
 
 UnitSet UnitSet::Without(const UnitSet& other) const {
