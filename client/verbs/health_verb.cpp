@@ -32,7 +32,8 @@ bool HasEndedThread(const ServiceProcess& service) {
 std::vector<std::string> FindProblems(const Status& status) {
     std::vector<std::string> problems;
     if (status.services.empty()) {
-        problems.push_back(std::string("the service ") + NoServiceText());
+        // Without it neither queue nor store is expected.
+        return {std::string("the service ") + NoServiceText()};
     }
     for (const ServiceProcess& service : status.services) {
         const std::string name = "the service (process " + std::to_string(service.pid) + ") ";
