@@ -91,16 +91,32 @@ std::string Joined(const std::vector<std::string>& texts) {
     return joined;
 }
 
-Record Describe(const std::vector<std::string>& problems, bool restarted) {
-    Record report;
-    report.Add("problems", TextsToJson(problems)).Add("restarted", restarted);
-    return problems.empty() ? report.Line("the service takes requests and carries them out")
-                            : report.Add("error", Joined(problems));
+// Says what is wrong, and starts the service again where that is asked for and helps. Returns
+// whether it did.
+bool TellAndRestart(const Status& status, const std::string& wrong, bool restart) {
+    // What hangs may have been stopped on purpose, and what does not run too. An ended thread comes
+    // back in no other way.
+    if (!restart || std::none_of(status.services.begin(), status.services.end(), HasEndedThread)) {
+        Tell(status, wrong);
+        return false;
+    }
+    if (!IsUnitAlone(status.services)) {
+        Tell(status, wrong + "; it is not " + kServiceUnit + ", and is not started again");
+        return false;
+    }
+    // Before it is done, which may take minutes.
+    Tell(status, wrong + "; it is started again");
+    const bool restarted = RestartUnit();
+    if (!restarted) {
+        Say(std::string(kServiceUnit) + " cannot be started again; systemctl status shows why");
+    }
+    return restarted;
 }
 
 }  // namespace
 
 int HealthVerb(const HealthOptions& options) {
+    Record report;
     Status status;
     std::vector<std::string> problems;
     // A service that has just been started has its queue and its worker in a moment.
@@ -109,24 +125,14 @@ int HealthVerb(const HealthOptions& options) {
         status = ReadServiceStatus(options.common.configPath);
         problems = FindProblems(status);
     } while (!problems.empty() && !status.services.empty() && poll.Again());
-    bool restarted = false;
-    if (!problems.empty()) {
-        // What hangs may have been stopped on purpose, and what does not run too. An ended thread
-        // comes back in no other way.
-        const bool wanted = options.restart && std::any_of(status.services.begin(),
-                                                           status.services.end(), HasEndedThread);
-        const bool able = wanted && IsUnitAlone(status.services);
-        Tell(status, Joined(problems) + (able     ? "; it is started again"
-                                         : wanted ? std::string("; it is not ") + kServiceUnit +
-                                                        ", and is not started again"
-                                                  : ""));
-        const SignalsPutOff putOff;
-        restarted = able && RestartUnit();
-        if (able && !restarted) {
-            Say(std::string(kServiceUnit) + " cannot be started again; systemctl status shows why");
-        }
+    const std::string wrong = Joined(problems);
+    const bool restarted = !problems.empty() && TellAndRestart(status, wrong, options.restart);
+    report.Add("problems", TextsToJson(problems)).Add("restarted", restarted);
+    if (problems.empty()) {
+        report.Line("the service takes requests and carries them out");
+    } else {
+        report.Add("error", wrong);
     }
-    Record report = Describe(problems, restarted);
     return Finish("health", report, options.common.json,
                   problems.empty() ? kExitDone
                   : restarted      ? kExitPartly
