@@ -49,9 +49,10 @@ std::string Exposition::Text() const {
     std::string text;
     for (const Family& family : families_) {
         const std::string name = family.metric.name;
-        text += "# HELP " + name + " " + family.metric.help + "\n# TYPE " + name +
-                (family.metric.kind == Metric::kCounter ? " counter\n" : " gauge\n") +
-                family.samples;
+        const char* const kind = family.metric.kind == Metric::kCounter ? "counter" : "gauge";
+        text.append("# HELP ").append(name).append(" ").append(family.metric.help).append("\n");
+        text.append("# TYPE ").append(name).append(" ").append(kind).append("\n");
+        text += family.samples;
     }
     return text;
 }
