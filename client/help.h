@@ -72,6 +72,21 @@ constexpr VerbHelp kStatusHelp = {"status", "Show the service, its queue and wha
                                   "Example:\n"
                                   "  quorcachepinctl status"};
 
+constexpr VerbHelp kMetricsHelp = {
+    "metrics", "Print numbers for Prometheus",
+    "Examples:\n"
+    "  quorcachepinctl metrics\n"
+    "  quorcachepinctl metrics -o /var/lib/prometheus/node-exporter/quorcachepin.prom"};
+
+constexpr VerbHelp kHealthHelp = {
+    "health", "Tell whether the service takes requests and carries them out",
+    "Each of its two threads may end without the other, and the process runs on. What is wrong\n"
+    "is said in one line: in the journal when a unit runs this, else on standard error.\n"
+    "\n"
+    "Examples:\n"
+    "  quorcachepinctl health\n"
+    "  quorcachepinctl health --restart"};
+
 constexpr VerbHelp kCheckHelp = {
     "check", "Compare the pinned files with the bitmap and the driver",
     "Finds bits that are missing (a file grew, was rewritten, a shared unit was cleared), bits\n"

@@ -111,6 +111,18 @@ void AddListAndStatus(CLI::App& app, Parsed& parsed) {
     status.callback([&parsed] { parsed.exitStatus = StatusVerb(parsed.status); });
 }
 
+void AddMetricsAndHealth(CLI::App& app, Parsed& parsed) {
+    CLI::App& metrics = AddVerb(app, kMetricsHelp, parsed.metrics.common);
+    metrics
+        .add_option("-o,--output", parsed.metrics.output, "Replace this file in one step instead")
+        ->type_name("FILE");
+    metrics.callback([&parsed] { parsed.exitStatus = MetricsVerb(parsed.metrics); });
+    CLI::App& health = AddVerb(app, kHealthHelp, parsed.health.common);
+    health.add_flag("--restart", parsed.health.restart,
+                    "Start the service again when one of its two threads has ended");
+    health.callback([&parsed] { parsed.exitStatus = HealthVerb(parsed.health); });
+}
+
 void AddCheckAndExplain(CLI::App& app, Parsed& parsed) {
     CLI::App& check = AddVerb(app, kCheckHelp, parsed.check.common);
     check.add_option("VOLUME", parsed.check.volume, "Only this volume")->type_name("");
@@ -199,6 +211,7 @@ void AddVerbs(CLI::App& app, Parsed& parsed) {
     app.require_subcommand(1);
     AddRequestVerbs(app, parsed);
     AddListAndStatus(app, parsed);
+    AddMetricsAndHealth(app, parsed);
     AddCheckAndExplain(app, parsed);
     AddMapAndDoctor(app, parsed);
     AddApply(app, parsed);

@@ -18,6 +18,8 @@ struct Parsed {
     VolumeVerbOptions volume;
     ListOptions list;
     StatusOptions status;
+    MetricsOptions metrics;
+    HealthOptions health;
     CheckOptions check;
     ExplainOptions explain;
     MapOptions map;

@@ -17,7 +17,7 @@ _quorcachepinctl() {
     done
     case $verb in
         '')
-            local verbs='pin unpin reload pend release list status check explain map ready forget doctor apply restore keep-copy'
+            local verbs='pin unpin reload pend release list status metrics health check explain map ready forget doctor apply restore keep-copy'
             [[ $cur == -* ]] && verbs='-h --help --version'
             mapfile -t COMPREPLY < <(compgen -W "$verbs" -- "$cur")
             return
@@ -28,6 +28,8 @@ _quorcachepinctl() {
         pend | release) options="$common --send-timeout" ;;
         list) options="$common -p --paths -0 --null" ;;
         check) options="$common --repair --restart --timeout --send-timeout" ;;
+        metrics) options="$common -o --output" ;;
+        health) options="$common --restart" ;;
         map) options="$common -o --output --width" ;;
         doctor) options="$common --fix" ;;
         restore) options="$common --restart" ;;
@@ -60,7 +62,7 @@ _quorcachepinctl() {
             )
             [[ ${#COMPREPLY[@]} -gt 0 ]] || mapfile -t COMPREPLY < <(compgen -f -- "$cur")
             ;;
-        status | ready | doctor | apply | restore | keep-copy) ;;
+        status | metrics | health | ready | doctor | apply | restore | keep-copy) ;;
         *) mapfile -t COMPREPLY < <(compgen -d -- "$cur") ;;
     esac
 }

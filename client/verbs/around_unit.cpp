@@ -8,14 +8,9 @@
 
 namespace client {
 
-namespace {
-
-// Whether the services that run are the unit's one process, so that it can be stopped and started.
 bool IsUnitAlone(const std::vector<ServiceProcess>& services) {
     return services.size() == 1 && services[0].pid == UnitMainProcess();
 }
-
-}  // namespace
 
 int AroundUnit(const std::vector<ServiceProcess>& services, const std::string& configPath,
                const char* command, const std::function<int()>& work) {

@@ -10,6 +10,9 @@
 
 namespace client {
 
+// Whether the services that run are the unit's one process, so that it can be stopped and started.
+bool IsUnitAlone(const std::vector<ServiceProcess>& services);
+
 // Stops the unit, does the work and starts the unit again, whatever the work came to; signals wait
 // until then. Refuses when the services that run are not the unit's one process, or their
 // configuration file ends with them; `command` is what to run by hand instead. Returns the work's

@@ -46,6 +46,16 @@ struct StatusOptions {
     CommonOptions common;
 };
 
+struct MetricsOptions {
+    CommonOptions common;
+    std::string output;  // empty = standard output
+};
+
+struct HealthOptions {
+    CommonOptions common;
+    bool restart = false;  // of a service that runs and does not work
+};
+
 struct CheckOptions {
     CommonOptions common;
     SendOptions send;

@@ -50,6 +50,10 @@ bool StartUnit() {
     return TellUnit("start");
 }
 
+bool RestartUnit() {
+    return TellUnit("restart");
+}
+
 SignalsPutOff::SignalsPutOff() {
     sigset_t signals;
     sigemptyset(&signals);

@@ -12,9 +12,10 @@ constexpr char kServiceUnit[] = "quorcachepinfiled.service";
 // Returns the unit's main process, 0 when it has none or nobody answers.
 pid_t UnitMainProcess();
 
-// Stop or start the unit and wait until that is done. Return false when it failed.
+// Stop, start or restart the unit and wait until that is done. Return false when it failed.
 bool StopUnit();
 bool StartUnit();
+bool RestartUnit();
 
 // Puts off the signals that end a command, so that none of them leaves the service stopped. One
 // that comes meanwhile takes effect at the end of the scope.

@@ -164,10 +164,8 @@ void AddVolumes(const Status& status, Record& report) {
 
 }  // namespace
 
-Status ReadStatus(const std::string& configPath) {
+Status ReadServiceStatus(const std::string& configPath) {
     Status status;
-    std::vector<Volume> volumes;
-    std::set<std::string> wanted;
     // Service and queue before the file: a request that comes meanwhile is then in one of the two.
     status.services = FindServices();
     status.queueKnown = ReadQueueFacts(status.queue, status.queueWhy);
@@ -175,6 +173,13 @@ Status ReadStatus(const std::string& configPath) {
     status.standsStill = status.queueKnown && !status.services.empty() &&
                          status.services.front().intakeAlive && MessagesStandStill(status.queue.id);
     status.stored = ReadServiceState(configPath);
+    return status;
+}
+
+Status ReadStatus(const std::string& configPath) {
+    Status status = ReadServiceStatus(configPath);
+    std::vector<Volume> volumes;
+    std::set<std::string> wanted;
     // What is neither pinned nor asked for is no matter of the service's.
     for (const StoredRequest& request : status.stored.state.queue) {
         status.requests.push_back({request, ParseStoredFiles(request.data).size(), "", 0});

@@ -34,6 +34,9 @@ struct Status {
 
 Status ReadStatus(const std::string& configPath);
 
+// The same without requests and volumes, which take reading bitmaps.
+Status ReadServiceStatus(const std::string& configPath);
+
 // kExitDone when requests are taken and carried out, else kExitNoService.
 int ExitStatusOf(const Status& status);
 

@@ -13,6 +13,8 @@ int PendVerb(const VolumeVerbOptions& options);
 int ReleaseVerb(const VolumeVerbOptions& options);
 int ListVerb(const ListOptions& options);
 int StatusVerb(const StatusOptions& options);
+int MetricsVerb(const MetricsOptions& options);
+int HealthVerb(const HealthOptions& options);
 int CheckVerb(const CheckOptions& options);
 int ExplainVerb(const ExplainOptions& options);
 int MapVerb(const MapOptions& options);

@@ -88,6 +88,24 @@ Residency ReadResidency(const std::string& devicePath) {
     return residency;
 }
 
+std::map<std::string, uint64_t> ReadCacheStats(const std::string& devicePath) {
+    std::map<std::string, uint64_t> numbers;
+    Json::Value entry;
+    Json::Value stats;
+    std::string text;
+    if (devicePath.empty() || !FindEntry(devicePath, entry) || !entry["stats"].isString() ||
+        ReadText(entry["stats"].asString(), text) != 0 || !ParseJson(text, stats) ||
+        !stats.isObject()) {
+        return numbers;
+    }
+    for (const std::string& name : stats.getMemberNames()) {
+        if (stats[name].isUInt64()) {
+            numbers[name] = stats[name].asUInt64();
+        }
+    }
+    return numbers;
+}
+
 std::string BitmapPathOf(const Volume& volume) {
     return Text(CString(BitmapPathByDirectory(volume.mountPath.c_str())));
 }

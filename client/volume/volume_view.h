@@ -5,6 +5,7 @@
 
 #include <stdint.h>
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -26,6 +27,10 @@ struct Residency {
 
 // Returns what the cache behind this cached device reports.
 Residency ReadResidency(const std::string& devicePath);
+
+// Returns the numbers of what the cache behind this cached device counts, its stats.json, by their
+// names there; empty when it does not tell.
+std::map<std::string, uint64_t> ReadCacheStats(const std::string& devicePath);
 
 struct VolumeView {
     std::string mountPath;

@@ -40,10 +40,12 @@ TEST_F(ServiceUnitTest, TheUnitIsNamedInEveryCall) {
     EXPECT_EQ(UnitMainProcess(), 0);
     EXPECT_TRUE(StopUnit());
     EXPECT_TRUE(StartUnit());
+    EXPECT_TRUE(RestartUnit());
     EXPECT_EQ(ReadFile(dir_ / "calls"),
               "show --property MainPID --value quorcachepinfiled.service\n"
               "stop quorcachepinfiled.service\n"
-              "start quorcachepinfiled.service\n");
+              "start quorcachepinfiled.service\n"
+              "restart quorcachepinfiled.service\n");
 }
 
 TEST_F(ServiceUnitTest, TheMainProcessIsWhatIsAnswered) {
@@ -61,6 +63,7 @@ TEST_F(ServiceUnitTest, AFailureIsAFailure) {
     Answer("exit 1");
     EXPECT_FALSE(StopUnit());
     EXPECT_FALSE(StartUnit());
+    EXPECT_FALSE(RestartUnit());
     setenv("PATH", (dir_ / "nowhere").c_str(), 1);
     EXPECT_FALSE(StopUnit()) << "no systemctl";
     EXPECT_EQ(UnitMainProcess(), 0);

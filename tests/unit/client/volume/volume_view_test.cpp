@@ -227,6 +227,34 @@ TEST_F(ResidencyTest, APipeInTheRegistryHoldsNobodyUp) {
     EXPECT_TRUE(ReadResidency("/dev/cached").known);
 }
 
+TEST_F(ResidencyTest, TheNumbersOfALivingCacheAreRead) {
+    using Numbers = std::map<std::string, uint64_t>;
+    const std::string stats = dir_ / "stats.json";
+    const std::string entry = R"({"device":"/dev/cached","stats":")" + stats + R"("})";
+    const std::pair<const char*, Numbers> rows[] = {
+        {R"({"hits":7,"misses":18446744073709551615,"lastBitmap":null,"requests":[1],"x":-1})",
+         {{"hits", 7}, {"misses", 18446744073709551615U}}},
+        {"{}", {}},
+        {"[1]", {}},
+        {"{", {}},
+    };
+    for (const auto& [text, expected] : rows) {
+        WriteFile(stats, text);
+        Live(Enter("vol.json", entry));
+        EXPECT_EQ(ReadCacheStats("/dev/cached"), expected) << text;
+        EXPECT_EQ(ReadCacheStats("/dev/other"), Numbers()) << text;
+        lock_.reset();
+    }
+    EXPECT_EQ(ReadCacheStats("/dev/cached"), Numbers()) << "a dead one's are left over";
+    for (const char* const odd : {R"({"device":"/dev/cached","stats":7})",
+                                  R"({"device":"/dev/cached","stats":"/nothing"})"}) {
+        Live(Enter("vol.json", odd));
+        EXPECT_EQ(ReadCacheStats("/dev/cached"), Numbers()) << odd;
+        lock_.reset();
+    }
+    EXPECT_EQ(ReadCacheStats(""), Numbers());
+}
+
 VolumeView View(bool cacheTells) {
     VolumeView view;
     view.bits = UnitSet(std::vector<uint8_t>{0x0f, 0});
