@@ -19,6 +19,7 @@ namespace {
 constexpr char kEnding[] = ".conf";
 constexpr char kBlanks[] = " \t\r\v\f";
 constexpr char kWildcards[] = "*?[\\";
+constexpr char kLinkWord[] = "link";
 
 std::string Trimmed(const std::string& text) {
     const size_t first = text.find_first_not_of(kBlanks);
@@ -57,9 +58,20 @@ std::string PatternOf(const ConfLine& line) {
     return (directory == "/" ? directory : directory + "/") + (line.literal ? Escaped(rest) : rest);
 }
 
+// Takes the word away that allows links. Returns whether it was there.
+bool TakeLinkWord(std::string& text) {
+    const size_t end = text.find_first_of(kBlanks);
+    if (end == std::string::npos || text.substr(0, end) != kLinkWord) {
+        return false;
+    }
+    text = Trimmed(text.substr(end));
+    return true;
+}
+
 // Returns why the line is wrong; empty when it is taken.
 std::string TakePath(std::string text, ConfLine& line) {
-    line.exclusion = text[0] == '!';
+    line.link = TakeLinkWord(text);
+    line.exclusion = !line.link && text[0] == '!';
     if (line.exclusion) {
         text = Trimmed(text.substr(1));
     }

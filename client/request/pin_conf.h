@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What is to be pinned, as the files of a directory say it: a path, a directory or a pattern a
-// line, comments, exclusions. quorcachepin.d(5) describes the form.
+// line, with "link" before it where links may be made; comments, exclusions. quorcachepin.d(5)
+// describes the form.
 #pragma once
 
 #include <stddef.h>
@@ -19,6 +20,7 @@ struct ConfLine {
     std::string path;     // absolute and normal as far as text goes; of an exclusion "!" is gone
     std::string pattern;  // the same for fnmatch and glob, its fixed directories resolved
     bool exclusion = false;
+    bool link = false;     // files whose names no request can carry are linked
     bool literal = false;  // the path has no wildcard, or exists as it stands
 };
 

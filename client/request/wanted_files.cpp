@@ -50,6 +50,7 @@ void TakeLine(const PinConf& conf, const ConfLine& line, const std::vector<Volum
     FileList list;
     std::string why;  // a list that cannot be read: here is none
     options.recursive = true;
+    options.link = line.link;
     options.paths = PathsOf(line, wanted);
     CollectFiles(options, volumes, list, why);
     for (const FileRef& file : list.files) {

@@ -10,6 +10,7 @@
 #include "client/request/apply_plan.h"
 #include "client/request/file_job.h"
 #include "client/request/sending.h"
+#include "client/request/unneeded_links.h"
 #include "client/service/config_state.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
@@ -107,9 +108,13 @@ bool Apply::MayPrune() {
     return options_.prune && !pruneHeldBack_;
 }
 
+// Leaves the files that can be asked for, by links where a line allows them.
 void Apply::DropUnservable() {
     job_.list.files = plan_.pins;
     RefuseUnservable(job_);
+    if (!options_.dryRun) {
+        LinkFiles(true, job_);
+    }
     plan_.pins = job_.list.files;
     for (const Refusal& refusal : job_.list.refusals) {
         wanted_.refused.push_back({wanted_.origins[refusal.path], refusal.path, refusal.reason});
@@ -149,6 +154,7 @@ int Apply::Judge() {
     pins.insert(pins.end(), job_.repinned.begin(), job_.repinned.end());
     pinned_ = HoldingAfterPin(after, pins);
     unpinned_ = HoldingAfterUnpin(after, plan_.unpins, job_.volumes);
+    RemoveLinksOf(plan_.unpins, after);
     return AllHold(pinned_) && AllHold(unpinned_) ? kExitDone : kExitPartly;
 }
 

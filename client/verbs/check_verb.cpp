@@ -1,9 +1,14 @@
 // SPDX-License-Identifier: MIT
 // check: list, disk, bitmap file and driver against each other, and setting them right.
+#include <unistd.h>
+
 #include <algorithm>
 
 #include "client/pins/device_report.h"
+#include "client/request/unneeded_links.h"
 #include "client/service/config_state.h"
+#include "client/service/queue.h"
+#include "client/service/service_process.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
 #include "client/verbs/repair.h"
@@ -79,17 +84,40 @@ int RepairAndLook(const CheckOptions& options, Scene& scene, Record& report) {
     return status;
 }
 
-// Links whose files are gone otherwise hold nothing but space, listed or not.
-void TakeLastNamesAway(const Scene& scene, Record& report) {
+// Whether nobody can be about to need a link that neither list nor queue names.
+bool IsAllQuiet() {
+    QueueFacts queue;
+    std::string why;
+    // Only root sees whether a service runs. Without a queue nothing waits in one.
+    return geteuid() == 0 && FindServices().empty() &&
+           (!ReadQueueFacts(queue, why) || queue.messages == 0);
+}
+
+// Takes away links whose files are gone otherwise, listed or not, and at rest those that are not
+// needed.
+void TakeLinksAway(const Scene& scene, Record& report) {
     std::vector<std::string> removed;
+    const auto note = [&](const Volume& volume, const std::vector<std::string>& links,
+                          const char* what) {
+        for (const std::string& relative : links) {
+            removed.push_back(PathOnVolume(volume.mountPath, relative));
+            report.Line(Printable(removed.back()) + what);
+        }
+    };
+    // Read when it is known to be quiet: a service may have run until just now.
+    const bool quiet = IsAllQuiet();
+    ConfigState now;
+    std::string why;
+    const bool known = quiet && ReadConfigState(scene.service.configPath, now, why);
     for (const Volume& volume : scene.volumes) {
         const bool meant = scene.mountPath.empty() || volume.mountPath == scene.mountPath;
         if (!meant || !VolumeKeepsPins(volume)) {
             continue;
         }
-        for (const std::string& relative : RemoveLastNames(volume.mountPath)) {
-            removed.push_back(PathOnVolume(volume.mountPath, relative));
-            report.Line(Printable(removed.back()) + ": was its file's last name, removed");
+        note(volume, RemoveLastNames(volume.mountPath), ": was its file's last name, removed");
+        if (known) {
+            note(volume, RemoveUnneededLinks(volume.mountPath, now),
+                 ": is needed by no pinned file, removed");
         }
     }
     report.Add("linksRemoved", TextsToJson(removed));
@@ -109,7 +137,7 @@ int CheckVerb(const CheckOptions& options) {
         status = RepairAndLook(options, scene, report);
     }
     if (options.repair && (status == kExitDone || status == kExitPartly)) {
-        TakeLastNamesAway(scene, report);
+        TakeLinksAway(scene, report);
     }
     return Finish("check", report, options.common.json, status);
 }

@@ -4,19 +4,18 @@
 
 #include <algorithm>
 #include <map>
-#include <set>
 
 #include "client/pins/device_state.h"
 #include "client/pins/holding.h"
 #include "client/pins/price.h"
 #include "client/request/file_job.h"
 #include "client/request/sending.h"
+#include "client/request/unneeded_links.h"
 #include "client/service/service_process.h"
 #include "client/service/stored_list.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
 #include "client/verbs/verbs.h"
-#include "client/volume/plain_links.h"
 
 namespace client {
 
@@ -38,7 +37,6 @@ class FileVerb {
     int Send();
     int TakeOffEmptied();
     int Judge();
-    void TakeLinksAway(const ConfigState& after) const;
     std::vector<Record> DescribeCost() const;
     void AddHeld(Record& report) const;
 
@@ -113,28 +111,6 @@ int FileVerb::Send() {
     return done && options_.send.wait ? std::max(status, Judge()) : status;
 }
 
-// Takes away the links of files that are unpinned now, and those whose files are gone otherwise.
-void FileVerb::TakeLinksAway(const ConfigState& after) const {
-    for (const VolumeFiles& group : GroupByVolume(job_.list.files)) {
-        const std::string& mountPath = group.volume->mountPath;
-        std::set<uint32_t> pinned;
-        const auto listed = after.pinned.find(mountPath);
-        for (const StoredFile& file : QueuedToPin(after, mountPath)) {
-            pinned.insert(file.inode);
-        }
-        for (const StoredFile& file :
-             listed == after.pinned.end() ? std::vector<StoredFile>() : listed->second) {
-            pinned.insert(file.inode);
-        }
-        for (const FileRef& file : group.files) {
-            if (IsLinkName(file.relative) && pinned.count(file.inode) == 0) {
-                RemoveLink(mountPath, file.inode);
-            }
-        }
-        RemoveLastNames(mountPath);
-    }
-}
-
 // Finds out what holds after a wait.
 int FileVerb::Judge() {
     ConfigState after;
@@ -149,7 +125,7 @@ int FileVerb::Judge() {
                     : HoldingAfterUnpin(after, job_.list.files, job_.volumes);
     repinnedHoldings_ = HoldingAfterPin(after, job_.repinned);
     if (job_.type == kRequestUnpinFiles) {
-        TakeLinksAway(after);
+        RemoveLinksOf(job_.list.files, after);
     }
     return AllHold(holdings_) && AllHold(repinnedHoldings_) ? kExitDone : kExitPartly;
 }

@@ -91,6 +91,18 @@ bool HasLink(const std::string& mountPath, uint32_t inode) {
     return LinkDirectory(mountPath, false).Look(inode, status);
 }
 
+std::vector<uint32_t> LinkedInodes(const std::string& mountPath) {
+    const LinkDirectory links(mountPath, false);
+    std::vector<uint32_t> inodes;
+    for (const uint32_t inode : links.Inodes()) {
+        struct stat status = {};
+        if (links.Look(inode, status)) {
+            inodes.push_back(inode);
+        }
+    }
+    return inodes;
+}
+
 bool MakeLink(const FileRef& file, std::string& why) {
     const std::string& mountPath = file.volume->mountPath;
     const LinkDirectory links(mountPath, true);

@@ -22,6 +22,9 @@ bool HasLink(const std::string& mountPath, uint32_t inode);
 // in `why`. A link that is there already is taken.
 bool MakeLink(const FileRef& file, std::string& why);
 
+// Returns the inode numbers of the files that have their links.
+std::vector<uint32_t> LinkedInodes(const std::string& mountPath);
+
 // Takes away the file's link, and the directory once it is empty. The file must have another name:
 // one that has not stays. Returns whether the link is gone.
 bool RemoveLink(const std::string& mountPath, uint32_t inode);

@@ -113,7 +113,7 @@ void BlockCache::WriteNotes(Lock& lock, uint64_t note) {
         const uint64_t upTo = journal_.LastNote();
         std::vector<uint32_t> open = journal_.Noted();
         lock.unlock();
-        const int result = store_.WriteHead(std::move(open), false);
+        const int result = store_.WriteHead(std::move(open));
         lock.lock();
         writingHead_ = false;
         if (result == 0) {
@@ -220,7 +220,7 @@ void BlockCache::LoseSsd(Lock& lock, const std::string& why) {
     lock.unlock();
     store_.InvalidateTable();
     // The second one goes to the other place, where the first may have failed.
-    const bool invalid = store_.WriteHead({}, false) == 0 || store_.WriteHead({}, false) == 0;
+    const bool invalid = store_.WriteHead({}) == 0 || store_.WriteHead({}) == 0;
     if (tellSsdIsLost_) {
         tellSsdIsLost_(why, invalid);
     }
@@ -250,7 +250,7 @@ void BlockCache::Close() {
     Lock lock(mutex_);
     if (RunCheckpoint(lock) == 0 && journal_.Size() == 0 && !ssdIsLost_ &&
         store_.WriteTable(seed_, Lines(0, table_.Slots())) == 0) {
-        store_.WriteHead({}, true);
+        store_.WriteLastHead(backing_);
     }
 }
 

@@ -82,6 +82,12 @@ std::string ChooseSlots(Start& start) {
     return "";
 }
 
+// Before anything else is written: nothing that the SSD holds counts any more, but the pins.
+std::string StartCold(Start& start) {
+    start.files.store->InvalidateTable();
+    return start.files.store->WriteHead({}) == 0 ? "" : start.Ssd("cannot be written");
+}
+
 // A file gets its length, and its space. One that was shorter than its head says was cut while
 // nobody looked.
 std::string SizeFile(Start& start) {
@@ -94,9 +100,9 @@ std::string SizeFile(Start& start) {
     if (wasCut) {
         start.Remark(
             start.Ssd("was cut or lost space since it was used: nothing of it is believed"));
-        start.files.store->InvalidateTable();
-        if (start.files.store->WriteHead({}, false) != 0) {
-            return start.Ssd("cannot be written");
+        const std::string wrong = StartCold(start);
+        if (!wrong.empty()) {
+            return wrong;
         }
     }
     if (start.isBlockDevice || (start.isOurs && has == needed && !wasCut)) {
@@ -124,6 +130,16 @@ std::string Prepare(Start& start) {
         return start.Ssd(strerror(-result));
     }
     return "";
+}
+
+// Copies of what was changed past the cache would hide it.
+std::string NoticeChange(Start& start) {
+    if (!start.isOurs || !start.files.store->IsChanged(*start.files.backing)) {
+        return "";
+    }
+    start.Remark("backing " + start.wanted.backing +
+                 ": was changed since the cache stopped: the cache starts cold");
+    return StartCold(start);
 }
 
 void GoDirect(Start& start) {
@@ -164,7 +180,10 @@ std::string OpenCacheFiles(const CacheFilesWanted& wanted, CacheFiles& files) {
         }
     }
     GoDirect(start);
-    wrong = Prepare(start);
+    wrong = NoticeChange(start);
+    if (wrong.empty()) {
+        wrong = Prepare(start);
+    }
     if (wrong.empty()) {
         files = std::move(opened);
     }

@@ -118,6 +118,7 @@ PageBytes EncodeHead(const SsdHead& head) {
     Put(at + 68, head.tableSeed);
     Put(at + 72, head.flags);
     Put(at + 76, static_cast<uint32_t>(head.open.size()));
+    Put(at + 80, head.backingMark);
     PutText(at + kNameAt, kNameBytes, head.identity.name);
     PutText(at + kUuidAt, kUuidBytes, head.identity.uuid);
     PutText(at + kBackingAt, kBackingBytes, head.identity.backing);
@@ -144,6 +145,7 @@ bool DecodeHead(const uint8_t* page, SsdHead& head) {
     head.slots = Get<uint32_t>(page + 64);
     head.tableSeed = Get<uint32_t>(page + 68);
     head.flags = Get<uint32_t>(page + 72);
+    head.backingMark = Get<uint32_t>(page + 80);
     head.identity.name = GetText(page + kNameAt, kNameBytes);
     head.identity.uuid = GetText(page + kUuidAt, kUuidBytes);
     head.identity.backing = GetText(page + kBackingAt, kBackingBytes);
@@ -152,6 +154,10 @@ bool DecodeHead(const uint8_t* page, SsdHead& head) {
         head.open[i] = Get<uint32_t>(page + kOpenAt + size_t{4} * i);
     }
     return true;
+}
+
+uint32_t MarkOf(const PageBytes& first) {
+    return Checksum(first.data(), first.size());
 }
 
 // A sector: its checksum, the seed plus its number in the table, its lines of 8 bytes.

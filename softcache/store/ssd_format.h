@@ -33,6 +33,7 @@ constexpr uint32_t kMostOpen = 896;  // slots that a head can name
 enum SsdFlags : uint32_t {
     kStoppedInOrder = 1,  // nothing was written behind this head
     kAllocated = 2,       // all of the SSD file had space of its own when it was formatted
+    kBackingMarked = 4,   // the head has the backing's mark
 };
 
 // Whose copies the SSD holds. Texts that are longer than their field are cut.
@@ -50,6 +51,7 @@ struct SsdHead {
     uint32_t slots = 0;            // of 64 KiB
     uint32_t tableSeed = 0;        // sectors of the table with another one hold nothing
     uint32_t flags = 0;            // SsdFlags
+    uint32_t backingMark = 0;      // of an orderly stop; see MarkOf
     SsdIdentity identity;
     std::vector<uint32_t> open;  // slots that may hold anything, whatever the table says
 };
@@ -77,6 +79,10 @@ using PageBytes = std::array<uint8_t, kPageBytes>;
 bool LooksLikeHead(const uint8_t* page);
 PageBytes EncodeHead(const SsdHead& head);
 bool DecodeHead(const uint8_t* page, SsdHead& head);  // false when it is not whole
+
+// What tells a backing whose first page has changed. Every mount of an ext4 or XFS that may write
+// changes the superblock, which is there.
+uint32_t MarkOf(const PageBytes& first);
 
 // The lines of slots kPageEntries * page and following; those beyond the last slot are empty.
 // Decode leaves the lines of a sector that is not whole empty, and returns how many there were.

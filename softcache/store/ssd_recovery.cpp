@@ -58,7 +58,7 @@ int RecoverTable(SsdStore& store, uint64_t oldDeviceSize, std::vector<WarmSlot>&
         result = store.WriteTable(store.Head().tableSeed, entries);
     }
     if (result == 0) {
-        result = store.WriteHead({}, false);
+        result = store.WriteHead({});
     }
     if (result != 0) {
         return result;

@@ -65,7 +65,7 @@ int SsdStore::Format(const SsdIdentity& identity, uint64_t deviceSize, uint32_t 
     if (result == 0) {
         result = WritePins({});
     }
-    return result == 0 ? WriteHead({}, false) : result;
+    return result == 0 ? WriteHead({}) : result;
 }
 
 int SsdStore::Adopt(const SsdIdentity& identity, uint64_t deviceSize, uint32_t slots,
@@ -92,7 +92,7 @@ int SsdStore::Adopt(const SsdIdentity& identity, uint64_t deviceSize, uint32_t s
     head_.identity = identity;
     head_.flags = flags;
     // Before a byte of another layout is written.
-    return head_.tableSeed == seed ? 0 : WriteHead({}, false);
+    return head_.tableSeed == seed ? 0 : WriteHead({});
 }
 
 void SsdStore::InvalidateTable() {
@@ -105,11 +105,41 @@ void SsdStore::SetUuid(const std::string& uuid) {
     head_.identity.uuid = uuid;
 }
 
-int SsdStore::WriteHead(std::vector<uint32_t> open, bool stopped) {
+int SsdStore::WriteHead(std::vector<uint32_t> open) {
     const std::lock_guard<std::mutex> lock(mutex_);
     head_.open = std::move(open);
-    head_.flags &= ~uint32_t{kStoppedInOrder};
-    head_.flags |= stopped ? uint32_t{kStoppedInOrder} : 0;
+    head_.flags &= ~uint32_t{kStoppedInOrder | kBackingMarked};
+    head_.backingMark = 0;
+    return PutHead();
+}
+
+// One that is shorter than a page is marked as if zeros followed. Returns 0 or -errno.
+static int ReadMark(const Disk& backing, uint32_t& mark) {
+    PageBytes first{};
+    const auto size = static_cast<size_t>(std::min<uint64_t>(backing.Size(), first.size()));
+    const int result = backing.Read(first.data(), size, 0);
+    mark = MarkOf(first);
+    return result;
+}
+
+int SsdStore::WriteLastHead(const Disk& backing) {
+    uint32_t mark = 0;
+    const bool known = ReadMark(backing, mark) == 0;
+    const std::lock_guard<std::mutex> lock(mutex_);
+    head_.open.clear();
+    head_.flags |= kStoppedInOrder | (known ? uint32_t{kBackingMarked} : 0);
+    head_.backingMark = known ? mark : 0;
+    return PutHead();
+}
+
+bool SsdStore::IsChanged(const Disk& backing) const {
+    uint32_t mark = 0;
+    return (head_.flags & kBackingMarked) != 0 && ReadMark(backing, mark) == 0 &&
+           mark != head_.backingMark;
+}
+
+// Under the mutex.
+int SsdStore::PutHead() {
     ++head_.sequence;
     const AlignedBytes page = AllocateAligned(kPageBytes);
     const PageBytes bytes = EncodeHead(head_);

@@ -40,7 +40,13 @@ class SsdStore {
     void SetUuid(const std::string& uuid);
 
     // Writes a head with these slots open, at most kMostOpen.
-    int WriteHead(std::vector<uint32_t> open, bool stopped);
+    int WriteHead(std::vector<uint32_t> open);
+    // Writes the head of an orderly stop, with the backing's mark unless it cannot be read.
+    int WriteLastHead(const Disk& backing);
+
+    // Whether the backing's mark is another one than at the stop. False where none was kept, as
+    // after a kill, and when the backing cannot be read.
+    bool IsChanged(const Disk& backing) const;
 
     // As many lines as there are slots; `broken` sectors of the table hold none.
     int ReadTable(std::vector<TableEntry>& entries, uint32_t& broken) const;
@@ -58,6 +64,8 @@ class SsdStore {
     const Disk& Ssd() const { return ssd_; }
 
   private:
+    int PutHead();
+
     Disk ssd_;
     std::mutex mutex_;  // guards writing, and what changes of the head
     SsdHead head_;

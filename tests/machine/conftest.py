@@ -14,12 +14,19 @@ UNIT = 65536
 _ROWS = []  # of the boot table
 
 
+def text_of(path):
+    with open(os.path.join(TREE, path), encoding="utf-8") as file:
+        return file.read()
+
+
+def section_of(path, heading):
+    return text_of(path).split(f"\n## {heading}\n", 1)[1].split("\n## ", 1)[0]
+
+
 def commands_of(path, heading):
     """The commands of a document's section, lines "    # COMMAND", each with the output below it."""
-    with open(os.path.join(TREE, path), encoding="utf-8") as file:
-        section = file.read().split(f"\n## {heading}\n", 1)[1].split("\n## ", 1)[0]
     found = []
-    for line in section.splitlines():
+    for line in section_of(path, heading).splitlines():
         if line.startswith("    # "):
             found.append([line[6:], ""])
             shown = True
@@ -46,6 +53,17 @@ def follow(m, path, heading):
         if shown:
             assert without_numbers(printed) == without_numbers(shown), f"{command}\n{printed}"
     return len(commands)
+
+
+def set_up(m, name, backing, ssd, files):
+    """Gives the machine a cache of this name and its volume /mnt/NAME, with these files pinned: name = bytes."""
+    m.run(f"echo '{name} {backing} {ssd}' >>/etc/quorcachetab; systemctl daemon-reload")
+    m.run(f"systemctl start quorsoftcache@{name} && mkfs.ext4 -q /dev/quorcache/{name}")
+    m.run(f"echo '/dev/quorcache/{name} /mnt/{name} ext4 nofail 0 2' >>/etc/fstab; systemctl daemon-reload")
+    m.run(f"mount -m /mnt/{name}")
+    write_files(m, f"/mnt/{name}", files)
+    m.run(f"quorcachepinctl pin --wait -r /mnt/{name}")
+    m.pinned |= {f"/mnt/{name}/{file}" for file in files}
 
 
 def write_files(m, directory, sizes):
@@ -108,7 +126,9 @@ def prepared():
     m = Pool()
     try:
         m.boot()
-        m.run("dpkg -i /packages/*.deb")
+        made, install = re.findall("^    (.*)", section_of("README.md", "Install"), re.M)
+        assert made.startswith("./run package ")  # test-machine.sh has done it
+        m.run(f"mkdir /build && ln -s ../packages /build/package && cd / && {install}")
         commands = commands_of("README.md", "Use it on your disk")
         assert len(commands) == 5
         for command, _ in commands[:-1]:

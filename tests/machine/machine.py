@@ -52,17 +52,23 @@ class Disk:
 
 
 class Machine:
-    """One machine, off at first. Names its disks have in it: /dev/disk/by-id/ata-DISK, .../nvme-SSD."""
+    """One machine, off at first. Names that its disks have in it: /dev/disk/by-id/ata-DISK, .../nvme-SSD."""
 
     boots = 0  # of all machines
 
     def __init__(self, root, packages=None, disk=512 * MIB, ssd=96 * MIB, udev=True):
         self.root, self.udev = root, udev
         self.state = tempfile.mkdtemp(prefix="machine-")
-        self.disks = {"ata-DISK": Disk(self.state, "disk", disk), "nvme-SSD": Disk(self.state, "ssd", ssd)}
+        self.disks = {}
         self.process = self.init = None
         if packages:
             shutil.copytree(packages, f"{self.state}/packages")
+        self.plug("ata-DISK", "disk", disk)
+        self.plug("nvme-SSD", "ssd", ssd)
+
+    def plug(self, name, file, size):
+        """Gives the machine, which is off, another disk."""
+        self.disks[name] = Disk(self.state, file, size)
         self.write_rules()
 
     def write_rules(self):

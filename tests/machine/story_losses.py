@@ -1,9 +1,16 @@
 # SPDX-License-Identifier: MIT
 """A cache, an SSD or a volume is not there: nothing is forgotten, and it is whole when it is back."""
+import hashlib
 import os
+import re
 
-from conftest import write_files
+from conftest import set_up, write_files
 from machine import MIB, until
+
+
+def digest(path):
+    with open(path, "rb") as file:
+        return hashlib.sha256(file.read()).hexdigest()
 
 
 def test_a_crash_of_the_cache_is_mended_without_an_operator(pool):
@@ -89,3 +96,38 @@ def test_stopped_and_started_by_hand_all_of_it_goes_together(pool):
         until(lambda: pool.ask("systemctl is-active quorcachepinfiled mnt-pool.mount").split() == ["active"] * 2,
               f"all of it is back: {pool.log()[-3000:]}")
     pool.healthy("cache restarted by hand", before)
+
+
+def test_an_ssd_of_another_volume_is_refused_and_costs_neither_anything(pool):
+    pool.off()
+    pool.plug("ata-OTHER", "disk2", 128 * MIB)
+    pool.plug("nvme-OTHER", "ssd2", 32 * MIB)
+    pool.boot()
+    set_up(pool, "other", "/dev/disk/by-id/ata-OTHER", "/dev/disk/by-id/nvme-OTHER", {"f": 1_500_000})
+    before = pool.healthy("a second cache and volume")
+    table = pool.run("cat /etc/quorcachetab")
+    mixed_up = table.replace("nvme-SSD", "X").replace("nvme-OTHER", "nvme-SSD").replace("X", "nvme-OTHER")
+    pool.run("cat >/etc/quorcachetab", stdin=mixed_up)
+    pool.off()
+    ssds = [disk.path for name, disk in pool.disks.items() if name.startswith("nvme-")]
+    kept = [digest(path) for path in ssds]
+
+    pool.boot()
+    assert pool.ask("systemctl is-active mnt-pool.mount mnt-other.mount quorcachepinfiled").split() == ["inactive"] * 3
+    uuids = [pool.run(f"blkid -p -s UUID -o value /dev/disk/by-id/ata-{name}").strip() for name in ("OTHER", "DISK")]
+    for cache, held, ssd, uuid in (("pool", "other", "OTHER", uuids[0]), ("other", "pool", "SSD", uuids[1])):
+        said = pool.log(more=f"-u quorsoftcache@{cache}")
+        assert re.search(rf"ssd /dev/disk/by-id/nvme-{ssd}: holds the cache {held} of \S+, UUID {uuid}; "
+                         "--format overwrites it", said), said
+    lines = [line for line in pool.log().splitlines() if "not ready: " in line]
+    assert len(lines) == 1 and all(f"/mnt/{name} is not mounted" in lines[0] for name in ("other", "pool")), lines
+    assert [digest(path) for path in ssds] == kept
+
+    # As docs/operations.md says.
+    pool.run("cat >/etc/quorcachetab", stdin=table)
+    for name in ("pool", "other"):
+        pool.run(f"systemctl reset-failed quorsoftcache@{name}")
+        pool.run(f"systemctl daemon-reload && systemctl restart quorsoftcache@{name}")
+    until(lambda: pool.ask("systemctl is-active quorcachepinfiled") == "active", f"it is started: {pool.log()[-3000:]}")
+    assert pool.json("status")["volumes"][0]["unitsResident"] > 0
+    pool.healthy("SSD of another volume, put right", before)

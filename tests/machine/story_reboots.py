@@ -3,9 +3,11 @@
 import time
 
 from conftest import write_files
+from machine import until
 
 COMPLAINTS = ("Failed to unmount", "Failed unmounting", "target is busy", "fuse:", "Transport endpoint",
-              "Found ordering cycle", "Timed out waiting for device", "I/O error", "Dependency failed")
+              "Found ordering cycle", "Timed out waiting for device", "I/O error", "Dependency failed",
+              "was changed since the cache stopped")
 
 
 def clean(log):
@@ -35,6 +37,20 @@ def test_requests_that_were_queued_are_done_after_the_boot(pool):
     pool.reboot()
     pool.pinned = {"/mnt/pool/db/a", "/mnt/pool/more/c", "/mnt/pool/more/d"}
     pool.healthy(f"reboot with {queued} requests queued", before)
+
+
+def test_the_power_goes_while_requests_are_queued(pool):
+    before = pool.facts()
+    write_files(pool, "/mnt/pool/more", {"c": 2_000_000, "d": 1_000_000})
+    pool.run("quorcachepinctl pend /mnt/pool && quorcachepinctl pin -r /mnt/pool/more")
+    pool.run("quorcachepinctl unpin /mnt/pool/db/b")
+    until(lambda: len(pool.json("status")["requests"]) >= 2 and
+          pool.ask("ipcs -q | awk '$6 > 0 && $2 ~ /[0-9]/'") == "", "what was asked for is stored")
+    queued = len(pool.json("status")["requests"])
+    pool.cut()
+    pool.boot()
+    pool.pinned = {"/mnt/pool/db/a", "/mnt/pool/more/c", "/mnt/pool/more/d"}
+    pool.healthy(f"power cut with {queued} requests queued", before)
 
 
 def test_the_power_goes_under_load(pool):

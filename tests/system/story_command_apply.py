@@ -2,7 +2,7 @@
 """quorcachepinctl apply: what its configuration says is pinned, and nothing is unpinned by accident."""
 import os
 
-from lab import command, evidence
+from lab import command, evidence, journal
 
 DIRECTORY = "/tmp/lab/quorcachepin.d"
 
@@ -133,3 +133,45 @@ def test_a_volume_that_is_not_mounted_is_left_alone(stage):
     assert evidence.pinned_files(daemon.configuration, other.mount_path) == before
     other.mount()
     assert apply("--prune")["held"] == 2
+
+
+def test_a_line_that_allows_links_pins_by_them_and_follows_a_replaced_file(stage):
+    volume = stage.volume()
+    first, second = volume.write("my photos/#1.jpg", 300_000), volume.write("my photos/2.jpg", 200_000)
+    daemon = stage.daemon()
+    configure(photos=[f"{volume.mount_path}/my photos"])
+    assert sorted(paths(apply(status=1), "refused")) == [first, second]
+    assert not os.path.exists(volume.path(".quorcachepin"))
+
+    configure(photos=[f"link {volume.mount_path}/my photos"])
+    assert sorted(paths(apply("--dry-run"), "pins")) == [first, second]
+    assert not os.path.exists(volume.path(".quorcachepin"))
+    apply("--wait")
+    assert sorted(command.done("list", "--paths")) == [first, second]
+    assert volume.cache.pinned() == evidence.units([first, second])
+    report = apply()
+    assert (report["held"], report["sent"]) == (2, 0)
+
+    # Replaced: the new file gets a link of its own; a repair at rest takes away what is left of the old one.
+    old = os.stat(first).st_ino
+    os.rename(volume.write("new", 500_000), first)
+    assert paths(apply("--wait"), "pins") == [first]
+    assert evidence.units([first, second]) <= volume.cache.pinned()
+    daemon.stop()
+    command.done("check", "--repair", "--config-path", daemon.configuration)
+    assert not os.path.exists(volume.path(f".quorcachepin/{old}"))
+    assert volume.cache.pinned() == evidence.units([first, second])
+    daemon.start()
+    assert sorted(command.done("list", "--paths")) == [first, second]
+
+    # What no line wants loses its link with its pin, at once after a wait and else in the next repair at rest.
+    configure(photos=[f"link {first}"])
+    assert paths(apply("--prune", "--wait"), "unpins") == [second]
+    assert [os.stat(path).st_nlink for path in (first, second)] == [2, 1]
+    command.done("unpin", first)
+    daemon.until_done("unpinFiles", 2)
+    journal.until(lambda: not evidence.configuration(daemon.configuration)["requestQueue"], "it is unpinned")
+    assert os.stat(first).st_nlink == 2
+    daemon.stop()
+    command.done("check", "--repair", "--config-path", daemon.configuration)
+    assert os.stat(first).st_nlink == 1 and not os.path.exists(volume.path(".quorcachepin"))

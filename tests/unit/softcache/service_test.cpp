@@ -737,6 +737,43 @@ TEST_P(VolumeTest, AKilledCacheLosesNothingThatWasSynced) {
     }
 }
 
+TEST_P(VolumeTest, WhatWasMountedPastTheStoppedCacheStartsItCold) {
+    MakeBacking(kVolumeSize);
+    Serve("8M");
+    const Bytes content = RandomBytes(kMiB, 7);
+    {
+        const LoopVolume volume = MakeVolume();
+        ASSERT_EQ(fsync(NewFile(volume_ + "/a", content).get()), 0);
+    }
+    ASSERT_EQ(SetPins(Bitmap(kVolumeUnits / 8, {1})), 0);
+    EXPECT_EQ(service_.End(SIGTERM).status, 0);
+    Serve("8M");
+    EXPECT_GT(Stats()["residentUnits"], 16) << "nothing was changed";
+    EXPECT_EQ(service_.End(SIGTERM).status, 0);
+
+    const Bytes other = RandomBytes(kMiB, 8);
+    {
+        const LoopVolume past(backing_, volume_, "", true);
+        const OwnedFd file = OpenFile(volume_ + "/a", O_RDWR);  // in its place
+        ASSERT_EQ(WriteFull(file.get(), other.data(), other.size(), 0), 0);
+    }
+    EXPECT_FALSE(service_.Start(Arguments("8M"))) << "its first line is another";
+    while (access((mount_ + "/stats.json").c_str(), F_OK) != 0) {
+        usleep(50000);
+    }
+    EXPECT_EQ(Stats()["residentUnits"], 0);
+    EXPECT_EQ(Stats()["pinnedUnits"], 1);
+    {
+        const LoopVolume volume(mount_ + "/device", volume_, "", GetParam().directIo);
+        EXPECT_EQ(FileBytes(volume_ + "/a"), other);
+    }
+    const Outcome outcome = service_.End(SIGTERM);
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output, "quorsoftcache: backing " + backing_ +
+                                  ": was changed since the cache stopped: the cache starts cold\n"
+                                  "quorsoftcache: vol1 ready\n");
+}
+
 INSTANTIATE_TEST_SUITE_P(Kinds, VolumeTest,
                          ::testing::Values(VolumeKind{"Ext4Direct", "mkfs.ext4 -q -F", true},
                                            VolumeKind{"Ext4Buffered", "mkfs.ext4 -q -F", false},

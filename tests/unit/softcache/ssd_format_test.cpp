@@ -14,7 +14,8 @@ SsdHead SomeHead() {
     head.pinsRoom = PinsRoomFor(head.deviceSize);
     head.slots = 1000;
     head.tableSeed = 0x4e21b7c0;
-    head.flags = kStoppedInOrder | kAllocated;
+    head.flags = kStoppedInOrder | kAllocated | kBackingMarked;
+    head.backingMark = 0x9f8e7d6c;
     head.identity = {"vol1", "0123-4567", "/data/vol1.img"};
     head.open = {0, 999, 7};
     return head;
@@ -33,6 +34,7 @@ TEST(SsdFormat, AHeadComesBackAsItWas) {
     EXPECT_EQ(back.slots, head.slots);
     EXPECT_EQ(back.tableSeed, head.tableSeed);
     EXPECT_EQ(back.flags, head.flags);
+    EXPECT_EQ(back.backingMark, head.backingMark);
     EXPECT_EQ(back.identity.name, "vol1");
     EXPECT_EQ(back.identity.uuid, "0123-4567");
     EXPECT_EQ(back.identity.backing, "/data/vol1.img");

@@ -77,6 +77,22 @@ TEST_F(PinConfTest, WhatIsWrongIsNamedAndTheRestIsTaken) {
                      "p.conf is not a regular file", "s.conf No such file or directory"}));
 }
 
+TEST_F(PinConfTest, TheWordLinkBeforeAPathAllowsLinks) {
+    Write("a.conf", "link /mnt/a b\n\tlink\t /mnt/*\n/mnt/c\n/mnt/link d\n");
+    Write("b.conf", "link\nlinks /mnt/a\nlink mnt\nlink !/mnt/a\n! link /mnt/a\nlink/mnt/a\n");
+    const PinConf conf = Read();
+    EXPECT_EQ(Lines(conf), (Texts{"a.conf:1 /mnt/a b", "a.conf:2 /mnt/*", "a.conf:3 /mnt/c",
+                                  "a.conf:4 /mnt/link d"}));
+    ASSERT_EQ(conf.lines.size(), 4U);
+    EXPECT_TRUE(conf.lines[0].link && conf.lines[1].link);
+    EXPECT_FALSE(conf.lines[2].link || conf.lines[3].link);
+    Texts wrong;
+    for (int line = 1; line <= 6; ++line) {
+        wrong.push_back("b.conf:" + std::to_string(line) + " is no absolute path");
+    }
+    EXPECT_EQ(Faults(conf), wrong);
+}
+
 TEST_F(PinConfTest, ADirectoryThatCannotBeReadIsTold) {
     PinConf conf;
     EXPECT_EQ(ReadPinConf(top_ + "/missing", conf), ENOENT);

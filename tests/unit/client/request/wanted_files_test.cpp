@@ -73,6 +73,18 @@ TEST_F(WantedFilesTest, WhatCannotBePinnedIsRefusedWithItsLine) {
     EXPECT_EQ(wanted_.notes, Texts{Origin(5) + ": " + mount_ + "/x* matches nothing"});
 }
 
+TEST_F(WantedFilesTest, WhereALineAllowsLinksNoNameIsRefused) {
+    Make("d/my file");
+    Make("d/plain");
+    Make("e/your file");
+    EXPECT_EQ(Find("link " + mount_ + "/d\n" + mount_ + "/e\nlink " + mount_ + "/f\n"),
+              (Texts{"d/my file", "d/plain"}));
+    EXPECT_EQ(Told(wanted_.refused),
+              (Texts{"2 " + mount_ + "/e/your file: its name holds white space, at which the " +
+                         "service would cut it",
+                     "3 " + mount_ + "/f: No such file or directory"}));
+}
+
 TEST_F(WantedFilesTest, ALineWhoseVolumeIsNotMountedIsLeftAlone) {
     Make("sub/a");
     Make("b");

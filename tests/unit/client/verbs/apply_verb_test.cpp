@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: MIT
 // apply: what it reads, sends, holds back and tells.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 
 #include "client/show/exit_status.h"
+#include "client/volume/plain_links.h"
 #include "tests/unit/client/verbs/verbs_test.h"
 #include "tests/unit/support/fake_files.h"
 #include "tests/unit/support/fake_platform.h"
@@ -62,6 +65,29 @@ TEST_F(ApplyVerbTest, WrongLinesAndRefusedFilesMakeItPartly) {
     EXPECT_EQ(report["wrong"][0]["line"], (dir_ / "conf.d/a.conf") + ":1");
     ASSERT_EQ(report["refused"].size(), 1U);
     EXPECT_EQ(report["refused"][0]["path"], mount_ + "/nothing");
+}
+
+TEST_F(ApplyVerbTest, ALineThatAllowsLinksIsAppliedByThem) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root: the directory of links must be root's";
+    }
+    const std::string path = MakeAt("my file", 3);
+    Conf("link " + path + "\n");
+    const int queue = MakeQueue();
+    EXPECT_EQ(Apply(0, {"--dry-run"})["pins"][0]["path"], path);
+    EXPECT_FALSE(HasLink(mount_, InodeOf(path))) << "it was a dry run";
+    EXPECT_EQ(Apply(0)["sent"], 1);
+    EXPECT_TRUE(HasLink(mount_, InodeOf(path)));
+    EXPECT_EQ(Waiting(queue), 1U);
+    // Where no link can be made the line is named.
+    const std::string other = MakeAt("other file", 4);
+    chmod((mount_ + "/.quorcachepin").c_str(), 0755);
+    Conf("#\nlink " + other + "\n");
+    const Json::Value report = Apply(kExitPartly);
+    EXPECT_EQ(report["sent"], 0);
+    ASSERT_EQ(report["refused"].size(), 1U);
+    EXPECT_EQ(report["refused"][0]["line"], (dir_ / "conf.d/a.conf") + ":2");
+    EXPECT_EQ(report["refused"][0]["reason"], mount_ + "/.quorcachepin: is not root's alone");
 }
 
 TEST_F(ApplyVerbTest, AFileThatCannotBeMappedIsRefusedWithItsLine) {

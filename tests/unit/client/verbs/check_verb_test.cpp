@@ -4,14 +4,28 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 #include "client/show/exit_status.h"
+#include "tests/unit/client/service/impostor.h"
 #include "tests/unit/client/verbs/verbs_test.h"
 
 namespace client {
 
 namespace {
 
-class CheckVerbTest : public VerbsTest {};
+class CheckVerbTest : public VerbsTest {
+  protected:
+    // Gives the file its link of plain name; returns the link's path.
+    std::string Link(const std::string& path) const {
+        const std::string directory = mount_ + "/.quorcachepin";
+        std::filesystem::create_directory(directory);
+        EXPECT_EQ(chmod(directory.c_str(), 0700), 0);
+        const std::string link = directory + "/" + std::to_string(InodeOf(path));
+        EXPECT_EQ(::link(path.c_str(), link.c_str()), 0);
+        return link;
+    }
+};
 
 TEST_F(CheckVerbTest, CheckTellsFatesAndCounts) {
     PinHalf();
@@ -103,14 +117,35 @@ TEST_F(CheckVerbTest, ARepairSaysWhatItDidAndWhatHoldsAfterwards) {
 
 TEST_F(CheckVerbTest, ARepairTakesLastNamesAway) {
     const std::string path = MakeAt("my file", 3);
-    EXPECT_EQ(mkdir((mount_ + "/.quorcachepin").c_str(), 0700), 0);
-    const std::string link = mount_ + "/.quorcachepin/" + std::to_string(InodeOf(path));
-    ASSERT_EQ(::link(path.c_str(), link.c_str()), 0);
+    const std::string link = Link(path);
+    // What waits in the queue may name it.
+    const int queue = MakeQueue();
+    ASSERT_EQ(Run({"pin", path}).status, 0);
+    ASSERT_EQ(Waiting(queue), 1U);
     EXPECT_EQ(Report({"check", "--repair"}, 0)["linksRemoved"].size(), 0U);
     unlink(path.c_str());
     EXPECT_FALSE(Report({"check"}, 0).isMember("linksRemoved"));
     EXPECT_EQ(Report({"check", "--repair"}, 0)["linksRemoved"][0], link);
     EXPECT_NE(access(link.c_str(), F_OK), 0);
+}
+
+TEST_F(CheckVerbTest, ARepairAtRestTakesUnneededLinksAway) {
+    const std::string path = MakeAt("my file", 3);
+    const std::string link = Link(path);
+    const std::string pinned = MakeAt("your file", 4);
+    Link(pinned);
+    List({LinkName(InodeOf(pinned))});
+    WriteBitmap({4});
+    std::filesystem::create_symlink("/bin/sh", dir_ / "quorcachepinfiled");
+    {
+        const Impostor service(dir_ / "quorcachepinfiled", {"-f", config_});
+        EXPECT_EQ(Report({"check", "--repair"}, 0)["linksRemoved"].size(), 0U);
+    }
+    const Json::Value removed = Report({"check", "--repair"}, 0)["linksRemoved"];
+    ASSERT_EQ(removed.size(), 1U);
+    EXPECT_EQ(removed[0], link);
+    EXPECT_NE(access(link.c_str(), F_OK), 0);
+    EXPECT_EQ(access(path.c_str(), F_OK), 0);
 }
 
 }  // namespace

@@ -60,6 +60,7 @@ TEST_F(PlainLinksTest, IsMadeOnceAndTakenAway) {
     ASSERT_TRUE(MakeLink(file, why_)) << why_;
     ASSERT_TRUE(MakeLink(file, why_)) << "it is there already: " << why_;
     EXPECT_TRUE(HasLink(mount_, file.inode));
+    EXPECT_EQ(LinkedInodes(mount_), std::vector<uint32_t>{file.inode});
     EXPECT_EQ(InodeOf(LinkOf(file)), file.inode);
     EXPECT_EQ(Names(file.path), 2U);
     struct stat status = {};
@@ -80,7 +81,8 @@ TEST_F(PlainLinksTest, LastNamesAloneAreTakenAway) {
     unlink(gone.path.c_str());
     EXPECT_FALSE(RemoveLink(mount_, gone.inode)) << "its data would go";
     EXPECT_EQ(RemoveLastNames(mount_), std::vector<std::string>{LinkName(gone.inode)});
-    EXPECT_TRUE(HasLink(mount_, kept.inode));
+    EXPECT_EQ(LinkedInodes(mount_), std::vector<uint32_t>{kept.inode})
+        << "a file under another's number is no link";
     EXPECT_TRUE(std::filesystem::exists(directory_ + "/other"));
     EXPECT_TRUE(std::filesystem::exists(directory_ + "/7"));
 }
