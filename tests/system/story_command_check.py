@@ -32,7 +32,9 @@ def settled(volume, daemon, paths, resident=True):
     assert volume.cache.pinned() == units
     assert not resident or units <= volume.cache.resident()
     assert not [name for name in os.listdir(volume.mount_path) if name.startswith(".") or name.endswith(".new")]
-    command.done("check", "--config-path", daemon.configuration)
+    # Units that a repair at rest set wait for a reload.
+    command.report("check", "--config-path", daemon.configuration,
+                   status=0 if units <= volume.cache.resident() else 6)
 
 
 def repair_at_rest(daemon, status=0):

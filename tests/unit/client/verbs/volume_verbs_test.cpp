@@ -16,6 +16,7 @@ class VolumeVerbsTest : public VerbsTest {};
 
 TEST_F(VolumeVerbsTest, VolumeVerbsTellTheVolume) {
     MakeQueue();
+    const auto service = Serve();
     for (const char* const verb : {"reload", "pend", "release"}) {
         const Json::Value report = Report({verb, mount_ + "//"}, 0);
         EXPECT_EQ(Shape(report), "exitStatus:n schema:n sent:n verb:s volume:s");
@@ -34,6 +35,7 @@ struct VolumeVerbRow {
 
 TEST_F(VolumeVerbsTest, EachSendsItsRequestAndOnlyReloadNeedsACache) {
     const int queue = MakeQueue();
+    const auto service = Serve();
     const VolumeVerbRow rows[] = {{"reload", kRequestReloadPinBlocks, kExitRefused},
                                   {"pend", kRequestAddPendingSpace, kExitDone},
                                   {"release", kRequestRemovePendingSpace, kExitDone}};
@@ -51,6 +53,19 @@ TEST_F(VolumeVerbsTest, EachSendsItsRequestAndOnlyReloadNeedsACache) {
         EXPECT_EQ(Run({row.verb, mount_}).status, row.withoutCache) << row.verb;
     }
     EXPECT_EQ(Waiting(queue), 2U);
+}
+
+TEST_F(VolumeVerbsTest, WithNobodyToTakeItARequestIsSentAndNotSaidToBeTaken) {
+    const int queue = MakeQueue();
+    for (const char* const verb : {"reload", "pend", "release"}) {
+        const CallResult result = Run({verb, mount_});
+        EXPECT_EQ(result.status, kExitNoService) << verb;
+        EXPECT_EQ(result.out, "") << verb;
+        EXPECT_NE(result.talk.find("the service does not run here; the requests wait"),
+                  std::string::npos)
+            << result.talk;
+    }
+    EXPECT_EQ(Waiting(queue), 3U);
 }
 
 TEST_F(VolumeVerbsTest, ReloadTakesAVolumeOrMissing) {
