@@ -25,7 +25,7 @@ constexpr char kAppFooter[] =
     "  5  refused before anything was sent\n"
     "  6  pinned, not in the cache yet\n"
     "  7  more pinned than the cache holds\n"
-    "  8  pinned, not in force: no cache, or it has other bits";
+    "  8  pinned, not in force: no cache, or it lacks bits";
 
 constexpr VerbHelp kPinHelp = {
     "pin", "Pin files into their volume's cache",
@@ -80,8 +80,9 @@ constexpr VerbHelp kCheckHelp = {
     "check", "Compare the pinned files with the bitmap, the driver and the cache",
     "Finds bits that are missing (a file grew, was rewritten, a shared unit was cleared), bits\n"
     "that no pinned file needs, files that are gone, were replaced or renamed, and units that\n"
-    "are not in the cache. With the service running, --repair pins what is missing and names what is left. While no service\n"
-    "runs, or with --restart, it sets list, bitmap and driver right altogether.\n"
+    "are not in the cache. With the service running, --repair pins what is missing and names\n"
+    "what is left. While no service runs, or with --restart, it sets list, bitmap and driver\n"
+    "right altogether.\n"
     "\n"
     "Examples:\n"
     "  quorcachepinctl check\n"

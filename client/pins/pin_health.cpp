@@ -59,10 +59,8 @@ std::string WhyNotInForce(const VolumeView& view, size_t listed) {
     if (view.deviceSize == 0) {
         return "the size of the cached device cannot be read";
     }
-    const Residency& residency = view.residency;
-    if (residency.known && (view.bits.CountWithout(residency.pinned) > 0 ||
-                            residency.pinned.CountWithout(view.bits) > 0)) {
-        return "the driver has other bits than the bitmap file";
+    if (view.residency.known && view.bits.CountWithout(view.residency.pinned) > 0) {
+        return "the driver lacks bits of the bitmap file";
     }
     return "";
 }
@@ -72,6 +70,10 @@ PinHealth HealthOf(const VolumeView& view, size_t listed, uint64_t absent) {
         return PinHealth::kNotInForce;
     }
     const uint64_t set = view.bits.Count();
+    // Pins that nobody asked for any more take room, and keep nothing else from being in force.
+    if (view.residency.known && view.residency.pinned.CountWithout(view.bits) > 0) {
+        return PinHealth::kDiffers;
+    }
     if (set == 0) {
         return listed > 0 ? PinHealth::kDiffers : PinHealth::kNothing;
     }

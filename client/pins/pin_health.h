@@ -22,7 +22,7 @@ enum class PinHealth {
     kNotCached,   // in force, and units are not in the cache yet
     kOverfull,    // in force, and more than the cache holds
     kDiffers,     // files, list and bitmap file do not agree
-    kNotInForce,  // there is no cache, it does not serve or keeps no pins, or it has other bits
+    kNotInForce,  // there is no cache, it does not serve or keeps no pins, or it lacks bits
 };
 
 // Returns the word that every verb uses, as in "pinned and in the cache".
@@ -41,7 +41,8 @@ PinHealth HealthOf(const DeviceState& device);
 
 // Judges a volume by what its cache and its bitmap file show, without its files: `listed` are on
 // the list, `absent` units are known not to be in the cache. Whether the files' extents agree with
-// the bitmap is then not known, and kDiffers only says that files are listed and no bit is set.
+// the bitmap is then not known: kDiffers says that files are listed and no bit is set, or that the
+// driver has bits that the bitmap file has not.
 PinHealth HealthOf(const VolumeView& view, size_t listed, uint64_t absent);
 
 // Returns why the pins are not in force, as the rest of a sentence; empty when they are, or when

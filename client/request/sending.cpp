@@ -90,9 +90,6 @@ int SendAll(std::vector<Message>& messages, unsigned patience, size_t& sent) {
     const std::string nobody = WhyNobodyListens();
     // Only root sees every process; for others the one that they do not see may well be at work.
     const bool unseen = !nobody.empty() && geteuid() != 0 && FindServices().empty();
-    if (!nobody.empty()) {
-        Say(unseen ? std::string("warning: the service ") + NoServiceText() : nobody);
-    }
     while (sent < messages.size()) {
         // Just before it goes: a full queue may have kept it waiting for minutes.
         if (CheckAgain(messages[sent])) {
@@ -110,6 +107,9 @@ int SendAll(std::vector<Message>& messages, unsigned patience, size_t& sent) {
             return status;
         }
         ++sent;
+    }
+    if (!nobody.empty()) {
+        Say(unseen ? std::string("warning: the service ") + NoServiceText() : nobody);
     }
     return !nobody.empty() && !unseen ? kExitNoService : partly ? kExitPartly : kExitDone;
 }

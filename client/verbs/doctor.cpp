@@ -13,6 +13,7 @@
 #include "client/service/config_state.h"
 #include "client/service/queue_look.h"
 #include "client/show/output.h"
+#include "util/log.h"
 #include "util/message_queue.h"
 #include "util/request.h"
 
@@ -36,7 +37,7 @@ class Examination {
         KernelLimits();
         Services();
         Configuration();
-        ExamineDebugSettings(result_.findings);
+        ExamineDebugSettings(kDebugSettingsPath, result_.findings);
         ExamineCopies(configPath_, state_, result_.findings);
         ExamineVolumes(state_, result_.findings);
         return std::move(result_);

@@ -40,8 +40,9 @@ Diagnosis Examine(const CommonOptions& options);
 // read.
 void ExamineVolumes(const ConfigState& state, std::vector<Finding>& findings);
 
-// Whether the debug settings file names a path, so that the service makes a file's mapping fail.
-void ExamineDebugSettings(std::vector<Finding>& findings);
+// Whether the debug settings file at `path` names a file, so that the service makes a file's
+// mapping fail.
+void ExamineDebugSettings(const std::string& path, std::vector<Finding>& findings);
 
 // Whether a copy of the list has files that the list has lost: a service that meets a volume
 // without its cache drops the request and forgets what is pinned there.

@@ -10,17 +10,15 @@
 #include "client/show/output.h"
 #include "client/show/text.h"
 #include "client/verbs/doctor.h"
-#include "util/log.h"
 
 namespace client {
 
-void ExamineDebugSettings(std::vector<Finding>& findings) {
+void ExamineDebugSettings(const std::string& path, std::vector<Finding>& findings) {
     std::string content;
     std::error_code error;
     // Anybody can make it, of any kind and size; the service reads no more than a path of it.
-    if (!std::filesystem::is_regular_file(kDebugSettingsPath, error) ||
-        std::filesystem::file_size(kDebugSettingsPath, error) > PATH_MAX ||
-        ReadText(kDebugSettingsPath, content) != 0) {
+    if (!std::filesystem::is_regular_file(path, error) ||
+        std::filesystem::file_size(path, error) > PATH_MAX || ReadText(path, content) != 0) {
         return;
     }
     if (!content.empty() && content.back() == '\n') {
@@ -28,9 +26,9 @@ void ExamineDebugSettings(std::vector<Finding>& findings) {
     }
     if (StartsWith(content, "/")) {
         findings.push_back({"debug settings", Health::kBad,
-                            std::string(kDebugSettingsPath) + " names " + Printable(content) +
+                            Printable(path) + " names " + Printable(content) +
                                 ": the service makes the mapping of that file fail",
-                            std::string("empty the file ") + kDebugSettingsPath});
+                            "empty the file " + Printable(path)});
     }
 }
 

@@ -47,7 +47,7 @@ TEST_F(DeviceReportTest, EachFindingHasItsLine) {
                   "/new\n"
                   "  2 units set that no pinned file needs: 128.0 KiB of the cache held for "
                   "nothing\n"
-                  "  the driver has other bits than the bitmap file\n"
+                  "  the driver lacks bits of the bitmap file\n"
                   "  4 units of 4 not in the cache\n"
                   "  3 units set in the file and not in the driver's bitmap\n"
                   "  1 unit set in the driver's bitmap and not in the file\n"

@@ -48,7 +48,7 @@ TEST_F(PinHealthTest, EachStateHasItsWordAndItsExitStatus) {
         {"the driver lacks a bit", [&] { WriteFile(dir_ / "pinned", "\x01"); },
          PinHealth::kNotInForce, 8},
         {"the driver has one more", [&] { WriteFile(dir_ / "pinned", "\x07"); },
-         PinHealth::kNotInForce, 8},
+         PinHealth::kDiffers, 1},
         {"as many units as the cache holds",
          [&] {
              Pinned("b", {{2 * kUnit, 14 * kUnit}});

@@ -44,7 +44,10 @@ TEST_F(CheckVerbTest, RepairTellsWhatItDid) {
     EXPECT_EQ(Shape(report["repair"]), "actions:a left:a requests:n unitsCleared:n unitsSet:n");
     EXPECT_EQ(report["repair"]["requests"], 0);
     EXPECT_EQ(report["repair"]["unitsSet"], 1);
-    EXPECT_EQ(Shape(report["volumes"][0]), Shape(report["volumesAfterRepair"][0]));
+    Json::Value after = report["volumesAfterRepair"][0];
+    EXPECT_TRUE(after["remedy"].isNull());
+    after["remedy"] = "";
+    EXPECT_EQ(Shape(report["volumes"][0]), Shape(after));
 }
 
 TEST_F(CheckVerbTest, WhatAgreesAndWhatDoesNotIsSaidInWords) {

@@ -1,12 +1,9 @@
 // SPDX-License-Identifier: MIT
 // What the doctor finds in the debug settings and in the copies of the list.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include "client/verbs/doctor.h"
 #include "tests/unit/client/client_test.h"
-#include "tests/unit/support/fake_files.h"
-#include "util/log.h"
 
 namespace client {
 
@@ -17,14 +14,13 @@ class DoctorFilesTest : public ClientTest {
     void SetUp() override {
         ClientTest::SetUp();
         settings_ = dir_ / "debug";
-        RedirectPath(kDebugSettingsPath, settings_);
     }
 
     // What the doctor says of settings with this content; empty when nothing.
     std::string Said(const std::string& content) {
         std::vector<Finding> findings;
         WriteFile(settings_, content);
-        ExamineDebugSettings(findings);
+        ExamineDebugSettings(settings_, findings);
         return findings.empty() ? "" : findings[0].text;
     }
 
@@ -40,14 +36,14 @@ class DoctorFilesTest : public ClientTest {
 
 TEST_F(DoctorFilesTest, SettingsThatMakeAMappingFailAreNamed) {
     std::vector<Finding> findings;
-    ExamineDebugSettings(findings);
+    ExamineDebugSettings(settings_, findings);
     EXPECT_TRUE(findings.empty()) << "it is not there";
     EXPECT_EQ(Said(""), "");
     EXPECT_EQ(Said("print_level=debug\n"), "");
     EXPECT_EQ(Said(std::string("/") + std::string(5000, 'x')), "") << "too long for a path";
     EXPECT_NE(Said("/mnt/a/x").find(" names /mnt/a/x: "), std::string::npos);
     EXPECT_NE(Said("/mnt/a/x\n").find(" names /mnt/a/x: "), std::string::npos);
-    ExamineDebugSettings(findings);
+    ExamineDebugSettings(settings_, findings);
     ASSERT_EQ(findings.size(), 1U);
     EXPECT_EQ(findings[0].health, Health::kBad);
 }
