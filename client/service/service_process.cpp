@@ -117,12 +117,9 @@ std::string PathFromHere(const std::string& task, const std::string& path) {
     // A service that was started by hand may name its file from where it was started.
     const std::string absolute = path[0] == '/' ? path : ReadLink(task + "/cwd") + "/" + path;
     const std::string through = task + "/root" + absolute;
-    // Another user's root is not to be seen, and is mostly this one.
-    if (geteuid() != 0 && access((task + "/root").c_str(), R_OK) != 0) {
-        return absolute;
-    }
-    // The file itself need not be there yet.
-    return AreOneFile(DirectoryOf(absolute), DirectoryOf(through)) ? absolute : through;
+    // Another user's root is not to be seen, and mostly this one. The file need not be there yet.
+    const bool seen = geteuid() == 0 || access((task + "/root").c_str(), R_OK) == 0;
+    return !seen || AreOneFile(DirectoryOf(absolute), DirectoryOf(through)) ? absolute : through;
 }
 
 std::string UserOf(const std::string& task) {
@@ -141,23 +138,18 @@ bool IsConfigOfAny(const std::vector<ServiceProcess>& services, const std::strin
     });
 }
 
-// Whether the process has this IPC namespace, and so this message queue. Of another user's process
-// only root may see that: for others it is enough that it is in no PID namespace below this one, as
-// a container's is.
+// Returns in how many PID namespaces the process is, one within the other.
+ptrdiff_t NestingOf(const std::string& task) {
+    const std::string status = ReadAll(task + "/status") + "NSpid:\n";
+    const std::string numbers = status.substr(status.find("NSpid:"));
+    return std::count(numbers.begin(), std::find(numbers.begin(), numbers.end(), '\n'), '\t');
+}
+
+// Whether the process has this IPC namespace, and so this queue. Only root sees that of another
+// user's process: for others it is enough that it is in no container below.
 bool SharesQueue(const std::string& task, const std::string& ipc) {
     const std::string its = ReadLink(task + "/ns/ipc");
-    if (!its.empty() || geteuid() == 0) {
-        return its == ipc;
-    }
-    const std::string status = ReadAll(task + "/status");
-    const std::string own = ReadAll("/proc/self/status");
-    const auto levels = [](const std::string& text) {
-        const size_t begin = std::min(text.find("NSpid:"), text.size());
-        const size_t end = std::min(text.find('\n', begin), text.size());
-        return std::count(text.begin() + static_cast<ptrdiff_t>(begin),
-                          text.begin() + static_cast<ptrdiff_t>(end), '\t');
-    };
-    return levels(status) == levels(own);
+    return its.empty() && geteuid() != 0 ? NestingOf(task) == NestingOf("/proc/self") : its == ipc;
 }
 
 bool IsService(const std::string& task) {
@@ -168,9 +160,7 @@ bool IsService(const std::string& task) {
 }  // namespace
 
 bool RefreshService(ServiceProcess& service) {
-    service.intakeAlive = false;
-    service.workerAlive = false;
-    service.stopped = false;
+    service.intakeAlive = service.workerAlive = service.stopped = false;
     service.thread = 0;
     // Either thread may end without the other; both are needed.
     for (const pid_t thread : NumbersIn("/proc/" + std::to_string(service.pid) + "/task")) {
@@ -282,8 +272,7 @@ bool FindConfigPath(const std::string& given, std::string& path, std::string& wh
     }
     if (path.empty()) {
         why = "the service " + std::string(NoServiceText()) +
-              ", so its configuration file is not known; "
-              "--config-path names it";
+              ", so its configuration file is not known; --config-path names it";
     }
     return !path.empty();
 }

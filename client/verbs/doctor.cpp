@@ -95,8 +95,7 @@ void Examination::Queue() {
     }
     result_.queue = queue_.id;
     const struct passwd* const user = getpwuid(queue_.owner);
-    char mode[8];
-    // As chmod and ipcs write it.
+    char mode[8];  // as chmod and ipcs write it
     snprintf(mode, sizeof(mode), "%04o", queue_.mode);
     const std::string text = "id " + std::to_string(queue_.id) + ", owner " +
                              (user != nullptr ? user->pw_name : std::to_string(queue_.owner)) +

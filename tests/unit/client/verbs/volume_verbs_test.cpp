@@ -84,6 +84,18 @@ TEST_F(VolumeVerbsTest, WithNothingMissingNothingIsSent) {
               "exitStatus:n schema:n sent:n verb:s volumes:a");
 }
 
+TEST_F(VolumeVerbsTest, PinsThatNoCacheKeepsAreNotSaidToBeInIt) {
+    WriteBitmap({1, 2});
+    g_platform.stats["/dev/ssd1"].state = 0;
+    const CallResult result = Run({"reload", "--missing"});
+    EXPECT_EQ(result.status, kExitNotInForce);
+    EXPECT_EQ(result.out, "nothing was sent\n");
+    EXPECT_NE(
+        result.talk.find(mount_ + ": what is pinned is not in force: the cache does not serve"),
+        std::string::npos)
+        << result.talk;
+}
+
 TEST_F(VolumeVerbsTest, AWaitThatCannotEndSendsNothing) {
     const int queue = MakeQueue();
     config_ = dir_ / "missing";
