@@ -23,6 +23,25 @@ Record DescribeListed(const DeviceState& device, const PinnedFile& pinned) {
              IfKnown(device.view.residency.known, device.absent.CountIn(pinned.units)));
 }
 
+// What keeps the pins from being in force, or in the cache.
+void AddCacheFindings(const DeviceState& device, Record& record) {
+    const VolumeView& view = device.view;
+    const std::string notInForce = WhyNotInForce(view, device.listed.size());
+    if (!notInForce.empty()) {
+        record.Line(Toned(Tone::kBad, notInForce));
+    }
+    if (IsMoreThanCache(view.residency, view.bits.Count())) {
+        record.Line(Toned(Tone::kBad, HumanBytes(view.bits.Count() * kUnitBytes) +
+                                          " are pinned, the cache holds " +
+                                          HumanBytes(view.residency.cacheSize)));
+    }
+    if (const uint64_t absent = device.absent.Count()) {
+        record.Line(Toned(Tone::kWarn, Counted(absent, "unit") + " of " +
+                                           std::to_string(view.bits.Count()) +
+                                           " not in the cache"));
+    }
+}
+
 // One line for each way in which bitmap file, driver and list differ.
 void AddFindings(const DeviceState& device, Record& record) {
     const VolumeView& view = device.view;
@@ -33,18 +52,7 @@ void AddFindings(const DeviceState& device, Record& record) {
         bad(Counted(surplus, "unit") + " set that no pinned file needs: " +
             HumanBytes(surplus * kUnitBytes) + " of the cache held for nothing");
     }
-    const std::string notInForce = WhyNotInForce(view, device.listed.size());
-    if (!notInForce.empty()) {
-        bad(notInForce);
-    }
-    if (IsMoreThanCache(view.residency, view.bits.Count())) {
-        bad(HumanBytes(view.bits.Count() * kUnitBytes) + " are pinned, the cache holds " +
-            HumanBytes(view.residency.cacheSize));
-    }
-    if (const uint64_t absent = device.absent.Count()) {
-        warn(Counted(absent, "unit") + " of " + std::to_string(view.bits.Count()) +
-             " not in the cache");
-    }
+    AddCacheFindings(device, record);
     if (const uint64_t lacks = device.driverLacks.Count()) {
         bad(Counted(lacks, "unit") + " set in the file and not in the driver's bitmap");
     }
