@@ -22,11 +22,15 @@ constexpr char kAppFooter[] =
     "  2  usage\n"
     "  3  the service, its queue or its configuration file is not there\n"
     "  4  timed out\n"
-    "  5  refused before anything was sent";
+    "  5  refused before anything was sent\n"
+    "  6  pinned, not in the cache yet\n"
+    "  7  more pinned than the cache holds\n"
+    "  8  pinned, not in force: no cache, or it lacks bits";
 
 constexpr VerbHelp kPinHelp = {
     "pin", "Pin files into their volume's cache",
     "Every file is checked first; when one is refused, nothing is sent unless -k is given.\n"
+    "Files that do not fit into the cache are refused, unless --overcommit is given.\n"
     "\n"
     "Examples:\n"
     "  quorcachepinctl pin --wait /mnt/pool1/db/index.db\n"
@@ -88,11 +92,12 @@ constexpr VerbHelp kHealthHelp = {
     "  quorcachepinctl health --restart"};
 
 constexpr VerbHelp kCheckHelp = {
-    "check", "Compare the pinned files with the bitmap and the driver",
+    "check", "Compare the pinned files with the bitmap, the driver and the cache",
     "Finds bits that are missing (a file grew, was rewritten, a shared unit was cleared), bits\n"
-    "that no pinned file needs, and files that are gone, were replaced or renamed. With the\n"
-    "service running, --repair pins what is missing and names what is left. While no service\n"
-    "runs, or with --restart, it sets list, bitmap and driver right altogether.\n"
+    "that no pinned file needs, files that are gone, were replaced or renamed, and units that\n"
+    "are not in the cache. With the service running, --repair pins what is missing and names\n"
+    "what is left. While no service runs, or with --restart, it sets list, bitmap and driver\n"
+    "right altogether.\n"
     "\n"
     "Examples:\n"
     "  quorcachepinctl check\n"

@@ -82,9 +82,10 @@ CLI::App& AddVolumeVerb(CLI::App& app, const VerbHelp& help, int (*run)(const Vo
 }
 
 void AddRequestVerbs(CLI::App& app, Parsed& parsed) {
-    AddFileVerb(app, kPinHelp, PinVerb, parsed)
-        .add_flag("--link", parsed.file.list.link,
-                  "Pin files that no request can name by hard links with plain names");
+    CLI::App& pin = AddFileVerb(app, kPinHelp, PinVerb, parsed);
+    pin.add_flag("--link", parsed.file.list.link,
+                 "Pin files that no request can name by hard links with plain names");
+    pin.add_flag("--overcommit", parsed.file.overcommit, "Pin more than the volume's cache holds");
     AddFileVerb(app, kUnpinHelp, UnpinVerb, parsed)
         // A flag that says no cannot be bound to what it turns off.
         .add_flag_callback(

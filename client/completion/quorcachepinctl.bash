@@ -22,7 +22,7 @@ _quorcachepinctl() {
             mapfile -t COMPREPLY < <(compgen -W "$verbs" -- "$cur")
             return
             ;;
-        pin) options="$common $waiting $files --send-timeout --link" ;;
+        pin) options="$common $waiting $files --send-timeout --link --overcommit" ;;
         unpin) options="$common $waiting $files --send-timeout --no-repin" ;;
         reload) options="$common $waiting --send-timeout --missing" ;;
         pend | release) options="$common --send-timeout" ;;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "client/pins/pin_health.h"
 #include "client/show/output.h"
 #include "client/volume/plain_links.h"
 
@@ -17,7 +18,28 @@ uint64_t MissingOf(const DeviceState& device, const PinnedFile& pinned) {
 Record DescribeListed(const DeviceState& device, const PinnedFile& pinned) {
     return DescribeEntry(pinned)
         .Add("units", CountUnits(pinned.units))
-        .Add("unitsMissing", MissingOf(device, pinned));
+        .Add("unitsMissing", MissingOf(device, pinned))
+        .Add("unitsAbsent",
+             IfKnown(device.view.residency.known, device.absent.CountIn(pinned.units)));
+}
+
+// What keeps the pins from being in force, or in the cache.
+void AddCacheFindings(const DeviceState& device, Record& record) {
+    const VolumeView& view = device.view;
+    const std::string notInForce = WhyNotInForce(view, device.listed.size());
+    if (!notInForce.empty()) {
+        record.Line(Toned(Tone::kBad, notInForce));
+    }
+    if (IsMoreThanCache(view.residency, view.bits.Count())) {
+        record.Line(Toned(Tone::kBad, HumanBytes(view.bits.Count() * kUnitBytes) +
+                                          " are pinned, the cache holds " +
+                                          HumanBytes(view.residency.cacheSize)));
+    }
+    if (const uint64_t absent = device.absent.Count()) {
+        record.Line(Toned(Tone::kWarn, Counted(absent, "unit") + " of " +
+                                           std::to_string(view.bits.Count()) +
+                                           " not in the cache"));
+    }
 }
 
 // One line for each way in which bitmap file, driver and list differ.
@@ -30,6 +52,7 @@ void AddFindings(const DeviceState& device, Record& record) {
         bad(Counted(surplus, "unit") + " set that no pinned file needs: " +
             HumanBytes(surplus * kUnitBytes) + " of the cache held for nothing");
     }
+    AddCacheFindings(device, record);
     if (const uint64_t lacks = device.driverLacks.Count()) {
         bad(Counted(lacks, "unit") + " set in the file and not in the driver's bitmap");
     }
@@ -63,6 +86,8 @@ void AddNumbers(const DeviceState& device, Record& record) {
         .Add("unitsSet", device.view.bits.Count())
         .Add("unitsNeeded", device.needed.Count())
         .Add("unitsMissing", device.missing.Count())
+        .Add("unitsAbsent", IfKnown(tells, device.absent.Count()))
+        .Add("cacheBytes", IfKnown(tells, device.view.residency.cacheSize))
         .Add("unitsSurplus", device.surplus.Count())
         .Add("unitsWithoutBit", device.withoutBit)
         .Add("unitsDriverLacks", IfKnown(tells, device.driverLacks.Count()))
@@ -81,6 +106,30 @@ std::string MainPath(const DeviceState& device) {
         }
     }
     return device.mounts.front()->mountPath;
+}
+
+// A file is good when it lies where it was, all its bits are set and in force, and what was written
+// of it is in the cache, as far as that tells.
+bool IsGood(const DeviceState& device, const PinnedFile& pinned, bool inForce) {
+    return inForce && Remark(device, pinned).empty() && device.absent.CountIn(pinned.units) == 0;
+}
+
+// The headline: the word for the state, and the numbers.
+std::string Summary(const DeviceState& device, PinHealth health, const std::string& name) {
+    const auto good =
+        std::count_if(device.listed.begin(), device.listed.end(), [&](const PinnedFile& pinned) {
+            return IsGood(device, pinned, health != PinHealth::kNotInForce);
+        });
+    std::string text = PinHealthName(health);
+    if (health != PinHealth::kNothing) {
+        text += ": " + std::to_string(good) + " of " + Counted(device.listed.size(), "file") +
+                " good, " + Counted(device.view.bits.Count(), "unit") + " set";
+    }
+    for (const Volume* const mount : device.mounts) {
+        // An operator who looks for a path should find it here.
+        text += mount->mountPath == name ? "" : "; also mounted at " + Printable(mount->mountPath);
+    }
+    return text;
 }
 
 Json::Value MountPaths(const DeviceState& device) {
@@ -118,24 +167,18 @@ Record DescribeEntry(const PinnedFile& pinned) {
 Record DescribeDevice(const DeviceState& device) {
     Record record;
     std::vector<Record> files;
-    const bool agrees = Agrees(device);
+    const PinHealth health = HealthOf(device);
     const std::string name = MainPath(device);
-    const auto good = std::count_if(
-        device.listed.begin(), device.listed.end(),
-        [&device](const PinnedFile& pinned) { return Remark(device, pinned).empty(); });
-    std::string text = std::to_string(good) + " of " + Counted(device.listed.size(), "file") +
-                       " good, " + Counted(device.view.bits.Count(), "unit") + " set";
-    for (const Volume* const mount : device.mounts) {
-        // An operator who looks for a path should find it here.
-        text += mount->mountPath == name ? "" : "; also mounted at " + Printable(mount->mountPath);
-    }
+    const std::string remedy = RemedyFor(health);
     record
         .Headline(Toned(Tone::kStrong, Printable(name)) + ": " +
-                  Toned(agrees ? Tone::kGood : Tone::kBad, text))
+                  Toned(ToneOf(health), Summary(device, health, name)))
         .Add("volume", name)
         .Add("mountPaths", MountPaths(device))
         .Add("mounted", true)
-        .Add("agrees", agrees);
+        .Add("state", PinHealthName(health))
+        .Add("agrees", Agrees(device))
+        .Add("remedy", IfAny(remedy));
     for (const PinnedFile& pinned : device.listed) {
         const std::string remark = Remark(device, pinned);
         files.push_back(DescribeListed(device, pinned));
@@ -150,16 +193,18 @@ Record DescribeDevice(const DeviceState& device) {
     record.List("files", files);
     AddNumbers(device, record);
     AddFindings(device, record);
-    return record;
+    return remedy.empty() ? record : record.Line("remedy: " + remedy);
 }
 
 Record DescribeUnmounted(const std::string& mountPath, const std::vector<PinnedFile>& entries) {
     return Record()
         .Headline(Toned(Tone::kStrong, Printable(mountPath)) + ": " +
                   Toned(Tone::kBad, Counted(entries.size(), "file") +
-                                        " listed, cannot be looked at: the volume is not mounted"))
+                                        " listed, cannot be looked at: the volume " +
+                                        WhyNotThere(mountPath)))
         .Add("volume", mountPath)
         .Add("mounted", false)
+        .Add("state", "not mounted")
         .Add("agrees", false)
         .List("files", RecordsOf(entries, DescribeEntry));
 }

@@ -85,6 +85,20 @@ void AddUpNeeds(DeviceState& device) {
     }
 }
 
+// Preallocated blocks get bits, and there is nothing in them to read.
+UnitSet AbsentOf(const VolumeView& view, const std::vector<PinnedFile>& listed) {
+    UnitSet written(view.bits.Bytes().size());
+    UnitSet own = written;
+    if (!view.residency.known) {
+        return written;
+    }
+    for (const PinnedFile& pinned : listed) {
+        own.Put(pinned.units);
+        written.Put(RunsOf(WrittenOf(pinned.file.extents)));
+    }
+    return view.bits.Without(view.residency.resident).Without(own.Without(written));
+}
+
 void CompareBitmaps(DeviceState& device) {
     const VolumeView& view = device.view;
     device.surplus = view.bits.Without(device.needed);
@@ -95,6 +109,7 @@ void CompareBitmaps(DeviceState& device) {
         device.driverLacks = view.bits.Without(view.residency.pinned);
         device.driverSurplus = view.residency.pinned.Without(view.bits);
     }
+    device.absent = AbsentOf(view, device.listed);
     // The service refuses to load more than the device has; a shorter file grows when it is
     // written.
     device.fileTooLong = view.deviceSize > 0 && view.fileBytes > view.bits.Bytes().size();
@@ -180,6 +195,21 @@ std::vector<std::string> UnmountedPaths(const ConfigState& state,
         }
     }
     return paths;
+}
+
+UnitSet FindAbsent(const ConfigState& state, const Volume& volume, const VolumeView& view) {
+    Mapper mapper;
+    std::vector<PinnedFile> listed;
+    const auto pinned = state.pinned.find(volume.mountPath);
+    const UnitSet absent = AbsentOf(view, listed);
+    if (pinned == state.pinned.end() || absent.Count() == 0) {
+        return absent;
+    }
+    listed = InspectAtPaths(pinned->second, volume);
+    for (PinnedFile& file : listed) {
+        MapPinned(file, mapper);
+    }
+    return AbsentOf(view, listed);
 }
 
 bool Agrees(const DeviceState& device) {

@@ -26,6 +26,7 @@ struct DeviceState {
     UnitSet surplus;           // set, and needed by none
     UnitSet driverLacks;       // set in the file, not with the driver; empty when that is not known
     UnitSet driverSurplus;     // with the driver, not set in the file; empty when that is not known
+    UnitSet absent;            // set, written and not in the cache; empty when that is not known
     uint64_t withoutBit = 0;   // units of listed files in the device's tail, which has no bits
     bool fileTooLong = false;  // the bitmap file is longer than the bitmap: every request fails
     std::string uncertain;     // why no unit may be cleared, in words; empty when they may be
@@ -50,6 +51,11 @@ bool IsMountOf(const DeviceState& device, const std::string& mountPath);
 // Returns the mount paths that have listed files and no volume mounted at them.
 std::vector<std::string> UnmountedPaths(const ConfigState& state,
                                         const std::vector<Volume>& volumes);
+
+// Returns the units that are set and not in the cache, without those that the listed files have and
+// never wrote: nothing reads these. Looks at the files only when units are not in the cache, and
+// only at their paths.
+UnitSet FindAbsent(const ConfigState& state, const Volume& volume, const VolumeView& view);
 
 // Returns whether list, disk, bitmap file and driver agree.
 bool Agrees(const DeviceState& device);

@@ -116,8 +116,13 @@ Explanation Explain(const FileRef& file, const ServiceState& service,
     explanation.file.fate = Fate::kThere;
     MapPinned(explanation.file, mapper);
     ReadList(service.state, explanation);
-    // A set has room only for units that have a bit; the runs have all.
-    UnitSet own(explanation.device.view.bits.Bytes().size());
+    // A set has room only for units that have a bit; the runs have all. Without a cache it is not
+    // known which have none.
+    const VolumeView& view = explanation.device.view;
+    const UnitRuns& units = explanation.file.units;
+    UnitSet own(view.deviceSize > 0 || units.empty()
+                    ? view.bits.Bytes().size()
+                    : static_cast<size_t>(units.back().last / 8 + 1));
     own.Put(explanation.file.units);
     explanation.counts = CountUnits(explanation.device.view, own);
     explanation.units = CountUnits(explanation.file.units);
@@ -166,7 +171,7 @@ std::string WhyNotResident(const Explanation& explanation) {
                " of it were never written, and the service does not read those";
     }
     // Everything is in order but the contents.
-    return view.bits.Count() * kUnitBytes > view.residency.cacheSize
+    return IsMoreThanCache(view.residency, view.bits.Count())
                ? "more is pinned than the cache holds"
                : "it was not read since the cache began, or the reading was interrupted or failed; "
                  "reload reads it";

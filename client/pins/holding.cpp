@@ -63,9 +63,10 @@ void CountAbsent(const VolumeView& view, const UnitSet& written, Holding& holdin
     holding.absent = written.CountWithout(residency.resident);
     if (holding.absent > 0) {
         // With more pinned than it holds, a cache reads what it can and drops the rest.
-        const uint64_t pinned = view.bits.Count() * kUnitBytes;
-        holding.whyAbsent = pinned > residency.cacheSize
-                                ? HumanBytes(pinned) + " are pinned, the cache holds " +
+        const uint64_t pinned = view.bits.Count();
+        holding.whyAbsent = IsMoreThanCache(residency, pinned)
+                                ? HumanBytes(pinned * kUnitBytes) +
+                                      " are pinned, the cache holds " +
                                       HumanBytes(residency.cacheSize)
                                 : "the reading was interrupted or failed, the service's log says "
                                   "why; reload reads again";

@@ -4,6 +4,7 @@
 #include <errno.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "client/show/output.h"
 #include "client/show/text.h"
@@ -207,7 +208,7 @@ std::vector<PinnedFile> UnmountedEntries(const std::vector<StoredFile>& entries,
         pinned.entry = entry;
         pinned.mountPath = mountPath;
         // Until somebody has looked.
-        pinned.why = "its volume is not mounted";
+        pinned.why = "its volume " + WhyNotThere(mountPath);
         all.push_back(std::move(pinned));
     }
     return all;
@@ -219,7 +220,10 @@ void MapPinned(PinnedFile& pinned, Mapper& mapper) {
     }
     // Not "there, and needs nothing": its units would be cleared as nobody's.
     if (mapper.Map(pinned.file) == MapOutcome::kFailed) {
-        Settle(pinned, Fate::kUnknown, "its extents cannot be read");
+        Settle(pinned, Fate::kUnknown,
+               access(pinned.file.path.c_str(), R_OK) == 0 || geteuid() == 0
+                   ? "its extents cannot be read"
+                   : "its extents cannot be read: that needs root");
         return;
     }
     pinned.units = RunsOf(pinned.file.extents);

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "client/pins/pinned_file.h"
 #include "client/show/output.h"
 #include "client/volume/volume_view.h"
 
@@ -94,7 +95,37 @@ Record DescribePriceOn(const Volume& volume, bool pin, const std::vector<FileRef
                         CacheText(cacheSize, now * kUnitBytes, then * kUnitBytes));
 }
 
+// The volume's bits as they will be when what is queued has been carried out.
+UnitSet PinnedAndQueued(const ConfigState& state, const Volume& volume, const VolumeView& view) {
+    Mapper mapper;
+    UnitSet bits = view.bits;
+    for (PinnedFile& queued : InspectAtPaths(QueuedToPin(state, volume.mountPath), volume)) {
+        MapPinned(queued, mapper);
+        bits.Put(queued.units);
+    }
+    return bits;
+}
+
 }  // namespace
+
+std::vector<std::string> FindOvercommits(const ConfigState& state,
+                                         const std::vector<FileRef>& files) {
+    std::vector<std::string> texts;
+    for (const VolumeFiles& group : GroupByVolume(files)) {
+        const VolumeView view = LookAt(*group.volume);
+        UnitSet then = PinnedAndQueued(state, *group.volume, view);
+        const uint64_t now = then.Count();
+        then.Put(RunsOf(ExtentsOf(group.files)));
+        // What is pinned already costs nothing, however much there is of it.
+        if (then.Count() > now && IsMoreThanCache(view.residency, then.Count())) {
+            texts.push_back(
+                Printable(group.volume->mountPath) + ": " + HumanBytes(now * kUnitBytes) +
+                " pinned or queued and " + HumanBytes((then.Count() - now) * kUnitBytes) +
+                " more do not fit into the cache of " + HumanBytes(view.residency.cacheSize));
+        }
+    }
+    return texts;
+}
 
 std::vector<Record> DescribePrices(bool pin, const std::vector<FileRef>& files,
                                    const std::vector<FileRef>& repinned,

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "client/service/config_state.h"
 #include "client/show/report.h"
 #include "client/volume/file_ref.h"
 
@@ -19,5 +20,11 @@ namespace client {
 std::vector<Record> DescribePrices(bool pin, const std::vector<FileRef>& files,
                                    const std::vector<FileRef>& repinned,
                                    const std::map<std::string, size_t>& requests);
+
+// Returns, for each volume of whose cache the files would have more pinned than it holds, the sum
+// in words. What is queued to be pinned counts as pinned. A volume whose files need no further
+// unit, or whose cache does not tell its size, is left out.
+std::vector<std::string> FindOvercommits(const ConfigState& state,
+                                         const std::vector<FileRef>& files);
 
 }  // namespace client

@@ -42,8 +42,7 @@ std::string WhyNotRegular(const std::string& given, const struct stat& status) {
         return "is a symbolic link to " + Printable(error ? "?" : target) +
                "; name the file that it leads to";
     }
-    return S_ISDIR(status.st_mode) ? "is a directory; -r takes the files below it"
-                                   : "is not a regular file";
+    return S_ISDIR(status.st_mode) ? kIsDirectory : "is not a regular file";
 }
 
 // Stores the path with its directory resolved and its last component as it is.
@@ -117,7 +116,7 @@ bool ExamineFile(const std::string& given, const std::vector<Volume>& volumes, F
     // By the path alone; the next question is whether that is true.
     file.volume = FindVolumeOf(file.path, volumes);
     if (file.volume == nullptr || stat(file.volume->mountPath.c_str(), &mount) != 0) {
-        why = "lies on no volume that the service knows";
+        why = WhyOnNoVolume();
         return false;
     }
     // The service would look for the inode on the volume, and may find another file by that number.

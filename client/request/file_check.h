@@ -11,6 +11,9 @@
 
 namespace client {
 
+// Why a directory is refused; a verb that walks directories adds how.
+constexpr char kIsDirectory[] = "is a directory";
+
 // A file that must not be named in a request.
 struct Refusal {
     std::string path;  // as it was given

@@ -62,6 +62,7 @@ void Collector::TakeFile(const std::string& path, bool named) {
     const bool taken = ExamineFile(path, volumes_, file, why);
     const bool linkable = !taken && CanBeLinked(file);
     if (!taken && !(linkable && options_.link)) {
+        why += why == kIsDirectory ? "; -r takes the files below it" : "";
         list_.refusals.push_back({path, why});
         list_.linkable += linkable ? 1 : 0;
     } else if (file.size == 0) {

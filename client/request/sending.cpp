@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "client/request/sending.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 
 #include "client/request/watch.h"
@@ -16,17 +18,25 @@ namespace {
 
 constexpr double kRetryPause = 0.02;  // seconds between two tries at a full queue
 
-// A request can be sent while nobody takes it: it waits in the queue. That should not surprise.
-void WarnWhenNobodyListens() {
+// A request can be sent while nobody takes it, and waits in the queue then. Returns why it does, in
+// words; empty when the service works.
+std::string WhyNobodyListens() {
     const std::vector<ServiceProcess> services = FindServices();
-    if (std::any_of(services.begin(), services.end(),
-                    [](const ServiceProcess& service) { return service.intakeAlive; })) {
-        return;
+    std::string why;
+    for (const ServiceProcess& service : services) {
+        if (service.intakeAlive && service.workerAlive && !service.stopped) {
+            return "";
+        }
+        why = service.stopped ? "the service was stopped by a signal; the requests wait until it "
+                                "is continued (kill -CONT)"
+              : service.intakeAlive
+                  ? "the service's worker has ended; the requests wait until it is started again "
+                    "(doctor may tell why)"
+                  : "the service's intake has stopped; the requests wait until it is started again "
+                    "(doctor may tell why)";
     }
-    Say(services.empty()
-            ? "warning: the service does not run here; requests wait in the queue for its start"
-            : "warning: the service's intake has stopped; requests wait in the queue until it is "
-              "started again (doctor may tell why)");
+    return services.empty() ? "the service does not run here; the requests wait until it is started"
+                            : why;
 }
 
 // Takes vanished files out of the message. Returns whether there were any.
@@ -76,7 +86,10 @@ int SendAll(std::vector<Message>& messages, unsigned patience, size_t& sent) {
         Say(why);
         return kExitNoService;
     }
-    WarnWhenNobodyListens();  // a warning alone: a queue is there to be waited in
+    // Sent all the same: a queue is there to be waited in.
+    const std::string nobody = WhyNobodyListens();
+    // Only root sees every process; for others the one that they do not see may well be at work.
+    const bool unseen = !nobody.empty() && geteuid() != 0 && FindServices().empty();
     while (sent < messages.size()) {
         // Just before it goes: a full queue may have kept it waiting for minutes.
         if (CheckAgain(messages[sent])) {
@@ -95,7 +108,10 @@ int SendAll(std::vector<Message>& messages, unsigned patience, size_t& sent) {
         }
         ++sent;
     }
-    return partly ? kExitPartly : kExitDone;
+    if (!nobody.empty()) {
+        Say(unseen ? std::string("warning: the service ") + NoServiceText() : nobody);
+    }
+    return !nobody.empty() && !unseen ? kExitNoService : partly ? kExitPartly : kExitDone;
 }
 
 int SendAndWait(std::vector<Message>& messages, const std::string& configPath,

@@ -22,7 +22,8 @@ struct SendOptions {
 
 // Sends all messages in order, or says why it could not and how many were sent; stores that number.
 // Files that have vanished since they were checked are named and taken out first; a message left
-// without files is dropped. Returns kExitDone, kExitPartly when files had vanished, or the exit
+// without files is dropped. Returns kExitDone, kExitPartly when files had vanished, kExitNoService
+// when nobody takes the requests or carries them out, which then wait in the queue, or the exit
 // status of the failure.
 int SendAll(std::vector<Message>& messages, unsigned patience, size_t& sent);
 

@@ -58,13 +58,12 @@ std::string TaskPath(pid_t pid, pid_t thread) {
     return "/proc/" + std::to_string(pid) + "/task/" + std::to_string(thread);
 }
 
-// Whether the thread runs or sleeps, and has not ended.
-bool IsLiving(pid_t pid, pid_t thread) {
+// The kernel's letter for what the thread does; 0 when there is none.
+char StateOf(pid_t pid, pid_t thread) {
     // The name stands in brackets and may hold brackets itself; the state follows the last one.
     const std::string status = ReadAll(TaskPath(pid, thread) + "/stat");
     const size_t name = status.rfind(')');
-    return name != std::string::npos && name + 2 < status.size() && status[name + 2] != 'Z' &&
-           status[name + 2] != 'X';
+    return name != std::string::npos && name + 2 < status.size() ? status[name + 2] : '\0';
 }
 
 std::vector<std::string> Arguments(const std::string& task) {
@@ -118,8 +117,9 @@ std::string PathFromHere(const std::string& task, const std::string& path) {
     // A service that was started by hand may name its file from where it was started.
     const std::string absolute = path[0] == '/' ? path : ReadLink(task + "/cwd") + "/" + path;
     const std::string through = task + "/root" + absolute;
-    // The file itself need not be there yet.
-    return AreOneFile(DirectoryOf(absolute), DirectoryOf(through)) ? absolute : through;
+    // Another user's root is not to be seen, and mostly this one. The file need not be there yet.
+    const bool seen = geteuid() == 0 || access((task + "/root").c_str(), R_OK) == 0;
+    return !seen || AreOneFile(DirectoryOf(absolute), DirectoryOf(through)) ? absolute : through;
 }
 
 std::string UserOf(const std::string& task) {
@@ -138,6 +138,20 @@ bool IsConfigOfAny(const std::vector<ServiceProcess>& services, const std::strin
     });
 }
 
+// Returns in how many PID namespaces the process is, one within the other.
+ptrdiff_t NestingOf(const std::string& task) {
+    const std::string status = ReadAll(task + "/status") + "NSpid:\n";
+    const std::string numbers = status.substr(status.find("NSpid:"));
+    return std::count(numbers.begin(), std::find(numbers.begin(), numbers.end(), '\n'), '\t');
+}
+
+// Whether the process has this IPC namespace, and so this queue. Only root sees that of another
+// user's process: for others it is enough that it is in no container below.
+bool SharesQueue(const std::string& task, const std::string& ipc) {
+    const std::string its = ReadLink(task + "/ns/ipc");
+    return its.empty() && geteuid() != 0 ? NestingOf(task) == NestingOf("/proc/self") : its == ipc;
+}
+
 bool IsService(const std::string& task) {
     const std::vector<std::string> arguments = Arguments(task);
     return !arguments.empty() && NameOf(arguments[0]) == kProgramName;
@@ -146,12 +160,14 @@ bool IsService(const std::string& task) {
 }  // namespace
 
 bool RefreshService(ServiceProcess& service) {
-    service.intakeAlive = false;
-    service.workerAlive = false;
+    service.intakeAlive = service.workerAlive = service.stopped = false;
     service.thread = 0;
     // Either thread may end without the other; both are needed.
     for (const pid_t thread : NumbersIn("/proc/" + std::to_string(service.pid) + "/task")) {
-        if (IsLiving(service.pid, thread)) {
+        const char state = StateOf(service.pid, thread);
+        // Ended, and not yet collected.
+        if (state != '\0' && state != 'Z' && state != 'X') {
+            service.stopped = service.stopped || state == 'T';
             service.thread = thread;
             (thread == service.pid ? service.intakeAlive : service.workerAlive) = true;
         }
@@ -172,7 +188,7 @@ std::vector<ServiceProcess> FindServices() {
         }
         const std::string task = TaskPath(pid, service.thread);
         // One in another namespace has another queue: a container's, say.
-        if (!IsService(task) || ReadLink(task + "/ns/ipc") != ipc) {
+        if (!IsService(task) || !SharesQueue(task, ipc)) {
             continue;
         }
         service.configPath = PathFromHere(task, ConfigArgument(Arguments(task)));
@@ -255,9 +271,8 @@ bool FindConfigPath(const std::string& given, std::string& path, std::string& wh
         path = service.configPath;
     }
     if (path.empty()) {
-        why =
-            "the service does not run here, so its configuration file is not known; "
-            "--config-path names it";
+        why = "the service " + std::string(NoServiceText()) +
+              ", so its configuration file is not known; --config-path names it";
     }
     return !path.empty();
 }

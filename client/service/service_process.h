@@ -15,6 +15,7 @@ struct ServiceProcess {
     pid_t thread = 0;          // one that lives; its directory in /proc can be read
     bool intakeAlive = false;  // the main thread
     bool workerAlive = false;  // any other thread
+    bool stopped = false;      // by a signal: it does nothing until it is continued
     std::string configPath;    // as this process sees it; empty when it was not given
     std::string user;
 };

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <set>
 
 #include "client/show/output.h"
 #include "client/show/text.h"
@@ -68,14 +69,6 @@ std::map<std::string, size_t> CountFiles(const Json::Value& lists) {
         counts[mountPath] = lists[mountPath][kFilesKey].size();
     }
     return counts;
-}
-
-size_t Sum(const std::map<std::string, size_t>& counts) {
-    size_t sum = 0;
-    for (const auto& [mountPath, files] : counts) {
-        sum += files;
-    }
-    return sum;
 }
 
 // What the copy lists and `now` has lost: a volume's whole list, or more than half of everything.
@@ -150,6 +143,42 @@ bool TakeThePlace(const StoreCopy& copy, const Json::Value& document, const std:
 }
 
 }  // namespace
+
+size_t Sum(const std::map<std::string, size_t>& counts) {
+    size_t sum = 0;
+    for (const auto& [mountPath, files] : counts) {
+        sum += files;
+    }
+    return sum;
+}
+
+std::map<std::string, size_t> FilesNotListed(const StoreCopy& copy, const ConfigState& now) {
+    ConfigState before;
+    std::string why;
+    std::map<std::string, size_t> lost;
+    if (!copy.good || !ReadConfigState(copy.path, before, why)) {
+        return lost;
+    }
+    for (const auto& [mountPath, files] : before.pinned) {
+        std::set<uint32_t> inodes;
+        std::set<std::string> paths;
+        const auto listed = now.pinned.find(mountPath);
+        if (listed != now.pinned.end()) {
+            for (const StoredFile& file : listed->second) {
+                inodes.insert(file.inode);
+                paths.insert(file.relative);
+            }
+        }
+        // A repair lets an entry follow to another path, or to another inode.
+        const auto count = std::count_if(files.begin(), files.end(), [&](const StoredFile& file) {
+            return inodes.count(file.inode) == 0 && paths.count(file.relative) == 0;
+        });
+        if (count > 0) {
+            lost[mountPath] = static_cast<size_t>(count);
+        }
+    }
+    return lost;
+}
 
 std::vector<StoreCopy> ListCopies(const std::string& path) {
     std::vector<StoreCopy> copies;

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "client/service/config_state.h"
 #include "client/service/stored_list.h"
 
 namespace client {
@@ -32,6 +33,13 @@ std::vector<StoreCopy> ListCopies(const std::string& path);
 
 // Returns the newest copy that can be read, null when there is none.
 const StoreCopy* NewestGood(const std::vector<StoreCopy>& copies);
+
+// Returns the sum over all volumes.
+size_t Sum(const std::map<std::string, size_t>& counts);
+
+// Returns how many files, by mount path, the copy lists of which the list has neither the inode nor
+// the path any more. Empty when there are none, or when the copy cannot be read.
+std::map<std::string, size_t> FilesNotListed(const StoreCopy& copy, const ConfigState& now);
 
 // What a copy was made for, and what it tells.
 struct KeptCopy {

@@ -89,6 +89,14 @@ std::string NameOf(const std::string& path) {
     return path.substr(path.find_last_of('/') + 1);
 }
 
+std::string TimeText(time_t time) {
+    char text[64];
+    struct tm parts = {};
+    localtime_r(&time, &parts);
+    strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", &parts);
+    return text;
+}
+
 int ReadText(const std::string& path, std::string& text) {
     errno = 0;
     std::ifstream file(path);

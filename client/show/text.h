@@ -5,6 +5,7 @@
 #include <json/json.h>
 #include <stddef.h>
 #include <stdint.h>
+#include <time.h>
 
 #include <string>
 
@@ -27,6 +28,9 @@ bool StartsWith(const std::string& text, const std::string& start);
 // its last component.
 std::string DirectoryOf(const std::string& path);
 std::string NameOf(const std::string& path);
+
+// Returns the local date and time, as in 2026-01-31 12:34:56.
+std::string TimeText(time_t time);
 
 // Reads a whole file. Returns 0, or the errno that it could not be read with.
 int ReadText(const std::string& path, std::string& text);

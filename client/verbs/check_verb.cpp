@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "client/pins/device_report.h"
+#include "client/pins/pin_health.h"
 #include "client/request/unneeded_links.h"
 #include "client/service/config_state.h"
 #include "client/service/queue.h"
@@ -26,6 +27,8 @@ struct Scene {
     std::string mountPath;  // empty = all
     std::vector<DeviceState> devices;
     std::vector<std::string> unmounted;
+    bool judged = false;                     // everything could be read
+    PinHealth health = PinHealth::kNothing;  // the worst of them
 };
 
 // Reads everything afresh. Returns an exit status.
@@ -50,10 +53,13 @@ int Look(const CheckOptions& options, Scene& scene, Record& report) {
         scene.unmounted.clear();
     }
     scene.devices = ReadDevices(scene.service.state, scene.volumes, scene.mountPath);
-    return scene.unmounted.empty() &&
-                   std::all_of(scene.devices.begin(), scene.devices.end(), Agrees)
-               ? kExitDone
-               : kExitPartly;
+    // A volume that is not there cannot be told to agree.
+    scene.health = scene.unmounted.empty() ? PinHealth::kNothing : PinHealth::kDiffers;
+    for (const DeviceState& device : scene.devices) {
+        scene.health = std::max(scene.health, HealthOf(device));
+    }
+    scene.judged = true;
+    return ExitStatusOf(scene.health);
 }
 
 void Describe(const Scene& scene, const char* name, Record& report) {
@@ -77,6 +83,7 @@ int RepairAndLook(const CheckOptions& options, Scene& scene, Record& report) {
     }
     int status = Repair(options, scene.service.configPath, scene.mountPath, repair);
     report.Member("repair", DescribeRepair(repair, status == kExitDone));
+    scene.judged = false;
     if (status == kExitDone) {
         status = Look(options, scene, report);
         Describe(scene, "volumesAfterRepair", report);
@@ -129,14 +136,14 @@ int CheckVerb(const CheckOptions& options) {
     Record report;
     Scene scene;
     int status = Look(options, scene, report);
-    if (status == kExitDone || status == kExitPartly) {
+    if (scene.judged) {
         Describe(scene, "volumes", report);
     }
     // What agrees needs no repair, and no restart of the service.
-    if (status == kExitPartly && options.repair) {
+    if (scene.judged && options.repair && scene.health >= PinHealth::kDiffers) {
         status = RepairAndLook(options, scene, report);
     }
-    if (options.repair && (status == kExitDone || status == kExitPartly)) {
+    if (scene.judged && options.repair) {
         TakeLinksAway(scene, report);
     }
     return Finish("check", report, options.common.json, status);

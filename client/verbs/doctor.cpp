@@ -13,6 +13,7 @@
 #include "client/service/config_state.h"
 #include "client/service/queue_look.h"
 #include "client/show/output.h"
+#include "util/log.h"
 #include "util/message_queue.h"
 #include "util/request.h"
 
@@ -36,7 +37,9 @@ class Examination {
         KernelLimits();
         Services();
         Configuration();
-        ExamineVolumes(configPath_, result_.findings);
+        ExamineDebugSettings(kDebugSettingsPath, result_.findings);
+        ExamineCopies(configPath_, state_, result_.findings);
+        ExamineVolumes(state_, result_.findings);
         return std::move(result_);
     }
 
@@ -58,6 +61,7 @@ class Examination {
     Diagnosis result_;
     QueueFacts queue_;
     std::string configPath_;
+    ConfigState state_;
 };
 
 void Examination::KeyFile() {
@@ -91,8 +95,7 @@ void Examination::Queue() {
     }
     result_.queue = queue_.id;
     const struct passwd* const user = getpwuid(queue_.owner);
-    char mode[8];
-    // As chmod and ipcs write it.
+    char mode[8];  // as chmod and ipcs write it
     snprintf(mode, sizeof(mode), "%04o", queue_.mode);
     const std::string text = "id " + std::to_string(queue_.id) + ", owner " +
                              (user != nullptr ? user->pw_name : std::to_string(queue_.owner)) +
@@ -190,12 +193,11 @@ void Examination::Service(const ServiceProcess& service) {
     const std::string text = "process " + std::to_string(service.pid) + " of " + service.user + " ";
     result_.serviceMissing = result_.serviceMissing || !service.intakeAlive || !service.workerAlive;
     // It lives and takes nothing: stopped by a signal, or hanging in a system call.
-    const bool standsStill =
-        service.intakeAlive && result_.queue != -1 && MessagesStandStill(result_.queue);
+    const bool standsStill = service.stopped || (service.intakeAlive && result_.queue != -1 &&
+                                                 MessagesStandStill(result_.queue));
     if (standsStill) {
         result_.serviceMissing = true;
-        Add("service", Health::kBad,
-            text + "takes none of the messages that wait: it hangs, or was stopped",
+        Add("service", Health::kBad, text + "takes no messages: it hangs, or was stopped",
             "continue it (kill -CONT), or start it again");
     } else if (service.intakeAlive && service.workerAlive) {
         Add("service", Health::kGood, text + "takes requests and carries them out");
@@ -245,28 +247,27 @@ void Examination::Libraries(const ServiceProcess& service) {
 
 void Examination::Configuration() {
     std::string why;
-    ConfigState state;
     if (!FindConfigPath(options_.configPath, configPath_, why)) {
         configPath_.clear();  // the volumes are examined all the same
         Add("configuration", Health::kDoubtful, why);
         return;
     }
-    if (!ReadConfigState(configPath_, state, why)) {
+    if (!ReadConfigState(configPath_, state_, why)) {
         Add("configuration", Health::kBad, why,
             "stop the service, mend or remove the file, start the service and pin again");
         return;
     }
     // Each is one that the service stumbles over, or never gets past.
-    for (const std::string& defect : state.defects) {
+    for (const std::string& defect : state_.defects) {
         Add("configuration", Health::kBad, defect,
             "stop the service, take the entry out of " + Printable(configPath_) + ", start it");
     }
     size_t files = 0;
-    for (const auto& [mountPath, list] : state.pinned) {
+    for (const auto& [mountPath, list] : state_.pinned) {
         files += list.size();
     }
-    Add("configuration", state.defects.empty() ? Health::kGood : Health::kBad,
-        Printable(configPath_) + ": " + Counted(state.queue.size(), "request") + " queued, " +
+    Add("configuration", state_.defects.empty() ? Health::kGood : Health::kBad,
+        Printable(configPath_) + ": " + Counted(state_.queue.size(), "request") + " queued, " +
             Counted(files, "file") + " pinned");
 }
 

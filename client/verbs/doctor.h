@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "client/pins/pin_health.h"
+#include "client/service/config_state.h"
 #include "client/service/queue.h"
 #include "client/service/service_process.h"
 #include "client/verbs/options.h"
@@ -18,6 +20,8 @@ struct Finding {
     Health health;
     std::string text;
     std::string remedy;  // empty when nothing needs to be done
+    // Of a finding about what is pinned on a device: in which state that is.
+    PinHealth pins = PinHealth::kNothing;
 };
 
 // What the fix may do something about.
@@ -32,7 +36,17 @@ struct Diagnosis {
 
 Diagnosis Examine(const CommonOptions& options);
 
-// The volumes' part of it.
-void ExamineVolumes(const std::string& configPath, std::vector<Finding>& findings);
+// The volumes' part of it. `state` is what the configuration file says, empty when it could not be
+// read.
+void ExamineVolumes(const ConfigState& state, std::vector<Finding>& findings);
+
+// Whether the debug settings file at `path` names a file, so that the service makes a file's
+// mapping fail.
+void ExamineDebugSettings(const std::string& path, std::vector<Finding>& findings);
+
+// Whether a copy of the list has files that the list has lost: a service that meets a volume
+// without its cache drops the request and forgets what is pinned there.
+void ExamineCopies(const std::string& configPath, const ConfigState& state,
+                   std::vector<Finding>& findings);
 
 }  // namespace client

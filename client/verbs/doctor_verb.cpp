@@ -77,11 +77,16 @@ int ExitStatusOf(const Diagnosis& diagnosis) {
     if (diagnosis.serviceMissing) {
         return kExitNoService;
     }
-    // Doubtful findings are for reading: they do not fail a script.
-    const bool bad =
-        std::any_of(diagnosis.findings.begin(), diagnosis.findings.end(),
-                    [](const Finding& finding) { return finding.health == Health::kBad; });
-    return bad ? kExitPartly : kExitDone;
+    // Doubtful findings are for reading: they do not fail a script. What is pinned has a status for
+    // each state that it can be in.
+    PinHealth pins = PinHealth::kNothing;
+    for (const Finding& finding : diagnosis.findings) {
+        if (finding.health == Health::kBad && finding.pins == PinHealth::kNothing) {
+            return kExitPartly;
+        }
+        pins = std::max(pins, finding.pins);
+    }
+    return client::ExitStatusOf(pins);
 }
 
 }  // namespace

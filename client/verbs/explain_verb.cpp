@@ -34,6 +34,7 @@ int ExplainVerb(const ExplainOptions& options) {
     // The file is explained without the list too, as far as that goes.
     int status = service.known ? kExitDone : kExitNoService;
     if (!ListVolumes(volumes) || !ExamineFile(options.path, volumes, file, why)) {
+        why += why == kIsDirectory ? "; list and check tell of whole volumes" : "";
         status = Refuse(report, options.path, why);
         SayEntries(options.path, service, volumes, report);
     } else {

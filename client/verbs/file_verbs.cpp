@@ -33,6 +33,7 @@ class FileVerb {
 
   private:
     int Prepare();
+    bool Fits() const;
     int PlanWhatIsShared();
     int Send();
     int TakeOffEmptied();
@@ -60,16 +61,38 @@ int FileVerb::Prepare() {
         // Only root sees whether a service runs that would undo a change of its list.
         MatchWithList(service_.state, geteuid() == 0 && FindServices().empty(), job_);
     }
-    if (options_.list.link && !options_.dryRun) {
+    const bool fits = Fits();
+    if (options_.list.link && !options_.dryRun && fits) {
         LinkFiles(options_.keepGoing, job_);
     }
     status = PackJob(options_.keepGoing, job_);
+    // The price of what does not fit is what a dry run is for.
+    if (status == kExitDone && !fits && !options_.dryRun) {
+        return kExitRefused;
+    }
     SayMatch(job_);
     if (job_.type == kRequestPinFiles && job_.list.linkable > 0) {
         Say("--link pins " + Counted(job_.list.linkable, "of these files", "of these files") +
             " by a hard link with a plain name");
     }
     return status == kExitDone && job_.type == kRequestUnpinFiles ? PlanWhatIsShared() : status;
+}
+
+// Says what the caches do not hold. Units beyond that are pinned in vain, and take the place of
+// others.
+bool FileVerb::Fits() const {
+    if (job_.type != kRequestPinFiles || options_.overcommit) {
+        return true;
+    }
+    const std::vector<std::string> texts = FindOvercommits(service_.state, job_.list.files);
+    for (const std::string& text : texts) {
+        Say(text);
+    }
+    if (!texts.empty()) {
+        Say(options_.dryRun ? "pin refuses that without --overcommit"
+                            : "nothing was sent; --overcommit pins it all the same");
+    }
+    return texts.empty();
 }
 
 // Looks for what else an unpin touches.

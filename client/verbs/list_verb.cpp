@@ -78,11 +78,13 @@ Record DescribeFile(const PinnedFile& pinned) {
 Record DescribeVolume(const std::string& mountPath, const std::vector<StoredFile>& entries,
                       const std::vector<Volume>& volumes) {
     const std::vector<PinnedFile> files = InspectListed(entries, mountPath, volumes);
+    const bool mounted = FindMounted(mountPath, volumes) != nullptr;
     return Record()
         .Headline(Toned(Tone::kStrong, Printable(mountPath)) + ": " +
-                  Counted(entries.size(), "file") + " pinned")
+                  Counted(entries.size(), "file") + " pinned" +
+                  (mounted ? "" : ", " + Toned(Tone::kBad, "the volume " + WhyNotThere(mountPath))))
         .Add("volume", mountPath)
-        .Add("mounted", FindMounted(mountPath, volumes) != nullptr)
+        .Add("mounted", mounted)
         .List("files", RecordsOf(files, DescribeFile), Layout::kRows);
 }
 

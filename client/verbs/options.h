@@ -22,9 +22,10 @@ struct FileVerbOptions {
     CommonOptions common;
     SendOptions send;
     FileListOptions list;
-    bool keepGoing = false;  // send the others when some are refused
-    bool dryRun = false;     // show the price, send nothing
-    bool repin = true;       // unpin: pin again what shares units
+    bool keepGoing = false;   // send the others when some are refused
+    bool dryRun = false;      // show the price, send nothing
+    bool overcommit = false;  // pin: also what does not fit into the cache
+    bool repin = true;        // unpin: pin again what shares units
 };
 
 // reload, pend and release.

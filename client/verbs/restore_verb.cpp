@@ -22,14 +22,6 @@ namespace {
 constexpr double kReadPause = 0.02;  // seconds between two looks at a store that is being rewritten
 constexpr double kReadLimit = 1;
 
-std::string TimeText(time_t time) {
-    char text[64];
-    struct tm parts = {};
-    localtime_r(&time, &parts);
-    strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", &parts);
-    return text;
-}
-
 Record DescribeCopy(const StoreCopy& copy) {
     const bool good = copy.good;
     return Record()

@@ -27,11 +27,11 @@ void TellStates(Status& status) {
         const std::string& mountPath = request.request.mountPath;
         const auto view = std::find_if(
             status.volumes.begin(), status.volumes.end(),
-            [&mountPath](const VolumeView& other) { return other.mountPath == mountPath; });
+            [&mountPath](const auto& other) { return other.view.mountPath == mountPath; });
         // Only the first request of a volume can be the one; the others wait for it.
         if (begun.insert(mountPath).second && view != status.volumes.end() &&
-            !view->cachePath.empty() &&
-            ReadPosition(status.services.front(), view->cachePath, request.position)) {
+            !view->view.cachePath.empty() &&
+            ReadPosition(status.services.front(), view->view.cachePath, request.position)) {
             running = i;
         }
     }
@@ -131,35 +131,58 @@ void AddRequests(const Status& status, Record& report) {
     }
 }
 
-Record DescribeVolume(const VolumeView& view, size_t files) {
+Record DescribeVolume(const VolumeStatus& volume) {
+    const VolumeView& view = volume.view;
     const UnitCounts counts = CountUnits(view, view.bits);
-    std::string text = Counted(files, "file") + " pinned, " + Counted(counts.set, "unit") + " = " +
-                       HumanBytes(counts.set * kUnitBytes);
+    const std::string why = WhyNotInForce(view, volume.files);
+    const std::string remedy = RemedyFor(volume.health);
+    std::string text = Counted(volume.files, "file") + " pinned, " + Counted(counts.set, "unit") +
+                       " = " + HumanBytes(counts.set * kUnitBytes);
     if (counts.cacheTells) {
         text += " of a cache of " + HumanBytes(view.residency.cacheSize) + ", " +
                 std::to_string(counts.resident) + " in it now";
-    } else if (view.cachePath.empty()) {
-        text += "; " + Toned(Tone::kBad, "the volume has no cache");
     }
     Record record;
-    return record
+    record
         .Shown("volume", view.mountPath, "volume",
                Toned(Tone::kStrong, Printable(view.mountPath)) + ": " + text)
-        .Add("files", files)
+        .Shown("state", PinHealthName(volume.health), "",
+               Toned(ToneOf(volume.health), PinHealthName(volume.health)) +
+                   (why.empty() ? "" : ": " + why) + (remedy.empty() ? "" : "; remedy: " + remedy))
+        .Add("remedy", IfAny(remedy))
+        .Add("files", volume.files)
         .Add("unitsSet", counts.set)
         .Add("unitsWithDriver", IfKnown(counts.cacheTells, counts.withDriver))
         .Add("unitsResident", IfKnown(counts.cacheTells, counts.resident))
         .Add("cacheBytes", IfKnown(counts.cacheTells, view.residency.cacheSize));
+    return record;
+}
+
+Record DescribeUnmounted(const std::string& mountPath, size_t files) {
+    return Record()
+        .Shown(
+            "volume", mountPath, "volume",
+            Toned(Tone::kStrong, Printable(mountPath)) + ": " + Counted(files, "file") + " pinned")
+        .Shown("state", "not mounted", "", Toned(Tone::kBad, WhyNotThere(mountPath)))
+        .Add("files", files);
 }
 
 void AddVolumes(const Status& status, Record& report) {
-    std::vector<Record> volumes;
-    for (const VolumeView& view : status.volumes) {
-        const auto pinned = status.stored.state.pinned.find(view.mountPath);
-        volumes.push_back(DescribeVolume(
-            view, pinned == status.stored.state.pinned.end() ? 0 : pinned->second.size()));
+    std::vector<Record> volumes = RecordsOf(status.volumes, DescribeVolume);
+    for (const std::string& mountPath : status.unmounted) {
+        volumes.push_back(
+            DescribeUnmounted(mountPath, status.stored.state.pinned.at(mountPath).size()));
     }
     report.List("volumes", volumes, Layout::kBlocks);
+}
+
+VolumeStatus ReadVolume(const ConfigState& state, const Volume& volume) {
+    VolumeStatus read;
+    read.view = LookAt(volume);
+    const auto pinned = state.pinned.find(volume.mountPath);
+    read.files = pinned == state.pinned.end() ? 0 : pinned->second.size();
+    read.health = HealthOf(read.view, read.files, FindAbsent(state, volume, read.view).Count());
+    return read;
 }
 
 }  // namespace
@@ -170,8 +193,10 @@ Status ReadServiceStatus(const std::string& configPath) {
     status.services = FindServices();
     status.queueKnown = ReadQueueFacts(status.queue, status.queueWhy);
     // Looking for it takes a second, and only a service that should take messages can stand still.
-    status.standsStill = status.queueKnown && !status.services.empty() &&
-                         status.services.front().intakeAlive && MessagesStandStill(status.queue.id);
+    status.standsStill =
+        !status.services.empty() && (status.services.front().stopped ||
+                                     (status.queueKnown && status.services.front().intakeAlive &&
+                                      MessagesStandStill(status.queue.id)));
     status.stored = ReadServiceState(configPath);
     return status;
 }
@@ -192,9 +217,10 @@ Status ReadStatus(const std::string& configPath) {
     ListVolumes(volumes);
     for (const Volume& volume : volumes) {
         if (wanted.count(volume.mountPath) > 0) {
-            status.volumes.push_back(LookAt(volume));
+            status.volumes.push_back(ReadVolume(status.stored.state, volume));
         }
     }
+    status.unmounted = UnmountedPaths(status.stored.state, volumes);
     TellStates(status);
     return status;
 }
@@ -203,7 +229,12 @@ int ExitStatusOf(const Status& status) {
     const bool good = !status.services.empty() && status.services.front().intakeAlive &&
                       status.services.front().workerAlive && status.queueKnown &&
                       status.stored.known && !status.standsStill;
-    return good ? kExitDone : kExitNoService;
+    // A volume that is not there cannot be told to agree.
+    PinHealth health = status.unmounted.empty() ? PinHealth::kNothing : PinHealth::kDiffers;
+    for (const VolumeStatus& volume : status.volumes) {
+        health = std::max(health, volume.health);
+    }
+    return good ? ExitStatusOf(health) : kExitNoService;
 }
 
 int StatusVerb(const StatusOptions& options) {

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "client/pins/pin_health.h"
 #include "client/service/config_state.h"
 #include "client/service/queue.h"
 #include "client/service/service_process.h"
@@ -21,6 +22,12 @@ struct RequestStatus {
     uint64_t position = 0;  // bytes on the cached device, while running
 };
 
+struct VolumeStatus {
+    VolumeView view;
+    size_t files = 0;  // on the list
+    PinHealth health = PinHealth::kNothing;
+};
+
 struct Status {
     std::vector<ServiceProcess> services;
     bool standsStill = false;  // messages wait, and it takes none
@@ -29,7 +36,8 @@ struct Status {
     std::string queueWhy;
     ServiceState stored;
     std::vector<RequestStatus> requests;
-    std::vector<VolumeView> volumes;  // those with pinned files or bits
+    std::vector<VolumeStatus> volumes;   // those with pinned files or requests
+    std::vector<std::string> unmounted;  // mount paths with pinned files and no volume
 };
 
 Status ReadStatus(const std::string& configPath);
@@ -37,7 +45,8 @@ Status ReadStatus(const std::string& configPath);
 // The same without requests and volumes, which take reading bitmaps.
 Status ReadServiceStatus(const std::string& configPath);
 
-// kExitDone when requests are taken and carried out, else kExitNoService.
+// kExitNoService when requests are not taken or not carried out, else that of the volume that is
+// worst off.
 int ExitStatusOf(const Status& status);
 
 }  // namespace client

@@ -2,6 +2,7 @@
 // reload, pend, release: requests about a whole volume.
 #include <set>
 
+#include "client/pins/pin_health.h"
 #include "client/request/file_check.h"
 #include "client/request/packing.h"
 #include "client/request/sending.h"
@@ -126,6 +127,20 @@ std::vector<Volume> FindIncomplete(const std::vector<Volume>& volumes) {
     return incomplete;
 }
 
+// The volumes with bits that no cache keeps, and why, in words.
+std::vector<std::string> FindNotInForce(const std::vector<Volume>& volumes) {
+    std::vector<std::string> texts;
+    for (const Volume& volume : volumes) {
+        const VolumeView view = LookAt(volume);
+        const std::string why = view.bits.Count() == 0 ? "" : WhyNotInForce(view, 0);
+        if (!why.empty()) {
+            texts.push_back(Printable(volume.mountPath) +
+                            ": what is pinned is not in force: " + why);
+        }
+    }
+    return texts;
+}
+
 // Right after its start the service may have yet to make its queue.
 void WaitForQueue(unsigned patience) {
     std::string why;
@@ -152,8 +167,14 @@ int ReloadMissing(const VolumeVerbOptions& options) {
         names.push_back(volume.mountPath);
         report.Line(Printable(volume.mountPath) + ": reload of what is missing");
     }
+    // Where no cache keeps the pins, nothing can be read into it.
+    const std::vector<std::string> lacking = FindNotInForce(volumes);
+    for (const std::string& text : lacking) {
+        Say(text);
+    }
     if (messages.empty()) {
-        report.Line("all pinned units are in their caches");
+        report.Line(lacking.empty() ? "all pinned units are in their caches" : "nothing was sent");
+        status = lacking.empty() ? kExitDone : kExitNotInForce;
     } else {
         WaitForQueue(options.send.patience);
         const ServiceState before =

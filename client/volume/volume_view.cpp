@@ -7,8 +7,11 @@
 #include <stdlib.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <set>
 
 #include "client/show/text.h"
@@ -56,6 +59,23 @@ bool FindEntry(const std::string& devicePath, Json::Value& entry) {
         }
     }
     return false;
+}
+
+// The size of a cached device, in bytes; 0 when it cannot be told. Who must not open it asks for
+// what everybody may know.
+uint64_t SizeOf(const std::string& devicePath) {
+    uint64_t size = 0;
+    struct stat status = {};
+    if (access(devicePath.c_str(), R_OK) == 0 || stat(devicePath.c_str(), &status) != 0) {
+        return DeviceGetSizeByte(devicePath.c_str(), &size) == 0 ? size : 0;
+    }
+    if (S_ISREG(status.st_mode)) {
+        return static_cast<uint64_t>(status.st_size);
+    }
+    std::ifstream("/sys/dev/block/" + std::to_string(major(status.st_rdev)) + ":" +
+                  std::to_string(minor(status.st_rdev)) + "/size") >>
+        size;
+    return size * kSectorBytes;
 }
 
 bool ReadBits(const Json::Value& path, UnitSet& set) {
@@ -118,7 +138,8 @@ VolumeView LookAt(const Volume& volume) {
         view.cachePath = Text(CString(SpaceGetCachePath(volume.uuid.c_str())));
     }
     if (!view.cachePath.empty()) {
-        DeviceGetSizeByte(view.cachePath.c_str(), &view.deviceSize);
+        view.keepsPins = VolumeKeepsPins(volume);
+        view.deviceSize = SizeOf(view.cachePath);
         view.residency = ReadResidency(view.cachePath);
     }
     // A missing file reads as no bits, which is what the service takes it for.
@@ -129,6 +150,10 @@ VolumeView LookAt(const Volume& volume) {
         view.bits.Resize(static_cast<size_t>(view.deviceSize >> kDeviceToBitmapShift));
     }
     return view;
+}
+
+bool IsMoreThanCache(const Residency& residency, uint64_t units) {
+    return residency.cacheSize > 0 && units * kUnitBytes > residency.cacheSize;
 }
 
 bool AreOneFile(const std::string& path, const std::string& other) {

@@ -35,6 +35,7 @@ std::map<std::string, uint64_t> ReadCacheStats(const std::string& devicePath);
 struct VolumeView {
     std::string mountPath;
     std::string cachePath;    // the cached device; empty when the volume has no cache
+    bool keepsPins = false;   // the cache serves now and keeps pinned units
     uint64_t deviceSize = 0;  // bytes; 0 when it is not known
     std::string bitmapPath;
     bool hasBitmap = false;  // the bitmap file exists and could be read
@@ -44,6 +45,9 @@ struct VolumeView {
 };
 
 VolumeView LookAt(const Volume& volume);
+
+// Whether so many units are more than the cache holds; false when its size is not known.
+bool IsMoreThanCache(const Residency& residency, uint64_t units);
 
 std::string BitmapPathOf(const Volume& volume);
 

@@ -5,6 +5,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <memory>
 
@@ -83,6 +84,19 @@ const Volume* FindMounted(const std::string& mountPath, const std::vector<Volume
     return nullptr;
 }
 
+std::string WhyOnNoVolume() {
+    return geteuid() == 0
+               ? "lies on no volume that the service knows"
+               : "lies on no volume that can be told without reading its device, which needs root";
+}
+
+std::string WhyNotThere(const std::string& mountPath) {
+    const bool there = access(mountPath.c_str(), F_OK) == 0;
+    return geteuid() == 0 || !there || OnSameFileSystem(mountPath, mountPath + "/..")
+               ? "is not mounted"
+               : "cannot be told from others without reading its device, which needs root";
+}
+
 const Volume* ResolveVolume(const std::string& given, const std::vector<Volume>& volumes,
                             std::string& why) {
     if (given.empty()) {
@@ -101,7 +115,7 @@ const Volume* ResolveVolume(const std::string& given, const std::vector<Volume>&
     const Volume* const volume = FindVolumeOf(resolved.get(), volumes);
     //  !OnSameFileSystem(|Below the mount path may lie a file system that is no volume.
     if (volume == nullptr || !OnSameFileSystem(resolved.get(), volume->mountPath)) {
-        why = "no volume that the service knows holds it";
+        why = geteuid() == 0 ? "no volume that the service knows holds it" : WhyOnNoVolume();
         return nullptr;
     }
     return volume;

@@ -29,6 +29,14 @@ const Volume* FindVolumeOf(const std::string& path, const std::vector<Volume>& v
 // Returns the volume that is mounted there, null when there is none.
 const Volume* FindMounted(const std::string& mountPath, const std::vector<Volume>& volumes);
 
+// Why a path lies on none of the volumes: the rest of a sentence. Who is not root may be shown less
+// than there is.
+std::string WhyOnNoVolume();
+
+// Why there is no volume at a mount path: the rest of a sentence that begins with the volume. That
+// nothing is mounted there, or that only root can tell what is.
+std::string WhyNotThere(const std::string& mountPath);
+
 // Resolves what was given as VOLUME: a mount path or any existing path in it, with or without
 // trailing slashes. Returns null, with the reason in `why`, when no volume is meant.
 const Volume* ResolveVolume(const std::string& given, const std::vector<Volume>& volumes,

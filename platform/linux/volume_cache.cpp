@@ -9,6 +9,10 @@
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <string>
 
 #include "platform/linux/patience.h"
 #include "platform/linux/report.h"
@@ -25,6 +29,24 @@ bool IsPartition(dev_t number) {
     return access(mark.c_str(), F_OK) == 0;
 }
 
+// What sysfs tells of a loop device, for who must not open it. Returns false when it does not.
+bool ReadLoopAttributes(dev_t number, loop_info64& status) {
+    const std::string directory = "/sys/dev/block/" + std::to_string(major(number)) + ":" +
+                                  std::to_string(minor(number)) + "/loop/";
+    std::ifstream offset(directory + "offset");
+    std::ifstream limit(directory + "sizelimit");
+    std::ifstream file(directory + "backing_file");
+    std::string path;
+    struct stat backing = {};
+    if (!(offset >> status.lo_offset) || !(limit >> status.lo_sizelimit) ||
+        !std::getline(file, path) || stat(path.c_str(), &backing) != 0) {
+        return false;
+    }
+    status.lo_device = backing.st_dev;
+    status.lo_inode = backing.st_ino;
+    return true;
+}
+
 // Whether the block device is a loop device, and what backs it then. Returns 1, 0, or -1, having
 // said why.
 int ReadLoopStatus(const BlockDevice& device, Patience& patience, loop_info64& status) {
@@ -36,6 +58,11 @@ int ReadLoopStatus(const BlockDevice& device, Patience& patience, loop_info64& s
             loop.Reset(open(device.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
             return loop.Valid() && ioctl(loop.Get(), LOOP_GET_STATUS64, &status) == 0;
         })) {
+        const int error = errno;
+        if (error == EACCES && geteuid() != 0 && ReadLoopAttributes(device.number, status)) {
+            return 1;
+        }
+        errno = error;
         Report("what backs loop device %s cannot be read: %s", device.path.c_str(),
                strerror(errno));
         return -1;

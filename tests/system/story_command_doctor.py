@@ -104,7 +104,7 @@ def test_other_troubles_are_named_with_their_remedy(stage):
     os.truncate(volume.path(evidence.BITMAP_FILE), evidence.bitmap_bytes(volume.size))
 
     volume.cache.control("support-pin 0")
-    assert "does not keep pins" in findings(status=1)[subject]["text"]
+    assert "does not keep pins" in findings(status=8)[subject]["text"]
     volume.cache.control("support-pin 1")
 
     daemon.stop()

@@ -207,6 +207,7 @@ def test_without_the_list_nothing_is_sent_unless_nothing_is_to_be_pinned_again(s
     result = command.run("unpin", path)
     assert result.status == 3 and "nothing was sent" in result.talk
     assert queue.state().messages == 0
-    command.done("unpin", "--no-repin", path)
-    command.done("unpin", "--config-path", daemon.configuration, path)
+    for words in (("--no-repin",), ("--config-path", daemon.configuration)):
+        result = command.run("unpin", *words, path)
+        assert result.status == 3 and "the requests wait until it is started" in result.talk
     assert queue.state().messages == 2

@@ -2,11 +2,14 @@
 #include "tests/unit/client/client_test.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/file.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 
@@ -30,6 +33,13 @@ void ClientTest::SetUp() {
     RedirectPath(kMsgServerKeyPath, dir_ / "key");
     // No test meets a cache that runs on this machine.
     setenv("QUORSOFTCACHE_REGISTRY", (dir_ / "registry").c_str(), 1);
+}
+
+void ClientTest::TearDown() {
+    if (lock_ != -1) {
+        close(lock_);
+    }
+    UnitTest::TearDown();
 }
 
 std::string ClientTest::Make(const std::string& relative, const std::string& content) {
@@ -63,6 +73,18 @@ void ClientTest::WriteBitmap(const std::vector<uint64_t>& units) {
             static_cast<char>(static_cast<unsigned char>(bytes[unit / 8]) | (1U << (unit % 8)));
     }
     WriteFile(mount_ + "/quorcachepinfile.bitmap", bytes);
+}
+
+void ClientTest::LetTheCacheTell(const std::string& resident, const std::string& pinned) {
+    const std::string registry = dir_ / "registry";
+    std::filesystem::create_directory(registry);
+    WriteFile(dir_ / "resident", resident);
+    WriteFile(dir_ / "pinned", pinned);
+    WriteFile(registry + "/vol.json", R"({"name":"vol","cacheSize":1048576,"device":")" + device_ +
+                                          R"(","resident":")" + (dir_ / "resident") +
+                                          R"(","pinned":")" + (dir_ / "pinned") + "\"}");
+    lock_ = open((registry + "/vol.lock").c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, 0600);
+    ASSERT_EQ(flock(lock_, LOCK_EX), 0);
 }
 
 std::vector<Volume> ClientTest::Volumes() {

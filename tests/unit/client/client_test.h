@@ -20,6 +20,7 @@ class ClientTest : public UnitTest {
     static constexpr uint64_t kDeviceSize = 64ULL << 20;  // 1024 units, a bitmap of 128 bytes
 
     void SetUp() override;
+    void TearDown() override;
 
     // Makes a file of the volume; returns its absolute path.
     std::string Make(const std::string& relative, const std::string& content = "x");
@@ -34,6 +35,9 @@ class ClientTest : public UnitTest {
     // Writes the volume's bitmap file with these units set.
     void WriteBitmap(const std::vector<uint64_t>& units);
 
+    // A cache of 1 MiB that tells: bytes of what it holds and of the bitmap that it was given.
+    void LetTheCacheTell(const std::string& resident, const std::string& pinned);
+
     // The volumes as the command lists them.
     static std::vector<Volume> Volumes();
 
@@ -42,6 +46,9 @@ class ClientTest : public UnitTest {
 
     std::string mount_;   // mount path of the volume
     std::string device_;  // its cached device
+
+  private:
+    int lock_ = -1;  // of the cache that tells
 };
 
 // The same, in an IPC namespace of its own in which the service's queue can be made.

@@ -163,7 +163,7 @@ TEST_F(CommandLineTest, NothingIsSentWhenAFileIsRefused) {
     EXPECT_EQ(result.out, "");
     ASSERT_EQ(msgctl(queue, IPC_STAT, &record), 0);
     EXPECT_EQ(record.msg_qnum, 0U);
-    EXPECT_EQ(Call({"pin", "-k", Placed("a"), mount_ + "/b b"}).status, kExitPartly);
+    EXPECT_EQ(Call({"pin", "-k", Placed("a"), mount_ + "/b b"}).status, kExitNoService);
     ASSERT_EQ(msgctl(queue, IPC_STAT, &record), 0);
     EXPECT_EQ(record.msg_qnum, 1U);
     EXPECT_EQ(Call({"pin", "-k", mount_ + "/b b"}).status, kExitRefused);
@@ -183,8 +183,8 @@ TEST_F(CommandLineTest, FilesWithoutExtentsAndVolumesWithoutACacheAreRefused) {
         EXPECT_NE(result.talk.find("no cache that keeps pins"), std::string::npos) << result.talk;
     }
     // A volume that is being changed may have no cache, and must still be pended and released.
-    EXPECT_EQ(Call({"pend", mount_}).status, kExitDone);
-    EXPECT_EQ(Call({"release", mount_}).status, kExitDone);
+    EXPECT_EQ(Call({"pend", mount_}).status, kExitNoService);
+    EXPECT_EQ(Call({"release", mount_}).status, kExitNoService);
 }
 
 TEST_F(CommandLineTest, AnEmptyMountPathIsNeverSent) {

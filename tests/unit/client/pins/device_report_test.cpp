@@ -25,7 +25,7 @@ class DeviceReportTest : public PinsTest {
 TEST_F(DeviceReportTest, WhatAgreesIsOneLine) {
     Pinned("a", {{0, kUnit}});
     WriteBitmap({0});
-    EXPECT_EQ(Text(), mount_ + ": 1 of 1 file good, 1 unit set\n");
+    EXPECT_EQ(Text(), mount_ + ": pinned: 1 of 1 file good, 1 unit set\n");
 }
 
 TEST_F(DeviceReportTest, EachFindingHasItsLine) {
@@ -38,7 +38,7 @@ TEST_F(DeviceReportTest, EachFindingHasItsLine) {
     state_.queue.push_back({"3", "reloadPinBlocks", mount_, ""});
     EXPECT_EQ(Text(),
               mount_ +
-                  ": 0 of 3 files good, 4 units set\n"
+                  ": pinned, not in force: 0 of 3 files good, 4 units set\n"
                   "  grown: 1 unit of 2 not set: it grew, was rewritten, or a unit it shares "
                   "was cleared\n"
                   "  gone: gone: is nowhere on its volume\n"
@@ -47,9 +47,39 @@ TEST_F(DeviceReportTest, EachFindingHasItsLine) {
                   "/new\n"
                   "  2 units set that no pinned file needs: 128.0 KiB of the cache held for "
                   "nothing\n"
+                  "  the driver lacks bits of the bitmap file\n"
+                  "  4 units of 4 not in the cache\n"
                   "  3 units set in the file and not in the driver's bitmap\n"
                   "  1 unit set in the driver's bitmap and not in the file\n"
-                  "  1 request of the volume still queued; differences may be theirs\n");
+                  "  1 request of the volume still queued; differences may be theirs\n"
+                  "  remedy: bring the cache up, then quorcachepinctl check --repair --restart\n");
+}
+
+TEST_F(DeviceReportTest, WhatIsNotInTheCacheIsNotGood) {
+    Pinned("a", {{0, 2 * kUnit}});
+    Pinned("b", {{2 * kUnit, kUnit}});
+    WriteBitmap({0, 1, 2});
+    LetTheCacheTell("\x04", "\x07");
+    EXPECT_EQ(Text(), mount_ +
+                          ": pinned, not in the cache yet: 1 of 2 files good, 3 units set\n"
+                          "  2 units of 3 not in the cache\n"
+                          "  remedy: quorcachepinctl reload --missing\n");
+    const Json::Value json = DescribeDevice(Read()).ToJson();
+    EXPECT_TRUE(json["agrees"].asBool());
+    EXPECT_EQ(json["state"].asString(), "pinned, not in the cache yet");
+    EXPECT_EQ(json["unitsAbsent"].asInt(), 2);
+    EXPECT_EQ(json["files"][0]["unitsAbsent"].asInt(), 2);
+    EXPECT_EQ(json["cacheBytes"].asInt(), 1 << 20);
+    WriteFile(dir_ / "resident", "\x07");
+    EXPECT_EQ(Text(), mount_ + ": pinned and in the cache: 2 of 2 files good, 3 units set\n");
+    Pinned("c", {{3 * kUnit, 14 * kUnit}});
+    WriteFile(mount_ + "/quorcachepinfile.bitmap", "\xff\xff\x01");
+    WriteFile(dir_ / "resident", "\xff\xff\x01");
+    WriteFile(dir_ / "pinned", "\xff\xff\x01");
+    EXPECT_EQ(Text(), mount_ +
+                          ": more pinned than the cache holds: 3 of 3 files good, 17 units set\n"
+                          "  1.1 MiB are pinned, the cache holds 1.0 MiB\n"
+                          "  remedy: unpin files, or start the cache with a larger --ssd-size\n");
 }
 
 TEST_F(DeviceReportTest, TheJsonFormHasTheSameFacts) {
@@ -79,7 +109,8 @@ TEST_F(DeviceReportTest, ADeviceGoesByTheMountPathThatHasAList) {
     Place(Make("a"), {{0, kUnit}});
     state_.pinned[again].push_back({"a", InodeOf(mount_ + "/a")});
     WriteBitmap({0});
-    EXPECT_EQ(Text(), again + ": 1 of 1 file good, 1 unit set; also mounted at " + mount_ + "\n");
+    EXPECT_EQ(Text(),
+              again + ": pinned: 1 of 1 file good, 1 unit set; also mounted at " + mount_ + "\n");
     Pinned("b", {{0, kUnit}});
     g_platform.mappings[InodeOf(mount_ + "/a")][0].result = -1;
     EXPECT_NE(Text().find("  " + again + "/a: cannot be looked at: its extents cannot be read\n"),
@@ -105,7 +136,7 @@ TEST_F(DeviceReportTest, WhatStandsInTheWayOfARepairIsSaid) {
     EXPECT_EQ(
         Text(),
         mount_ +
-            ": 1 of 2 files good, 1 unit set\n"
+            ": list and bitmap differ: 1 of 2 files good, 1 unit set\n"
             "  b: cannot be looked at: its extents cannot be read\n"
             "  " +
             bitmap +
@@ -115,7 +146,8 @@ TEST_F(DeviceReportTest, WhatStandsInTheWayOfARepairIsSaid) {
             "  " +
             mount_ +
             "/b cannot be looked at (its extents cannot be read), so no unit can be said to be "
-            "unneeded\n");
+            "unneeded\n"
+            "  remedy: quorcachepinctl check --repair\n");
     const Json::Value json = DescribeDevice(Read()).ToJson();
     EXPECT_TRUE(json["bitmapFileTooLong"].asBool());
     EXPECT_EQ(json["unitsWithoutBit"].asInt(), 2);

@@ -1,10 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "tests/unit/client/pins/pins_test.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
-#include <unistd.h>
-
 #include <filesystem>
 
 #include "tests/unit/support/fake_platform.h"
@@ -14,13 +10,6 @@ namespace client {
 void PinsTest::SetUp() {
     ClientTest::SetUp();
     volumes_ = Volumes();
-}
-
-void PinsTest::TearDown() {
-    if (lock_ != -1) {
-        close(lock_);
-    }
-    ClientTest::TearDown();
 }
 
 void PinsTest::List(const std::string& relative, uint32_t inode) {
@@ -56,18 +45,6 @@ std::string PinsTest::MountAgain() {
     g_platform.AddVolume(again, "uuid-1", "/dev/ssd1", device_);
     volumes_ = Volumes();
     return again;
-}
-
-void PinsTest::LetTheCacheTell(const std::string& resident, const std::string& pinned) {
-    const std::string registry = dir_ / "registry";
-    std::filesystem::create_directory(registry);
-    WriteFile(dir_ / "resident", resident);
-    WriteFile(dir_ / "pinned", pinned);
-    WriteFile(registry + "/vol.json", R"({"name":"vol","cacheSize":1048576,"device":")" + device_ +
-                                          R"(","resident":")" + (dir_ / "resident") +
-                                          R"(","pinned":")" + (dir_ / "pinned") + "\"}");
-    lock_ = open((registry + "/vol.lock").c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, 0600);
-    ASSERT_EQ(flock(lock_, LOCK_EX), 0);
 }
 
 DeviceState PinsTest::Read() {

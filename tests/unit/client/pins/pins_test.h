@@ -17,7 +17,6 @@ class PinsTest : public ClientTest {
     using Extents = std::vector<std::pair<uint64_t, uint64_t>>;
 
     void SetUp() override;
-    void TearDown() override;
 
     // Puts the file on the volume's list; by its inode of now unless one is given.
     void List(const std::string& relative, uint32_t inode = 0);
@@ -34,9 +33,6 @@ class PinsTest : public ClientTest {
     // Mounts the volume at a second path, which is returned.
     std::string MountAgain();
 
-    // A cache that tells: bytes of what it holds and of the bitmap that it was given, and its size.
-    void LetTheCacheTell(const std::string& resident, const std::string& pinned);
-
     // The volume's device as the model sees it now.
     DeviceState Read();
 
@@ -45,9 +41,6 @@ class PinsTest : public ClientTest {
 
     ConfigState state_;
     std::vector<Volume> volumes_;
-
-  private:
-    int lock_ = -1;
 };
 
 }  // namespace client

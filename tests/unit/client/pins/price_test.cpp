@@ -123,6 +123,23 @@ TEST_F(PriceTest, WhatIsOutOfTheOrdinaryHasALineOfItsOwn) {
         << text;
 }
 
+TEST_F(PriceTest, WhatIsPinnedAndQueuedAndNewMustFitTheCache) {
+    LetTheCacheTell("", "");  // sixteen units
+    const FileRef a = File("a", {{0, 16 * kUnit}});
+    const FileRef b = File("b", {{16 * kUnit, kUnit}});
+    EXPECT_TRUE(FindOvercommits(state_, {a}).empty());
+    const std::vector<std::string> both = FindOvercommits(state_, {a, b});
+    ASSERT_EQ(both.size(), 1U);
+    EXPECT_EQ(both[0], mount_ +
+                           ": 0 bytes pinned or queued and 1.1 MiB more do not fit into the cache "
+                           "of 1.0 MiB");
+    Queue("a");
+    EXPECT_EQ(FindOvercommits(state_, {b}).size(), 1U);
+    EXPECT_TRUE(FindOvercommits(state_, {a}).empty()) << "it is asked for already";
+    WriteBitmap({100, 101});
+    EXPECT_TRUE(FindOvercommits(state_, {a}).empty()) << "too much, yet no more than before";
+}
+
 }  // namespace
 
 }  // namespace client

@@ -41,6 +41,7 @@ class BusyImpostor {
     // arguments are what the service would get.
     BusyImpostor(const std::string& program, const std::string& device, uint64_t position,
                  const std::vector<std::string>& arguments = {});
+    pid_t pid() const { return process_.pid(); }
 
   private:
     Impostor process_;

@@ -4,6 +4,8 @@
 #include "client/show/text.h"
 
 #include <gtest/gtest.h>
+#include <stdlib.h>
+#include <time.h>
 
 #include <random>
 
@@ -120,6 +122,14 @@ TEST(Text, APathHasADirectoryAndAName) {
         EXPECT_EQ(DirectoryOf(row.path), row.directory) << row.path;
         EXPECT_EQ(NameOf(row.path), row.name) << row.path;
     }
+}
+
+TEST(Text, ATimeIsTheLocalOne) {
+    setenv("TZ", "UTC-2", 1);
+    tzset();
+    EXPECT_EQ(TimeText(0), "1970-01-01 02:00:00");
+    unsetenv("TZ");
+    tzset();
 }
 
 }  // namespace

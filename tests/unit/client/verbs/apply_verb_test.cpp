@@ -34,6 +34,7 @@ TEST_F(ApplyVerbTest, TellsWhatItAskedFor) {
     const std::string path = MakeAt("a", 3);
     Conf(path + "\n");
     const int queue = MakeQueue();
+    const auto service = Serve();
     const Json::Value dry = Apply(0, {"--dry-run"});
     EXPECT_EQ(Shape(dry),
               "byHand:n dryRun:b exitStatus:n held:n left:a notMounted:a pins:a pruneHeldBack:b "
@@ -58,6 +59,7 @@ TEST_F(ApplyVerbTest, WrongLinesAndRefusedFilesMakeItPartly) {
     const std::string path = MakeAt("a", 3);
     Conf("no path\n" + path + "\n" + mount_ + "/nothing\n");
     MakeQueue();
+    const auto service = Serve();
     const Json::Value report = Apply(kExitPartly);
     EXPECT_EQ(report["sent"], 1);
     ASSERT_EQ(report["wrong"].size(), 1U);
@@ -109,6 +111,7 @@ TEST_F(ApplyVerbTest, PruningUnpinsFirstAndPinsAgainWhatSharesUnits) {
     WriteBitmap({3});
     Conf(shares + "\n" + MakeAt("new", 5) + "\n");
     const int queue = MakeQueue();
+    const auto service = Serve();
     EXPECT_EQ(Apply(0)["byHand"], 1);
     EXPECT_EQ(Waiting(queue), 1U) << "the new one's";
     const Json::Value report = Apply(0, {"--prune"});

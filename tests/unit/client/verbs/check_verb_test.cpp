@@ -9,6 +9,7 @@
 #include "client/show/exit_status.h"
 #include "tests/unit/client/service/impostor.h"
 #include "tests/unit/client/verbs/verbs_test.h"
+#include "tests/unit/support/fake_platform.h"
 
 namespace client {
 
@@ -33,16 +34,19 @@ TEST_F(CheckVerbTest, CheckTellsFatesAndCounts) {
     EXPECT_EQ(Shape(report), "exitStatus:n schema:n verb:s volumes:a");
     const Json::Value& volume = report["volumes"][0];
     EXPECT_EQ(Shape(volume),
-              "agrees:b bitmapFileTooLong:b files:a mountPaths:a mounted:b requestsQueued:n "
-              "uncertain:0 unitsDriverLacks:0 unitsDriverSurplus:0 unitsMissing:n unitsNeeded:n "
-              "unitsSet:n unitsSurplus:n unitsWithoutBit:n volume:s");
+              "agrees:b bitmapFileTooLong:b cacheBytes:0 files:a mountPaths:a mounted:b remedy:s "
+              "requestsQueued:n state:s uncertain:0 unitsAbsent:0 unitsDriverLacks:0 "
+              "unitsDriverSurplus:0 unitsMissing:n unitsNeeded:n unitsSet:n unitsSurplus:n "
+              "unitsWithoutBit:n volume:s");
     EXPECT_EQ(Shape(volume["files"][0]),
-              "fate:s inode:n path:s reason:0 units:n unitsMissing:n volume:s");
+              "fate:s inode:n path:s reason:0 units:n unitsAbsent:0 unitsMissing:n volume:s");
     EXPECT_EQ(volume["volume"], mount_);
     EXPECT_EQ(volume["mountPaths"][0], mount_);
     EXPECT_EQ(volume["files"][0]["fate"], "there");
     EXPECT_EQ(volume["files"][0]["unitsMissing"], 1);
     EXPECT_EQ(volume["requestsQueued"], 1);
+    EXPECT_EQ(volume["state"], "list and bitmap differ");
+    EXPECT_EQ(volume["remedy"], "quorcachepinctl check --repair");
     WriteBitmap({4, 5});
     EXPECT_EQ(Report({"check"}, 0)["volumes"][0]["agrees"], true);
     EXPECT_EQ(Shape(Report({"check", "/nowhere"}, 5)), kRefusedShape);
@@ -54,7 +58,10 @@ TEST_F(CheckVerbTest, RepairTellsWhatItDid) {
     EXPECT_EQ(Shape(report["repair"]), "actions:a left:a requests:n unitsCleared:n unitsSet:n");
     EXPECT_EQ(report["repair"]["requests"], 0);
     EXPECT_EQ(report["repair"]["unitsSet"], 1);
-    EXPECT_EQ(Shape(report["volumes"][0]), Shape(report["volumesAfterRepair"][0]));
+    Json::Value after = report["volumesAfterRepair"][0];
+    EXPECT_TRUE(after["remedy"].isNull());
+    after["remedy"] = "";
+    EXPECT_EQ(Shape(report["volumes"][0]), Shape(after));
 }
 
 TEST_F(CheckVerbTest, WhatAgreesAndWhatDoesNotIsSaidInWords) {
@@ -62,7 +69,8 @@ TEST_F(CheckVerbTest, WhatAgreesAndWhatDoesNotIsSaidInWords) {
     PinHalf();
     const CallResult half = Run({"check"});
     EXPECT_EQ(half.status, kExitPartly);
-    EXPECT_NE(half.out.find(mount_ + ": 0 of 1 file good, 1 unit set\n"), std::string::npos)
+    EXPECT_NE(half.out.find(mount_ + ": list and bitmap differ: 0 of 1 file good, 1 unit set\n"),
+              std::string::npos)
         << half.out;
     EXPECT_NE(half.out.find("  photos/a.jpg: 1 unit of 2 not set: "), std::string::npos)
         << half.out;
@@ -76,7 +84,8 @@ TEST_F(CheckVerbTest, WhatAgreesAndWhatDoesNotIsSaidInWords) {
     WriteBitmap({4, 5});
     const CallResult good = Run({"check"});
     EXPECT_EQ(good.status, kExitDone);
-    EXPECT_NE(good.out.find(": 1 of 1 file good, 2 units set\n"), std::string::npos) << good.out;
+    EXPECT_NE(good.out.find(": pinned: 1 of 1 file good, 2 units set\n"), std::string::npos)
+        << good.out;
 }
 
 TEST_F(CheckVerbTest, AVolumeThatIsNotMountedCannotBeLookedAtAndIsNotWell) {
@@ -86,9 +95,25 @@ TEST_F(CheckVerbTest, AVolumeThatIsNotMountedCannotBeLookedAtAndIsNotWell) {
     EXPECT_EQ(result.out,
               "/mnt/away: 2 files listed, cannot be looked at: the volume is not mounted\n");
     const Json::Value volume = Report({"check"}, kExitPartly)["volumes"][0];
-    EXPECT_EQ(Shape(volume), "agrees:b files:a mounted:b volume:s");
+    EXPECT_EQ(Shape(volume), "agrees:b files:a mounted:b state:s volume:s");
     EXPECT_EQ(volume["files"][1]["path"], "/mnt/away/y");
     EXPECT_EQ(Run({"check", mount_}).status, kExitDone) << "it was not asked about";
+}
+
+TEST_F(CheckVerbTest, PinsThatNothingEnforcesAreNotGoodAndSoIsACacheThatLacksThem) {
+    PinHalf();
+    WriteBitmap({4, 5});
+    EXPECT_EQ(Run({"check"}).status, kExitDone);
+    g_platform.stats["/dev/ssd1"].state = 0;
+    const CallResult dead = Run({"check"});
+    EXPECT_EQ(dead.status, kExitNotInForce);
+    EXPECT_NE(dead.out.find(mount_ + ": pinned, not in force: 0 of 1 file good, 2 units set\n"),
+              std::string::npos)
+        << dead.out;
+    EXPECT_NE(dead.out.find("  the cache does not serve now"), std::string::npos) << dead.out;
+    EXPECT_NE(dead.out.find("  remedy: bring the cache up"), std::string::npos) << dead.out;
+    EXPECT_EQ(Report({"check", "--repair"}, kExitNotInForce)["volumesAfterRepair"][0]["state"],
+              "pinned, not in force");
 }
 
 TEST_F(CheckVerbTest, WithoutTheListNothingIsChecked) {

@@ -32,7 +32,10 @@ class DoctorVolumesTest : public ClientTest {
     std::string Found() {
         std::vector<Finding> findings;
         std::string text;
-        ExamineVolumes(dir_ / "conf", findings);
+        ConfigState state;
+        std::string why;
+        EXPECT_TRUE(ReadConfigState(dir_ / "conf", state, why)) << why;
+        ExamineVolumes(state, findings);
         for (const Finding& finding : findings) {
             text += finding.subject +
                     (finding.health == Health::kGood  ? ": good: "
@@ -55,15 +58,29 @@ TEST_F(DoctorVolumesTest, EachTroubleIsNamedWithItsRemedy) {
     const std::string bare = dir_ / "bare";
     WriteFile(bare, "");
     const VolumeRow rows[] = {
+        {"nothing pinned",
+         [] {},
+         {": good: cached device " + device_ + ", 0 units pinned: nothing"}},
         {"all well",
+         [&] {
+             Place(Make("x"), {{4 * kUnit, kUnit}});
+             WriteFile(dir_ / "conf", R"({"volumes":{")" + mount_ + R"(":{"files":{")" +
+                                          std::to_string(InodeOf(mount_ + "/x")) + R"(":"x"}}}})");
+             WriteBitmap({4});
+         },
+         {mount_ + ": good: cached device " + device_ + ", 1 unit pinned: pinned"}},
+        {"bits that nobody needs",
          [&] {
              WriteBitmap({4, 7});
          },
-         {mount_ + ": good: cached device " + device_ + ", 2 units pinned"}},
+         {mount_ + ": bad: cached device " + device_ +
+          ", 2 units pinned: list and bitmap differ; quorcachepinctl check --repair"}},
         {"a bitmap file that is too long",
          [&] { WriteFile(bitmap, std::string(129, '\1')); },
          {": bad: " + bitmap + " has 129 bytes, the bitmap 128: every request fails; remove"}},
-        {"one that is too short will grow", [&] { WriteFile(bitmap, "\1"); }, {": good: "}},
+        {"one that is too short will grow",
+         [&] { WriteFile(bitmap, std::string(1, '\0')); },
+         {": good: "}},
         {"a cache that does not serve",
          [] { g_platform.stats["/dev/ssd1"].state = 0; },
          {": bad: cached device " + device_ + ": it does not serve now"}},
@@ -78,16 +95,21 @@ TEST_F(DoctorVolumesTest, EachTroubleIsNamedWithItsRemedy) {
              List(mount_);
              g_platform.configs.clear();
          },
-         {": bad: no cache is configured for it; attach one"}},
+         {": bad: no cache is configured for it; attach one", "volumes: doubtful: none"}},
         {"a bitmap file and no cache",
          [&] {
              WriteBitmap({});
              g_platform.configs.clear();
          },
-         {": bad: no cache is configured for it"}},
+         {": bad: no cache is configured for it", "volumes: doubtful: none"}},
         {"nothing to do with pins",
          [] { g_platform.configs.clear(); },
-         {"volumes: good: 1 other without a cache"}},
+         {"volumes: doubtful: none of them has a cache; attach one to a volume: quorsoftcache(1)"}},
+        {"one without a cache beside one with",
+         [] {
+             g_platform.spaces.push_back({"/bare", "uuid-2"});
+         },
+         {": good: ", "volumes: good: 1 other without a cache"}},
         {"pinned files that are not mounted",
          [&] { List("/mnt/away"); },
          {": good: ", "volume /mnt/away: bad: 2 files pinned, and it is not mounted; mount it"}},
@@ -120,7 +142,7 @@ TEST_F(DoctorVolumesTest, EachTroubleIsNamedWithItsRemedy) {
 
 TEST_F(DoctorVolumesTest, WithoutAConfigurationFileVolumesAreExaminedAllTheSame) {
     std::vector<Finding> findings;
-    ExamineVolumes("", findings);
+    ExamineVolumes({}, findings);
     ASSERT_EQ(findings.size(), 1U);
     EXPECT_EQ(findings[0].health, Health::kGood);
 }

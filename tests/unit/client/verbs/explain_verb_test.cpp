@@ -5,6 +5,7 @@
 
 #include "client/show/exit_status.h"
 #include "tests/unit/client/verbs/verbs_test.h"
+#include "tests/unit/support/fake_platform.h"
 
 namespace client {
 
@@ -48,6 +49,22 @@ TEST_F(ExplainVerbTest, AFileIsExplainedInWords) {
     EXPECT_EQ(result.out.substr(0, other.size() + 1), other + "\n");
     EXPECT_NE(result.out.find("1 unit with " + path + "\n"), std::string::npos) << result.out;
     EXPECT_NE(result.out.find("1, set 0"), std::string::npos) << result.out;
+}
+
+TEST_F(ExplainVerbTest, ADirectoryIsRefusedWithoutAnOptionOfOtherVerbs) {
+    const CallResult result = Run({"explain", mount_});
+    EXPECT_EQ(result.status, kExitRefused);
+    EXPECT_NE(result.talk.find(": is a directory; list and check tell of whole volumes\n"),
+              std::string::npos)
+        << result.talk;
+}
+
+TEST_F(ExplainVerbTest, AFileOfAVolumeWithoutACacheHasItsUnitsAllTheSame) {
+    const std::string path = MakeAt("b", 5, 3);
+    g_platform.configs.clear();
+    const Json::Value file = Report({"explain", path}, kExitDone)["file"];
+    EXPECT_EQ(file["units"], 3);
+    EXPECT_EQ(file["unitsSet"], 0);
 }
 
 TEST_F(ExplainVerbTest, AListedEntryWhoseFileIsGoneIsSaidBesideTheRefusal) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // pin and unpin: what they send, what they refuse and what they cost.
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -20,6 +21,7 @@ TEST_F(FileVerbsTest, PinTellsFilesAndRefusals) {
     const std::string path = Make("a");
     Place(path, {{0, kUnit}});
     MakeQueue();
+    const auto service = Serve();
     const Json::Value report = Report({"pin", path}, 0);
     EXPECT_EQ(Shape(report),
               "dryRun:b entries:a exitStatus:n files:a notPinned:a refused:a repinned:a requests:n "
@@ -68,6 +70,7 @@ TEST_F(FileVerbsTest, UnpinTellsWhatWasNotPinnedAndWhatIsListedAndNotThere) {
     Place(other, {{9 * kUnit, 8}});
     unlink(gone.c_str());
     MakeQueue();
+    const auto service = Serve();
     const Json::Value report = Report({"unpin", "-k", gone, other}, 1);
     EXPECT_EQ(report["notPinned"].size(), 1U);
     EXPECT_EQ(report["notPinned"][0], other);
@@ -89,6 +92,7 @@ TEST_F(FileVerbsTest, UnpinNamesAFileInThePlaceOfAListedOneAndSendsTheOthers) {
     Place(fresh, {{11 * kUnit, 8}});
     rename(fresh.c_str(), path.c_str());
     MakeQueue();
+    const auto service = Serve();
     const Json::Value report = Report({"unpin", path, other}, 1);
     EXPECT_EQ(report["sent"], 1);
     ASSERT_EQ(report["refused"].size(), 1U);
@@ -107,6 +111,7 @@ TEST_F(FileVerbsTest, ARefusalStopsAllOrWithKeepGoingItselfAlone) {
     const std::string good = MakeAt("good", 1);
     const std::string bad = mount_ + "/nothing";
     const int queue = MakeQueue();
+    const auto service = Serve();
     const RefusalRow rows[] = {
         {"all or nothing", {good, bad}, kExitRefused, 0},
         {"the others", {"-k", good, bad}, kExitPartly, 1},
@@ -131,6 +136,58 @@ TEST_F(FileVerbsTest, ARefusalStopsAllOrWithKeepGoingItselfAlone) {
     }
 }
 
+TEST_F(FileVerbsTest, WithNobodyToTakeItAPinWaitsAndIsNotDone) {
+    const std::string path = MakeAt("a", 1);
+    const int queue = MakeQueue();
+    const CallResult result = Run({"pin", path});
+    EXPECT_EQ(result.status, kExitNoService);
+    EXPECT_NE(result.talk.find("the service does not run here; the requests wait until it is"),
+              std::string::npos)
+        << result.talk;
+    EXPECT_EQ(Waiting(queue), 1U);
+    std::filesystem::create_symlink("/bin/sh", dir_ / "quorcachepinfiled");
+    const Impostor service(dir_ / "quorcachepinfiled", {"-f", config_});
+    const CallResult workerless = Run({"pin", path});
+    EXPECT_EQ(workerless.status, kExitNoService);
+    EXPECT_NE(workerless.talk.find("the service's worker has ended"), std::string::npos)
+        << workerless.talk;
+    EXPECT_EQ(Waiting(queue), 2U);
+}
+
+TEST_F(FileVerbsTest, AStoppedServiceTakesNothing) {
+    const std::string path = MakeAt("a", 1);
+    MakeQueue();
+    const auto service = Serve();
+    ASSERT_EQ(kill(service->pid(), SIGSTOP), 0);
+    const CallResult result = Run({"pin", path});
+    EXPECT_EQ(kill(service->pid(), SIGCONT), 0);
+    EXPECT_EQ(result.status, kExitNoService);
+    EXPECT_NE(result.talk.find("was stopped by a signal"), std::string::npos) << result.talk;
+}
+
+TEST_F(FileVerbsTest, WhatDoesNotFitIntoTheCacheIsRefusedUnlessItIsMeant) {
+    const std::string path = MakeAt("a", 0, 17);
+    const int queue = MakeQueue();
+    const auto service = Serve();
+    EXPECT_EQ(Run({"pin", path}).status, kExitDone) << "the size of a mute cache is not known";
+    LetTheCacheTell("", "");
+    const CallResult refused = Run({"pin", path});
+    EXPECT_EQ(refused.status, kExitRefused);
+    EXPECT_NE(refused.talk.find(mount_ +
+                                ": 0 bytes pinned or queued and 1.1 MiB more do not fit into the "
+                                "cache of 1.0 MiB\n"),
+              std::string::npos)
+        << refused.talk;
+    EXPECT_NE(refused.talk.find("nothing was sent; --overcommit"), std::string::npos);
+    EXPECT_EQ(Waiting(queue), 1U);
+    EXPECT_EQ(Run({"pin", "-k", path}).status, kExitRefused);
+    const CallResult dry = Run({"pin", "-n", path});
+    EXPECT_EQ(dry.status, kExitDone);
+    EXPECT_NE(dry.talk.find("pin refuses that without --overcommit"), std::string::npos);
+    EXPECT_EQ(Run({"pin", "--overcommit", path}).status, kExitDone);
+    EXPECT_EQ(Waiting(queue), 2U);
+}
+
 TEST_F(FileVerbsTest, ADryRunSaysSo) {
     const std::string path = MakeAt("a", 1);
     const CallResult dry = Run({"pin", "-n", path});
@@ -143,6 +200,7 @@ TEST_F(FileVerbsTest, WhatSharesUnitsIsPinnedAgainUnlessToldNot) {
     const std::string listed = PinHalf();
     const std::string path = MakeAt("b", 5);
     const int queue = MakeQueue();
+    const auto service = Serve();
     const CallResult both = Run({"unpin", path});
     EXPECT_EQ(both.status, kExitDone) << both.talk;
     EXPECT_EQ(both.out, mount_ + ": unpin of 1 file sent in 1 request\n" +
@@ -187,7 +245,7 @@ TEST_F(FileVerbsTest, WhileNoServiceRunsAnEmptyFileIsTakenOffTheList) {
     EXPECT_EQ(ReadFile(config_), before);
 
     const CallResult result = Run({"unpin", empty, good});
-    EXPECT_EQ(result.status, kExitDone) << result.talk;
+    EXPECT_EQ(result.status, kExitNoService) << "its request waits: " << result.talk;
     EXPECT_EQ(result.out, empty + ": empty, taken off the list\n" + mount_ +
                               ": unpin of 1 file sent in 1 request\n");
     EXPECT_EQ(Waiting(queue), 1U);
@@ -284,6 +342,7 @@ TEST_F(FileVerbsTest, AnUnpinThatWasWaitedForIsJudgedWithWhatWasPinnedAgain) {
 TEST_F(FileVerbsTest, LinkIsOfferedAndPinsByALink) {
     const std::string path = MakeAt("my file", 3);
     MakeQueue();
+    const auto service = Serve();
     CallResult result = Run({"pin", path});
     EXPECT_EQ(result.status, kExitRefused);
     EXPECT_NE(result.talk.find("--link pins 1 of these files by a hard link"), std::string::npos)

@@ -61,7 +61,9 @@ TEST_F(ListVerbTest, FilesOfAVolumeThatIsNotMountedCannotBeLookedAt) {
     WriteFile(config_, R"({"volumes":{"/mnt/away":{"files":{"5":"x"}}}})");
     const CallResult result = Run({"list"});
     EXPECT_EQ(result.status, kExitDone);
-    EXPECT_NE(result.out.find("/mnt/away: 1 file pinned\n"), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("/mnt/away: 1 file pinned, the volume is not mounted\n"),
+              std::string::npos)
+        << result.out;
     EXPECT_NE(result.out.find("cannot be looked at: "), std::string::npos) << result.out;
     const Json::Value volume = Report({"list", "/mnt/away"}, kExitDone)["volumes"][0];
     EXPECT_EQ(volume["mounted"], false);

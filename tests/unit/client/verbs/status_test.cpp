@@ -104,11 +104,11 @@ TEST_F(StatusTest, VolumesWithPinnedFilesOrRequestsAreLookedAt) {
     Queue({second_});
     const Status queued = ReadStatus(config_);
     ASSERT_EQ(queued.volumes.size(), 1U);
-    EXPECT_EQ(queued.volumes[0].mountPath, second_);
+    EXPECT_EQ(queued.volumes[0].view.mountPath, second_);
     PinHalf();
     const Status pinned = ReadStatus(config_);
     ASSERT_EQ(pinned.volumes.size(), 1U);
-    EXPECT_EQ(pinned.volumes[0].mountPath, mount_);
+    EXPECT_EQ(pinned.volumes[0].view.mountPath, mount_);
 }
 
 struct HealthRow {
@@ -128,7 +128,23 @@ TEST(StatusHealthTest, EveryPartMustWork) {
         {"it hangs", [](Status& status) { status.standsStill = true; }, kExitNoService},
         {"no queue", [](Status& status) { status.queueKnown = false; }, kExitNoService},
         {"no list", [](Status& status) { status.stored.known = false; }, kExitNoService},
-        {"volumes do not matter", [](Status& status) { status.volumes.emplace_back(); }, kExitDone},
+        {"a volume on which nothing is pinned",
+         [](Status& status) { status.volumes.emplace_back(); }, kExitDone},
+        {"one volume is worse off than the other",
+         [](Status& status) {
+             status.volumes.resize(2);
+             status.volumes[0].health = PinHealth::kNotInForce;
+             status.volumes[1].health = PinHealth::kNotCached;
+         },
+         kExitNotInForce},
+        {"not in the cache yet",
+         [](Status& status) {
+             status.volumes.emplace_back();
+             status.volumes[0].health = PinHealth::kNotCached;
+         },
+         kExitNotCached},
+        {"a volume is not mounted", [](Status& status) { status.unmounted = {"/mnt/away"}; },
+         kExitPartly},
     };
     for (const HealthRow& row : rows) {
         Status status;
@@ -152,7 +168,8 @@ TEST_F(StatusVerbTest, StatusTellsWhatIsThereAlsoWithoutAService) {
     EXPECT_EQ(report["services"].size(), 0U);
     EXPECT_EQ(Shape(report["requests"][0]), "files:n number:s state:s type:s volume:s");
     EXPECT_EQ(Shape(report["volumes"][0]),
-              "cacheBytes:0 files:n unitsResident:0 unitsSet:n unitsWithDriver:0 volume:s");
+              "cacheBytes:0 files:n remedy:0 state:s unitsResident:0 unitsSet:n unitsWithDriver:0 "
+              "volume:s");
     MakeQueue();
     EXPECT_EQ(Shape(Report({"status"}, 3)["queue"]), "bytes:n id:n key:n limitBytes:n messages:n");
 }
@@ -166,6 +183,22 @@ TEST_F(StatusVerbTest, WithoutAServiceItIsSaidInWords) {
     EXPECT_NE(result.out.find("reload"), std::string::npos) << result.out;
     EXPECT_NE(result.out.find(mount_ + ": 1 file pinned, 1 unit = 64.0 KiB\n"), std::string::npos)
         << result.out;
+    EXPECT_NE(result.out.find(" pinned\n"), std::string::npos) << result.out;
+}
+
+TEST_F(StatusVerbTest, VolumesThatAreNotInForceOrNotMountedAreNamed) {
+    PinHalf();
+    g_platform.stats["/dev/ssd1"].state = 0;
+    const std::string out = Run({"status"}).out;
+    EXPECT_NE(out.find("pinned, not in force: the cache does not serve now, or does not keep "
+                       "pins; remedy: bring the cache up"),
+              std::string::npos)
+        << out;
+    WriteFile(config_, R"({"volumes":{"/mnt/away":{"files":{"5":"x"}}}})");
+    EXPECT_NE(Run({"status"}).out.find("/mnt/away: 1 file pinned\n"), std::string::npos);
+    const Json::Value volumes = Report({"status"}, kExitNoService)["volumes"];
+    ASSERT_EQ(volumes.size(), 1U);
+    EXPECT_EQ(volumes[0]["state"], "not mounted");
 }
 
 TEST_F(StatusVerbTest, AServiceThatWorksAndItsRequestAreShown) {

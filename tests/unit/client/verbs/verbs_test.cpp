@@ -98,13 +98,17 @@ std::string VerbsTest::PinHalf() {
     return path;
 }
 
-CallResult VerbsTest::RunServed(const std::vector<std::string>& arguments, int queue, int messages,
-                                const std::function<void(int)>& act) {
+std::unique_ptr<BusyImpostor> VerbsTest::Serve() {
     const std::string program = dir_ / "quorcachepinfiled";
     if (!Exists(program)) {
         std::filesystem::create_symlink("/usr/bin/python3", program);
     }
-    const BusyImpostor service(program, "", 0, {"-f", config_});
+    return std::make_unique<BusyImpostor>(program, "", 0, std::vector<std::string>{"-f", config_});
+}
+
+CallResult VerbsTest::RunServed(const std::vector<std::string>& arguments, int queue, int messages,
+                                const std::function<void(int)>& act) {
+    const auto service = Serve();
     std::thread taker([&] {
         RequestMsg taken = {};
         for (int i = 1; i <= messages; ++i) {

@@ -6,10 +6,12 @@
 #include <json/json.h>
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "tests/unit/client/client_test.h"
+#include "tests/unit/client/service/impostor.h"
 
 namespace client {
 
@@ -52,6 +54,9 @@ class VerbsTest : public QueueClientTest {
 
     // Messages in the queue.
     static uint64_t Waiting(int queue);
+
+    // Starts a process that looks like a working service; it lives as long as what is returned.
+    std::unique_ptr<BusyImpostor> Serve();
 
     // Runs the verb beside a process that looks like a working service. Whenever a message comes,
     // it is taken and `act` is called with the number of messages so far, the first being 1; `act`

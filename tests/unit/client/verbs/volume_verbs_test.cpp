@@ -16,6 +16,7 @@ class VolumeVerbsTest : public VerbsTest {};
 
 TEST_F(VolumeVerbsTest, VolumeVerbsTellTheVolume) {
     MakeQueue();
+    const auto service = Serve();
     for (const char* const verb : {"reload", "pend", "release"}) {
         const Json::Value report = Report({verb, mount_ + "//"}, 0);
         EXPECT_EQ(Shape(report), "exitStatus:n schema:n sent:n verb:s volume:s");
@@ -34,6 +35,7 @@ struct VolumeVerbRow {
 
 TEST_F(VolumeVerbsTest, EachSendsItsRequestAndOnlyReloadNeedsACache) {
     const int queue = MakeQueue();
+    const auto service = Serve();
     const VolumeVerbRow rows[] = {{"reload", kRequestReloadPinBlocks, kExitRefused},
                                   {"pend", kRequestAddPendingSpace, kExitDone},
                                   {"release", kRequestRemovePendingSpace, kExitDone}};
@@ -53,6 +55,19 @@ TEST_F(VolumeVerbsTest, EachSendsItsRequestAndOnlyReloadNeedsACache) {
     EXPECT_EQ(Waiting(queue), 2U);
 }
 
+TEST_F(VolumeVerbsTest, WithNobodyToTakeItARequestIsSentAndNotSaidToBeTaken) {
+    const int queue = MakeQueue();
+    for (const char* const verb : {"reload", "pend", "release"}) {
+        const CallResult result = Run({verb, mount_});
+        EXPECT_EQ(result.status, kExitNoService) << verb;
+        EXPECT_EQ(result.out, "") << verb;
+        EXPECT_NE(result.talk.find("the service does not run here; the requests wait"),
+                  std::string::npos)
+            << result.talk;
+    }
+    EXPECT_EQ(Waiting(queue), 3U);
+}
+
 TEST_F(VolumeVerbsTest, ReloadTakesAVolumeOrMissing) {
     EXPECT_EQ(Run({"reload"}).status, kExitUsage);
     EXPECT_EQ(Run({"reload", "--missing", mount_}).status, kExitUsage);
@@ -67,6 +82,18 @@ TEST_F(VolumeVerbsTest, WithNothingMissingNothingIsSent) {
     EXPECT_EQ(result.out, "all pinned units are in their caches\n");
     EXPECT_EQ(Shape(Report({"reload", "--missing"}, kExitDone)),
               "exitStatus:n schema:n sent:n verb:s volumes:a");
+}
+
+TEST_F(VolumeVerbsTest, PinsThatNoCacheKeepsAreNotSaidToBeInIt) {
+    WriteBitmap({1, 2});
+    g_platform.stats["/dev/ssd1"].state = 0;
+    const CallResult result = Run({"reload", "--missing"});
+    EXPECT_EQ(result.status, kExitNotInForce);
+    EXPECT_EQ(result.out, "nothing was sent\n");
+    EXPECT_NE(
+        result.talk.find(mount_ + ": what is pinned is not in force: the cache does not serve"),
+        std::string::npos)
+        << result.talk;
 }
 
 TEST_F(VolumeVerbsTest, AWaitThatCannotEndSendsNothing) {
