@@ -4,7 +4,7 @@ import hashlib
 import os
 import re
 
-from conftest import set_up, write_files
+from conftest import follow, set_up, write_files
 from machine import MIB, until
 
 
@@ -73,8 +73,9 @@ def test_a_volume_that_has_grown_keeps_its_pins(pool):
     disk.__init__(pool.state, "disk", 768 * MIB)
     pool.write_rules()
     pool.boot()
-    pool.run("umount /mnt/pool && e2fsck -fp /dev/quorcache/pool && resize2fs /dev/quorcache/pool && "
-             "systemctl start mnt-pool.mount")
+    follow(pool, "docs/operations.md", "A volume that has grown")
+    assert int(pool.run("findmnt -b -n -o SIZE /mnt/pool")) > 600 * MIB
+    until(lambda: pool.ask("systemctl is-active quorcachepinfiled") == "active", "the volume brings the service")
     write_files(pool, "/mnt/pool/grown", {"e": 1_000_000})
     pool.run("quorcachepinctl pin --wait /mnt/pool/grown/e")
     pool.pinned |= {"/mnt/pool/grown/e"}
