@@ -17,6 +17,7 @@
 
 #include "client/show/output.h"
 #include "client/show/text.h"
+#include "client/volume/directory_walk.h"
 #include "client/volume/volume_view.h"
 
 namespace client {
@@ -41,11 +42,10 @@ std::string ReadLink(const std::string& path) {
 
 // Returns the numbers that name entries of a directory of /proc, sorted.
 std::vector<pid_t> NumbersIn(const std::string& directory) {
+    std::vector<std::string> names;
     std::vector<pid_t> numbers;
-    std::error_code error;
-    for (std::filesystem::directory_iterator it(directory, error), end; !error && it != end;
-         it.increment(error)) {
-        const std::string name = it->path().filename();
+    ListNames(directory, names);
+    for (const std::string& name : names) {
         if (isdigit(static_cast<unsigned char>(name[0])) != 0) {
             numbers.push_back(static_cast<pid_t>(strtol(name.c_str(), nullptr, 10)));
         }
@@ -152,11 +152,6 @@ bool SharesQueue(const std::string& task, const std::string& ipc) {
     return its.empty() && geteuid() != 0 ? NestingOf(task) == NestingOf("/proc/self") : its == ipc;
 }
 
-bool IsService(const std::string& task) {
-    const std::vector<std::string> arguments = Arguments(task);
-    return !arguments.empty() && NameOf(arguments[0]) == kProgramName;
-}
-
 }  // namespace
 
 bool RefreshService(ServiceProcess& service) {
@@ -168,7 +163,8 @@ bool RefreshService(ServiceProcess& service) {
         // Ended, and not yet collected.
         if (state != '\0' && state != 'Z' && state != 'X') {
             service.stopped = service.stopped || state == 'T';
-            service.thread = thread;
+            // The main one, if it lives: the worker is the one that ends by itself.
+            service.thread = service.thread == 0 ? thread : service.thread;
             (thread == service.pid ? service.intakeAlive : service.workerAlive) = true;
         }
     }
@@ -186,12 +182,16 @@ std::vector<ServiceProcess> FindServices() {
         if (ReadAll("/proc/" + std::to_string(pid) + "/comm") != comm || !RefreshService(service)) {
             continue;
         }
+        std::vector<std::string> arguments = Arguments(TaskPath(pid, service.thread));
+        if (arguments.empty() && RefreshService(service)) {
+            arguments = Arguments(TaskPath(pid, service.thread));  // the one asked has just ended
+        }
         const std::string task = TaskPath(pid, service.thread);
         // One in another namespace has another queue: a container's, say.
-        if (!IsService(task) || !SharesQueue(task, ipc)) {
+        if (arguments.empty() || NameOf(arguments[0]) != kProgramName || !SharesQueue(task, ipc)) {
             continue;
         }
-        service.configPath = PathFromHere(task, ConfigArgument(Arguments(task)));
+        service.configPath = PathFromHere(task, ConfigArgument(arguments));
         service.user = UserOf(task);
         services.push_back(service);
     }

@@ -78,37 +78,15 @@ TEST(Report, OneDescriptionComesOutTwice) {
     }
 }
 
-TEST(Report, BlocksWithoutAHeadlineStandInLineWithTheRowsAround) {
-    const Record plain = Record().Add("pid", 7, "service");
-    const Record headed = Record().Headline("/m:").Add("n", 1, "units set");
-    EXPECT_EQ(TextOf(Record()
-                         .List("services", {plain, plain}, Layout::kBlocks)
-                         .Add("configPath", "/c", "configuration")
-                         .List("volumes", {headed}, Layout::kBlocks)),
-              "service        7\nservice        7\nconfiguration  /c\n/m:\n  units set  1\n");
-}
-
-TEST(Report, AMemberStandsInLineToo) {
-    const Record file = Record().Add("inode", 7, "inode");
-    const Record report = Record().Add("volume", "/m", "volume").Member("file", file);
-    EXPECT_EQ(JsonOf(report), R"({"file":{"inode":7},"volume":"/m"})");
-    EXPECT_EQ(TextOf(report), "volume  /m\ninode   7\n");
-}
-
-TEST(Report, ALineInAListOfRowsStandsInTheLastColumn) {
-    const Record finding = Record().Add("health", "bad", "").Add("text", "no queue", "");
-    EXPECT_EQ(TextOf(Record().List("findings", {Record(finding).Line("remedy: start it"), finding},
-                                   Layout::kRows)),
-              "bad  no queue\n     remedy: start it\nbad  no queue\n");
-}
-
-TEST(Report, WhatWasPrintedIsNotPrintedAgain) {
-    Record report;
-    EXPECT_EQ(TextOf(report.Line("before")), "before\n");
-    testing::internal::CaptureStdout();
-    report.Print();
-    report.Line("after").Print();
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "before\nafter\n");
+TEST(Report, ACopyGoesItsOwnWay) {
+    Record first = Record().Add("a", 1, "a");
+    Record second = first;
+    second.Headline("second").Add("b", 2, "b").Line("more");
+    first.Add("a", 3, "a");
+    EXPECT_EQ(JsonOf(first), R"({"a":3})");
+    EXPECT_EQ(TextOf(first), "a  1\na  3\n");
+    EXPECT_EQ(JsonOf(second), R"({"a":1,"b":2})");
+    EXPECT_EQ(TextOf(second), "second\n  a  1\n  b  2\n  more\n");
 }
 
 Json::Value Finished(Record report, int exitStatus) {

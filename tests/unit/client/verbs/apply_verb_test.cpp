@@ -76,6 +76,7 @@ TEST_F(ApplyVerbTest, ALineThatAllowsLinksIsAppliedByThem) {
     const std::string path = MakeAt("my file", 3);
     Conf("link " + path + "\n");
     const int queue = MakeQueue();
+    const auto service = Serve();
     EXPECT_EQ(Apply(0, {"--dry-run"})["pins"][0]["path"], path);
     EXPECT_FALSE(HasLink(mount_, InodeOf(path))) << "it was a dry run";
     EXPECT_EQ(Apply(0)["sent"], 1);

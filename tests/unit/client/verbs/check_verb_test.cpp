@@ -145,7 +145,7 @@ TEST_F(CheckVerbTest, ARepairTakesLastNamesAway) {
     const std::string link = Link(path);
     // What waits in the queue may name it.
     const int queue = MakeQueue();
-    ASSERT_EQ(Run({"pin", path}).status, 0);
+    ASSERT_EQ(Run({"pin", path}).status, kExitNoService);
     ASSERT_EQ(Waiting(queue), 1U);
     EXPECT_EQ(Report({"check", "--repair"}, 0)["linksRemoved"].size(), 0U);
     unlink(path.c_str());

@@ -2,6 +2,7 @@
 // pin and unpin: what they send, what they refuse and what they cost.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -159,6 +160,8 @@ TEST_F(FileVerbsTest, AStoppedServiceTakesNothing) {
     MakeQueue();
     const auto service = Serve();
     ASSERT_EQ(kill(service->pid(), SIGSTOP), 0);
+    int status = 0;
+    ASSERT_EQ(waitpid(service->pid(), &status, WUNTRACED), service->pid());
     const CallResult result = Run({"pin", path});
     EXPECT_EQ(kill(service->pid(), SIGCONT), 0);
     EXPECT_EQ(result.status, kExitNoService);
