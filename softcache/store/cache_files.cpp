@@ -100,7 +100,7 @@ std::string SizeFile(Start& start) {
     if (wasCut) {
         start.Remark(
             start.Ssd("was cut or lost space since it was used: nothing of it is believed"));
-        const std::string wrong = StartCold(start);
+        std::string wrong = StartCold(start);
         if (!wrong.empty()) {
             return wrong;
         }
