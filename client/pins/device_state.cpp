@@ -201,7 +201,7 @@ UnitSet FindAbsent(const ConfigState& state, const Volume& volume, const VolumeV
     Mapper mapper;
     std::vector<PinnedFile> listed;
     const auto pinned = state.pinned.find(volume.mountPath);
-    const UnitSet absent = AbsentOf(view, listed);
+    UnitSet absent = AbsentOf(view, listed);
     if (pinned == state.pinned.end() || absent.Count() == 0) {
         return absent;
     }
