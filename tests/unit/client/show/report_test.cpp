@@ -8,16 +8,11 @@
 
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
+#include "tests/unit/client/show/printed.h"
 
 namespace client {
 
 namespace {
-
-std::string TextOf(Record record) {
-    testing::internal::CaptureStdout();
-    record.Print();
-    return testing::internal::GetCapturedStdout();
-}
 
 std::string JsonOf(const Record& record) {
     Json::StreamWriterBuilder builder;

@@ -3,16 +3,11 @@
 #include <gtest/gtest.h>
 
 #include "client/show/report.h"
+#include "tests/unit/client/show/printed.h"
 
 namespace client {
 
 namespace {
-
-std::string TextOf(Record record) {
-    testing::internal::CaptureStdout();
-    record.Print();
-    return testing::internal::GetCapturedStdout();
-}
 
 TEST(ReportText, BlocksWithoutAHeadlineStandInLineWithTheRowsAround) {
     const Record plain = Record().Add("pid", 7, "service");
