@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
 """A running quorcachepinfiled: its log, its threads, its end."""
+import contextlib
 import os
 import re
 import signal
@@ -123,6 +124,16 @@ class Daemon:
     def wait(self):
         """Waits for the end without a signal; returns the exit status."""
         return processes.wait(self.process)
+
+    @contextlib.contextmanager
+    def suspended(self):
+        """A with block during which it is stopped by a signal; no thread of it runs any more when it begins."""
+        os.kill(self.pid, signal.SIGSTOP)
+        try:
+            journal.until(lambda: set(self.threads().values()) == {"T"}, "it is not stopped")
+            yield
+        finally:
+            os.kill(self.pid, signal.SIGCONT)
 
     def alive(self):
         return self.process.poll() is None

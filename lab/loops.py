@@ -8,11 +8,26 @@ import struct
 
 from lab import namespaces
 
-_GET_FREE, _CONFIGURE = 0x4C82, 0x4C0A
+_GET_FREE, _CONFIGURE, _GET_STATUS = 0x4C82, 0x4C0A, 0x4C05
 _AUTOCLEAR = 4
 _DIRECT_IO = 16  # as the cache attaches its own; where the file has none the kernel does without
 # struct loop_config: file descriptor, block size, struct loop_info64 (232 bytes), 8 reserved words
 _CONFIG = struct.Struct("=II 5Q 4I 64s 64s 32s 2Q 8Q")
+_INFO = struct.Struct("=2Q 216x")  # struct loop_info64, of which the backing's device and inode are first
+
+
+def backing(node):
+    """What the loop device at `node` is attached to, as (device, inode); None: nothing.
+
+    A number that was let go may at once be another environment's, with another backing.
+    """
+    with open(node, "rb") as device:
+        try:
+            return _INFO.unpack(fcntl.ioctl(device, _GET_STATUS, bytes(_INFO.size)))
+        except OSError as error:
+            if error.errno != errno.ENXIO:
+                raise
+            return None
 
 
 @contextlib.contextmanager

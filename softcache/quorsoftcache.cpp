@@ -141,18 +141,13 @@ int Inspect(const std::string& ssd) {
 // Brings to the SSD what requests leave behind, and at the end everything.
 class Settling {
   public:
-    Settling(ServedCache& served, const std::string& backing)
+    explicit Settling(ServedCache& served)
         : served_(served),
-          learn_([&served, backing] {
-              std::string uuid;
-              if (served.cache.TakeBeginningChanged() && ReadBackingUuid(backing, uuid)) {
-                  served.store.SetUuid(uuid);
-              }
-          }),
-          checkpoints_(std::make_unique<Checkpoints>(served.cache, learn_)) {}
+          checkpoints_(
+              std::make_unique<Checkpoints>(served.cache, [&served] { served.volume.Settle(); })) {}
     ~Settling() {
         checkpoints_.reset();
-        learn_();
+        served_.volume.Settle();
         served_.cache.Close();
     }
     Settling(const Settling&) = delete;
@@ -160,7 +155,6 @@ class Settling {
 
   private:
     ServedCache& served_;
-    const std::function<void()> learn_;
     std::unique_ptr<Checkpoints> checkpoints_;
 };
 
@@ -238,7 +232,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     const std::unique_ptr<ServedCache> cache = MakeCache(options, storage);
-    const Settling settling(*cache, AbsolutePath(options.backing));
+    const Settling settling(*cache);
     Served served(*cache);
     if (!Serve(options, storage, served)) {
         return 1;

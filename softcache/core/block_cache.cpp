@@ -161,7 +161,7 @@ int BlockCache::WriteUnits(const uint8_t* data, size_t size, uint64_t offset) {
     const UnitClaim claim(claims_, UnitAt(offset), UnitAt(offset + size - 1));
     const OpenSlots open(*this, SlotsOf(offset, size));
     const int result = backing_.Write(data, size, offset);
-    BackingHasChanged(offset);
+    BackingHasChanged();
     if (result != 0) {
         DropCopies(offset, size);  // how far the write came is not known
         return result;

@@ -94,10 +94,6 @@ class BlockCache {
     // nothing was closed. It also happens by itself, when a 32nd of the slots is not settled.
     int Checkpoint();
 
-    // Whether the device's first units, where a file system says which one it is, were written to
-    // since the last call.
-    bool TakeBeginningChanged();
-
     // Waits until a checkpoint is worth while: a moment after there is something unsettled, at once
     // when half of what is tolerated is. Returns false, at once, after StopWaiting.
     bool WaitForUnsettled();
@@ -163,7 +159,7 @@ class BlockCache {
     void GiveUp(uint32_t slot);
     bool SsdIsWhole();
     void Count(uint64_t CacheCounters::*counter);
-    void BackingHasChanged(uint64_t offset);
+    void BackingHasChanged();
     int SyncBacking(bool dataOnly);
 
     std::vector<uint32_t> SlotsOf(uint64_t offset, uint64_t length) const;
@@ -197,7 +193,6 @@ class BlockCache {
     bool noWaiting_ = false;
     bool ssdIsLost_ = false;
     bool tableIsInvalid_ = false;  // or cannot be made so; after ssdIsLost_
-    bool beginningChanged_ = true;
     uint64_t backingWrites_ = 0;  // finished
     uint64_t syncedWrites_ = 0;   // of them, on stable storage
     int unreportedError_ = 0;     // of a sync that nobody asked for

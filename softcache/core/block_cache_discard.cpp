@@ -13,7 +13,6 @@
 namespace softcache {
 
 constexpr uint64_t kMostBytesAtOnce = 1 << 30;
-constexpr uint64_t kBeginning = 128 << 10;
 constexpr size_t kMostCopiesAtOnce = 64;  // that are open for one operation
 
 int BlockCache::Allocate(int mode, uint64_t offset, uint64_t length) {
@@ -56,10 +55,10 @@ int BlockCache::ZeroUnits(int mode, uint64_t offset, uint64_t& length) {
     const OpenSlots open(*this, SlotsOf(offset, length));
     const int result = AllocateUnits(mode, offset, length);
     if (result == 0) {
-        BackingHasChanged(offset);
+        BackingHasChanged();
         ZeroCopies(offset, length);
     } else if (result != -EOPNOTSUPP && result != -EINVAL) {
-        BackingHasChanged(offset);
+        BackingHasChanged();
         DropCopies(offset, length);  // how far it came is not known
     }
     return result;
@@ -80,15 +79,9 @@ void BlockCache::ZeroCopies(uint64_t offset, uint64_t length) {
     }
 }
 
-void BlockCache::BackingHasChanged(uint64_t offset) {
+void BlockCache::BackingHasChanged() {
     const std::lock_guard<std::mutex> lock(mutex_);
     ++backingWrites_;
-    beginningChanged_ = beginningChanged_ || offset < kBeginning;
-}
-
-bool BlockCache::TakeBeginningChanged() {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return std::exchange(beginningChanged_, false);
 }
 
 // After a failure it is not known what the backing has, so the copies that are not settled go: they

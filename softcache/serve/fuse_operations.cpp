@@ -161,9 +161,9 @@ static void WriteDevice(fuse_req_t request, ServedCache& served, const char* dat
         return;
     }
     size = static_cast<size_t>(std::min<uint64_t>(size, deviceSize - offset));
-    int result = served.cache.Write(data, size, offset);
+    int result = served.Write(data, size, offset);
     if (result == 0 && (flags & (O_SYNC | O_DSYNC)) != 0) {
-        result = served.cache.Flush((flags & O_SYNC) != O_SYNC);
+        result = served.Flush((flags & O_SYNC) != O_SYNC);
     }
     if (result == 0) {
         fuse_reply_write(request, size);
@@ -188,7 +188,7 @@ static void Write(fuse_req_t request, fuse_ino_t id, const char* data, size_t si
 }
 
 static void Fsync(fuse_req_t request, fuse_ino_t id, int dataOnly, fuse_file_info*) {
-    const int result = id == kDeviceId ? Served(request).cache.Flush(dataOnly != 0) : 0;
+    const int result = id == kDeviceId ? Served(request).Flush(dataOnly != 0) : 0;
     fuse_reply_err(request, -result);
 }
 
@@ -196,9 +196,10 @@ static void Fsync(fuse_req_t request, fuse_ino_t id, int dataOnly, fuse_file_inf
 // too, and refused where he did not.
 static void Fallocate(fuse_req_t request, fuse_ino_t id, int mode, off_t offset, off_t length,
                       fuse_file_info*) {
-    BlockCache& cache = Served(request).cache;
+    ServedCache& served = Served(request);
     const auto begin = static_cast<uint64_t>(offset);
-    const uint64_t room = cache.DeviceSize() - std::min(begin, cache.DeviceSize());
+    const uint64_t deviceSize = served.cache.DeviceSize();
+    const uint64_t room = deviceSize - std::min(begin, deviceSize);
     const uint64_t inside = std::min(static_cast<uint64_t>(length), room);
     const bool reachesOver = inside < static_cast<uint64_t>(length);
     if (id != kDeviceId) {
@@ -206,7 +207,7 @@ static void Fallocate(fuse_req_t request, fuse_ino_t id, int mode, off_t offset,
     } else if (reachesOver && (mode & FALLOC_FL_KEEP_SIZE) == 0) {
         fuse_reply_err(request, ENOSPC);
     } else {
-        fuse_reply_err(request, inside == 0 ? 0 : -cache.Allocate(mode, begin, inside));
+        fuse_reply_err(request, inside == 0 ? 0 : -served.Allocate(mode, begin, inside));
     }
 }
 

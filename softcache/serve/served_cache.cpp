@@ -10,6 +10,7 @@ ServedCache::ServedCache(const Disk& backing, SsdStore& ssd, const std::vector<W
                          std::string registryDirectory, RegistryRecord registryRecord)
     : store(ssd),
       cache(backing, ssd, warm),
+      volume(backing, ssd),
       registry(std::move(registryDirectory), std::move(registryRecord)) {}
 
 std::string ServedCache::RestorePins() {
@@ -37,6 +38,25 @@ int ServedCache::ApplyPins(const std::vector<uint8_t>& bitmap) {
     if (result == 0) {
         cache.SetPins(bitmap);
     }
+    return result;
+}
+
+// A failed change may have been made in part, so the volume is told of it too.
+int ServedCache::Write(const void* data, size_t size, uint64_t offset) {
+    const int result = cache.Write(data, size, offset);
+    volume.Written(data, size, offset);
+    return result;
+}
+
+int ServedCache::Allocate(int mode, uint64_t offset, uint64_t length) {
+    const int result = cache.Allocate(mode, offset, length);
+    volume.Written(nullptr, 0, offset);
+    return result;
+}
+
+int ServedCache::Flush(bool dataOnly) {
+    const int result = cache.Flush(dataOnly);
+    volume.BeforeSync();
     return result;
 }
 

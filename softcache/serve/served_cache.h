@@ -11,6 +11,7 @@
 #include "softcache/core/block_cache.h"
 #include "softcache/serve/control_record.h"
 #include "softcache/serve/faults.h"
+#include "softcache/serve/known_volume.h"
 #include "softcache/serve/registry.h"
 
 namespace softcache {
@@ -27,8 +28,14 @@ struct ServedCache {
     // old one in force.
     int ApplyPins(const std::vector<uint8_t>& bitmap);
 
+    // The device's changes, as BlockCache has them, with what they say of the volume on it.
+    int Write(const void* data, size_t size, uint64_t offset);
+    int Allocate(int mode, uint64_t offset, uint64_t length);
+    int Flush(bool dataOnly);
+
     SsdStore& store;
     BlockCache cache;
+    KnownVolume volume;
     Faults faults;
     ControlRecord record;
     RegistryEntry registry;

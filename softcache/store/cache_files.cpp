@@ -190,7 +190,9 @@ std::string OpenCacheFiles(const CacheFilesWanted& wanted, CacheFiles& files) {
     return wrong;
 }
 
-bool ReadBackingUuid(const std::string& path, std::string& uuid) {
+bool ReadBackingUuid(const Disk& backing, std::string& uuid) {
+    // Opened once more, as it is open for direct access.
+    const std::string path = "/proc/thread-self/fd/" + std::to_string(backing.Fd());
     const OwnedFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_LARGEFILE));
     Signature signature;
     if (!fd.valid() || !FindSignature(fd.get(), path, signature).empty()) {

@@ -36,8 +36,8 @@ struct CacheFiles {
 // written before both files are known to be the right ones.
 std::string OpenCacheFiles(const CacheFilesWanted& wanted, CacheFiles& files);
 
-// Stores the UUID of what lies on a backing now, by its path; empty when it has none. Returns
-// whether that could be found out.
-bool ReadBackingUuid(const std::string& path, std::string& uuid);
+// Stores the UUID of what lies on a backing now; empty when it has none. Returns whether that could
+// be found out.
+bool ReadBackingUuid(const Disk& backing, std::string& uuid);
 
 }  // namespace softcache

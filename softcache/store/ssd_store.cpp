@@ -100,17 +100,23 @@ void SsdStore::InvalidateTable() {
     head_.tableSeed = RandomSeed(head_.tableSeed);
 }
 
-void SsdStore::SetUuid(const std::string& uuid) {
+int SsdStore::SetUuid(const std::string& uuid) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    head_.identity.uuid = uuid;
+    if (head_.identity.uuid == uuid) {
+        return 0;
+    }
+    const std::string known = std::exchange(head_.identity.uuid, uuid);
+    const int result = PutHeadInUse();
+    if (result != 0) {
+        head_.identity.uuid = known;
+    }
+    return result;
 }
 
 int SsdStore::WriteHead(std::vector<uint32_t> open) {
     const std::lock_guard<std::mutex> lock(mutex_);
     head_.open = std::move(open);
-    head_.flags &= ~uint32_t{kStoppedInOrder | kBackingMarked};
-    head_.backingMark = 0;
-    return PutHead();
+    return PutHeadInUse();
 }
 
 // One that is shorter than a page is marked as if zeros followed. Returns 0 or -errno.
@@ -138,7 +144,13 @@ bool SsdStore::IsChanged(const Disk& backing) const {
            mark != head_.backingMark;
 }
 
-// Under the mutex.
+// This one and the next under the mutex.
+int SsdStore::PutHeadInUse() {
+    head_.flags &= ~uint32_t{kStoppedInOrder | kBackingMarked};
+    head_.backingMark = 0;
+    return PutHead();
+}
+
 int SsdStore::PutHead() {
     ++head_.sequence;
     const AlignedBytes page = AllocateAligned(kPageBytes);

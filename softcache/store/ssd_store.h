@@ -36,8 +36,8 @@ class SsdStore {
     // Nothing in the table counts any more from the next head on.
     void InvalidateTable();
 
-    // From the next head on.
-    void SetUuid(const std::string& uuid);
+    // Makes it the SSD of the volume with this UUID, by a head at once unless it is already.
+    int SetUuid(const std::string& uuid);
 
     // Writes a head with these slots open, at most kMostOpen.
     int WriteHead(std::vector<uint32_t> open);
@@ -64,6 +64,7 @@ class SsdStore {
     const Disk& Ssd() const { return ssd_; }
 
   private:
+    int PutHeadInUse();
     int PutHead();
 
     Disk ssd_;

@@ -3,7 +3,6 @@
 import contextlib
 import fcntl
 import os
-import signal
 import threading
 
 import pytest
@@ -415,11 +414,8 @@ def test_a_repair_that_is_not_waited_for_says_what_it_sent(stage):
     daemon = stage.daemon()
     command.done("pin", "--wait", path)
     append(path, 3_000_000)
-    os.kill(daemon.pid, signal.SIGSTOP)
-    try:
+    with daemon.suspended():
         result = command.run("check", "--repair", "--timeout", "1")
-    finally:
-        os.kill(daemon.pid, signal.SIGCONT)
     assert result.status == 3 and "was stopped by a signal" in result.talk
     assert f"  repair: {path}: pinned again" in result.lines()
     assert result.lines()[-1] == "  1 request sent, not waited for to the end"

@@ -1,7 +1,6 @@
 # SPDX-License-Identifier: MIT
 """What the command tells is true: what is pinned and not in the cache, not in force, too much; without root's rights."""
 import os
-import signal
 
 from lab import command, evidence, queue as queues
 
@@ -75,11 +74,10 @@ def test_with_nobody_to_take_it_a_request_is_not_said_to_be_done(stage):
     volume = stage.volume()
     path = volume.write("a", 500_000)
     daemon, queue = stage.daemon(), stage.queue()
-    os.kill(daemon.pid, signal.SIGSTOP)
-    result = command.run("pin", path)
-    assert (result.status, command.run("status").status) == (3, 3)
+    with daemon.suspended():
+        result = command.run("pin", path)
+        assert (result.status, command.run("status").status) == (3, 3)
     assert "was stopped by a signal; the requests wait" in result.talk
-    os.kill(daemon.pid, signal.SIGCONT)
     daemon.until_done("pinFiles")
 
     daemon.stop()

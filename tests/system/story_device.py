@@ -1,13 +1,14 @@
 # SPDX-License-Identifier: MIT
 """A cache with a block device of its own: there when it says so, and taken away without a loss."""
 import os
+import select
 import signal
 import socket
 import subprocess
 
 import pytest
 
-from lab import journal, libc, namespaces, processes
+from lab import journal, libc, loops, namespaces, processes
 
 LINK, VOLUME, DIRECTORY = "/dev/quorcache/own", "/mnt/own", "/tmp/own"
 
@@ -27,11 +28,13 @@ class Own:
             if os.path.exists(f"{DIRECTORY}/notify"):
                 os.unlink(f"{DIRECTORY}/notify")
             manager.bind(f"{DIRECTORY}/notify")
-            manager.settimeout(journal.PATIENCE)
             self.process = processes.start(
                 [namespaces.program("quorsoftcache"), "--name", "own", "--backing", f"{DIRECTORY}/disk",
                  "--ssd", f"{DIRECTORY}/ssd", "--device"], self.output,
                 {"NOTIFY_SOCKET": f"{DIRECTORY}/notify"})
+            journal.until(lambda: select.select([manager], [], [], 0)[0] or self.process.poll() is not None,
+                          "the cache does not get ready")
+            assert self.process.poll() is None, processes.text_of(self.output)
             self.told = manager.recv(4096).decode()
         self.node = os.path.realpath(LINK)
 
@@ -62,11 +65,11 @@ def test_the_manager_is_told_when_the_device_can_be_opened(own):
 
 
 def test_an_orderly_end_leaves_nothing(own):
+    backing = loops.backing(own.node)
     assert processes.stop(own.process) == 0
     assert not os.path.lexists(LINK) and not os.path.ismount("/run/quorsoftcache/mount/own")
     assert not os.path.exists("/run/quorsoftcache/own.json")
-    with open(own.node, "rb") as device:
-        assert device.read(1) == b""  # the number is free again
+    assert backing is not None and loops.backing(own.node) != backing
 
 
 def test_a_mounted_volume_is_served_until_it_is_let_go(own):
@@ -94,13 +97,26 @@ def test_a_second_signal_ends_the_wait(own):
     assert processes.stop(own.process) == 0
 
 
+def take_over(kind="ext4"):
+    """A cache after one that was killed: the volume is there, and the SSD is still taken for its own."""
+    subprocess.run(["umount", "/run/quorsoftcache/mount/own"], check=False)
+    again = Own()
+    libc.mount(LINK, VOLUME, kind)
+    libc.unmount(VOLUME)
+    assert processes.stop(again.process) == 0
+
+
 def test_a_killed_cache_is_replaced_once_its_volume_is_let_go(own):
     libc.mount(LINK, VOLUME, "ext4")
     own.process.kill()
     own.process.wait()
     libc.unmount(VOLUME)
-    subprocess.run(["umount", "/run/quorsoftcache/mount/own"], check=False)
-    again = Own()
-    libc.mount(LINK, VOLUME, "ext4")
-    libc.unmount(VOLUME)
-    assert processes.stop(again.process) == 0
+    take_over()
+
+
+@pytest.mark.parametrize("kind", ["ext4", "btrfs"])
+def test_a_volume_made_anew_is_known_after_a_crash_at_once(own, kind):
+    subprocess.run([f"mkfs.{kind}", "-q", "-f" if kind == "btrfs" else "-F", LINK], check=True)
+    own.process.kill()
+    own.process.wait()
+    take_over(kind)

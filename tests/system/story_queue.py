@@ -1,6 +1,5 @@
 # SPDX-License-Identifier: MIT
 """The queue and its key file, as a start may find them."""
-import os
 import signal
 
 import pytest
@@ -137,17 +136,16 @@ def test_a_full_queue_is_worked_off(stage):
     volume = stage.volume()
     path = volume.write("a", 1000)
     daemon, queue = stage.daemon(), stage.queue()
-    os.kill(daemon.pid, signal.SIGSTOP)
-    sent = 0
-    try:
-        while True:
-            queue.send(queues.ADD_PENDING, f"/space/{sent}")
-            sent += 1
-    except BlockingIOError:
-        pass
-    assert queue.state().messages == 1024
-    assert sent in (1024, 1025)  # one more when the receiver already slept in its call
-    os.kill(daemon.pid, signal.SIGCONT)
+    with daemon.suspended():
+        sent = 0
+        try:
+            while True:
+                queue.send(queues.ADD_PENDING, f"/space/{sent}")
+                sent += 1
+        except BlockingIOError:
+            pass
+        assert queue.state().messages == 1024
+        assert sent in (1024, 1025)  # one more when the receiver already slept in its call
 
     queue.until_empty()
     queue.pin(volume.mount_path, [path])
