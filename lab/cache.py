@@ -1,9 +1,14 @@
 # SPDX-License-Identifier: MIT
 """A running quorsoftcache, and what it tells: the driver's side of the evidence."""
+import ctypes
+import fcntl
 import json
 import os
+import struct
 
 from lab import evidence, journal, namespaces, processes
+
+_SET_PIN_BITMAP = 0xFECF
 
 
 class Cache:
@@ -19,7 +24,8 @@ class Cache:
         self.device = os.path.join(self.mount, "device")
         self._arguments = [namespaces.program("quorsoftcache"), "--name", name, "--backing", backing,
                            "--ssd", os.path.join(directory, "ssd"), "--ssd-size", str(cache_size),
-                           "--mount", self.mount, "--test-doors"]
+                           "--mount", self.mount, "--distrust", os.path.join(directory, "distrust"),
+                           "--test-doors"]
         os.makedirs(self.mount, exist_ok=True)
         self.start()
 
@@ -52,6 +58,15 @@ class Cache:
         """Asks for a fault or a change of state, such as "refuse-control 1" or "fail-read 0 4096"."""
         with open(os.path.join(self.mount, "control"), "w", encoding="utf-8") as file:
             file.write(command + "\n")
+
+    def pin(self, units):
+        """Hands it a bitmap in which these units are set, as the service does."""
+        bitmap = bytearray(self.stats()["units"] // 8)
+        for unit in units:
+            bitmap[unit // 8] |= 1 << unit % 8
+        bytes_of = (ctypes.c_char * len(bitmap)).from_buffer(bitmap)
+        with open(self.device, "rb", buffering=0) as device:
+            fcntl.ioctl(device, _SET_PIN_BITMAP, struct.pack("@PI4x", ctypes.addressof(bytes_of), len(bitmap)))
 
     def resident(self):
         """The set of units that are in the cache now."""

@@ -7,6 +7,7 @@
 
 #include "softcache/serve/loop_device.h"
 #include "softcache/serve/registry.h"
+#include "softcache/store/distrust.h"
 #include "softcache/store/storage.h"
 
 namespace softcache {
@@ -48,6 +49,10 @@ static void AddPlaces(CLI::App& app, Options& options, std::string& ssdSize) {
 static void AddManners(CLI::App& app, Options& options, bool& noPin) {
     options.registryDirectory = DefaultRegistryDirectory();
     app.add_option("--registry", options.registryDirectory, "Registry directory")
+        ->capture_default_str();
+    options.distrustDirectory = DefaultDistrustDirectory();
+    app.add_option("--distrust", options.distrustDirectory,
+                   "Directory of notes of SSDs that could be written no more")
         ->capture_default_str();
     app.add_option("--state", options.state, "State told by the registry entry, 1 = serving")
         ->check(CLI::NonNegativeNumber)

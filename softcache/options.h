@@ -15,6 +15,7 @@ struct Options {
     std::string ssd;
     std::string mountPoint;
     std::string registryDirectory;
+    std::string distrustDirectory;
     uint64_t ssdSize = 0;  // bytes; 0 = what the SSD has
     int32_t state = 1;
     bool supportPin = true;

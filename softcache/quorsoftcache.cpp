@@ -20,6 +20,7 @@
 #include "softcache/serve/readiness.h"
 #include "softcache/serve/served_cache.h"
 #include "softcache/store/cache_files.h"
+#include "softcache/store/distrust.h"
 #include "softcache/store/inspection.h"
 #include "softcache/store/storage.h"
 
@@ -96,8 +97,8 @@ struct Storage {
 };
 
 bool OpenStorage(const Options& options, Storage& storage) {
-    const CacheFilesWanted wanted = {options.name, options.backing, options.ssd, options.ssdSize,
-                                     options.format};
+    const CacheFilesWanted wanted = {options.name,    options.backing, options.ssd,
+                                     options.ssdSize, options.format,  options.distrustDirectory};
     const bool opened =
         (options.ssdSize == 0 || Succeeded(WhyNotCacheSize(options.ssdSize))) &&
         Succeeded(CheckMountPoint(options.mountPoint, options.name, storage.mountPoint)) &&
@@ -122,9 +123,13 @@ std::unique_ptr<ServedCache> MakeCache(const Options& options, const Storage& st
     auto served = std::make_unique<ServedCache>(*storage.files.backing, store, storage.files.warm,
                                                 options.registryDirectory, std::move(record));
     served->testDoors = options.testDoors;
-    served->cache.WhenSsdIsLost([ssd](const std::string& why, bool tableIsInvalid) {
+    // The head as the SSD has it, and will go on having it where it can be written no more.
+    const Distrust distrust(options.distrustDirectory);
+    const SsdHead head = store.Head();
+    served->cache.WhenSsdIsLost([=](const std::string& why, bool tableIsInvalid) {
+        const bool isKnown = tableIsInvalid || distrust.Note(head) == 0;
         Succeeded(ssd + why + ": nothing is cached until the next start" +
-                  (tableIsInvalid ? "" : ", which must be with --format"));
+                  (isKnown ? "" : ", which must be with --format"));
     });
     const std::string wrong = served->RestorePins();
     Succeeded(wrong.empty() ? "" : ssd + wrong);

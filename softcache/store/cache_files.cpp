@@ -6,6 +6,7 @@
 
 #include <algorithm>
 
+#include "softcache/store/distrust.h"
 #include "softcache/store/examination.h"
 #include "softcache/store/signature.h"
 #include "softcache/store/storage.h"
@@ -19,6 +20,7 @@ struct Start {
     const CacheFilesWanted& wanted;
     CacheFiles& files;
     SsdIdentity identity;
+    SsdHead found;  // as the SSD had it
     uint64_t deviceSize = 0;
     uint64_t oldDeviceSize = 0;
     uint32_t slots = 0;
@@ -43,6 +45,7 @@ std::string Examine(Start& start) {
     if (result.kind == SsdKind::kElse && !wanted.format) {
         return start.Ssd(result.found + "; --format overwrites it");
     }
+    start.found = start.files.store->Head();
     start.isOurs = result.kind == SsdKind::kOurs && !wanted.format;
     start.oldDeviceSize = start.isOurs ? start.files.store->Head().deviceSize : start.deviceSize;
     return "";
@@ -86,6 +89,16 @@ std::string ChooseSlots(Start& start) {
 std::string StartCold(Start& start) {
     start.files.store->InvalidateTable();
     return start.files.store->WriteHead({}) == 0 ? "" : start.Ssd("cannot be written");
+}
+
+// Its table was not made invalid when it should have been: copies in it may be stale.
+std::string HeedDistrust(Start& start) {
+    if (!start.isOurs || !Distrust(start.wanted.distrust).Has(start.found)) {
+        return "";
+    }
+    start.Remark(
+        start.Ssd("could not be written any more when it was used: the cache starts cold"));
+    return StartCold(start);
 }
 
 // A file gets its length, and its space. One that was shorter than its head says was cut while
@@ -159,7 +172,7 @@ void GoDirect(Start& start) {
 
 std::string OpenCacheFiles(const CacheFilesWanted& wanted, CacheFiles& files) {
     CacheFiles opened;
-    Start start{wanted, opened, {}, 0, 0, 0, false, false};
+    Start start{wanted, opened, {}, {}, 0, 0, 0, false, false};
     std::string wrong = WhyNotTwoFiles(wanted.backing, wanted.ssd);
     if (wrong.empty()) {
         wrong = OpenBacking(wanted.backing, opened.backingFd, start.deviceSize);
@@ -173,7 +186,7 @@ std::string OpenCacheFiles(const CacheFilesWanted& wanted, CacheFiles& files) {
     start.identity = {wanted.name, "", AbsolutePath(wanted.backing)};
     opened.backing = std::make_unique<Disk>(opened.backingFd.get());
     opened.store = std::make_unique<SsdStore>(Disk(opened.ssdFd.get()));
-    for (auto* step : {Examine, ChooseSlots, SizeFile}) {
+    for (auto* step : {Examine, HeedDistrust, ChooseSlots, SizeFile}) {
         wrong = step(start);
         if (!wrong.empty()) {
             return wrong;
@@ -185,6 +198,7 @@ std::string OpenCacheFiles(const CacheFilesWanted& wanted, CacheFiles& files) {
         wrong = Prepare(start);
     }
     if (wrong.empty()) {
+        Distrust(wanted.distrust).Forget(start.found);
         files = std::move(opened);
     }
     return wrong;

@@ -21,6 +21,7 @@ struct CacheFilesWanted {
     std::string ssd;       // path
     uint64_t ssdSize = 0;  // bytes of units; 0 = as many as the SSD has room for
     bool format = false;   // overwrite whatever the SSD holds
+    std::string distrust;  // directory of the notes of SSDs that are not to be believed
 };
 
 struct CacheFiles {

@@ -4,104 +4,20 @@
 QUOR_KILLS=200 kills it so many times instead of ten.
 """
 # timeout: 3600
-import ctypes
-import fcntl
 import mmap
 import os
 import random
 import signal
-import struct
-import threading
+import time
 
-from lab import evidence, loops, processes, volume
+from lab import evidence, processes, volume
 from lab.cache import Cache
+from lab.fire import Disk
 
 KILLS = int(os.environ.get("QUOR_KILLS", "10"))
 SIZE, CACHE = 64 * volume.MIB, 32 * volume.MIB
 UNITS, SLOTS = SIZE // evidence.UNIT, CACHE // evidence.UNIT
-STRIPE = 4096  # each unit has stripes of every worker
-WORKERS = 4
 PINNED = set(range(100, 150))
-SET_PIN_BITMAP = 0xFECF
-
-
-class Disk:
-    """The cached device by a loop device, past the page cache, and what must be on it.
-
-    A stripe whose write was cut off holds the old or the new bytes, until it is read for the first time.
-    """
-
-    def __init__(self, cache):
-        self.cache = cache
-        self.stripes = [bytes(STRIPE)] * (SIZE // STRIPE)
-        self.unsure = {}  # stripe: what else it may hold
-        self.wrong = []
-
-    def work(self, worker, node, dead):
-        """Reads and writes this worker's stripes until the device fails."""
-        choice = random.Random(f"{worker} {len(self.unsure)} {os.urandom(4)}")
-        device = os.open(node, os.O_RDWR | os.O_DIRECT)
-        with mmap.mmap(-1, STRIPE) as room:
-            try:
-                while not dead.is_set():
-                    stripe = choice.randrange(len(self.stripes) // WORKERS) * WORKERS + worker
-                    if choice.random() < 0.6:
-                        self.read(device, room, stripe)
-                    else:
-                        self.write(device, room, stripe, choice.randbytes(STRIPE))
-            except OSError:
-                pass  # the cache has gone
-            finally:
-                os.close(device)
-
-    def read(self, device, room, stripe):
-        os.preadv(device, [room], stripe * STRIPE)
-        found = bytes(room)
-        if found == self.unsure.pop(stripe, None):
-            self.stripes[stripe] = found
-        if found != self.stripes[stripe]:
-            self.wrong.append(stripe)
-
-    def write(self, device, room, stripe, content):
-        if stripe in self.unsure:
-            self.read(device, room, stripe)
-        room[:] = content
-        self.unsure[stripe] = content
-        os.pwritev(device, [room], stripe * STRIPE)
-        del self.unsure[stripe]
-        self.stripes[stripe] = content
-
-    def check_everything(self, node):
-        device = os.open(node, os.O_RDONLY | os.O_DIRECT)
-        with mmap.mmap(-1, STRIPE) as room:
-            for stripe in range(len(self.stripes)):
-                self.read(device, room, stripe)
-        os.close(device)
-        assert not self.wrong and not self.unsure
-
-    def until_killed(self, after):
-        """Lets everybody work, kills the cache `after` seconds later."""
-        dead = threading.Event()
-        with loops.attached(self.cache.device) as node:
-            workers = [threading.Thread(target=self.work, args=(worker, node, dead)) for worker in range(WORKERS)]
-            for worker in workers:
-                worker.start()
-            dead.wait(after)  # nobody sets it: the moment may be any
-            self.cache.process.send_signal(signal.SIGKILL)
-            self.cache.process.wait()
-            dead.set()
-            for worker in workers:
-                worker.join()
-        assert not self.wrong
-
-
-def pin(cache, units):
-    bitmap = bytearray(UNITS // 8)
-    for unit in units:
-        bitmap[unit // 8] |= 1 << unit % 8
-    bytes_of = (ctypes.c_char * len(bitmap)).from_buffer(bitmap)
-    with open(cache.device, "rb", buffering=0) as device:
-        fcntl.ioctl(device, SET_PIN_BITMAP, struct.pack("@PI4x", ctypes.addressof(bytes_of), len(bitmap)))
 
 
 def read_units(cache, units):
@@ -122,15 +38,19 @@ def test_a_cache_that_is_killed_again_and_again():
     with open(backing, "wb") as file:
         file.truncate(SIZE)
     cache = Cache("kills", backing, directory, CACHE)
-    disk = Disk(cache)
-    pin(cache, PINNED)
+    disk = Disk(cache, SIZE)
+    cache.pin(PINNED)
     read_units(cache, sorted(PINNED))
     read_units(cache, range(UNITS))
     assert len(cache.resident()) == SLOTS
     least = 1.0
 
     for kill in range(KILLS):
-        disk.until_killed(random.uniform(0.0, 0.5))
+        with disk.under_fire():
+            time.sleep(random.uniform(0.0, 0.5))  # the moment may be any
+            cache.process.send_signal(signal.SIGKILL)
+            cache.process.wait()
+        assert not disk.wrong
         cache.start()
         resident = cache.resident()
         least = min(least, len(resident) / SLOTS)
@@ -138,8 +58,7 @@ def test_a_cache_that_is_killed_again_and_again():
         read_units(cache, sorted(PINNED))
         read_units(cache, range(UNITS))  # full again
         if kill % 10 == 9 or kill == KILLS - 1:
-            with loops.attached(cache.device) as node:
-                disk.check_everything(node)
+            assert not disk.check_everything()
             before = cache.resident()
             assert cache.stop() == 0
             cache.start()

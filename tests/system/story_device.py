@@ -30,7 +30,7 @@ class Own:
             manager.bind(f"{DIRECTORY}/notify")
             self.process = processes.start(
                 [namespaces.program("quorsoftcache"), "--name", "own", "--backing", f"{DIRECTORY}/disk",
-                 "--ssd", f"{DIRECTORY}/ssd", "--device"], self.output,
+                 "--ssd", f"{DIRECTORY}/ssd", "--distrust", f"{DIRECTORY}/distrust", "--device"], self.output,
                 {"NOTIFY_SOCKET": f"{DIRECTORY}/notify"})
             journal.until(lambda: select.select([manager], [], [], 0)[0] or self.process.poll() is not None,
                           "the cache does not get ready")

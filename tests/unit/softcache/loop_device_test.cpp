@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "softcache/serve/loop_device.h"
 
-#include <linux/fs.h>
-
 #include <chrono>
 #include <thread>
 

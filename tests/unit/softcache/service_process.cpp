@@ -55,8 +55,9 @@ void ServiceProcess::Kill() {
     }
 }
 
-static bool HasLine(const std::string& text) {
-    return text.find('\n') != std::string::npos;
+// It may have remarks to make first.
+static bool IsReady(const std::string& text) {
+    return !text.empty() && text.back() == '\n' && text.find(" ready") != std::string::npos;
 }
 
 bool ServiceProcess::Start(const std::vector<std::string>& arguments) {
@@ -81,10 +82,10 @@ bool ServiceProcess::Start(const std::vector<std::string>& arguments) {
     output_ = OwnedFd(ends[0]);
     close(ends[1]);
     char byte;
-    while (!HasLine(text_) && read(output_.get(), &byte, 1) == 1) {
+    while (!IsReady(text_) && read(output_.get(), &byte, 1) == 1) {
         text_ += byte;
     }
-    return text_.find(" ready\n") != std::string::npos;
+    return IsReady(text_);
 }
 
 Outcome ServiceProcess::End(int signal) {

@@ -69,8 +69,9 @@ class ServiceTest : public ::testing::Test {
     }
 
     std::vector<std::string> Arguments(const std::string& ssdSize) {
-        return {"--name",     "vol1",  "--backing", backing_, "--ssd",       ssd_,
-                "--ssd-size", ssdSize, "--mount",   mount_,   "--test-doors"};
+        return {"--name",      "vol1",  "--backing", backing_, "--ssd",      ssd_,
+                "--ssd-size",  ssdSize, "--mount",   mount_,   "--distrust", dir_ / "distrust",
+                "--test-doors"};
     }
 
     void Serve(const std::string& ssdSize = "1M") {
@@ -505,6 +506,39 @@ TEST_F(ServiceTest, InspectSaysWhatAnSsdHolds) {
     EXPECT_EQ(RunShell(std::string(QUORSOFTCACHE) + " --inspect " + backing_).status, 1);
 }
 
+// Nothing can be written to the SSD while a copy on it grows old, not even that it is old.
+TEST_F(ServiceTest, WhatAnSsdCouldNotBeToldIsNotBelievedAtTheNextStart) {
+    ServeBytes(kMiB);
+    ReadUnits({3, 4});
+    ASSERT_EQ(service_.End(SIGTERM).status, 0);
+    Serve();
+    const rlimit nothing = {0, RLIM_INFINITY};
+    const rlimit all = {RLIM_INFINITY, RLIM_INFINITY};
+    ASSERT_EQ(prlimit(service_.Pid(), RLIMIT_FSIZE, &nothing, nullptr), 0);
+    const Bytes fresh = RandomBytes(kUnitSize, 2);
+    EXPECT_LT(pwrite(Device().get(), fresh.data(), fresh.size(), 3 * kUnitSize), 0);
+    ASSERT_EQ(prlimit(service_.Pid(), RLIMIT_FSIZE, &all, nullptr), 0);
+    ASSERT_EQ(WriteFull(Device().get(), fresh.data(), fresh.size(), 3 * kUnitSize), 0);
+    const std::string ready = "quorsoftcache: vol1 ready\n";
+    EXPECT_EQ(service_.End(SIGKILL).output, ready + "quorsoftcache: ssd " + ssd_ +
+                                                " takes no more notes: File too large: nothing is "
+                                                "cached until the next start\n");
+
+    Serve();
+    EXPECT_EQ(Stats()["residentUnits"], 0);
+    Bytes read(kUnitSize);
+    ASSERT_EQ(ReadFull(Device().get(), read.data(), read.size(), 3 * kUnitSize), 0);
+    EXPECT_EQ(read, fresh);
+    EXPECT_TRUE(std::filesystem::is_empty(dir_ / "distrust"));
+    ReadUnits({4});
+    EXPECT_EQ(service_.End(SIGTERM).output,
+              "quorsoftcache: ssd " + ssd_ +
+                  ": could not be written any more when it was used: the cache starts cold\n" +
+                  ready);
+    Serve();
+    EXPECT_EQ(Stats()["residentUnits"], 2) << "and is believed again";
+}
+
 TEST_F(ServiceTest, OrdersToFailAreForTestsAlone) {
     MakeBacking(kMiB);
     std::vector<std::string> arguments = Arguments("1M");
@@ -757,10 +791,7 @@ TEST_P(VolumeTest, WhatWasMountedPastTheStoppedCacheStartsItCold) {
         const OwnedFd file = OpenFile(volume_ + "/a", O_RDWR);  // in its place
         ASSERT_EQ(WriteFull(file.get(), other.data(), other.size(), 0), 0);
     }
-    EXPECT_FALSE(service_.Start(Arguments("8M"))) << "its first line is another";
-    while (access((mount_ + "/stats.json").c_str(), F_OK) != 0) {
-        usleep(50000);
-    }
+    Serve("8M");
     EXPECT_EQ(Stats()["residentUnits"], 0);
     EXPECT_EQ(Stats()["pinnedUnits"], 1);
     {
