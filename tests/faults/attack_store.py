@@ -72,12 +72,11 @@ def found(path, mount_path):
 
 
 class Kills:
-    def __init__(self, ground):
-        self.ground, self.outcome = ground, ground.outcome
-        self.volume = ground.volume()
+    def __init__(self, ground, volume):
+        self.ground, self.outcome, self.volume = ground, ground.outcome, volume
         self.mount = self.volume.mount_path
         self.names = [f"photos/{n}.jpg" for n in range(6)]
-        self.paths = [self.volume.write(name, 70_000) for name in self.names]
+        self.paths = [volume.write(name, 70_000) for name in self.names]
         self.model, self._done = Model(self.mount), 0
         self.start_over()
 
@@ -219,7 +218,7 @@ def without_room(ground, volume):
 
 
 def run(ground):
-    kills = Kills(ground)
+    kills = Kills(ground, ground.volume())
     for index in range(ground.wanted):
         kills.point(index)
     kills.work_off()
