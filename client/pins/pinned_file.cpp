@@ -202,14 +202,13 @@ std::vector<PinnedFile> InspectListed(const std::vector<StoredFile>& entries,
 
 std::vector<PinnedFile> UnmountedEntries(const std::vector<StoredFile>& entries,
                                          const std::string& mountPath) {
-    std::vector<PinnedFile> all;
-    for (const StoredFile& entry : entries) {
-        PinnedFile pinned;
-        pinned.entry = entry;
-        pinned.mountPath = mountPath;
-        // Until somebody has looked.
-        pinned.why = "its volume " + WhyNotThere(mountPath);
-        all.push_back(std::move(pinned));
+    PinnedFile pinned;
+    pinned.mountPath = mountPath;
+    // Until somebody has looked.
+    pinned.why = "its volume " + WhyNotThere(mountPath);
+    std::vector<PinnedFile> all(entries.size(), pinned);
+    for (size_t i = 0; i < entries.size(); ++i) {
+        all[i].entry = entries[i];
     }
     return all;
 }
