@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-# timeout: 300
+# timeout: 1200
 # not sanitized: an end out of a signal handler may wait for good on the sanitizer's own allocator
 """No stop while requests are being stored loses the store.
 
