@@ -65,9 +65,18 @@ constexpr VerbHelp kReleaseHelp = {"release", "Let the service take up a pending
                                    "Example:\n"
                                    "  quorcachepinctl release /mnt/pool1"};
 
+constexpr VerbHelp kWaitHelp = {
+    "wait", "Wait until nothing is queued any more",
+    "What comes meanwhile is waited for too. On a terminal a bar shows how far it is.\n"
+    "\n"
+    "Examples:\n"
+    "  quorcachepinctl wait\n"
+    "  quorcachepinctl wait --timeout 600 /mnt/pool1"};
+
 constexpr VerbHelp kListHelp = {"list", "List the pinned files",
                                 "Examples:\n"
                                 "  quorcachepinctl list\n"
+                                "  quorcachepinctl list -l --sort missing\n"
                                 "  quorcachepinctl list --paths /mnt/pool1"};
 
 constexpr VerbHelp kStatusHelp = {"status", "Show the service, its queue and what is pinned",

@@ -32,6 +32,10 @@ void AddTimeout(CLI::App& verb, SendOptions& options) {
         ->type_name("SECONDS");
 }
 
+void AddOvercommit(CLI::App& verb, bool& overcommit) {
+    verb.add_flag("--overcommit", overcommit, "Pin more than the volume's cache holds");
+}
+
 void AddWaiting(CLI::App& verb, SendOptions& options) {
     verb.add_flag("-w,--wait", options.wait, "Wait until it is done, then say what really holds");
     AddTimeout(verb, options);
@@ -85,7 +89,7 @@ void AddRequestVerbs(CLI::App& app, Parsed& parsed) {
     CLI::App& pin = AddFileVerb(app, kPinHelp, PinVerb, parsed);
     pin.add_flag("--link", parsed.file.list.link,
                  "Pin files that no request can name by hard links with plain names");
-    pin.add_flag("--overcommit", parsed.file.overcommit, "Pin more than the volume's cache holds");
+    AddOvercommit(pin, parsed.file.overcommit);
     AddFileVerb(app, kUnpinHelp, UnpinVerb, parsed)
         // A flag that says no cannot be bound to what it turns off.
         .add_flag_callback(
@@ -102,13 +106,26 @@ void AddRequestVerbs(CLI::App& app, Parsed& parsed) {
     AddVolumeVerb(app, kReleaseHelp, ReleaseVerb, parsed);
 }
 
+void AddWait(CLI::App& app, Parsed& parsed) {
+    CLI::App& wait = AddVerb(app, kWaitHelp, parsed.wait.common);
+    wait.add_option("VOLUME", parsed.wait.volume, "Only this volume's requests")->type_name("");
+    AddTimeout(wait, parsed.wait.send);
+    wait.callback([&parsed] { parsed.exitStatus = WaitVerb(parsed.wait); });
+}
+
 void AddListAndStatus(CLI::App& app, Parsed& parsed) {
     CLI::App& list = AddVerb(app, kListHelp, parsed.list.common);
     list.add_option("VOLUME", parsed.list.volume, "Only this volume")->type_name("");
     list.add_flag("-p,--paths", parsed.list.paths, "Print absolute paths, one a line");
     list.add_flag("-0,--null", parsed.list.nulSeparated, "As --paths, each ended with NUL");
+    list.add_flag("-l,--long", parsed.list.details,
+                  "Tell what of each file is in the cache, and when it was last read");
+    list.add_option("--sort", parsed.list.sort, "Sort by path, size or missing (not in the cache)")
+        ->type_name("KEY")
+        ->check(CLI::IsMember({kSortByPath, kSortBySize, kSortByMissing}));
     list.callback([&parsed] { parsed.exitStatus = ListVerb(parsed.list); });
     CLI::App& status = AddVerb(app, kStatusHelp, parsed.status.common);
+    status.add_flag("--watch", parsed.status.watch, "Show it anew every second, until Ctrl-C");
     status.callback([&parsed] { parsed.exitStatus = StatusVerb(parsed.status); });
 }
 
@@ -133,6 +150,7 @@ void AddCheckAndExplain(CLI::App& app, Parsed& parsed) {
         .add_flag("--restart", parsed.check.restart,
                   "Stop the service for the repair and start it again")
         ->needs(repair);
+    AddOvercommit(check, parsed.check.overcommit);
     AddTimeout(check, parsed.check.send);
     AddSending(check, parsed.check.send);
     check.callback([&parsed] { parsed.exitStatus = CheckVerb(parsed.check); });
@@ -181,6 +199,7 @@ void AddApply(CLI::App& app, Parsed& parsed) {
         ->type_name("DIRECTORY");
     apply.add_flag("-n,--dry-run", parsed.apply.dryRun, "Show what is missing, send nothing");
     apply.add_flag("--prune", parsed.apply.prune, "Unpin what no line wants");
+    AddOvercommit(apply, parsed.apply.overcommit);
     AddWaiting(apply, parsed.apply.send);
     AddSending(apply, parsed.apply.send);
     apply.callback([&parsed] { parsed.exitStatus = ApplyVerb(parsed.apply); });
@@ -211,6 +230,7 @@ void AddVerbs(CLI::App& app, Parsed& parsed) {
     app.set_version_flag("--version", QUOR_VERSION);
     app.require_subcommand(1);
     AddRequestVerbs(app, parsed);
+    AddWait(app, parsed);
     AddListAndStatus(app, parsed);
     AddMetricsAndHealth(app, parsed);
     AddCheckAndExplain(app, parsed);

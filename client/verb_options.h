@@ -16,6 +16,7 @@ namespace client {
 struct Parsed {
     FileVerbOptions file;
     VolumeVerbOptions volume;
+    WaitVerbOptions wait;
     ListOptions list;
     StatusOptions status;
     MetricsOptions metrics;

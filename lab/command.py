@@ -59,8 +59,9 @@ def report(*words, status=0, given=None):
     return found
 
 
-def on_terminal(*words, columns=80):
-    """Runs it with a terminal for its three streams; returns (exit status, what it wrote there)."""
+def on_terminal(*words, columns=80, until=None):
+    """Runs it with a terminal for its three streams, until it ends, or by Ctrl-C once it has written `until`;
+    returns (exit status, what it wrote there)."""
     environment = {**os.environ, "TERM": "xterm", "LANG": "C.UTF-8", "COLUMNS": str(columns)}
     environment.pop("NO_COLOR", None)
     child, terminal = pty.fork()
@@ -75,6 +76,9 @@ def on_terminal(*words, columns=80):
         if not piece:
             break
         written += piece
+        if until and until.encode() in written:
+            os.write(terminal, b"\x03")
+            until = None
     status = os.waitstatus_to_exitcode(os.waitpid(child, 0)[1])
     os.close(terminal)
     return status, written.decode(errors="replace")

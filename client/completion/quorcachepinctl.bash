@@ -17,7 +17,7 @@ _quorcachepinctl() {
     done
     case $verb in
         '')
-            local verbs='pin unpin reload pend release list status metrics health check explain map ready forget doctor apply restore keep-copy'
+            local verbs='pin unpin reload pend release wait list status metrics health check explain map ready forget doctor apply restore keep-copy'
             [[ $cur == -* ]] && verbs='-h --help --version'
             mapfile -t COMPREPLY < <(compgen -W "$verbs" -- "$cur")
             return
@@ -26,18 +26,24 @@ _quorcachepinctl() {
         unpin) options="$common $waiting $files --send-timeout --no-repin" ;;
         reload) options="$common $waiting --send-timeout --missing" ;;
         pend | release) options="$common --send-timeout" ;;
-        list) options="$common -p --paths -0 --null" ;;
-        check) options="$common --repair --restart --timeout --send-timeout" ;;
+        wait) options="$common --timeout" ;;
+        list) options="$common -p --paths -0 --null -l --long --sort" ;;
+        check) options="$common --repair --restart --overcommit --timeout --send-timeout" ;;
+        status) options="$common --watch" ;;
         metrics) options="$common -o --output" ;;
         health) options="$common --restart" ;;
         map) options="$common -o --output --width" ;;
         doctor) options="$common --fix" ;;
         restore) options="$common --restart" ;;
-        apply) options="$common $waiting --send-timeout --from -n --dry-run --prune" ;;
+        apply) options="$common $waiting --send-timeout --from -n --dry-run --prune --overcommit" ;;
         *) options=$common ;;
     esac
 
     case $prev in
+        --sort)
+            mapfile -t COMPREPLY < <(compgen -W 'path size missing' -- "$cur")
+            return
+            ;;
         --timeout | --send-timeout | --width) return ;;
         -f | --files-from | -o | --output | --config-path)
             mapfile -t COMPREPLY < <(compgen -f -- "$cur")

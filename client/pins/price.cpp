@@ -108,23 +108,33 @@ UnitSet PinnedAndQueued(const ConfigState& state, const Volume& volume, const Vo
 
 }  // namespace
 
-std::vector<std::string> FindOvercommits(const ConfigState& state,
-                                         const std::vector<FileRef>& files) {
-    std::vector<std::string> texts;
+std::string WhyNotFitting(const VolumeView& view, uint64_t now, uint64_t then) {
+    if (then <= now || !IsMoreThanCache(view.residency, then)) {
+        return "";
+    }
+    return Printable(view.mountPath) + ": " + HumanBytes(now * kUnitBytes) +
+           " pinned or queued and " + HumanBytes((then - now) * kUnitBytes) +
+           " more do not fit into the cache of " + HumanBytes(view.residency.cacheSize);
+}
+
+std::vector<Overcommit> FindOvercommits(const ConfigState& state, const std::vector<FileRef>& files,
+                                        const std::vector<FileRef>& leaving) {
+    std::vector<Overcommit> found;
     for (const VolumeFiles& group : GroupByVolume(files)) {
         const VolumeView view = LookAt(*group.volume);
-        UnitSet then = PinnedAndQueued(state, *group.volume, view);
+        const UnitSet before = PinnedAndQueued(state, *group.volume, view);
+        UnitSet left(before.Bytes().size());
+        left.Put(RunsOf(ExtentsOf(FilesOn(*group.volume, leaving))));
+        UnitSet then = before.Without(left);
         const uint64_t now = then.Count();
         then.Put(RunsOf(ExtentsOf(group.files)));
-        // What is pinned already costs nothing, however much there is of it.
-        if (then.Count() > now && IsMoreThanCache(view.residency, then.Count())) {
-            texts.push_back(
-                Printable(group.volume->mountPath) + ": " + HumanBytes(now * kUnitBytes) +
-                " pinned or queued and " + HumanBytes((then.Count() - now) * kUnitBytes) +
-                " more do not fit into the cache of " + HumanBytes(view.residency.cacheSize));
+        const std::string why = WhyNotFitting(view, now, then.Count());
+        // An exchange that needs no more room than before is none.
+        if (!why.empty() && then.Count() > before.Count()) {
+            found.push_back({group.volume, why});
         }
     }
-    return texts;
+    return found;
 }
 
 std::vector<Record> DescribePrices(bool pin, const std::vector<FileRef>& files,

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <stddef.h>
+#include <stdint.h>
 
 #include <map>
 #include <string>
@@ -11,6 +12,7 @@
 #include "client/service/config_state.h"
 #include "client/show/report.h"
 #include "client/volume/file_ref.h"
+#include "client/volume/volume_view.h"
 
 namespace client {
 
@@ -21,10 +23,24 @@ std::vector<Record> DescribePrices(bool pin, const std::vector<FileRef>& files,
                                    const std::vector<FileRef>& repinned,
                                    const std::map<std::string, size_t>& requests);
 
-// Returns, for each volume of whose cache the files would have more pinned than it holds, the sum
-// in words. What is queued to be pinned counts as pinned. A volume whose files need no further
-// unit, or whose cache does not tell its size, is left out.
-std::vector<std::string> FindOvercommits(const ConfigState& state,
-                                         const std::vector<FileRef>& files);
+// Returns why units beyond the `now` pinned ones do not fit into the volume's cache when it has
+// `then` in all, in words; empty when they do, when there are none, or when the cache does not tell
+// its size.
+std::string WhyNotFitting(const VolumeView& view, uint64_t now, uint64_t then);
+
+// What is said behind that where what does not fit is left out.
+constexpr char kOvercommitRemedy[] = "; --overcommit pins it all the same";
+
+// A volume of whose cache more would be pinned than it holds.
+struct Overcommit {
+    const Volume* volume;
+    std::string why;  // in words, with the volume's name
+};
+
+// Returns the volumes into whose caches the files do not fit beside what is pinned there and what
+// is queued to be, once the files that are `leaving` are unpinned. What is pinned already costs
+// nothing, however much there is of it.
+std::vector<Overcommit> FindOvercommits(const ConfigState& state, const std::vector<FileRef>& files,
+                                        const std::vector<FileRef>& leaving = {});
 
 }  // namespace client

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "client/pins/price.h"
 #include "client/show/output.h"
 
 namespace client {
@@ -91,7 +92,7 @@ ListPlan PlanLists(const std::vector<DeviceState>& devices, const Followers& fol
     return plan;
 }
 
-BitmapPlan PlanBitmap(const DeviceState& device) {
+BitmapPlan PlanBitmap(const DeviceState& device, bool overcommit) {
     const VolumeView& view = device.view;
     BitmapPlan plan;
     plan.bits = device.needed;
@@ -99,9 +100,17 @@ BitmapPlan PlanBitmap(const DeviceState& device) {
     if (!device.uncertain.empty()) {
         plan.bits.Put(view.bits.Runs());
         if (device.surplus.Count() > 0) {
-            plan.left = Printable(view.mountPath) + ": " + Counted(device.surplus.Count(), "unit") +
-                        " not cleared: " + device.uncertain;
+            plan.left.push_back(Printable(view.mountPath) + ": " +
+                                Counted(device.surplus.Count(), "unit") +
+                                " not cleared: " + device.uncertain);
         }
+    }
+    const UnitSet missing = plan.bits.Without(view.bits);
+    const UnitSet kept = plan.bits.Without(missing);
+    const std::string why = WhyNotFitting(view, kept.Count(), plan.bits.Count());
+    if (!overcommit && !why.empty()) {
+        plan.left.push_back(why + kOvercommitRemedy);
+        plan.bits = kept;
     }
     plan.set = plan.bits.CountWithout(view.bits);
     plan.cleared = view.bits.CountWithout(plan.bits);

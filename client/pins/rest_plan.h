@@ -29,12 +29,12 @@ struct ListPlan {
 };
 
 struct BitmapPlan {
-    UnitSet bits;          // the whole new bitmap
-    uint64_t set = 0;      // units that the file does not have yet
-    uint64_t cleared = 0;  // units that it has, and the new bitmap has not
-    bool write = false;    // the file differs
-    bool hand = false;     // the driver's bitmap differs, or may differ
-    std::string left;      // what is not repaired, and why; empty when everything is
+    UnitSet bits;                   // the whole new bitmap
+    uint64_t set = 0;               // units that the file does not have yet
+    uint64_t cleared = 0;           // units that it has, and the new bitmap has not
+    bool write = false;             // the file differs
+    bool hand = false;              // the driver's bitmap differs, or may differ
+    std::vector<std::string> left;  // what is not repaired, and why, in words
 };
 
 // Returns why nothing of the device may be changed; empty when it may.
@@ -45,7 +45,8 @@ std::string WhyLeftAlone(const DeviceState& device);
 // stay.
 ListPlan PlanLists(const std::vector<DeviceState>& devices, const Followers& followers);
 
-// Plans the bitmap: exactly the units needed. While those are uncertain, none is cleared.
-BitmapPlan PlanBitmap(const DeviceState& device);
+// Plans the bitmap: exactly the units needed. While those are uncertain, none is cleared. None is
+// set when the cache would then not hold all that are, unless `overcommit`.
+BitmapPlan PlanBitmap(const DeviceState& device, bool overcommit);
 
 }  // namespace client

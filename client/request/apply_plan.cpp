@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <set>
 
+#include "client/pins/price.h"
 #include "client/request/file_check.h"
 
 namespace client {
@@ -78,6 +79,17 @@ ApplyPlan PlanApply(const PinConf& conf, const WantedFiles& wanted,
         }
     }
     return plan;
+}
+
+void DropUnfitting(const ConfigState& state, const std::vector<FileRef>& repinned,
+                   ApplyPlan& plan) {
+    std::vector<FileRef> files = plan.pins;
+    files.insert(files.end(), repinned.begin(), repinned.end());
+    for (const Overcommit& found : FindOvercommits(state, files, plan.unpins)) {
+        const auto there = [&found](const FileRef& file) { return file.volume == found.volume; };
+        plan.pins.erase(std::remove_if(plan.pins.begin(), plan.pins.end(), there), plan.pins.end());
+        plan.unfitting.push_back(found.why);
+    }
 }
 
 }  // namespace client

@@ -5,7 +5,6 @@
 
 #include <set>
 
-#include "client/volume/units.h"
 #include "util/stored_format.h"
 
 namespace client {
@@ -31,6 +30,26 @@ std::vector<Watched> ToWatch(const std::vector<Message>& messages, size_t count)
         requests.push_back({messages[i], WatchState::kUnseen, ""});
     }
     return requests;
+}
+
+void WatchQueued(const ConfigState& state, const std::string& mountPath,
+                 std::vector<Watched>& requests) {
+    std::set<std::string> known;
+    for (const Watched& request : requests) {
+        known.insert(request.number);
+    }
+    for (const StoredRequest& stored : state.queue) {
+        if ((mountPath.empty() || stored.mountPath == mountPath) &&
+            known.count(stored.number) == 0) {
+            const Message message = {static_cast<RequestType>(StringToRequestType(stored.type)),
+                                     stored.mountPath,
+                                     "",
+                                     stored.data,
+                                     ParseStoredFiles(stored.data).size(),
+                                     {}};
+            requests.push_back({message, WatchState::kQueued, stored.number});
+        }
+    }
 }
 
 void Follow(std::vector<Watched>& requests, const ConfigState& state, int64_t base, bool drained) {
@@ -67,23 +86,6 @@ void Follow(std::vector<Watched>& requests, const ConfigState& state, int64_t ba
         }
         laterSeen = laterSeen || request->state != WatchState::kUnseen;
     }
-}
-
-uint64_t BytesRead(const std::vector<FileMappingEntry>& reading, uint64_t position) {
-    uint64_t before = 0;
-    for (const FileMappingEntry& extent : reading) {
-        const uint64_t start = extent.deviceStartSector * kSectorBytes;
-        const uint64_t length = extent.numSectors * kSectorBytes;
-        if (extent.uninitialized == 1) {
-            continue;  // the service reads only what was ever written
-        }
-        // At its begin nothing of it is read yet, and the one before may end just there.
-        if (position > start && position <= start + length) {
-            return before + position - start;
-        }
-        before += length;
-    }
-    return 0;
 }
 
 }  // namespace client

@@ -29,13 +29,14 @@ struct Watched {
 // Returns the first `count` messages as requests to wait for.
 std::vector<Watched> ToWatch(const std::vector<Message>& messages, size_t count);
 
+// Adds what is queued, of the volume or, when `mountPath` is empty, of any, and not among the
+// requests yet. What it reads stays unknown.
+void WatchQueued(const ConfigState& state, const std::string& mountPath,
+                 std::vector<Watched>& requests);
+
 // Advances the states by one reading of the file. `base` is the next number as it was before the
 // first message was sent. `drained` means that the message queue is empty: a request that is not in
 // the file has then been there and left, provided that enough numbers were given out since `base`.
 void Follow(std::vector<Watched>& requests, const ConfigState& state, int64_t base, bool drained);
-
-// Returns how many bytes of these extents the service has read when it has come to `position` on
-// the device; 0 when that lies in none of them. It skips extents that were never written.
-uint64_t BytesRead(const std::vector<FileMappingEntry>& reading, uint64_t position);
 
 }  // namespace client

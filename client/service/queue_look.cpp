@@ -10,6 +10,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "client/service/queue.h"
 #include "client/show/output.h"
 #include "client/show/poll.h"
 #include "client/show/text.h"
@@ -84,6 +85,7 @@ WaitingMessage Judge(const MessageBuffer& buffer, ssize_t bytes) {
     message.bytes = static_cast<size_t>(bytes);
     memcpy(&request, buffer.Body(), std::min(message.bytes, sizeof(request)));
     const std::string mountPath = FieldText(request.mountPath, sizeof(request.mountPath));
+    message.mountPath = mountPath;
     const std::string data = FieldText(request.data, sizeof(request.data));
     // Of these the service checks nothing: they name a volume, and any name will do.
     const bool pending =
@@ -164,6 +166,21 @@ bool LookAtMessages(int queue, std::vector<WaitingMessage>& messages, std::strin
         first->removable = first->endsIntake;
     }
     return true;
+}
+
+bool CountWaiting(const std::string& mountPath, uint64_t& count) {
+    QueueFacts facts;
+    std::vector<WaitingMessage> messages;
+    std::string why;
+    const bool known = ReadQueueFacts(facts, why);
+    count = facts.messages;
+    if (count > 0 && LookAtMessages(facts.id, messages, why)) {
+        count = static_cast<uint64_t>(std::count_if(
+            messages.begin(), messages.end(), [&mountPath](const WaitingMessage& message) {
+                return !message.ignored && (mountPath.empty() || message.mountPath == mountPath);
+            }));
+    }
+    return known;
 }
 
 bool MessagesStandStill(int queue) {

@@ -124,6 +124,13 @@ std::string HumanBytes(uint64_t bytes) {
     return text;
 }
 
+std::optional<unsigned> Percent(uint64_t part, uint64_t whole) {
+    if (whole == 0) {
+        return std::nullopt;
+    }
+    return static_cast<unsigned>(static_cast<unsigned __int128>(part) * 100 / whole);
+}
+
 std::string Counted(uint64_t count, const char* one, const char* many) {
     std::string text = std::to_string(count) + " ";
     if (count == 1) {

@@ -4,6 +4,7 @@
 
 #include <stdint.h>
 
+#include <optional>
 #include <string>
 
 namespace client {
@@ -18,6 +19,9 @@ size_t Columns(const std::string& text);
 
 // Returns a count of bytes in the largest binary unit that fits, as in "1.5 MiB".
 std::string HumanBytes(uint64_t bytes);
+
+// Returns the share of the whole in percent, rounded down; nothing when there is no whole.
+std::optional<unsigned> Percent(uint64_t part, uint64_t whole);
 
 // Returns "1 file", "2 files".
 std::string Counted(uint64_t count, const char* one, const char* many = nullptr);

@@ -22,36 +22,42 @@ constexpr double kLinePause = 5.0;   // seconds between two lines of the same st
 constexpr size_t kMostBar = 30;      // columns
 constexpr size_t kDefaultColumns = 80;
 
-std::string Share(const ProgressView& view) {
-    const auto percent = static_cast<unsigned>(view.bytesDone * 100 / view.bytes);
-    return std::to_string(percent) + "%";
-}
-
-std::string Remaining(double seconds) {
-    char text[48];
-    const auto whole = static_cast<unsigned long>(lround(seconds));
-    snprintf(text, sizeof(text), "%lu:%02lu left", whole / 60, whole % 60);
-    return text;
+std::string Ahead(const ProgressView& view) {
+    std::string text = ": " + std::to_string(view.ahead);
+    if (view.percent) {
+        text += ", the first at " + std::to_string(*view.percent) + "%";
+    }
+    return text + (view.aheadSeconds > 0 ? ", about " + Minutes(view.aheadSeconds) : "");
 }
 
 std::string Facts(const ProgressView& view, double rate) {
     std::string text;
     if (view.bytes > 0) {
-        text =
-            Share(view) + " " + HumanBytes(view.bytesDone) + " of " + HumanBytes(view.bytes) + ", ";
+        text = std::to_string(*Percent(view.bytesDone, view.bytes)) + "% " +
+               HumanBytes(view.bytesDone) + " of " + HumanBytes(view.bytes) + ", ";
     }
     if (rate > 0 && view.bytesDone < view.bytes) {
         text += HumanBytes(static_cast<uint64_t>(rate)) + "/s, " +
-                Remaining(static_cast<double>(view.bytes - view.bytesDone) / rate) + ", ";
+                Minutes(static_cast<double>(view.bytes - view.bytesDone) / rate) + " left, ";
     }
     if (view.requests > 1) {
         text += "request " + std::to_string(std::min(view.requestsDone + 1, view.requests)) +
                 " of " + std::to_string(view.requests) + " ";
+        // With one request the share of all says the same.
+        text +=
+            view.percent && view.ahead == 0 ? "at " + std::to_string(*view.percent) + "%, " : "";
     }
-    return text + view.state;
+    return text + view.state + (view.ahead > 0 ? Ahead(view) : "");
 }
 
 }  // namespace
+
+std::string Minutes(double seconds) {
+    char text[48];
+    const auto whole = static_cast<unsigned long>(lround(seconds));
+    snprintf(text, sizeof(text), "%lu:%02lu", whole / 60, whole % 60);
+    return text;
+}
 
 size_t TerminalColumns(int fd) {
     struct winsize size = {};
@@ -126,7 +132,7 @@ void Progress::ShowLine(const ProgressView& view) {
     if (view.bytes > 0) {
         text += ", " + HumanBytes(view.bytesDone) + " of " + HumanBytes(view.bytes) + " read";
     }
-    Say(text + "; " + view.state);
+    Say(text + "; " + view.state + (view.ahead > 0 ? Ahead(view) : ""));
 }
 
 void Progress::Finish() {

@@ -5,6 +5,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <optional>
 #include <string>
 
 namespace client {
@@ -16,6 +17,10 @@ struct ProgressView {
     uint64_t bytesDone = 0;
     std::string state;   // what is going on, in a few words
     bool stuck = false;  // nothing goes on, and the state says why
+    // The request that the service reads for, one of these or one before them.
+    std::optional<unsigned> percent;
+    size_t ahead = 0;         // requests that the service does before these
+    double aheadSeconds = 0;  // about how long these take; 0 when it is not known
 };
 
 class Progress {
@@ -45,6 +50,9 @@ class Progress {
 
 // Returns the bar's line, fitted to `columns`. `rate` is in bytes a second, 0 when not known.
 std::string ProgressLine(const ProgressView& view, double rate, size_t columns);
+
+// Returns a time in minutes and seconds, as in "1:07".
+std::string Minutes(double seconds);
 
 // Returns the width of the terminal behind a descriptor, 80 when it is not known.
 size_t TerminalColumns(int fd);

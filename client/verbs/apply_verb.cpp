@@ -7,6 +7,7 @@
 #include "client/pins/device_report.h"
 #include "client/pins/holding.h"
 #include "client/pins/listed_paths.h"
+#include "client/pins/price.h"
 #include "client/request/apply_plan.h"
 #include "client/request/file_job.h"
 #include "client/request/sending.h"
@@ -127,6 +128,9 @@ void Apply::Plan() {
     plan_ = PlanApply(conf_, wanted_, devices_, MayPrune());
     DropUnservable();
     job_.repinned = FilesToRepin(devices_, plan_.unpins);
+    if (!options_.overcommit) {
+        DropUnfitting(service_.state, job_.repinned, plan_);
+    }
     job_.messages = PackFiles(kRequestUnpinFiles, plan_.unpins);
     PackRepinned(job_);
     const std::vector<Message> pins = PackFiles(kRequestPinFiles, plan_.pins);
@@ -162,6 +166,9 @@ void Apply::SayFaults() const {
     SayAll("wrong", conf_.faults);
     SayAll("refused", wanted_.refused);
     SayAll("left alone", wanted_.notMounted);
+    for (const std::string& why : plan_.unfitting) {
+        Say(TonedError(Tone::kBad, "not pinned") + " " + why + kOvercommitRemedy);
+    }
     for (const PinnedFile& left : plan_.left) {
         Say(TonedError(Tone::kBad, "not unpinned") + " " + Printable(ListedPath(left)) + ": " +
             (IsFound(left) ? "no request can name it, or its volume has no cache now"
@@ -172,7 +179,7 @@ void Apply::SayFaults() const {
 // Whether all that the lines say could be asked for.
 bool Apply::IsWhole() const {
     return conf_.faults.empty() && wanted_.refused.empty() && wanted_.notMounted.empty() &&
-           plan_.left.empty() && !pruneHeldBack_;
+           plan_.left.empty() && plan_.unfitting.empty() && !pruneHeldBack_;
 }
 
 void Apply::DescribePlan(Record& report) const {
@@ -224,6 +231,7 @@ void Apply::Describe(Record& report) const {
         .List("wrong", RecordsOf(conf_.faults, DescribeFault))
         .List("refused", RecordsOf(wanted_.refused, DescribeFault))
         .List("notMounted", RecordsOf(wanted_.notMounted, DescribeFault))
+        .Add("notFitting", TextsToJson(plan_.unfitting))
         .Add("pruneHeldBack", pruneHeldBack_)
         .Add("requests", Json::UInt64{job_.messages.size()})
         .Add("sent", Json::UInt64{job_.sent});

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // check: list, disk, bitmap file and driver against each other, and setting them right.
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,6 +10,7 @@
 #include "client/request/unneeded_links.h"
 #include "client/service/config_state.h"
 #include "client/service/queue.h"
+#include "client/service/repair_record.h"
 #include "client/service/service_process.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
@@ -74,6 +76,15 @@ void Describe(const Scene& scene, const char* name, Record& report) {
     }
 }
 
+// Notes a repair that did something, for those that ask when the last one was.
+void Note(const std::string& configPath, const RepairReport& repair) {
+    std::string why;
+    if (!repair.actions.empty() &&
+        !NoteRepair(configPath, {time(nullptr), repair.left.size()}, why)) {
+        Say("the repair cannot be noted: " + why);
+    }
+}
+
 // Repairs what was found and looks again. Returns an exit status.
 int RepairAndLook(const CheckOptions& options, Scene& scene, Record& report) {
     RepairReport repair;
@@ -82,6 +93,7 @@ int RepairAndLook(const CheckOptions& options, Scene& scene, Record& report) {
         report.Print();
     }
     int status = Repair(options, scene.service.configPath, scene.mountPath, repair);
+    Note(scene.service.configPath, repair);
     report.Member("repair", DescribeRepair(repair, status == kExitDone));
     scene.judged = false;
     if (status == kExitDone) {

@@ -84,15 +84,15 @@ bool FileVerb::Fits() const {
     if (job_.type != kRequestPinFiles || options_.overcommit) {
         return true;
     }
-    const std::vector<std::string> texts = FindOvercommits(service_.state, job_.list.files);
-    for (const std::string& text : texts) {
-        Say(text);
+    const std::vector<Overcommit> found = FindOvercommits(service_.state, job_.list.files);
+    for (const Overcommit& overcommit : found) {
+        Say(overcommit.why);
     }
-    if (!texts.empty()) {
+    if (!found.empty()) {
         Say(options_.dryRun ? "pin refuses that without --overcommit"
                             : "nothing was sent; --overcommit pins it all the same");
     }
-    return texts.empty();
+    return found.empty();
 }
 
 // Looks for what else an unpin touches.

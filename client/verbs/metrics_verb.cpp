@@ -4,8 +4,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <optional>
 #include <set>
 
+#include "client/service/repair_record.h"
 #include "client/service/store_copies.h"
 #include "client/show/exit_status.h"
 #include "client/show/exposition.h"
@@ -55,6 +57,10 @@ constexpr Metric kCopied = {kGauge, "quorcachepin_copied_files",
                             "Files of the volume in the last good copy of that list."};
 constexpr Metric kCopyMade = {kGauge, "quorcachepin_copy_timestamp_seconds",
                               "When the last good copy of the list was made."};
+constexpr Metric kRepaired = {kGauge, "quorcachepin_repair_timestamp_seconds",
+                              "When check --repair last set something right."};
+constexpr Metric kRepairLeft = {kGauge, "quorcachepin_repair_left",
+                                "Things that it could not set right then."};
 constexpr Metric kMounted = {kGauge, "quorcachepin_volume_mounted",
                              "Whether the volume is mounted."};
 constexpr Metric kCached = {kGauge, "quorcachepin_volume_cached",
@@ -151,6 +157,10 @@ Stored ReadStored(const ServiceState& service, Exposition& out) {
     if (const StoreCopy* const copy = NewestGood(copies)) {
         stored.copied = copy->volumes;
         out.Add(kCopyMade, Seconds(copy->made));
+    }
+    if (const std::optional<RepairRecord> repair = ReadRepairRecord(service.configPath)) {
+        out.Add(kRepaired, Seconds(repair->at));
+        out.Add(kRepairLeft, repair->left);
     }
     for (const auto& [mountPath, files] : stored.copied) {
         stored.mountPaths.insert(mountPath);

@@ -36,15 +36,28 @@ struct VolumeVerbOptions {
     bool missing = false;  // reload: where pinned units are not in the cache
 };
 
+struct WaitVerbOptions {
+    CommonOptions common;
+    SendOptions send;    // its timeout
+    std::string volume;  // empty = all
+};
+
+constexpr char kSortByPath[] = "path";
+constexpr char kSortBySize[] = "size";        // the largest first
+constexpr char kSortByMissing[] = "missing";  // of which most is not in the cache
+
 struct ListOptions {
     CommonOptions common;
     std::string volume;  // empty = all
     bool paths = false;  // paths alone, one a line
     bool nulSeparated = false;
+    bool details = false;  // units, and how many of them are in the cache
+    std::string sort;      // one of these three; empty = by path
 };
 
 struct StatusOptions {
     CommonOptions common;
+    bool watch = false;  // again and again, until a signal
 };
 
 struct MetricsOptions {
@@ -62,7 +75,8 @@ struct CheckOptions {
     SendOptions send;
     std::string volume;  // empty = all
     bool repair = false;
-    bool restart = false;  // the service rests while it is repaired
+    bool restart = false;     // the service rests while it is repaired
+    bool overcommit = false;  // pin also what does not fit into the cache
 };
 
 struct ExplainOptions {
@@ -80,9 +94,10 @@ struct MapOptions {
 struct ApplyOptions {
     CommonOptions common;
     SendOptions send;
-    std::string directory;  // empty = kPinConfDirectory
-    bool dryRun = false;    // show what would be asked for, send nothing
-    bool prune = false;     // unpin what no line wants
+    std::string directory;    // empty = kPinConfDirectory
+    bool dryRun = false;      // show what would be asked for, send nothing
+    bool prune = false;       // unpin what no line wants
+    bool overcommit = false;  // pin also what does not fit into the cache
 };
 
 struct RestoreOptions {

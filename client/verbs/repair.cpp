@@ -14,7 +14,7 @@ int Repair(const CheckOptions& options, const std::string& configPath, const std
            RepairReport& report) {
     const std::vector<ServiceProcess> services = FindServices();
     if (services.empty()) {
-        return RepairAtRest(configPath, mountPath, report);
+        return RepairAtRest(configPath, mountPath, options.overcommit, report);
     }
     // By another one's list every pin would seem to be left over.
     if (IsAnothersConfig(configPath)) {
@@ -23,8 +23,9 @@ int Repair(const CheckOptions& options, const std::string& configPath, const std
         return kExitNoService;
     }
     if (options.restart) {
-        return AroundUnit(services, configPath, "check --repair",
-                          [&] { return RepairAtRest(configPath, mountPath, report); });
+        return AroundUnit(services, configPath, "check --repair", [&] {
+            return RepairAtRest(configPath, mountPath, options.overcommit, report);
+        });
     }
     const bool works =
         std::any_of(services.begin(), services.end(), [&configPath](const ServiceProcess& service) {
@@ -35,7 +36,7 @@ int Repair(const CheckOptions& options, const std::string& configPath, const std
             "show why; nothing was changed");
         return kExitNoService;
     }
-    return RepairByRequests(configPath, mountPath, options.send, report);
+    return RepairByRequests(configPath, mountPath, options, report);
 }
 
 Record DescribeRepair(const RepairReport& repair, bool done) {

@@ -33,14 +33,17 @@ int Repair(const CheckOptions& options, const std::string& configPath, const std
            RepairReport& report);
 
 // Pins files that lack units again, pins files that replaced listed ones, and waits for the
-// requests. Returns kExitDone when all requests are done, successfully or not; else another exit
-// status, having said why.
+// requests. What does not fit into its cache is left out, unless the options have it. Returns
+// kExitDone when all requests are done, successfully or not; else another exit status, having said
+// why.
 int RepairByRequests(const std::string& configPath, const std::string& mountPath,
-                     const SendOptions& options, RepairReport& report);
+                     const CheckOptions& options, RepairReport& report);
 
-// Repairs while no service runs. Queued requests stay queued until the service starts. Returns
-// kExitDone when the repair was tried; else another exit status, having said why.
-int RepairAtRest(const std::string& configPath, const std::string& mountPath, RepairReport& report);
+// Repairs while no service runs. Queued requests stay queued until the service starts. With
+// `overcommit` bits are set beyond what a cache holds. Returns kExitDone when the repair was tried;
+// else another exit status, having said why.
+int RepairAtRest(const std::string& configPath, const std::string& mountPath, bool overcommit,
+                 RepairReport& report);
 
 // Describes the repair. `done` means that its requests are done, and the volumes are shown again
 // below.

@@ -2,6 +2,7 @@
 // The repair by requests, with a service that carries them out.
 #include <set>
 
+#include "client/pins/price.h"
 #include "client/request/file_check.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
@@ -100,6 +101,22 @@ void PlanDevice(const DeviceState& device, RequestPlan& plan, RepairReport& repo
     NameBitmapFaults(device, plan.pins.size() > before, report);
 }
 
+// Takes the device's pins, those from `first`, out of the plan when its cache does not hold them.
+void LeaveUnfitting(const ConfigState& state, size_t first, RequestPlan& plan,
+                    RepairReport& report) {
+    std::vector<FileRef> files;
+    for (size_t i = first; i < plan.pins.size(); ++i) {
+        files.push_back(plan.pins[i].file);
+    }
+    const std::vector<Overcommit> found = FindOvercommits(state, files);
+    for (const Overcommit& overcommit : found) {
+        report.left.push_back(overcommit.why + kOvercommitRemedy);
+    }
+    if (!found.empty()) {
+        plan.pins.resize(first);
+    }
+}
+
 // Says what the requests that were sent do, and what was not asked for.
 void RecordPins(const RequestPlan& plan, const std::vector<Message>& messages,
                 RepairReport& report) {
@@ -139,7 +156,7 @@ int Send(const RequestPlan& plan, const std::string& configPath, SendOptions opt
 }  // namespace
 
 int RepairByRequests(const std::string& configPath, const std::string& mountPath,
-                     const SendOptions& options, RepairReport& report) {
+                     const CheckOptions& options, RepairReport& report) {
     std::vector<Volume> volumes;
     ConfigState state;
     RequestPlan plan;
@@ -152,10 +169,14 @@ int RepairByRequests(const std::string& configPath, const std::string& mountPath
     plan.followers = FindFollowers(devices, volumes);
     for (const DeviceState& device : devices) {
         if (!Agrees(device)) {
+            const size_t first = plan.pins.size();
             PlanDevice(device, plan, report);
+            if (!options.overcommit) {
+                LeaveUnfitting(state, first, plan, report);
+            }
         }
     }
-    return Send(plan, configPath, options, report);
+    return Send(plan, configPath, options.send, report);
 }
 
 }  // namespace client

@@ -85,13 +85,11 @@ void HandToDriver(const DeviceState& device, const BitmapPlan& plan, RepairRepor
     }
 }
 
-void RepairBitmap(const DeviceState& device, RepairReport& report) {
+void RepairBitmap(const DeviceState& device, bool overcommit, RepairReport& report) {
     const std::string name = Printable(device.view.mountPath) + ": ";
-    const BitmapPlan plan = PlanBitmap(device);
+    const BitmapPlan plan = PlanBitmap(device, overcommit);
     std::string why;
-    if (!plan.left.empty()) {
-        report.left.push_back(plan.left);
-    }
+    Append(plan.left, report.left);
     const std::vector<uint8_t>& bytes = plan.bits.Bytes();
     if (plan.write && !ReplaceFile(device.view.bitmapPath, {bytes.begin(), bytes.end()}, "", why)) {
         report.left.push_back(why);
@@ -124,7 +122,7 @@ void NameUnmounted(const ConfigState& state, const std::vector<Volume>& volumes,
 
 }  // namespace
 
-int RepairAtRest(const std::string& configPath, const std::string& mountPath,
+int RepairAtRest(const std::string& configPath, const std::string& mountPath, bool overcommit,
                  RepairReport& report) {
     Work work;
     std::string why;
@@ -154,7 +152,7 @@ int RepairAtRest(const std::string& configPath, const std::string& mountPath,
     for (const DeviceState& device : work.devices) {
         // Asked anew before each: somebody may start the service meanwhile.
         if (WhyLeftAlone(device).empty() && IsAtRest(report)) {
-            RepairBitmap(device, report);
+            RepairBitmap(device, overcommit, report);
         }
     }
     return kExitDone;

@@ -4,6 +4,7 @@
 
 #include <stdint.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,7 +20,11 @@ struct RequestStatus {
     StoredRequest request;
     size_t files = 0;
     std::string state;
-    uint64_t position = 0;  // bytes on the cached device, while running
+    std::optional<size_t> ahead;  // requests before it; not known while its volume is pending
+    bool runs = false;            // the service reads for it; the next are known then
+    uint64_t position = 0;        // bytes on the cached device
+    uint64_t bytes = 0;           // that it reads; 0 when they are not known
+    uint64_t bytesRead = 0;
 };
 
 struct VolumeStatus {

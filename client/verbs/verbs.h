@@ -11,6 +11,7 @@ int UnpinVerb(const FileVerbOptions& options);
 int ReloadVerb(const VolumeVerbOptions& options);
 int PendVerb(const VolumeVerbOptions& options);
 int ReleaseVerb(const VolumeVerbOptions& options);
+int WaitVerb(const WaitVerbOptions& options);
 int ListVerb(const ListOptions& options);
 int StatusVerb(const StatusOptions& options);
 int MetricsVerb(const MetricsOptions& options);

@@ -5,6 +5,7 @@
 #include "client/pins/pin_health.h"
 #include "client/request/file_check.h"
 #include "client/request/packing.h"
+#include "client/request/reading.h"
 #include "client/request/sending.h"
 #include "client/service/config_state.h"
 #include "client/service/queue.h"
@@ -14,7 +15,6 @@
 #include "client/show/report.h"
 #include "client/verbs/verbs.h"
 #include "client/volume/volume_view.h"
-#include "util/pin_bitmap.h"
 
 namespace client {
 
@@ -47,16 +47,6 @@ bool ChooseVolume(const VolumeVerb& verb, const std::string& given, Volume& volu
               "the volume's pinned files";
     }
     return why.empty();
-}
-
-// What a reload reads: the runs of set bits, as extents.
-std::vector<FileMappingEntry> ReadingOf(const UnitSet& bits) {
-    std::vector<FileMappingEntry> reading;
-    for (const UnitRun& run : bits.Runs()) {
-        reading.push_back({0, (run.last - run.first + 1) << kPinUnitSectorShift,
-                           run.first << kPinUnitSectorShift, 0});
-    }
-    return reading;
 }
 
 // Describes what a reload came to. Returns an exit status.

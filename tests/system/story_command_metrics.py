@@ -169,6 +169,11 @@ def test_a_prometheus_sees_what_rules_and_dashboard_name(stage, loopback):
     path = plain.write("a", 500_000)
     daemon, queue = stage.daemon(), stage.queue()
     command.done("pin", "--wait", path)
+    with open(path, "ab") as file:
+        file.write(bytes(300_000))
+        file.flush()
+        os.fsync(file.fileno())
+    command.done("check", "--repair")  # pins what it has grown by
     command.done("keep-copy")
     command.done("pend", plain.mount_path)
     command.done("reload", plain.mount_path)

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <numeric>
+
 #include "tests/unit/client/pins/pins_test.h"
 
 namespace client {
@@ -128,16 +130,33 @@ TEST_F(PriceTest, WhatIsPinnedAndQueuedAndNewMustFitTheCache) {
     const FileRef a = File("a", {{0, 16 * kUnit}});
     const FileRef b = File("b", {{16 * kUnit, kUnit}});
     EXPECT_TRUE(FindOvercommits(state_, {a}).empty());
-    const std::vector<std::string> both = FindOvercommits(state_, {a, b});
+    const std::vector<Overcommit> both = FindOvercommits(state_, {a, b});
     ASSERT_EQ(both.size(), 1U);
-    EXPECT_EQ(both[0], mount_ +
-                           ": 0 bytes pinned or queued and 1.1 MiB more do not fit into the cache "
-                           "of 1.0 MiB");
+    EXPECT_EQ(both[0].volume, a.volume);
+    EXPECT_EQ(both[0].why,
+              mount_ +
+                  ": 0 bytes pinned or queued and 1.1 MiB more do not fit into the cache "
+                  "of 1.0 MiB");
     Queue("a");
     EXPECT_EQ(FindOvercommits(state_, {b}).size(), 1U);
     EXPECT_TRUE(FindOvercommits(state_, {a}).empty()) << "it is asked for already";
     WriteBitmap({100, 101});
     EXPECT_TRUE(FindOvercommits(state_, {a}).empty()) << "too much, yet no more than before";
+}
+
+TEST_F(PriceTest, WhatIsUnpinnedMakesRoom) {
+    LetTheCacheTell("", "");  // sixteen units
+    const FileRef old = File("old", {{0, 16 * kUnit}});
+    const FileRef fresh = File("fresh", {{16 * kUnit, 16 * kUnit}});
+    const FileRef large = File("large", {{16 * kUnit, 17 * kUnit}});
+    std::vector<uint64_t> units(16);
+    std::iota(units.begin(), units.end(), 0);
+    WriteBitmap(units);
+    EXPECT_EQ(FindOvercommits(state_, {fresh}).size(), 1U);
+    EXPECT_TRUE(FindOvercommits(state_, {fresh}, {old}).empty());
+    EXPECT_EQ(FindOvercommits(state_, {large}, {old}).size(), 1U);
+    // What shares units with it is pinned again, and counts among the files.
+    EXPECT_EQ(FindOvercommits(state_, {fresh, old}, {old}).size(), 1U);
 }
 
 }  // namespace

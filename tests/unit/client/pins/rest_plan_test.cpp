@@ -211,7 +211,7 @@ TEST_F(RestPlanTest, TheBitmapBecomesWhatIsNeeded) {
         device_.needed = SetOf(row.needed);
         device_.surplus = view.bits.Without(device_.needed);
         device_.uncertain = row.uncertain ? "a cannot be looked at" : "";
-        const BitmapPlan plan = PlanBitmap(device_);
+        const BitmapPlan plan = PlanBitmap(device_, false);
         EXPECT_EQ(UnitsOf(plan.bits), row.after);
         EXPECT_EQ(plan.bits.Bytes().size(), kBytes);
         EXPECT_EQ(plan.write, row.write);
@@ -219,8 +219,34 @@ TEST_F(RestPlanTest, TheBitmapBecomesWhatIsNeeded) {
         EXPECT_EQ(plan.set, SetOf(row.after).CountWithout(view.bits));
         EXPECT_EQ(plan.cleared, view.bits.CountWithout(SetOf(row.after)));
         const bool kept = row.uncertain && device_.surplus.Count() > 0;
-        EXPECT_EQ(plan.left, kept ? "/mnt/a: 1 unit not cleared: a cannot be looked at" : "");
+        EXPECT_EQ(plan.left,
+                  kept ? Texts{"/mnt/a: 1 unit not cleared: a cannot be looked at"} : Texts{});
     }
+}
+
+TEST_F(RestPlanTest, WhatTheCacheDoesNotHoldIsNotSet) {
+    VolumeView& view = device_.view;
+    view.bits = SetOf({1, 5});
+    view.hasBitmap = true;
+    view.fileBytes = kBytes;
+    view.residency.known = true;
+    view.residency.cacheSize = 2 * kUnitBytes;
+    view.residency.pinned = view.bits;
+    device_.needed = SetOf({1, 2, 3});
+    device_.surplus = SetOf({5});
+    const BitmapPlan plan = PlanBitmap(device_, false);
+    EXPECT_EQ(UnitsOf(plan.bits), (std::vector<uint64_t>{1})) << "cleared is what nobody needs";
+    EXPECT_EQ(plan.set, 0U);
+    EXPECT_EQ(plan.cleared, 1U);
+    EXPECT_EQ(
+        plan.left,
+        Texts{"/mnt/a: 64.0 KiB pinned or queued and 128.0 KiB more do not fit into the cache "
+              "of 128.0 KiB; --overcommit pins it all the same"});
+    const BitmapPlan all = PlanBitmap(device_, true);
+    EXPECT_EQ(UnitsOf(all.bits), (std::vector<uint64_t>{1, 2, 3}));
+    EXPECT_TRUE(all.left.empty());
+    device_.needed = SetOf({1, 2});
+    EXPECT_EQ(PlanBitmap(device_, false).set, 1U) << "it fits";
 }
 
 }  // namespace

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "client/volume/units.h"
+#include "util/request.h"
 
 namespace client {
 
@@ -107,30 +107,22 @@ TEST(Follow, AReloadIsKnownByItsVolume) {
     EXPECT_EQ(States(requests), (S{kQueued}));
 }
 
-struct PositionRow {
-    const char* what;
-    uint64_t position;
-    uint64_t read;
-};
-
-TEST(Follow, ThePositionOnTheDeviceTellsWhatWasRead) {
-    // In reading order: 1 MiB at 10 MiB, 1 MiB that is not read, 2 MiB at 4 MiB.
-    const uint64_t mib = 1 << 20;
-    const std::vector<FileMappingEntry> reading = {
-        {0, 2048, 10 * 2048, 0}, {2048, 2048, 20 * 2048, 1}, {4096, 4096, 4 * 2048, 0}};
-    const PositionRow rows[] = {
-        {"before the first read", 0, 0},
-        {"at the begin of the first extent", 10 * mib, 0},
-        {"in the first", 10 * mib + 65536, 65536},
-        {"behind the first", 11 * mib, mib},
-        {"in the one that is not read", 20 * mib + 65536, 0},
-        {"in the last", 5 * mib, 2 * mib},
-        {"at the end", 6 * mib, 3 * mib},
-        {"elsewhere", 7 * mib, 0},
-    };
-    for (const PositionRow& row : rows) {
-        EXPECT_EQ(BytesRead(reading, row.position), row.read) << row.what;
-    }
+TEST(Follow, WhatIsQueuedIsWatchedOnceAndByItsVolume) {
+    const ConfigState state =
+        State(9, {Stored("3", "a#1;b#2"), Stored("4", "", "reloadPinBlocks", "/mnt/pool2"),
+                  Stored("5", "c#3")});
+    std::vector<Watched> requests;
+    WatchQueued(state, "/mnt/pool1", requests);
+    ASSERT_EQ(requests.size(), 2U);
+    EXPECT_EQ(requests[0].number, "3");
+    EXPECT_EQ(requests[0].message.numFiles, 2U);
+    EXPECT_EQ(requests[1].number, "5");
+    WatchQueued(state, "", requests);
+    ASSERT_EQ(requests.size(), 3U) << "what is watched already is not taken again";
+    EXPECT_EQ(requests[2].message.type, kRequestReloadPinBlocks);
+    EXPECT_EQ(States(requests), (S{kQueued, kQueued, kQueued}));
+    Follow(requests, State(9, {Stored("4", "", "reloadPinBlocks", "/mnt/pool2")}), 0, false);
+    EXPECT_EQ(States(requests), (S{kLeft, kLeft, kQueued}));
 }
 
 }  // namespace

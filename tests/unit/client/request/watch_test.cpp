@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -14,6 +13,7 @@
 #include "client/show/exit_status.h"
 #include "tests/unit/client/client_test.h"
 #include "tests/unit/client/service/impostor.h"
+#include "tests/unit/client/signals.h"
 
 namespace client {
 
@@ -47,18 +47,6 @@ class WatchTest : public QueueClientTest {
     std::string talk_;
 };
 
-// Calls `act` once the wait has begun: the handlers of the signals are set then.
-std::thread OnceItWaits(const std::function<void()>& act) {
-    return std::thread([act] {
-        struct sigaction now = {};
-        const struct timespec pause = {0, 1000000};
-        while (sigaction(SIGTERM, nullptr, &now) == 0 && now.sa_handler == SIG_DFL) {
-            nanosleep(&pause, nullptr);
-        }
-        act();
-    });
-}
-
 TEST_F(WatchTest, NothingToWaitForIsDone) {
     std::vector<Watched> none;
     WriteFile(dir_ / "conf", "{}");
@@ -89,7 +77,7 @@ TEST_F(WatchTest, ARequestThatLeavesTheQueueIsDone) {
     MakeQueue();
     const BusyImpostor service(Program(), "", 0, {"-f", dir_ / "conf"});
     std::thread change =
-        OnceItWaits([this] { WriteFile(dir_ / "conf", R"({"nextRequestNum":6})"); });
+        OnceSignalsAreNoted([this] { WriteFile(dir_ / "conf", R"({"nextRequestNum":6})"); });
     EXPECT_EQ(Wait(Queued("5"), 0), kExitDone) << talk_;
     change.join();
     EXPECT_EQ(requests_[0].state, WatchState::kLeft);
@@ -117,7 +105,7 @@ TEST_F(WatchTest, ASignalEndsAWaitWithItsOwnStatus) {
     MakeQueue();
     const BusyImpostor service(Program(), "", 0, {"-f", dir_ / "conf"});
     for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
-        std::thread sender = OnceItWaits([number] { kill(getpid(), number); });
+        std::thread sender = OnceSignalsAreNoted([number] { kill(getpid(), number); });
         EXPECT_EQ(Wait(Queued("5"), 0), 128 + number);
         sender.join();
         EXPECT_NE(talk_.find("interrupted; the requests stay queued"), std::string::npos) << talk_;

@@ -13,22 +13,19 @@
 
 #include "client/request/packing.h"
 #include "tests/unit/client/client_test.h"
-#include "tests/unit/support/queue_space.h"
 
 namespace client {
 
 namespace {
 
-class QueueLookTest : public ClientTest {
+class QueueLookTest : public QueueClientTest {
   protected:
     void SetUp() override {
-        ClientTest::SetUp();
-        if (!EnterQueueSpace(true)) {
-            GTEST_SKIP() << "needs root for an IPC namespace of its own: " << strerror(errno);
+        QueueClientTest::SetUp();
+        if (!IsSkipped()) {
+            id_ = MakeQueue();
+            file_ = Make("a");
         }
-        id_ = msgget(IPC_PRIVATE, IPC_CREAT | 0644);
-        ASSERT_NE(id_, -1);
-        file_ = Make("a");
     }
     void Send(const RequestMsg& msg, size_t bytes = sizeof(Request)) const {
         ASSERT_EQ(msgsnd(id_, &msg, bytes, IPC_NOWAIT), 0) << strerror(errno);
@@ -118,6 +115,22 @@ TEST_F(QueueLookTest, WhatBlocksAndWhatIsIgnoredIsTakenAwayAndTheRestStaysInOrde
     EXPECT_EQ(received.body.data, file_);
     ASSERT_TRUE(TakeAwayBad(id_, taken, why)) << why;
     EXPECT_EQ(Left(), (std::vector<std::pair<long, size_t>>{{1, 1540}}));
+}
+
+TEST_F(QueueLookTest, WhatTheServiceWillTakeIsCountedByVolume) {
+    uint64_t count = 7;
+    EXPECT_TRUE(CountWaiting("", count));
+    EXPECT_EQ(count, 0U);
+    Send(Pin(file_));
+    Send(Volume(kRequestReloadPinBlocks, "/mnt/other"));
+    SendRaw(9, 20);
+    EXPECT_TRUE(CountWaiting("", count));
+    EXPECT_EQ(count, 2U) << "what the service never reads would be waited for, for ever";
+    EXPECT_TRUE(CountWaiting("/mnt/other", count));
+    EXPECT_EQ(count, 1U);
+    WriteFile(dir_ / "key", "no key");
+    EXPECT_FALSE(CountWaiting("", count));
+    EXPECT_EQ(count, 0U);
 }
 
 TEST_F(QueueLookTest, AGoodQueueIsLeftAlone) {

@@ -17,6 +17,13 @@ struct PrintableRow {
     std::string shown;
 };
 
+TEST(Output, AShareIsRoundedDownAndOfNothingThereIsNone) {
+    EXPECT_EQ(Percent(2, 3), 66U);
+    EXPECT_EQ(Percent(999, 1000), 99U) << "not all is not all";
+    EXPECT_EQ(Percent(1ULL << 63, 1ULL << 63), 100U);
+    EXPECT_FALSE(Percent(0, 0).has_value());
+}
+
 TEST(Output, NothingInANameReachesTheTerminalAsACommand) {
     const PrintableRow rows[] = {
         {"plain", "photos/a.jpg", "photos/a.jpg"},

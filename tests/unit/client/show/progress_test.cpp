@@ -29,6 +29,25 @@ TEST(Progress, TheLineTellsShareRateAndRest) {
               "reading");
 }
 
+TEST(Progress, TheLineTellsHowFarTheRequestIsThatRuns) {
+    ProgressView view = View(12, 3, 0, 0);
+    view.percent = 40;
+    EXPECT_EQ(ProgressLine(view, 0, 100), "request 4 of 12 at 40%, reading");
+    view.requests = 1;
+    EXPECT_EQ(ProgressLine(view, 0, 100), "reading") << "the share of all says the same";
+}
+
+TEST(Progress, TheLineTellsWhatGoesBeforeAndHowLongItTakes) {
+    ProgressView view = View(1, 0, 0, 0);
+    view.state = "waits for the requests before it";
+    view.ahead = 3;
+    EXPECT_EQ(ProgressLine(view, 0, 100), "waits for the requests before it: 3");
+    view.percent = 40;
+    view.aheadSeconds = 71.6;
+    EXPECT_EQ(ProgressLine(view, 0, 100),
+              "waits for the requests before it: 3, the first at 40%, about 1:12");
+}
+
 TEST(Progress, TheLineIsNeverWiderThanTheTerminal) {
     for (size_t columns = 2; columns < 200; ++columns) {
         const std::string line = ProgressLine(View(100, 30, 5ULL << 40, 1ULL << 40), 1e8, columns);

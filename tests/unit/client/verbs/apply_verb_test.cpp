@@ -37,7 +37,8 @@ TEST_F(ApplyVerbTest, TellsWhatItAskedFor) {
     const auto service = Serve();
     const Json::Value dry = Apply(0, {"--dry-run"});
     EXPECT_EQ(Shape(dry),
-              "byHand:n dryRun:b exitStatus:n held:n left:a notMounted:a pins:a pruneHeldBack:b "
+              "byHand:n dryRun:b exitStatus:n held:n left:a notFitting:a notMounted:a pins:a "
+              "pruneHeldBack:b "
               "queued:n refused:a repinned:a replaced:a requests:n schema:n sent:n unpins:a verb:s "
               "wanted:n wrong:a");
     EXPECT_EQ(Shape(dry["pins"][0]), "inode:n path:s size:n volume:s");
@@ -102,6 +103,30 @@ TEST_F(ApplyVerbTest, AFileThatCannotBeMappedIsRefusedWithItsLine) {
     EXPECT_EQ(report["sent"], 0);
     ASSERT_EQ(report["refused"].size(), 1U);
     EXPECT_EQ(report["refused"][0]["line"], (dir_ / "conf.d/a.conf") + ":2");
+}
+
+TEST_F(ApplyVerbTest, WhatDoesNotFitIntoTheCacheIsNotAskedFor) {
+    const std::string small = MakeAt("small", 0, 8);
+    const std::string large = MakeAt("large", 16, 9);
+    LetTheCacheTell("", "");  // sixteen units
+    const int queue = MakeQueue();
+    const auto service = Serve();
+    Conf(small + "\n" + large + "\n");
+    const Json::Value refused = Apply(kExitPartly);
+    EXPECT_EQ(refused["sent"], 0);
+    ASSERT_EQ(refused["notFitting"].size(), 1U);
+    const std::string why = mount_ +
+                            ": 0 bytes pinned or queued and 1.1 MiB more do not fit into the cache "
+                            "of 1.0 MiB";
+    EXPECT_EQ(refused["notFitting"][0], why);
+    const CallResult said = Run({"apply", "--from", dir_ / "conf.d"});
+    EXPECT_NE(said.talk.find("not pinned " + why + "; --overcommit pins it all the same\n"),
+              std::string::npos)
+        << said.talk;
+    EXPECT_EQ(Waiting(queue), 0U);
+    EXPECT_EQ(Apply(kExitDone, {"--overcommit"})["sent"], 1);
+    Conf(small + "\n");
+    EXPECT_EQ(Apply(kExitDone)["sent"], 1);
 }
 
 TEST_F(ApplyVerbTest, PruningUnpinsFirstAndPinsAgainWhatSharesUnits) {

@@ -2,10 +2,12 @@
 // check: findings, and what a repair comes to.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <filesystem>
 
+#include "client/service/repair_record.h"
 #include "client/show/exit_status.h"
 #include "tests/unit/client/service/impostor.h"
 #include "tests/unit/client/verbs/verbs_test.h"
@@ -171,6 +173,20 @@ TEST_F(CheckVerbTest, ARepairAtRestTakesUnneededLinksAway) {
     EXPECT_EQ(removed[0], link);
     EXPECT_NE(access(link.c_str(), F_OK), 0);
     EXPECT_EQ(access(path.c_str(), F_OK), 0);
+}
+
+TEST_F(CheckVerbTest, ARepairThatDidSomethingIsNoted) {
+    MakeAt("a", 4);
+    List({"a"});
+    WriteBitmap({4});
+    Report({"check", "--repair"}, 0);
+    EXPECT_FALSE(ReadRepairRecord(config_).has_value()) << "there was nothing to repair";
+    WriteBitmap({4, 9});
+    Report({"check", "--repair"}, 0);
+    const std::optional<RepairRecord> record = ReadRepairRecord(config_);
+    ASSERT_TRUE(record.has_value());
+    EXPECT_NEAR(static_cast<double>(record->at), static_cast<double>(time(nullptr)), 600);
+    EXPECT_EQ(record->left, 0U);
 }
 
 }  // namespace

@@ -3,11 +3,13 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utime.h>
 
 #include <filesystem>
 
 #include "client/show/exit_status.h"
 #include "tests/unit/client/verbs/verbs_test.h"
+#include "tests/unit/support/fake_platform.h"
 
 namespace client {
 
@@ -81,6 +83,54 @@ TEST_F(ListVerbTest, AnEmptyListAndAVolumeWithoutFilesAreNoFailure) {
     EXPECT_EQ(none.status, kExitRefused);
     EXPECT_EQ(none.out, "");
     EXPECT_NE(none.talk.find("refused /nowhere: "), std::string::npos) << none.talk;
+}
+
+TEST_F(ListVerbTest, TheLongListTellsWhatOfEachFileIsInTheCache) {
+    MakeAt("half", 0, 4);
+    const std::string none = MakeAt("none", 16, 2);
+    // Preallocated, and never written: nobody reads it.
+    g_platform.mappings[InodeOf(none)][0].entries.push_back({2 * kUnit, kUnit, 40 * kUnit, 1});
+    const std::string full = MakeAt("full", 8, 8);
+    WriteFile(full, std::string(5000, 'x'));
+    struct utimbuf times = {1700000000, 1700000000};
+    ASSERT_EQ(utime(full.c_str(), &times), 0);
+    List({"full", "half", "none"});
+    // Units 0, 1 and the second byte's.
+    LetTheCacheTell(std::string("\x03\xff") + std::string(126, '\0'), std::string(128, '\0'));
+    const Json::Value files = Report({"list", "-l"}, kExitDone)["volumes"][0]["files"];
+    ASSERT_EQ(files.size(), 3U);
+    EXPECT_EQ(Shape(files[0]),
+              "fate:s inode:n lastRead:n path:s percent:n reason:0 relativePath:s size:n "
+              "unitsResident:n unitsWanted:n volume:s");
+    EXPECT_EQ(files[0]["lastRead"], 1700000000);
+    EXPECT_EQ(files[0]["percent"], 100);
+    EXPECT_EQ(files[1]["unitsWanted"], 4);
+    EXPECT_EQ(files[1]["unitsResident"], 2);
+    EXPECT_EQ(files[1]["percent"], 50);
+    EXPECT_EQ(files[2]["unitsWanted"], 2);
+    const std::string out = Run({"list", "--long", "--sort", "missing"}).out;
+    EXPECT_NE(out.find("units  in cache"), std::string::npos) << out;
+    EXPECT_NE(out.find(" 50%  "), std::string::npos) << out;
+    // Both lack two units: of equals the list's order holds.
+    EXPECT_LT(out.find("half\n"), out.find("none\n")) << out;
+    EXPECT_LT(out.find("none\n"), out.find("full\n")) << out;
+    const std::string bySize = Run({"list", "--sort", "size"}).out;
+    EXPECT_LT(bySize.find("full\n"), bySize.find("half\n")) << bySize;
+    EXPECT_EQ(Run({"list", "--paths", "--sort", "missing"}).out,
+              mount_ + "/half\n" + mount_ + "/none\n" + full + "\n");
+    EXPECT_EQ(Run({"list", "--sort", "colour"}).status, kExitUsage);
+}
+
+TEST_F(ListVerbTest, WhatACacheDoesNotTellIsNotKnown) {
+    PinHalf();
+    const Json::Value file = Report({"list", "-l"}, kExitDone)["volumes"][0]["files"][0];
+    EXPECT_EQ(file["unitsWanted"], 2);
+    EXPECT_TRUE(file["unitsResident"].isNull());
+    EXPECT_TRUE(file["percent"].isNull());
+    unlink((mount_ + "/photos/a.jpg").c_str());
+    const Json::Value gone = Report({"list", "-l"}, kExitDone)["volumes"][0]["files"][0];
+    EXPECT_TRUE(gone["unitsWanted"].isNull());
+    EXPECT_TRUE(gone["lastRead"].isNull());
 }
 
 TEST_F(ListVerbTest, AFileListedByALinkIsPrintedByItsOwnName) {

@@ -107,6 +107,13 @@ TEST_F(MetricsVerbTest, WhatTheListHasLostIsSeenBesideItsCopy) {
     EXPECT_GT(std::stoll(Plain("copy_timestamp_seconds")), 1700000000);
 }
 
+TEST_F(MetricsVerbTest, TheLastRepairIsKnownOnceThereWasOne) {
+    EXPECT_EQ(Plain("repair_timestamp_seconds"), "-");
+    WriteFile(config_ + ".repaired", R"({"time":1700000000,"left":2})");
+    EXPECT_EQ(Plain("repair_timestamp_seconds"), "1700000000");
+    EXPECT_EQ(Plain("repair_left"), "2");
+}
+
 TEST_F(MetricsVerbTest, VolumesThatAreGoneOrWithoutACacheAreSaidToBe) {
     WriteFile(config_, R"({"volumes":{"/gone":{"files":{"7":"a","8":"b"}}}})");
     EXPECT_EQ(Of("volume_mounted", "/gone"), "0");

@@ -34,8 +34,9 @@ class RequestRepairTest : public QueueClientTest {
     }
     // Nobody takes the requests, so that it never ends with them done.
     int RepairAll(const std::string& mountPath = "") {
-        SendOptions options;
-        options.patience = 1;
+        CheckOptions options;
+        options.send.patience = 1;
+        options.overcommit = overcommit_;
         report_ = RepairReport();
         testing::internal::CaptureStderr();
         const int status = RepairByRequests(dir_ / "conf", mountPath, options, report_);
@@ -54,6 +55,7 @@ class RequestRepairTest : public QueueClientTest {
                text;
     }
 
+    bool overcommit_ = false;
     RepairReport report_;
     std::string talk_;
 };
@@ -70,6 +72,24 @@ TEST_F(RequestRepairTest, WhatLacksUnitsIsPinnedAgainAndTheRestIsNamed) {
               (Texts{Rest("gone", ": gone"), Rest("", ": 1 unit that no file needs")}));
     EXPECT_EQ(NextPinned(queue), path);
     EXPECT_EQ(NextPinned(queue), "");
+}
+
+TEST_F(RequestRepairTest, WhatDoesNotFitIntoTheCacheIsLeft) {
+    const int queue = MakeQueue();
+    const std::string path = MakeAt("a", 0, 17);
+    LetTheCacheTell("", "");  // sixteen units
+    List({{InodeOf(path), "a"}});
+    EXPECT_EQ(RepairAll(), kExitDone) << talk_;
+    EXPECT_EQ(report_.requests, 0U);
+    ASSERT_EQ(report_.left.size(), 1U);
+    EXPECT_EQ(report_.left[0],
+              mount_ +
+                  ": 0 bytes pinned or queued and 1.1 MiB more do not fit into the cache of "
+                  "1.0 MiB; --overcommit pins it all the same");
+    EXPECT_EQ(NextPinned(queue), "");
+    overcommit_ = true;
+    EXPECT_EQ(RepairAll(), kExitNoService) << talk_;
+    EXPECT_EQ(NextPinned(queue), path);
 }
 
 TEST_F(RequestRepairTest, WhatReplacedAListedFileIsPinnedOnce) {

@@ -40,7 +40,7 @@ class RestRepairTest : public QueueClientTest {
     int RepairAll(const std::string& mountPath = "") {
         report_ = RepairReport();
         testing::internal::CaptureStderr();
-        const int status = RepairAtRest(dir_ / "conf", mountPath, report_);
+        const int status = RepairAtRest(dir_ / "conf", mountPath, false, report_);
         talk_ = testing::internal::GetCapturedStderr();
         return status;
     }
