@@ -29,17 +29,17 @@ static void AddPlaces(CLI::App& app, Options& options, std::string& ssdSize) {
     app.add_option("--name", options.name, "Name of the cache and of its registry entry")
         ->required();
     app.add_option("--backing", options.backing,
-                   "File or block device to cache; UUID=, LABEL=, PARTUUID= too")
+                   "File or block device to cache;\nUUID=, LABEL=, PARTUUID= too")
         ->required();
     app.add_option("--ssd", options.ssd,
-                   "File or block device that holds the cached units; UUID= and so on too")
+                   "File or block device that holds the cached units;\nUUID= and so on too")
         ->required();
     app.add_option("--ssd-size", ssdSize,
-                   "Size of the cache: bytes, or with K, M, G, T (default: all of --ssd)")
+                   "Size of the cache: bytes, or with K, M, G, T\n(default: all of --ssd)")
         ->type_name("")
         ->check(SizeValidator());
     app.add_option("--mount", options.mountPoint,
-                   "Directory to mount on (default: " + DefaultMountPoint("NAME") + ", made)");
+                   "Directory to mount on\n(default: " + DefaultMountPoint("NAME") + ", made)");
     app.add_flag("--device", options.device,
                  "Attach a loop device and name it " + DefaultNameDirectory() + "/NAME");
 }
@@ -63,7 +63,7 @@ static void AddManners(CLI::App& app, Options& options, bool& noPin) {
 }
 
 std::optional<int> ParseOptions(int argc, char** argv, Options& options) {
-    CLI::App app("A flash cache in user space: presents a cached device as a file in a FUSE mount.",
+    CLI::App app("A flash cache in user space: a cached device as a file in a FUSE mount.",
                  "quorsoftcache");
     std::string ssdSize;
     bool noPin = false;

@@ -38,8 +38,9 @@ struct VolumeVerbOptions {
 
 struct ListOptions {
     CommonOptions common;
-    std::string volume;  // empty = all
-    bool paths = false;  // paths alone, one a line
+    std::string volume;    // empty = all
+    bool paths = false;    // paths alone, one a line
+    bool volumes = false;  // of the volumes, not of files
     bool nulSeparated = false;
 };
 
