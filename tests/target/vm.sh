@@ -47,6 +47,7 @@ for part in bin lib; do
     for file in "$build/$part"/*; do
         case $file in
         *.a) ;;
+        */lib/quorcachepinfiled) cp -a "$file" "$work/tree/build/armhf/$part/" ;; # a link
         *) arm-linux-gnueabihf-strip -o "$work/tree/build/armhf/$part/$(basename "$file")" "$file" ;;
         esac
     done
