@@ -7,8 +7,9 @@
 
 namespace client {
 
-// Returns "; did you mean NAME?" with the known names that are nearest to the given one, when any is
-// near enough to have been meant: it begins so, or a letter or two are wrong; else an empty text.
+// Returns "; did you mean NAME?" with the known names that are nearest to the given one, when any
+// is near enough to have been meant: it begins so, or a letter or two are wrong; else an empty
+// text.
 std::string DidYouMean(const std::string& given, const std::vector<std::string>& known);
 
 }  // namespace client

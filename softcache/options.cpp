@@ -52,7 +52,7 @@ static void AddManners(CLI::App& app, Options& options, bool& noPin) {
     app.add_option("--state", options.state, "State told by the registry entry, 1 = serving")
         ->check(CLI::NonNegativeNumber)
         ->capture_default_str();
-    app.add_flag("--no-pin", noPin, "Let the registry entry say that pinning is not supported");
+    app.add_flag("--no-pin", noPin, "Let the registry entry say that pinning is\nnot supported");
     app.add_flag("--format", options.format, "Overwrite whatever the SSD holds");
     app.add_flag("--test-doors", options.testDoors, "Take orders to fail (for tests)");
     app.add_option("--inspect", options.inspect, "Print what an SSD holds, and serve nothing")
@@ -67,6 +67,7 @@ std::optional<int> ParseOptions(int argc, char** argv, Options& options) {
                  "quorsoftcache");
     std::string ssdSize;
     bool noPin = false;
+    app.get_formatter()->column_width(26);  // with the texts, 80 for a line
     AddPlaces(app, options, ssdSize);
     AddManners(app, options, noPin);
     try {
