@@ -173,4 +173,8 @@ constexpr VerbHelp kKeepCopyHelp = {
     "Example:\n"
     "  quorcachepinctl keep-copy"};
 
+constexpr VerbHelp kHelpHelp = {"help", "Print the help of a verb, as its --help does",
+                                "Example:\n"
+                                "  quorcachepinctl help pin"};
+
 }  // namespace client

@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "client/verb_options.h"
 
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
-
 #include "client/help.h"
+#include "client/help_format.h"
 
 namespace client {
 
@@ -17,6 +15,7 @@ CLI::App& AddVerb(CLI::App& app, const VerbHelp& help, CommonOptions& common) {
     verb.add_option("--config-path", common.configPath,
                     "The service's configuration file (default: that of the running service)")
         ->type_name("FILE");
+    verb.group("Verbs");
     verb.footer(help.examples);
     return verb;
 }
@@ -115,8 +114,12 @@ void AddWait(CLI::App& app, Parsed& parsed) {
 
 void AddListAndStatus(CLI::App& app, Parsed& parsed) {
     CLI::App& list = AddVerb(app, kListHelp, parsed.list.common);
-    list.add_option("VOLUME", parsed.list.volume, "Only this volume")->type_name("");
+    CLI::Option* const volume =
+        list.add_option("VOLUME", parsed.list.volume, "Only this volume")->type_name("");
     list.add_flag("-p,--paths", parsed.list.paths, "Print absolute paths, one a line");
+    list.add_flag("--volumes", parsed.list.volumes,
+                  "Print mount paths instead: volumes with a cache or with pinned files")
+        ->excludes(volume);
     list.add_flag("-0,--null", parsed.list.nulSeparated, "As --paths, each ended with NUL");
     list.add_flag("-l,--long", parsed.list.details,
                   "Tell what of each file is in the cache, and when it was last read");
@@ -221,13 +224,26 @@ void AddCopies(CLI::App& app, Parsed& parsed) {
     });
 }
 
+// For the list of verbs and for completion: the reader of the command line turns what stands behind
+// it into --help.
+void AddHelp(CLI::App& app) {
+    CLI::App& help = *app.add_subcommand(kHelpHelp.name, kHelpHelp.text);
+    help.add_option_function<std::string>(
+            "VERB", [](const std::string&) {}, "One of the verbs")
+        ->type_name("");
+    help.group("Verbs");
+    help.footer(kHelpHelp.examples);
+}
+
 }  // namespace
 
 void AddVerbs(CLI::App& app, Parsed& parsed) {
     app.description(kAppText);
     app.name("quorcachepinctl");
     app.footer(kAppFooter);
-    app.set_version_flag("--version", QUOR_VERSION);
+    app.formatter(HelpFormat());
+    app.set_version_flag("--version", "quorcachepinctl " QUOR_VERSION, "Print the version");
+    app.set_help_flag("-h,--help", "Print this help");
     app.require_subcommand(1);
     AddRequestVerbs(app, parsed);
     AddWait(app, parsed);
@@ -238,6 +254,20 @@ void AddVerbs(CLI::App& app, Parsed& parsed) {
     AddApply(app, parsed);
     AddCopies(app, parsed);
     AddReadyAndForget(app, parsed);
+    AddHelp(app);
+}
+
+std::vector<std::string> OptionNames(const CLI::App& verb) {
+    std::vector<std::string> names;
+    for (const CLI::Option* const option : verb.get_options()) {
+        for (const std::string& name : option->get_snames()) {
+            names.push_back("-" + name);
+        }
+        for (const std::string& name : option->get_lnames()) {
+            names.push_back("--" + name);
+        }
+    }
+    return names;
 }
 
 std::vector<VerbOptionNames> AllOptionNames() {
@@ -246,15 +276,7 @@ std::vector<VerbOptionNames> AllOptionNames() {
     std::vector<VerbOptionNames> all;
     AddVerbs(app, parsed);
     for (const CLI::App* const verb : app.get_subcommands({})) {
-        all.push_back({verb->get_name(), {}});
-        for (const CLI::Option* const option : verb->get_options()) {
-            for (const std::string& name : option->get_snames()) {
-                all.back().options.push_back("-" + name);
-            }
-            for (const std::string& name : option->get_lnames()) {
-                all.back().options.push_back("--" + name);
-            }
-        }
+        all.push_back({verb->get_name(), OptionNames(*verb)});
     }
     return all;
 }

@@ -37,7 +37,10 @@ struct Parsed {
 // then runs the verb that is named.
 void AddVerbs(CLI::App& app, Parsed& parsed);
 
-// A verb's long and short options, dashes included.
+// Returns the long and short options of a verb, dashes included.
+std::vector<std::string> OptionNames(const CLI::App& verb);
+
+// A verb and its options.
 struct VerbOptionNames {
     std::string verb;
     std::vector<std::string> options;

@@ -88,8 +88,12 @@ class Scene:
             copies.append(shutil.copyfile(path, self.volume.path(f"{directory}/{name}")))
         return copies
 
+    def end(self):
+        """Ends the daemon, unmounts the volume, ends the cache; returns the exit status of daemon and cache."""
+        return self.daemon.stop(), self.volume.close()
+
     def close(self):
-        """Ends the daemon, unmounts the volume, ends the cache; all must end with 0."""
-        ended = self.daemon.stop(), self.volume.close()
+        """Ends all of it; both must end with 0, and the daemon must have logged no error."""
+        ended = self.end()
         assert ended == (0, 0), f"exit status of the daemon and of the cache: {ended}"
         self.daemon.check()

@@ -11,6 +11,7 @@ _DIRECTORY = os.path.join(namespaces.ROOT, "build/lab")
 _LOCK = os.path.join(_DIRECTORY, "lock")  # held by the environment's own processes while it stands
 _FIRST = os.path.join(_DIRECTORY, "first-process")
 _LOG = os.path.join(_DIRECTORY, "log")
+_ERRORS = os.path.join(_DIRECTORY, "errors")  # what the service logged as errors while it stood
 
 
 def _take_lock():
@@ -42,7 +43,19 @@ def _stand(ready):
     os.write(ready, b"ready")
     os.close(ready)
     signal.sigwait([signal.SIGTERM])
-    stage.close()
+    strike(stage)
+
+
+def strike(stage):
+    """Takes the scene down. Errors that the service logged, and its end, are the doing of who played with it."""
+    service, cache = stage.end()
+    errors = stage.daemon.errors()
+    stage.daemon.expect(*errors)
+    stage.daemon.check()  # what a sanitizer reported is nobody's doing
+    with open(_ERRORS, "w", encoding="utf-8") as file:
+        file.writelines(f"{line}\n" for line in errors)
+    assert service in (0, -signal.SIGTERM, -signal.SIGKILL), f"exit status of the service: {service}"
+    assert cache == 0, f"exit status of the cache: {cache}"
 
 
 def _note(first):
@@ -91,6 +104,18 @@ def inside(command):
     return namespaces.enter(_first_process(), command)
 
 
+def _take(path):
+    """The text of a file, which is removed; empty when there is none."""
+    try:
+        with open(path, encoding="utf-8") as file:
+            return file.read()
+    except FileNotFoundError:
+        return ""
+    finally:
+        if os.path.exists(path):
+            os.unlink(path)
+
+
 def down():
     first = _first_process()
     os.kill(first, signal.SIGTERM)
@@ -99,11 +124,12 @@ def down():
     except TimeoutError:
         os.kill(first, signal.SIGKILL)
         journal.until(_take_lock, f"process {first} does not end")
-    with open(_LOG, encoding="utf-8") as log:
-        told = log.read()
-    for path in (_FIRST, _LOG, _LOCK):
+    told, errors = _take(_LOG), _take(_ERRORS)
+    for path in (_FIRST, _LOCK):
         os.unlink(path)
     if told:
         sys.exit(f"{told}run: it is down, but not without complaint")
+    if errors:
+        screen.fact("service", f"had logged {len(errors.splitlines())} errors; the last: {errors.splitlines()[-1]}")
     print("it is down; nothing is left")
     return 0

@@ -30,17 +30,17 @@ static void AddPlaces(CLI::App& app, Options& options, std::string& ssdSize) {
     app.add_option("--name", options.name, "Name of the cache and of its registry entry")
         ->required();
     app.add_option("--backing", options.backing,
-                   "File or block device to cache; UUID=, LABEL=, PARTUUID= too")
+                   "File or block device to cache;\nUUID=, LABEL=, PARTUUID= too")
         ->required();
     app.add_option("--ssd", options.ssd,
-                   "File or block device that holds the cached units; UUID= and so on too")
+                   "File or block device that holds the cached units;\nUUID= and so on too")
         ->required();
     app.add_option("--ssd-size", ssdSize,
-                   "Size of the cache: bytes, or with K, M, G, T (default: all of --ssd)")
+                   "Size of the cache: bytes, or with K, M, G, T\n(default: all of --ssd)")
         ->type_name("")
         ->check(SizeValidator());
     app.add_option("--mount", options.mountPoint,
-                   "Directory to mount on (default: " + DefaultMountPoint("NAME") + ", made)");
+                   "Directory to mount on\n(default: " + DefaultMountPoint("NAME") + ", made)");
     app.add_flag("--device", options.device,
                  "Attach a loop device and name it " + DefaultNameDirectory() + "/NAME");
 }
@@ -57,7 +57,7 @@ static void AddManners(CLI::App& app, Options& options, bool& noPin) {
     app.add_option("--state", options.state, "State told by the registry entry, 1 = serving")
         ->check(CLI::NonNegativeNumber)
         ->capture_default_str();
-    app.add_flag("--no-pin", noPin, "Let the registry entry say that pinning is not supported");
+    app.add_flag("--no-pin", noPin, "Let the registry entry say that pinning is\nnot supported");
     app.add_flag("--format", options.format, "Overwrite whatever the SSD holds");
     app.add_flag("--test-doors", options.testDoors, "Take orders to fail (for tests)");
     app.add_option("--inspect", options.inspect, "Print what an SSD holds, and serve nothing")
@@ -68,10 +68,11 @@ static void AddManners(CLI::App& app, Options& options, bool& noPin) {
 }
 
 std::optional<int> ParseOptions(int argc, char** argv, Options& options) {
-    CLI::App app("A flash cache in user space: presents a cached device as a file in a FUSE mount.",
+    CLI::App app("A flash cache in user space: a cached device as a file in a FUSE mount.",
                  "quorsoftcache");
     std::string ssdSize;
     bool noPin = false;
+    app.get_formatter()->column_width(26);  // with the texts, 80 for a line
     AddPlaces(app, options, ssdSize);
     AddManners(app, options, noPin);
     try {

@@ -11,6 +11,7 @@
 #include "client/show/output.h"
 #include "client/show/text.h"
 #include "client/volume/plain_links.h"
+#include "client/volume/volume_view.h"
 #include "util/scoped.h"
 #include "util/stored_format.h"
 
@@ -98,6 +99,11 @@ std::string WhyNotStorable(const std::string& mountPath, const std::string& rela
         return TooLong("its path", path.size(), kMostListLength);
     }
     return "";
+}
+
+bool IsBitmapFile(const FileRef& file) {
+    const std::string& mountPath = file.volume->mountPath;
+    return PathOnVolume(mountPath, PathBelow(mountPath, file.path)) == BitmapPathOf(*file.volume);
 }
 
 bool ExamineFile(const std::string& given, const std::vector<Volume>& volumes, FileRef& file,

@@ -31,6 +31,9 @@ std::string WhyNotMountPath(const std::string& mountPath);
 // plain name helps.
 bool CanBeLinked(const FileRef& file);
 
+// Whether the file is the bitmap file of its volume, which the service itself writes.
+bool IsBitmapFile(const FileRef& file);
+
 // Resolves and checks a path. Returns false, with the reason in `why`, when no request can name the
 // file; where its name alone is in the way, `file` is filled all the same. A file that has its link
 // of plain name is named by that: `relative` is then the link's, `path` stays the file's own.

@@ -8,6 +8,7 @@
 
 #include "client/pins/device_report.h"
 #include "client/pins/listed_paths.h"
+#include "client/request/refusals.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
 #include "client/volume/plain_links.h"
@@ -20,10 +21,7 @@ void SayRefusals(const FileList& list) {
     for (const std::string& note : list.notes) {
         Say(note);
     }
-    for (const Refusal& refusal : list.refusals) {
-        Say(TonedError(Tone::kBad, "refused") + " " + Printable(refusal.path) + ": " +
-            refusal.reason);
-    }
+    SayRefused("refused", list.refusals);
 }
 
 constexpr size_t kMostSaid = 10;  // files that were not pinned, a line each
@@ -94,6 +92,10 @@ void RefuseUnservable(FileJob& job) {
             // The service would drop the request and forget all that is pinned on the volume.
             why = "its volume " + Printable(file.volume->mountPath) +
                   " has no cache that keeps pins now";
+        }
+        // Nobody reads it but the service at its start. One that is pinned can be unpinned.
+        if (job.type == kRequestPinFiles && IsBitmapFile(file)) {
+            why = "is the bitmap file in which the service notes what is pinned";
         }
         if (why.empty() && MapForRequest(mapper, file, why)) {
             kept.push_back(std::move(file));
@@ -187,10 +189,22 @@ void MatchWithList(const ConfigState& state, bool listMayChange, FileJob& job) {
     job.list.files = std::move(kept);
 }
 
+void NotePinned(const ConfigState& state, FileJob& job) {
+    const std::set<Identity> pinned = PinnedFiles(state, job.volumes);
+    for (const FileRef& file : job.list.files) {
+        if (pinned.count({file.volume->mountPath, file.inode}) > 0) {
+            job.pinnedAlready.push_back(file.path);
+        }
+    }
+}
+
 void SayMatch(const FileJob& job) {
-    for (const Refusal& passed : job.passedOver) {
-        Say(TonedError(Tone::kBad, "not sent") + " " + Printable(passed.path) + ": " +
-            passed.reason);
+    SayRefused("not sent", job.passedOver);
+    if (!job.pinnedAlready.empty()) {
+        const bool one = job.pinnedAlready.size() == 1;
+        Say(FirstOf(job.pinnedAlready[0], job.pinnedAlready.size()) +
+            (one ? " is pinned already; pinning it again reads it into the cache again"
+                 : " are pinned already; pinning them again reads them into the cache again"));
     }
     for (size_t i = 0; i < job.notPinned.size() && i < kMostSaid; ++i) {
         Say(Printable(job.notPinned[i]) + " was not pinned");
@@ -217,6 +231,7 @@ void AddJob(const FileJob& job, Record& report) {
         .List("refused", RecordsOf(refusals, DescribeRefusal))
         .List("entries", RecordsOf(job.entries, DescribeEntry))
         .Add("notPinned", TextsToJson(job.notPinned))
+        .Add("pinnedAlready", TextsToJson(job.pinnedAlready))
         .Add("requests", job.messages.size())
         .Add("sent", job.sent);
 }

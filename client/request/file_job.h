@@ -20,6 +20,7 @@ struct FileJob {
     std::vector<PinnedFile> entries;     // unpin: entries named that no request takes off
     std::vector<PinnedFile> emptied;     // unpin: of those, empty files, while the list may change
     std::vector<std::string> notPinned;  // unpin: paths of files in `list` that were not pinned
+    std::vector<std::string> pinnedAlready;  // pin: paths of those that are, or are queued to be
     std::vector<FileRef> repinned;  // files that stay pinned and share units with those unpinned
     std::vector<Message> messages;  // for the files in `list`, then for those pinned again
     size_t sent = 0;                // how many of the messages, from the first
@@ -30,7 +31,8 @@ struct FileJob {
 int CollectJob(const FileListOptions& options, FileJob& job);
 
 // Moves to the refusals the files that lie right and still cannot be served: their volume keeps no
-// pins now, or they cannot be mapped. Fills the extents of the others.
+// pins now, they cannot be mapped, or a pin names a volume's bitmap file. Fills the extents of the
+// others.
 void RefuseUnservable(FileJob& job);
 
 // Gives the files that no request can name links of plain names; a file that cannot have one moves
@@ -51,7 +53,11 @@ void PackRepinned(FileJob& job);
 // With `listMayChange` the empty ones are no refusals: the caller takes them off the list.
 void MatchWithList(const ConfigState& state, bool listMayChange, FileJob& job);
 
-// Says on standard error which files were passed over or not pinned.
+// Notes which files of a pin are on the list already, or queued to be. They are sent all the same:
+// pinning again reads a file into the cache again, and sets the bits of what it has grown by.
+void NotePinned(const ConfigState& state, FileJob& job);
+
+// Says on standard error which files were passed over, not pinned, or pinned already.
 void SayMatch(const FileJob& job);
 
 // Describes a file: path, volume, inode, size.

@@ -15,7 +15,6 @@
 #include "client/show/output.h"
 #include "client/volume/directory_walk.h"
 #include "client/volume/plain_links.h"
-#include "client/volume/volume_view.h"
 
 namespace client {
 
@@ -51,9 +50,18 @@ class Collector {
 
 // The service's own file and our own links are taken only when they are named.
 bool IsOurs(const FileRef& file) {
-    const std::string relative = PathBelow(file.volume->mountPath, file.path);
-    return PathOnVolume(file.volume->mountPath, relative) == BitmapPathOf(*file.volume) ||
-           IsLinkName(relative);
+    return IsBitmapFile(file) || IsLinkName(PathBelow(file.volume->mountPath, file.path));
+}
+
+// Makes of a line of a text the path in it, which may come from an editor of another system; of a
+// comment nothing.
+void TrimTextLine(std::string& line) {
+    if (!line.empty() && line.back() == '\r') {
+        line.pop_back();
+    }
+    if (!line.empty() && line[0] == '#') {
+        line.clear();
+    }
 }
 
 void Collector::TakeFile(const std::string& path, bool named) {
@@ -116,6 +124,9 @@ bool Collector::TakeList(const std::string& path, std::string& why) {
         if (line.find('\0') != std::string::npos) {
             why = "list " + Printable(path) + " holds NUL: use -0; nothing was sent";
             return false;
+        }
+        if (!options_.nulSeparated) {
+            TrimTextLine(line);
         }
         // An empty line would be the current directory.
         if (!line.empty()) {

@@ -12,7 +12,7 @@ namespace client {
 struct FileListOptions {
     std::vector<std::string> paths;  // arguments
     std::vector<std::string> lists;  // files that hold paths; "-" is standard input
-    bool nulSeparated = false;       // lists: NUL instead of newline
+    bool nulSeparated = false;       // lists: NUL instead of newline, CRLF and # comments
     bool recursive = false;          // directories: all files below them
     bool patterns = false;           // arguments are patterns, expanded here
     bool link = false;               // take what a link of plain name would make nameable

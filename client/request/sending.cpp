@@ -16,6 +16,8 @@ namespace client {
 
 namespace {
 
+constexpr size_t kManyRequests = 10;
+constexpr size_t kMinute = 60;        // seconds, of which each request takes one at least
 constexpr double kRetryPause = 0.02;  // seconds between two tries at a full queue
 
 // A request can be sent while nobody takes it, and waits in the queue then. Returns why it does, in
@@ -76,6 +78,18 @@ int SendOne(int queue, const Message& message, unsigned patience, const SignalNo
 
 }  // namespace
 
+std::string DescribeManyRequests(size_t requests) {
+    if (requests < kManyRequests) {
+        return "";
+    }
+    const size_t minutes = (requests + kMinute / 2) / kMinute;
+    const std::string time = minutes == 0   ? Counted(requests, "second")
+                             : minutes == 1 ? "a minute"
+                                            : Counted(minutes, "minute");
+    return std::to_string(requests) + " requests take about " + time +
+           " or longer: the service rests a second after each";
+}
+
 int SendAll(std::vector<Message>& messages, unsigned patience, size_t& sent) {
     const SignalNote note;
     std::string why;
@@ -125,6 +139,10 @@ int SendAndWait(std::vector<Message>& messages, const std::string& configPath,
     if (options.wait && !ReadConfigState(configPath, before, why)) {
         Say(why + "; nothing was sent");
         return kExitNoService;
+    }
+    const std::string time = DescribeManyRequests(messages.size());
+    if (!time.empty()) {
+        Say(time);
     }
     const int status = SendAll(messages, options.patience, sent);
     if (!options.wait || (status != kExitDone && status != kExitPartly)) {

@@ -20,6 +20,10 @@ struct SendOptions {
     unsigned timeout = 0;    // seconds that the wait may take; 0 = as long as it takes
 };
 
+// Returns how long many requests take at the least, in words, as the service rests a second after
+// each; empty for a few.
+std::string DescribeManyRequests(size_t requests);
+
 // Sends all messages in order, or says why it could not and how many were sent; stores that number.
 // Files that have vanished since they were checked are named and taken out first; a message left
 // without files is dropped. Returns kExitDone, kExitPartly when files had vanished, kExitNoService
@@ -27,8 +31,9 @@ struct SendOptions {
 // status of the failure.
 int SendAll(std::vector<Message>& messages, unsigned patience, size_t& sent);
 
-// The same; then waits, if the options say so, until the configuration file at `configPath` shows
-// that the requests sent are done. Returns the worse exit status of the two.
+// The same, having said how long many requests take; then waits, if the options say so, until the
+// configuration file at `configPath` shows that the requests sent are done. Returns the worse exit
+// status of the two.
 int SendAndWait(std::vector<Message>& messages, const std::string& configPath,
                 const SendOptions& options, size_t& sent);
 

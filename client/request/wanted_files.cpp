@@ -9,7 +9,6 @@
 #include "client/request/file_list.h"
 #include "client/show/output.h"
 #include "client/volume/expected_mounts.h"
-#include "client/volume/volume_view.h"
 
 namespace client {
 
@@ -54,7 +53,7 @@ void TakeLine(const PinConf& conf, const ConfLine& line, const std::vector<Volum
     options.paths = PathsOf(line, wanted);
     CollectFiles(options, volumes, list, why);
     for (const FileRef& file : list.files) {
-        const bool own = !line.literal && file.path == BitmapPathOf(*file.volume);
+        const bool own = !line.literal && IsBitmapFile(file);
         if (!own && !IsExcluded(conf, line, file.path) &&
             wanted.origins.insert({file.path, line.origin}).second) {
             wanted.files.push_back(file);

@@ -10,6 +10,7 @@
 #include "client/pins/price.h"
 #include "client/request/apply_plan.h"
 #include "client/request/file_job.h"
+#include "client/request/refusals.h"
 #include "client/request/sending.h"
 #include "client/request/unneeded_links.h"
 #include "client/service/config_state.h"
@@ -62,10 +63,12 @@ Record DescribeFault(const ConfFault& fault) {
 }
 
 void SayAll(const char* what, const std::vector<ConfFault>& faults) {
+    std::vector<Refusal> refusals;
     for (const ConfFault& fault : faults) {
-        Say(TonedError(Tone::kBad, what) + " " + Printable(fault.origin) + ": " +
-            (fault.path.empty() ? "" : Printable(fault.path) + ": ") + fault.reason);
+        refusals.push_back(
+            {fault.origin + (fault.path.empty() ? "" : ": " + fault.path), fault.reason});
     }
+    SayRefused(what, refusals);
 }
 
 // Reads the lines, the volumes, the service's list and what the lines come to. Returns kExitDone,

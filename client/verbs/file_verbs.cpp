@@ -61,6 +61,9 @@ int FileVerb::Prepare() {
         // Only root sees whether a service runs that would undo a change of its list.
         MatchWithList(service_.state, geteuid() == 0 && FindServices().empty(), job_);
     }
+    if (job_.type == kRequestPinFiles) {
+        NotePinned(service_.state, job_);
+    }
     const bool fits = Fits();
     if (options_.list.link && !options_.dryRun && fits) {
         LinkFiles(options_.keepGoing, job_);
@@ -217,6 +220,10 @@ int FileVerb::Run() {
     if (ready && options_.dryRun) {
         report.List("price", DescribeCost(), Layout::kBlocks);
         report.Line(job_.messages.empty() ? "no files" : "nothing was sent: this was a dry run");
+        const std::string time = DescribeManyRequests(job_.messages.size());
+        if (!time.empty()) {
+            report.Line(time);
+        }
     } else if (ready) {
         status = std::max(TakeOffEmptied(), Send());
     }

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <set>
 
 #include "client/pins/device_report.h"
 #include "client/service/config_state.h"
@@ -119,17 +120,27 @@ std::vector<std::string> PathsOf(const std::string& mountPath, const std::vector
     return paths;
 }
 
-void PrintPaths(const PinnedLists& lists, const std::vector<Volume>& volumes,
-                const ListOptions& options) {
-    const bool nul = options.nulSeparated;
+void PrintPaths(const std::vector<std::string>& paths, bool nul) {
     // Raw names are for other programs; a terminal gets them with nothing that could write to it.
     const bool raw = nul || isatty(STDOUT_FILENO) == 0;
+    for (const std::string& path : paths) {
+        fputs((raw ? path : Printable(path)).c_str(), stdout);
+        fputc(nul ? '\0' : '\n', stdout);
+    }
+}
+
+// What a verb can be given as its volume.
+std::vector<std::string> MountPaths(const PinnedLists& lists, const std::vector<Volume>& volumes) {
+    std::set<std::string> paths;
     for (const auto& [mountPath, files] : lists) {
-        for (const std::string& path : PathsOf(mountPath, files, volumes, options)) {
-            fputs((raw ? path : Printable(path)).c_str(), stdout);
-            fputc(nul ? '\0' : '\n', stdout);
+        paths.insert(mountPath);
+    }
+    for (const Volume& volume : volumes) {
+        if (VolumeKeepsPins(volume)) {
+            paths.insert(volume.mountPath);
         }
     }
+    return {paths.begin(), paths.end()};
 }
 
 void AddDetails(const ListRow& row, Record& record) {
@@ -175,6 +186,20 @@ Record DescribeVolume(const std::string& mountPath, const std::vector<StoredFile
             options.details ? Layout::kHeadedRows : Layout::kRows);
 }
 
+int ListMountPaths(const ListOptions& options, const std::vector<std::string>& paths,
+                   const std::vector<Volume>& volumes) {
+    const auto describe = [&volumes](const std::string& path) {
+        return Record().Add("volume", path).Add("mounted", FindMounted(path, volumes) != nullptr);
+    };
+    Record report;
+    if (!options.common.json) {
+        PrintPaths(paths, options.nulSeparated);
+        return kExitDone;
+    }
+    report.List("volumes", RecordsOf(paths, describe), Layout::kRows);
+    return Finish("list", report, options.common.json, kExitDone);
+}
+
 }  // namespace
 
 int ListVerb(const ListOptions& options) {
@@ -193,8 +218,13 @@ int ListVerb(const ListOptions& options) {
     if (!options.volume.empty() && !Narrow(options.volume, volumes, lists, why)) {
         return Finish("list", report, options.common.json, Refuse(report, options.volume, why));
     }
+    if (options.volumes) {
+        return ListMountPaths(options, MountPaths(lists, volumes), volumes);
+    }
     if ((options.paths || options.nulSeparated) && !options.common.json) {
-        PrintPaths(lists, volumes, options);
+        for (const auto& [mountPath, files] : lists) {
+            PrintPaths(PathsOf(mountPath, files, volumes, options), options.nulSeparated);
+        }
         return kExitDone;
     }
     for (const auto& [mountPath, entries] : lists) {

@@ -48,8 +48,9 @@ constexpr char kSortByMissing[] = "missing";  // of which most is not in the cac
 
 struct ListOptions {
     CommonOptions common;
-    std::string volume;  // empty = all
-    bool paths = false;  // paths alone, one a line
+    std::string volume;    // empty = all
+    bool paths = false;    // paths alone, one a line
+    bool volumes = false;  // of the volumes, not of files
     bool nulSeparated = false;
     bool details = false;  // units, and how many of them are in the cache
     std::string sort;      // one of these three; empty = by path

@@ -17,8 +17,11 @@ def test_two_thousand_files(stage):
     daemon = stage.daemon(wait_for="Start Service", flags=())
     stage.queue()  # published, so that the command finds it
 
-    pinned = command.report("pin", "--wait", "-f", "-", given="\n".join(paths))
+    result = command.run("pin", "--json", "--wait", "-f", "-", given="\r\n".join(["# all of them", *paths]))
 
+    assert result.status == 0, result
+    pinned = result.report()
+    assert result.talk.startswith(f"quorcachepinctl: {pinned['requests']} requests take about "), result.talk
     assert [file["path"] for file in pinned["files"]] == paths
     assert pinned["requests"] == pinned["sent"] < 50
     assert pinned["holds"][0]["wrong"] == []
@@ -27,6 +30,8 @@ def test_two_thousand_files(stage):
     assert evidence.pinned_files(daemon.configuration, volume.mount_path) == evidence.listing(
         volume.mount_path, paths)
     command.done("check")
+    again = command.run("pin", "-n", paths[5], paths[7])
+    assert f"{paths[5]} and 1 more are pinned already" in again.talk, again
 
     listed = command.run("list", "-0")
     assert sorted(listed.output.split("\0")[:-1]) == paths

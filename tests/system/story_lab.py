@@ -2,8 +2,10 @@
 """What every story leans on: the log is whole when it is judged, and its lines lead to their statements."""
 import re
 import socket
+import types
 
-from lab import journal, statements
+from lab import journal, standing, statements
+from lab.daemon import STARTING
 
 
 def send(*texts):
@@ -55,3 +57,15 @@ def test_every_log_line_leads_to_its_statement(stage):
         assert re.fullmatch(rf"[\w.]+:\d+ (.* : (\*+ )?)?{pattern(found[0])}", text, re.S), (text, found[0])
         seen.add(found[0])
     assert len(seen) > 80 and {one.source for one in seen} == {"quorcachepinfiled.cpp", "quorcachepinfileutil.cpp"}
+
+
+def test_what_who_played_with_it_did_is_no_complaint_when_it_is_taken_down(stage, monkeypatch, capsys):
+    volume = stage.volume()
+    daemon, queue = stage.daemon(STARTING, flags=()), stage.queue()
+    monkeypatch.setattr(standing, "_ERRORS", "/tmp/errors")
+    queue.pin(volume.mount_path, [volume.path("nothing")])
+    daemon.wait_for("Can't add request to config")
+    standing.strike(types.SimpleNamespace(daemon=daemon, end=lambda: (daemon.stop(), 0)))
+    with open("/tmp/errors", encoding="utf-8") as file:
+        assert [line.rstrip("\n") for line in file] == daemon.errors() != []
+    assert capsys.readouterr() == ("", "")

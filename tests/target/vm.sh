@@ -38,8 +38,8 @@ cp "$tree/tests/target/vm-init" "$work/initramfs/init"
 chmod 755 "$work/initramfs/init"
 (cd "$work/initramfs" && find . | cpio -o -H newc --quiet) | gzip -1 >"$work/initramfs.gz"
 
-mkdir "$work/tree/client"
-for part in lab tests docs packaging client/completion; do
+mkdir "$work/tree/client" "$work/tree/softcache"
+for part in lab tests docs packaging client/completion softcache/completion; do
     cp -a "$tree/$part" "$work/tree/$part"
 done
 for part in bin lib; do
@@ -47,6 +47,7 @@ for part in bin lib; do
     for file in "$build/$part"/*; do
         case $file in
         *.a) ;;
+        */lib/quorcachepinfiled) cp -a "$file" "$work/tree/build/armhf/$part/" ;; # a link
         *) arm-linux-gnueabihf-strip -o "$work/tree/build/armhf/$part/$(basename "$file")" "$file" ;;
         esac
     done

@@ -8,8 +8,11 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <regex>
+#include <sstream>
 
 #include "client/show/exit_status.h"
+#include "client/show/output.h"
 #include "client/verb_options.h"
 #include "tests/unit/client/verbs/verbs_test.h"
 #include "tests/unit/support/fake_platform.h"
@@ -74,7 +77,6 @@ TEST_F(CommandLineTest, AWrongCommandLineIsAReportToo) {
 
 TEST_F(CommandLineTest, EveryVerbHelpsWithExamples) {
     EXPECT_EQ(Call({"--help"}).status, kExitDone);
-    EXPECT_EQ(Call({"--version"}).status, kExitDone);
     for (const VerbOptionNames& verb : AllOptionNames()) {
         const CallResult result = Call({verb.verb, "--help"});
         EXPECT_EQ(result.status, kExitDone) << verb.verb;
@@ -82,14 +84,71 @@ TEST_F(CommandLineTest, EveryVerbHelpsWithExamples) {
         EXPECT_NE(result.out.find("Example"), std::string::npos) << verb.verb;
         EXPECT_NE(result.out.find("quorcachepinctl " + verb.verb + " "), std::string::npos)
             << verb.verb;
+        EXPECT_EQ(Call({"help", verb.verb}).out, result.out) << verb.verb;
+    }
+    EXPECT_EQ(Call({"help"}).out, Call({"--help"}).out);
+}
+
+TEST_F(CommandLineTest, NoLineOfHelpIsLongerThan80Columns) {
+    std::vector<std::string> helps = {Call({"--help"}).out};
+    for (const VerbOptionNames& verb : AllOptionNames()) {
+        helps.push_back(Call({verb.verb, "--help"}).out);
+    }
+    for (const std::string& help : helps) {
+        std::istringstream lines(help);
+        size_t count = 0;
+        for (std::string line; std::getline(lines, line); ++count) {
+            EXPECT_LE(Columns(line), 80U) << line;
+        }
+        EXPECT_GT(count, 5U) << help;
     }
 }
 
-TEST_F(CommandLineTest, AVerbThatIsNoneIsNamed) {
-    const CallResult result = Call({"frob\033nicate"});
+TEST_F(CommandLineTest, TheVersionNamesTheProgram) {
+    const CallResult result = Call({"--version"});
+    EXPECT_EQ(result.status, kExitDone);
+    EXPECT_TRUE(std::regex_match(result.out, std::regex("quorcachepinctl [0-9]+[.0-9]*\n")))
+        << result.out;
+}
+
+// On standard error, with the status of a wrong command line: a script whose arguments are missing
+// by mistake must not take this for a success.
+TEST_F(CommandLineTest, WithoutArgumentsThereIsTheHelp) {
+    const CallResult result = Call({});
     EXPECT_EQ(result.status, kExitUsage);
-    EXPECT_EQ(result.talk,
-              "quorcachepinctl: there is no verb frob\\x1bnicate; --help lists them\n");
+    EXPECT_EQ(result.talk, Call({"--help"}).out);
+    EXPECT_EQ(result.out, "");
+}
+
+struct WordsRow {
+    std::vector<std::string> arguments;
+    const char* words;
+};
+
+TEST_F(CommandLineTest, WhatIsWrongIsSaidWithTheProgramsNameAndWhatWasMeant) {
+    const WordsRow rows[] = {
+        {{"frob\033nicate"}, "there is no verb frob\\x1bnicate; --help lists them"},
+        {{"pni", "x"}, "there is no verb pni; did you mean pin?"},
+        {{"help", "pni"}, "there is no verb pni; did you mean pin?"},
+        {{""}, "there is no verb ; --help lists them"},
+        {{"pin", "--wiat", "x"}, "there is no option --wiat; did you mean --wait?"},
+        {{"pin", "--wiat=5", "x"}, "there is no option --wiat; did you mean --wait?"},
+        {{"pin", "-\033x", "x"},
+         "there is no option -\\x1bx; quorcachepinctl pin --help tells more"},
+        {{"--json", "list"},
+         "there is no option --json before the verb; quorcachepinctl --help tells more"},
+        {{"--hlep"}, "there is no option --hlep before the verb; did you mean --help?"},
+        {{"reload", "a", "b"},
+         "b is one argument too many; quorcachepinctl reload --help tells more"},
+        {{"pin", "x", "--timeout", "so\033on"},
+         "Could not convert: --timeout = so\\x1bon; quorcachepinctl pin --help tells more"},
+        {{"pin"}, "PATH or --files-from is required; quorcachepinctl pin --help tells more"},
+    };
+    for (const WordsRow& row : rows) {
+        const CallResult result = Call(row.arguments);
+        EXPECT_EQ(result.status, kExitUsage) << row.words;
+        EXPECT_EQ(result.talk, std::string("quorcachepinctl: ") + row.words + "\n");
+    }
 }
 
 TEST_F(CommandLineTest, ANameInBracketsIsOneName) {

@@ -623,11 +623,17 @@ TEST_F(ServiceTest, OptionsReachTheRegistryEntry) {
 
     ServiceProcess asked;
     EXPECT_FALSE(asked.Start({"--version"}));
-    EXPECT_EQ(asked.End(0).status, 0);
+    const Outcome version = asked.End(0);
+    EXPECT_EQ(version.status, 0);
+    EXPECT_EQ(version.output.find("quorsoftcache "), 0U) << version.output;
     EXPECT_FALSE(asked.Start({"--help"}));
     const Outcome help = asked.End(0);
     EXPECT_EQ(help.status, 0);
     EXPECT_NE(help.output.find("--ssd-size"), std::string::npos);
+    std::istringstream lines(help.output);
+    for (std::string line; std::getline(lines, line);) {
+        EXPECT_LE(line.size(), 80U) << line;
+    }
 }
 
 // A volume on the cached device, as the whole system uses it.

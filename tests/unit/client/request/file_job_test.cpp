@@ -77,6 +77,40 @@ TEST_F(FileJobTest, OneRefusalKeepsAllBackUnlessTheOthersAreWanted) {
     EXPECT_EQ(job_.messages.size(), 1U);
 }
 
+// One that was pinned once can still be unpinned.
+TEST_F(FileJobTest, TheBitmapFileIsNotPinned) {
+    WriteBitmap({});
+    const std::string bitmap = mount_ + "/quorcachepinfile.bitmap";
+    Place(bitmap, {{0, 8}});
+    ASSERT_EQ(Collect({bitmap, Placed("a")}), kExitDone);
+    ASSERT_EQ(job_.list.refusals.size(), 1U);
+    EXPECT_EQ(job_.list.refusals[0].path, bitmap);
+    EXPECT_EQ(job_.list.refusals[0].reason,
+              "is the bitmap file in which the service notes what is pinned");
+    EXPECT_EQ(job_.list.files.size(), 1U);
+    job_ = FileJob();
+    job_.type = kRequestUnpinFiles;
+    ASSERT_EQ(Collect({bitmap}), kExitDone);
+    EXPECT_TRUE(job_.list.refusals.empty());
+}
+
+TEST_F(FileJobTest, WhatIsPinnedAlreadyIsNotedAndSentAllTheSame) {
+    const std::vector<std::string> paths = {Placed("a"), Placed("b"), Placed("c"), Placed("d")};
+    ConfigState state;
+    state.pinned[mount_] = {{"a", InodeOf(paths[0])}, {"renamed since", InodeOf(paths[1])}};
+    state.queue.push_back({"0", "pinFiles", mount_, "c#" + std::to_string(InodeOf(paths[2]))});
+    ASSERT_EQ(Collect(paths), kExitDone);
+    NotePinned(state, job_);
+    EXPECT_EQ(job_.pinnedAlready, (std::vector<std::string>{paths[0], paths[1], paths[2]}));
+    EXPECT_EQ(job_.list.files.size(), 4U);
+    testing::internal::CaptureStderr();
+    SayMatch(job_);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "quorcachepinctl: " + paths[0] +
+                  " and 2 more are pinned already; pinning them again reads them into the cache "
+                  "again\n");
+}
+
 TEST_F(FileJobTest, AListThatCannotBeReadIsAWrongCommandLine) {
     FileListOptions options;
     options.lists = {dir_ / "nothing"};

@@ -110,6 +110,29 @@ TEST_F(FileListTest, ListsHoldAPathALineOrEndedWithNul) {
     EXPECT_EQ(list_.refusals.size(), 1U);
 }
 
+TEST_F(FileListTest, ListsOfLinesHaveCommentsAndMayEndLinesWithCrlf) {
+    const std::string before = std::filesystem::current_path();
+    Make("a");
+    Make("#b");
+    Make("c\r");
+    const std::string text = "# all of it\r\na\r\n\r\n./#b\n#b\n" + mount_ + "/nothing # \n";
+    WriteFile(dir_ / "list", text);
+    FileListOptions options;
+    options.lists = {dir_ / "list"};
+    std::filesystem::current_path(mount_);
+    const Names taken = Collect(options);
+    const Names refused = Refused();
+    options.nulSeparated = true;
+    WriteFile(dir_ / "list", std::string("#b") + '\0' + "c\r" + '\0');
+    Collect(options);
+    const Names refusedByNul = Refused();
+    std::filesystem::current_path(before);
+    // Its name is for no request; it is taken for a name, which is what counts here.
+    EXPECT_EQ(taken, Names{"a"});
+    EXPECT_EQ(refused, (Names{"./#b", mount_ + "/nothing # "})) << "a # further on is no comment";
+    EXPECT_EQ(refusedByNul, (Names{"#b", "c\r"}));
+}
+
 TEST_F(FileListTest, AListThatCannotBeReadIsAnError) {
     FileListOptions options;
     options.lists = {dir_ / "nothing"};

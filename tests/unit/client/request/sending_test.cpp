@@ -43,6 +43,46 @@ TEST_F(SendingTest, AFullQueueEndsItWhenPatienceIsOver) {
     EXPECT_EQ(sent, 1U);
 }
 
+struct ManyRow {
+    size_t requests;
+    const char* time;
+};
+
+TEST(ManyRequestsTest, HowLongTheyTakeIsToldOfManyAlone) {
+    const ManyRow rows[] = {
+        {0, ""},
+        {9, ""},
+        {10, "10 seconds"},
+        {29, "29 seconds"},
+        {30, "a minute"},
+        {61, "a minute"},
+        {89, "a minute"},
+        {90, "2 minutes"},
+        {610, "10 minutes"},
+    };
+    for (const ManyRow& row : rows) {
+        const std::string time = row.time;
+        EXPECT_EQ(DescribeManyRequests(row.requests),
+                  time.empty() ? ""
+                               : std::to_string(row.requests) + " requests take about " + time +
+                                     " or longer: the service rests a second after each");
+    }
+}
+
+TEST_F(SendingTest, HowLongManyTakeIsSaidBeforeTheyGo) {
+    MakeQueue();
+    for (const size_t count : {size_t{9}, size_t{61}}) {
+        std::vector<Message> messages = Messages(count);
+        size_t sent = 0;
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(SendAndWait(messages, "", {}, sent), kExitNoService) << "nobody takes them";
+        const std::string talk = testing::internal::GetCapturedStderr();
+        EXPECT_EQ(talk.find("quorcachepinctl: 61 requests take about a minute") == 0, count == 61)
+            << talk;
+        EXPECT_EQ(sent, count);
+    }
+}
+
 TEST_F(SendingTest, ASignalEndsItBetweenTwoMessages) {
     for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
         const int queue = MakeQueue(1);

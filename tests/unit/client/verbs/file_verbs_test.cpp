@@ -25,8 +25,8 @@ TEST_F(FileVerbsTest, PinTellsFilesAndRefusals) {
     const auto service = Serve();
     const Json::Value report = Report({"pin", path}, 0);
     EXPECT_EQ(Shape(report),
-              "dryRun:b entries:a exitStatus:n files:a notPinned:a refused:a repinned:a requests:n "
-              "schema:n sent:n verb:s");
+              "dryRun:b entries:a exitStatus:n files:a notPinned:a pinnedAlready:a "
+              "refused:a repinned:a requests:n schema:n sent:n verb:s");
     EXPECT_EQ(Shape(report["files"][0]), "inode:n path:s size:n volume:s");
     EXPECT_EQ(report["files"][0]["path"], path);
     EXPECT_EQ(report["sent"], 1);

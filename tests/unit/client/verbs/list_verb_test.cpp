@@ -5,6 +5,7 @@
 #include <unistd.h>
 #include <utime.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "client/show/exit_status.h"
@@ -131,6 +132,23 @@ TEST_F(ListVerbTest, WhatACacheDoesNotTellIsNotKnown) {
     const Json::Value gone = Report({"list", "-l"}, kExitDone)["volumes"][0]["files"][0];
     EXPECT_TRUE(gone["unitsWanted"].isNull());
     EXPECT_TRUE(gone["lastRead"].isNull());
+}
+
+TEST_F(ListVerbTest, VolumesAreThoseThatHaveACacheOrPinnedFiles) {
+    EXPECT_EQ(Run({"list", "--volumes"}).out, mount_ + "\n") << "nothing is pinned there";
+    WriteFile(config_, R"({"volumes":{"/mnt/away":{"files":{"5":"x"}}}})");
+    g_platform.spaces.push_back({"/mnt/plain", "uuid-plain"});
+    const std::pair<std::string, std::string> both = std::minmax(mount_, std::string("/mnt/away"));
+    EXPECT_EQ(Run({"list", "--volumes"}).out, both.first + "\n" + both.second + "\n");
+    EXPECT_EQ(Run({"list", "--volumes", "-0"}).out,
+              both.first + std::string(1, '\0') + both.second + std::string(1, '\0'));
+    const Json::Value report = Report({"list", "--volumes"}, kExitDone);
+    ASSERT_EQ(report["volumes"].size(), 2U);
+    for (const Json::Value& volume : report["volumes"]) {
+        EXPECT_EQ(Shape(volume), "mounted:b volume:s");
+        EXPECT_EQ(volume["mounted"], volume["volume"] == mount_);
+    }
+    EXPECT_EQ(Run({"list", "--volumes", mount_}).status, kExitUsage);
 }
 
 TEST_F(ListVerbTest, AFileListedByALinkIsPrintedByItsOwnName) {
