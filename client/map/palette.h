@@ -3,6 +3,7 @@
 // tell apart; each is lighter or darker than all others, so that they survive grey print.
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include <array>
