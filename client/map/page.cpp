@@ -94,9 +94,9 @@ void AddPlace(std::ostream& out, const Page& page, const CellRun& run) {
         << "\" tabindex=\"-1\"><i>" << EscapeMarkup(PlaceText(page, run)) << "</i></b>";
 }
 
-void AddLeftOut(std::ostream& out, const Grid& grid, size_t row) {
-    if (const uint64_t units = LeftOutBefore(grid, row)) {
-        out << "<p class=\"gap\">⋮ " << LeftOutText(units) << "</p>\n";
+void AddLeftOut(std::ostream& out, const Picture& picture, size_t row) {
+    if (const std::string text = LeftOutText(picture, row); !text.empty()) {
+        out << "<p class=\"gap\">⋮ " << text << "</p>\n";
     }
 }
 
@@ -129,10 +129,10 @@ void AddMap(std::ostream& out, const Page& page) {
         << HeightsText(picture.grid) << ".</p>\n<div class=\"map\" role=\"img\" aria-label=\""
         << EscapeMarkup("Map of the device. " + words) << "\">\n";
     for (size_t row = 0; row < picture.grid.rows.size(); ++row) {
-        AddLeftOut(out, picture.grid, row);
+        AddLeftOut(out, picture, row);
         AddRow(out, page, row);
     }
-    AddLeftOut(out, picture.grid, picture.grid.rows.size());
+    AddLeftOut(out, picture, picture.grid.rows.size());
     out << "</div>\n</section>\n";
 }
 

@@ -52,7 +52,7 @@ font-style:normal;font-weight:400;font-size:.85rem;line-height:1.4;pointer-event
 .cells b:hover,.cells b:focus{outline:2px solid var(--ink);outline-offset:-1px;z-index:1}
 .gap{margin:.2rem 0 .2rem 5.5rem;color:var(--dim);font-style:italic}
 @media (max-width:30rem){.at{flex-basis:4.6rem;font-size:.7rem}.gap{margin-left:4.6rem}
-body{padding:.75rem}th,td{padding:.3rem .25rem}}
+body{padding:.75rem}th,td{padding:.3rem .25rem}dl{grid-template-columns:1fr 1fr}}
 )css";
 
 }  // namespace client

@@ -15,6 +15,20 @@ Cell CellOf(const Picture& picture, uint64_t first, uint64_t end) {
             picture.absent.CountBetween(first, end) > 0};
 }
 
+// The units of the set that lie close together. A file system's own are spread over all of a
+// device, and to show each would leave no room for the files.
+UnitSet CloseOnes(const UnitSet& set) {
+    constexpr uint64_t kStretch = 128;  // units
+    constexpr uint64_t kFew = 8;
+    UnitSet close(set.Bytes().size());
+    for (uint64_t first = 0; first < set.Room(); first += kStretch) {
+        if (set.CountBetween(first, first + kStretch) >= kFew) {
+            close.Put(UnitRuns{{first, first + kStretch - 1}});
+        }
+    }
+    return close;
+}
+
 uint64_t UnitsOf(const Picture& picture, UnitKind kind) {
     const uint64_t pinned = picture.pinned.Count();
     const uint64_t absent = picture.absent.Count();
@@ -48,8 +62,22 @@ Picture MakePicture(const VolumeView& view, time_t moment, uint32_t columns, uin
         // What it holds behind the last bit has no place here.
         picture.besides.Resize(view.bits.Bytes().size());
     }
-    picture.grid = LayOut(view.bits.Room(), {&picture.pinned, &picture.besides}, columns, mostRows);
+    const UnitSet others =
+        picture.pinned.Count() > 0 ? CloseOnes(picture.besides) : picture.besides;
+    picture.grid = LayOut(view.bits.Room(), {&picture.pinned, &others}, columns, mostRows);
     return picture;
+}
+
+std::string LeftOutText(const Picture& picture, size_t row) {
+    const Grid& grid = picture.grid;
+    const uint64_t units = LeftOutBefore(grid, row);
+    const uint64_t end = row < grid.rows.size() ? grid.rows[row] : grid.units;
+    const uint64_t cached = picture.besides.CountBetween(end - units, end);
+    if (units == 0 || cached == 0) {
+        return units == 0 ? "" : LeftOutText(units);
+    }
+    return HumanBytes(units * kUnitBytes) + " with nothing pinned, " + Counted(cached, "unit") +
+           " in the cache";
 }
 
 std::vector<CellRun> RunsOfRow(const Picture& picture, size_t row) {

@@ -48,6 +48,10 @@ struct CellRun {
 // Lays the volume's units out in cells.
 Picture MakePicture(const VolumeView& view, time_t moment, uint32_t columns, uint32_t mostRows);
 
+// Returns what was left out before a row, or behind the last one for `rows.size()`, as in "2.9 TiB
+// with nothing pinned, 12 units in the cache"; empty when nothing was.
+std::string LeftOutText(const Picture& picture, size_t row);
+
 // Returns what a row of the picture's grid has, in order and without gaps.
 std::vector<CellRun> RunsOfRow(const Picture& picture, size_t row);
 

@@ -73,8 +73,8 @@ class Drawing {
     }
 
     void LeftOut(size_t row) {
-        if (const uint64_t units = LeftOutBefore(picture_.grid, row)) {
-            Line("⋮ " + LeftOutText(units), R"( fill="#57606a" font-style="italic")");
+        if (const std::string text = LeftOutText(picture_, row); !text.empty()) {
+            Line("⋮ " + text, R"( fill="#57606a" font-style="italic")");
         }
     }
 

@@ -83,6 +83,27 @@ TEST(Picture, AFewFilesOfALargeDeviceAreSeenInDetail) {
     EXPECT_EQ(RunsOfRow(picture, 0).front().cells, 128U);
 }
 
+// The blocks of a file system's own lie in every part of a device.
+TEST(Picture, UnitsThatAreSpreadLeaveTheRoomToTheFiles) {
+    VolumeView view;
+    view.bits = UnitSet(8 << 20);
+    view.bits.Put({{1 << 25, (1 << 25) + 255}});
+    view.residency.known = true;
+    view.residency.resident = UnitSet(8 << 20);
+    for (uint64_t unit = 0; unit < view.bits.Room(); unit += 2048) {
+        view.residency.resident.Put(unit);
+    }
+    view.residency.resident.Put({{1 << 20, (1 << 20) + 200}});
+    const Picture picture = MakePicture(view, 0, 128, 96);
+    EXPECT_EQ(picture.grid.unitsPerCell, 1U);
+    EXPECT_EQ(picture.grid.rows,
+              (std::vector<uint64_t>{1 << 20, (1 << 20) + 128, 1 << 25, (1 << 25) + 128}));
+    EXPECT_EQ(LeftOutText(picture, 0), "64.0 GiB with nothing pinned, 512 units in the cache");
+    EXPECT_EQ(LeftOutText(picture, 1), "");
+    view.bits = UnitSet(8 << 20);
+    EXPECT_GT(MakePicture(view, 0, 128, 96).grid.rows.size(), 4U) << "they are all there is";
+}
+
 TEST(Picture, WhatTheCacheHoldsBehindTheLastBitHasNoPlace) {
     const Picture picture = MakePicture(View({0x01}, {0xff, 0xff}), 0, 16, 8);
     EXPECT_EQ(Legend(picture)[2], "in the cache, not pinned: 7 units = 448.0 KiB");
