@@ -121,7 +121,8 @@ constexpr VerbHelp kMapHelp = {"map",
                                "Draw a volume's units: which are pinned, which are in the cache",
                                "Examples:\n"
                                "  quorcachepinctl map /mnt/pool1\n"
-                               "  quorcachepinctl map /mnt/pool1 -o pool1.svg"};
+                               "  quorcachepinctl map /mnt/pool1 -o pool1.svg\n"
+                               "  quorcachepinctl map /mnt/pool1 -o pool1.html"};
 
 constexpr VerbHelp kForgetHelp = {
     "forget", "Take a volume that is gone for good off the service's list and out of its queue",

@@ -3,6 +3,7 @@
 
 #include "client/help.h"
 #include "client/help_format.h"
+#include "client/show/text.h"
 
 namespace client {
 
@@ -163,10 +164,9 @@ void AddCheckAndExplain(CLI::App& app, Parsed& parsed) {
 }
 
 std::string WhyNotPictureName(const std::string& path) {
-    // The name decides about the form, so that a later one can be added without an option.
-    const size_t dot = path.find_last_of('.');
-    const std::string end = dot == std::string::npos ? "" : path.substr(dot);
-    return end == ".svg" ? "" : "the name must end in .svg";
+    // The name decides about the form.
+    return EndsWith(path, ".svg") || EndsWith(path, ".html") ? ""
+                                                             : "the name must end in .svg or .html";
 }
 
 void AddReadyAndForget(CLI::App& app, Parsed& parsed) {
@@ -184,9 +184,10 @@ void AddMapAndDoctor(CLI::App& app, Parsed& parsed) {
     map.add_option("VOLUME", parsed.map.volume, "Mount path of the volume, or any path in it")
         ->type_name("")
         ->required();
-    map.add_option("-o,--output", parsed.map.output, "Write a picture, .svg")
+    map.add_option("-o,--output", parsed.map.output, "Write a picture, .svg, or a page, .html")
         ->type_name("FILE")
         ->check(CLI::Validator(WhyNotPictureName, ""));
+    map.add_flag("--force", parsed.map.force, "Replace the file that is there")->needs("-o");
     map.add_option("--width", parsed.map.width, "Columns to draw in (default: the terminal's)")
         ->type_name("COLUMNS");
     map.callback([&parsed] { parsed.exitStatus = MapVerb(parsed.map); });

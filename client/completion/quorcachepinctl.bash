@@ -44,7 +44,7 @@ _quorcachepinctl() {
         status) options="$common --watch" ;;
         metrics) options="$common -o --output" ;;
         health) options="$common --restart" ;;
-        map) options="$common -o --output --width" ;;
+        map) options="$common -o --output --force --width" ;;
         doctor) options="$common --fix" ;;
         restore) options="$common --restart" ;;
         apply) options="$common $waiting --send-timeout --from -n --dry-run --prune --overcommit" ;;

@@ -1,197 +1,135 @@
 // SPDX-License-Identifier: MIT
 #include "client/map/picture.h"
 
-#include <errno.h>
-#include <string.h>
-
-#include <algorithm>
-#include <fstream>
-#include <sstream>
-
 #include "client/show/output.h"
 
 namespace client {
 
 namespace {
 
-constexpr uint64_t kMostCells = 1 << 20;
-constexpr uint32_t kGridWidth = 1024;  // pixels, at most
-constexpr uint32_t kLeastWidth = 480;  // of the picture: the legend's lines need so much
-constexpr uint32_t kMostSide = 12;
-constexpr uint32_t kMargin = 16;
-constexpr uint32_t kLabelWidth = 72;
-constexpr uint32_t kHeaderHeight = 40;
-constexpr uint32_t kLegendLine = 16;
-constexpr uint32_t kLabelPitch = 48;  // pixels between labels, at least
-
-// The states in the legend's order. Without a cache that reports what it holds there are only two.
-constexpr struct {
-    CellState state;
-    uint32_t colour;
-    const char* meaning;
-    const char* muteMeaning;  // with a cache that reports nothing; null = the state does not occur
-} kStates[] = {
-    {kCellPinned, 0x1f8a4c, "pinned, in the cache", "pinned"},
-    {kCellPinnedAbsent, 0xd1495b, "pinned, not in the cache", nullptr},
-    {kCellResident, 0x9ec5e8, "in the cache, not pinned", nullptr},
-    {kCellFree, 0xe6e6e6, "neither", "not pinned"},
-};
-
-CellState StateOf(const VolumeView& view, uint64_t unit) {
-    const bool resident = view.residency.known && view.residency.resident.Has(unit);
-    if (view.bits.Has(unit)) {
-        // A cache that reports nothing is not said to lack anything.
-        return !view.residency.known || resident ? kCellPinned : kCellPinnedAbsent;
-    }
-    return resident ? kCellResident : kCellFree;
+Cell CellOf(const Picture& picture, uint64_t first, uint64_t end) {
+    const auto level = [&picture, first, end](const UnitSet& set) {
+        return LevelOf(picture.grid, set.CountBetween(first, end), end - first);
+    };
+    return {level(picture.pinned), level(picture.besides),
+            picture.absent.CountBetween(first, end) > 0};
 }
 
-// The power of two at or above the square root of 4/3 of the cells, so that a picture is about as
-// wide as it is high and its rows begin at round offsets.
-uint32_t ColumnsFor(uint64_t cells) {
-    uint32_t columns = 16;
-    while (columns < kGridWidth && static_cast<uint64_t>(columns) * columns < cells * 4 / 3) {
-        columns *= 2;
-    }
-    return columns;
-}
-
-// A mount path may hold what SVG takes for its own.
-std::string Escaped(const std::string& text) {
-    std::string out;
-    for (const char c : text) {
-        out += c == '&' ? "&amp;" : c == '<' ? "&lt;" : c == '>' ? "&gt;" : std::string(1, c);
-    }
-    return out;
-}
-
-void Text(std::ostream& out, uint32_t x, uint32_t y, const std::string& text,
-          const char* anchor = "start") {
-    out << "<text x=\"" << x << "\" y=\"" << y << "\" text-anchor=\"" << anchor << "\">"
-        << Escaped(text) << "</text>\n";
-}
-
-void Rectangle(std::ostream& out, uint32_t x, uint32_t y, uint32_t width, uint32_t height,
-               CellState state) {
-    const auto* const row = std::find_if(std::begin(kStates), std::end(kStates),
-                                         [state](const auto& it) { return it.state == state; });
-    char colour[8];
-    snprintf(colour, sizeof(colour), "#%06x", row->colour);
-    out << "<rect x=\"" << x << "\" y=\"" << y << "\" width=\"" << width << "\" height=\"" << height
-        << "\" fill=\"" << colour << "\"/>\n";
-}
-
-// One rectangle for each run of cells of one state: a large volume has few runs and many cells.
-void Row(std::ostream& out, const Picture& picture, const PictureFrame& frame, uint32_t row) {
-    const CellState* const cells = &picture.cells[static_cast<size_t>(row) * picture.columns];
-    for (uint32_t first = 0; first < picture.columns;) {
-        uint32_t end = first;
-        while (end < picture.columns && cells[end] == cells[first]) {
-            ++end;
+// The units of the set that lie close together. A file system's own are spread over all of a
+// device, and to show each would leave no room for the files.
+UnitSet CloseOnes(const UnitSet& set) {
+    constexpr uint64_t kStretch = 128;  // units
+    constexpr uint64_t kFew = 8;
+    UnitSet close(set.Bytes().size());
+    for (uint64_t first = 0; first < set.Room(); first += kStretch) {
+        if (set.CountBetween(first, first + kStretch) >= kFew) {
+            close.Put(UnitRuns{{first, first + kStretch - 1}});
         }
-        if (cells[first] != kCellNone) {
-            Rectangle(out, frame.left + first * frame.side, frame.top + row * frame.side,
-                      (end - first) * frame.side, frame.side, cells[first]);
-        }
-        first = end;
     }
+    return close;
 }
 
-void Legend(std::ostream& out, const Picture& picture, const PictureFrame& frame) {
-    uint32_t y = frame.top + picture.rows * frame.side + kMargin;
-    for (const LegendLine& line : LegendOf(picture)) {
-        const uint64_t units = picture.counts[line.state];
-        Rectangle(out, frame.left, y, 10, 10, line.state);
-        Text(out, frame.left + 16, y + 10,
-             std::string(line.meaning) + ": " + Counted(units, "unit") + ", " +
-                 HumanBytes(units * kUnitBytes));
-        y += kLegendLine;
+uint64_t UnitsOf(const Picture& picture, UnitKind kind) {
+    const uint64_t pinned = picture.pinned.Count();
+    const uint64_t absent = picture.absent.Count();
+    const uint64_t besides = picture.besides.Count();
+    switch (kind) {
+        case UnitKind::kPinned:
+            return pinned - absent;
+        case UnitKind::kAbsent:
+            return absent;
+        case UnitKind::kBesides:
+            return besides;
+        case UnitKind::kNeither:
+            break;
     }
-    Text(out, frame.left, y + 10,
-         "a square is " + Counted(picture.unitsPerCell, "unit") + ", " +
-             HumanBytes(picture.unitsPerCell * kUnitBytes));
-}
-
-void Draw(std::ostream& out, const Picture& picture) {
-    const PictureFrame frame = FrameOf(picture);
-    out << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << frame.width << "\" height=\""
-        << frame.height << "\" font-family=\"sans-serif\" font-size=\"11\">\n"
-        << "<rect width=\"100%\" height=\"100%\" fill=\"#ffffff\"/>\n";
-    Text(out, frame.left, 32,
-         Printable(picture.mountPath) + ": " + HumanBytes(picture.units * kUnitBytes) + " in " +
-             Counted(picture.units, "unit") + " of 64 KiB");
-    for (uint32_t row = 0; row < picture.rows; ++row) {
-        if (row % frame.rowsPerLabel == 0) {
-            const uint64_t unit = uint64_t{row} * picture.columns * picture.unitsPerCell;
-            Text(out, frame.left - 8, frame.top + row * frame.side + 9,
-                 HumanBytes(unit * kUnitBytes), "end");
-        }
-        Row(out, picture, frame, row);
-    }
-    Legend(out, picture, frame);
-    out << "</svg>\n";
+    return picture.grid.units - pinned - besides;
 }
 
 }  // namespace
 
-Picture MakePicture(const VolumeView& view) {
+Picture MakePicture(const VolumeView& view, time_t moment, uint32_t columns, uint32_t mostRows) {
     Picture picture;
     picture.mountPath = view.mountPath;
-    picture.units = view.bits.Room();
+    picture.moment = moment;
+    picture.size = SizeText(view);
     picture.cacheTells = view.residency.known;
-    while (picture.units / picture.unitsPerCell > kMostCells) {
-        picture.unitsPerCell *= 2;
+    picture.pinned = view.bits;
+    // A cache that tells nothing is not said to lack anything.
+    if (picture.cacheTells) {
+        picture.absent = view.bits.Without(view.residency.resident);
+        picture.besides = view.residency.resident.Without(view.bits);
+        // What it holds behind the last bit has no place here.
+        picture.besides.Resize(view.bits.Bytes().size());
     }
-    const uint64_t cells = (picture.units + picture.unitsPerCell - 1) / picture.unitsPerCell;
-    picture.columns = ColumnsFor(cells);
-    picture.rows = static_cast<uint32_t>(
-        std::max<uint64_t>((cells + picture.columns - 1) / picture.columns, 1));
-    picture.cells.assign(static_cast<size_t>(picture.columns) * picture.rows, kCellNone);
-    for (uint64_t unit = 0; unit < picture.units; ++unit) {
-        const CellState state = StateOf(view, unit);
-        // Of several units in a cell the one that an operator should see wins.
-        CellState& cell = picture.cells[static_cast<size_t>(unit / picture.unitsPerCell)];
-        cell = std::max(cell, state);
-        ++picture.counts[state];
-    }
+    const UnitSet others =
+        picture.pinned.Count() > 0 ? CloseOnes(picture.besides) : picture.besides;
+    picture.grid = LayOut(view.bits.Room(), {&picture.pinned, &others}, columns, mostRows);
     return picture;
 }
 
-PictureFrame FrameOf(const Picture& picture) {
-    PictureFrame frame = {};
-    frame.side = std::clamp(kGridWidth / picture.columns, 1U, kMostSide);
-    frame.left = kMargin + kLabelWidth;
-    frame.top = kMargin + kHeaderHeight;
-    const uint32_t legend = kLegendLine * static_cast<uint32_t>(LegendOf(picture).size() + 1);
-    frame.width = std::max(frame.left + picture.columns * frame.side + kMargin, kLeastWidth);
-    frame.height = frame.top + picture.rows * frame.side + kMargin + legend + kMargin;
-    for (frame.rowsPerLabel = 1; frame.rowsPerLabel * frame.side < kLabelPitch;) {
-        frame.rowsPerLabel *= 2;
+std::string LeftOutText(const Picture& picture, size_t row) {
+    const Grid& grid = picture.grid;
+    const uint64_t units = LeftOutBefore(grid, row);
+    const uint64_t end = row < grid.rows.size() ? grid.rows[row] : grid.units;
+    const uint64_t cached = picture.besides.CountBetween(end - units, end);
+    if (units == 0 || cached == 0) {
+        return units == 0 ? "" : LeftOutText(units);
     }
-    return frame;
+    return HumanBytes(units * kUnitBytes) + " with nothing pinned, " + Counted(cached, "unit") +
+           " in the cache";
+}
+
+std::vector<CellRun> RunsOfRow(const Picture& picture, size_t row) {
+    const Grid& grid = picture.grid;
+    std::vector<CellRun> runs;
+    for (uint64_t first = grid.rows[row]; first < grid.RowEnd(grid.rows[row]);
+         first += grid.unitsPerCell) {
+        const uint64_t end = grid.CellEnd(first);
+        const Cell cell = CellOf(picture, first, end);
+        if (!runs.empty() && runs.back().cell == cell) {
+            runs.back().end = end;
+            ++runs.back().cells;
+        } else {
+            runs.push_back({first, end, 1, cell});
+        }
+    }
+    return runs;
+}
+
+std::string AmountText(uint64_t units) {
+    return Counted(units, "unit") + " = " + HumanBytes(units * kUnitBytes);
+}
+
+std::string SizeText(const VolumeView& view) {
+    const uint64_t units = view.bits.Room();
+    return HumanBytes(units * kUnitBytes) + " in " + Counted(units, "unit") + " of 64 KiB" +
+           (view.residency.known ? ", a cache of " + HumanBytes(view.residency.cacheSize) : "");
 }
 
 std::vector<LegendLine> LegendOf(const Picture& picture) {
     std::vector<LegendLine> lines;
-    for (const auto& row : kStates) {
-        const char* const meaning = picture.cacheTells ? row.meaning : row.muteMeaning;
+    for (const KindStyle& style : kKindStyles) {
+        const char* const meaning = picture.cacheTells ? style.meaning : style.muteMeaning;
         if (meaning != nullptr) {
-            lines.push_back({row.state, row.colour, meaning});
+            lines.push_back({style.kind, std::string(meaning) + ": " +
+                                             AmountText(UnitsOf(picture, style.kind))});
         }
     }
     return lines;
 }
 
-bool WriteSvg(const Picture& picture, const std::string& path, std::string& why) {
-    errno = 0;
-    std::ofstream file(path, std::ios::trunc);
-    Draw(file, picture);
-    file.close();  // a full disk shows only here
-    if (!file) {
-        why = path + ": " + strerror(errno != 0 ? errno : EIO);
-        return false;
+std::string HeightsText(const Grid& grid) {
+    constexpr const char* kHeights[] = {"", "a quarter", "a half", "three quarters", "the whole"};
+    std::string text = "a square is " + AmountText(grid.unitsPerCell);
+    if (grid.unitsPerCell > 1) {
+        const char* between = "; filled by ";
+        for (const LevelMeaning& one : LevelsOf(grid)) {
+            text += std::string(between) + kHeights[one.level] + ": " + one.text;
+            between = ", ";
+        }
     }
-    return true;
+    return text;
 }
 
 }  // namespace client

@@ -4,63 +4,74 @@
 #pragma once
 
 #include <stdint.h>
+#include <time.h>
 
-#include <array>
 #include <string>
 #include <vector>
 
+#include "client/map/grid.h"
+#include "client/map/palette.h"
 #include "client/volume/volume_view.h"
 
 namespace client {
 
-enum CellState : uint8_t {
-    kCellNone = 0,      // behind the last unit
-    kCellFree,          // neither pinned nor, as far as is known, in the cache
-    kCellResident,      // in the cache, not pinned
-    kCellPinned,        // pinned; in the cache too, where that is known
-    kCellPinnedAbsent,  // pinned and not in the cache, wholly or in part
-};
-constexpr size_t kCellStates = 5;
-
-// Cells stand row by row, from the device's begin. A cell of several units shows the last state in
-// the order above that any of them has.
 struct Picture {
     std::string mountPath;
-    uint64_t units = 0;
-    uint64_t unitsPerCell = 1;
-    uint32_t columns = 0;
-    uint32_t rows = 0;
+    time_t moment = 0;  // when the volume was looked at
+    std::string size;   // the device's and the cache's, in words
     bool cacheTells = false;
-    std::vector<CellState> cells;                // columns * rows
-    std::array<uint64_t, kCellStates> counts{};  // units of each state
+    UnitSet pinned;
+    UnitSet absent;   // of the pinned ones, those that are not in the cache
+    UnitSet besides;  // in the cache and not pinned
+    Grid grid;
 };
 
-// Lays the volume's units out in cells, as many as a picture file shows well.
-Picture MakePicture(const VolumeView& view);
+// A cell, by the levels of LevelOf.
+struct Cell {
+    unsigned pinned = 0;
+    unsigned besides = 0;  // drawn behind `pinned`, which is the lower one where both show
+    bool absent = false;   // some of the pinned units are not in the cache
 
-// Where the cells are in a picture file, in pixels.
-struct PictureFrame {
-    uint32_t width;
-    uint32_t height;
-    uint32_t left;  // of the first cell
-    uint32_t top;
-    uint32_t side;          // of a cell
-    uint32_t rowsPerLabel;  // every how many rows the offset stands at the left
+    bool operator==(const Cell& other) const {
+        return pinned == other.pinned && besides == other.besides && absent == other.absent;
+    }
 };
-PictureFrame FrameOf(const Picture& picture);
 
-// A line of the legend: a state, its colour as 0xRRGGBB, and what it means in a few words.
+// Cells of one kind side by side.
+struct CellRun {
+    uint64_t first;  // unit
+    uint64_t end;    // unit behind the last
+    uint32_t cells;
+    Cell cell;
+};
+
+// Lays the volume's units out in cells.
+Picture MakePicture(const VolumeView& view, time_t moment, uint32_t columns, uint32_t mostRows);
+
+// Returns what was left out before a row, or behind the last one for `rows.size()`, as in "2.9 TiB
+// with nothing pinned, 12 units in the cache"; empty when nothing was.
+std::string LeftOutText(const Picture& picture, size_t row);
+
+// Returns what a row of the picture's grid has, in order and without gaps.
+std::vector<CellRun> RunsOfRow(const Picture& picture, size_t row);
+
+// Returns a number of units, as in "4 units = 256.0 KiB".
+std::string AmountText(uint64_t units);
+
+// Returns the device's size and the cache's, as the rest of a line.
+std::string SizeText(const VolumeView& view);
+
+// A line of the legend: a kind of unit that occurs, and its meaning with the number of its units.
 struct LegendLine {
-    CellState state;
-    uint32_t colour;
-    const char* meaning;
+    UnitKind kind;
+    std::string text;
 };
 std::vector<LegendLine> LegendOf(const Picture& picture);
 
-// Writes the picture as SVG. Returns false, with the reason in `why`.
-bool WriteSvg(const Picture& picture, const std::string& path, std::string& why);
+// Returns what a cell is and what its heights mean, as a sentence.
+std::string HeightsText(const Grid& grid);
 
-// Prints the volume's units as marks, fitted to `columns`.
-void PrintMap(const VolumeView& view, size_t columns);
+// Prints the volume's units as marks, fitted to `columns` of the terminal.
+void PrintMap(const VolumeView& view, time_t moment, size_t columns);
 
 }  // namespace client

@@ -1,146 +1,115 @@
 // SPDX-License-Identifier: MIT
-// The map in the terminal: a mark stands for some units, two panels for what is pinned and what is
-// in the cache.
+// The map in the terminal: a mark stands for some units; a panel for what is pinned, one for what
+// of it is not in the cache, one for what the cache holds.
 #include <langinfo.h>
 #include <string.h>
 
 #include <algorithm>
-#include <iterator>
 
 #include "client/map/picture.h"
 #include "client/show/output.h"
+#include "client/show/text.h"
 
 namespace client {
 
 namespace {
 
-constexpr uint64_t kMostRows = 16;  // of a panel
+constexpr uint32_t kMostRows = 16;  // of a panel
+constexpr uint32_t kMostColumns = 128;
 constexpr size_t kLabelColumns = 11;
 constexpr size_t kFewestMarks = 16;  // of a row that has a label
 
 struct Marks {
-    const char* none;
-    const char* few;   // less than half of the mark's units
-    const char* many;  // half or more
-    const char* all;
+    const char* levels[kFullLevel + 1];
+    const char* leftOut;
 };
 
-Marks ChooseMarks() {
+const Marks& ChooseMarks() {
+    static constexpr Marks kBlocks = {{"·", "░", "▒", "▓", "█"}, "⋮"};
+    static constexpr Marks kAscii = {{".", "-", "=", "+", "#"}, ":"};
     // A terminal without UTF-8 would show the blocks as three characters each.
-    if (strcmp(nl_langinfo(CODESET), "UTF-8") == 0) {
-        return {"·", "░", "▒", "█"};
-    }
-    return {".", "-", "+", "#"};
+    return strcmp(nl_langinfo(CODESET), "UTF-8") == 0 ? kBlocks : kAscii;
 }
 
-const char* MarkFor(const Marks& marks, uint64_t count, uint64_t of) {
-    if (count == 0) {
-        return marks.none;
-    }
-    if (count == of) {
-        return marks.all;
-    }
-    return count * 2 < of ? marks.few : marks.many;
-}
-
-// How the units are laid out in marks.
-struct Grid {
-    uint64_t units;
-    uint64_t perMark;
-    uint64_t perRow;  // marks
-    bool labels;      // offsets at the left, unless it is too narrow for them
+// The columns of a terminal, divided between labels and marks.
+struct Widths {
+    size_t label;  // 0 where there is no room for labels
+    uint32_t marks;
 };
 
-// Rows hold a power of two of marks, so that they begin at round offsets.
-Grid GridFor(uint64_t units, size_t columns) {
-    Grid grid = {units, 1, 1, columns >= kLabelColumns + 1 + kFewestMarks};
-    const size_t room = columns - (grid.labels ? kLabelColumns + 1 : 0);
-    while (grid.perRow * 2 <= room && grid.perRow < 128) {
-        grid.perRow *= 2;
+Widths WidthsFor(size_t columns) {
+    Widths widths = {columns >= kLabelColumns + 1 + kFewestMarks ? kLabelColumns : 0, 1};
+    const size_t room = columns - (widths.label > 0 ? widths.label + 1 : 0);
+    while (widths.marks * 2 <= room && widths.marks < kMostColumns) {
+        widths.marks *= 2;
     }
-    while (grid.perMark * grid.perRow * kMostRows < units) {
-        grid.perMark *= 2;
-    }
-    return grid;
+    return widths;
 }
 
-// Offsets of rows in the largest unit that makes all of them whole numbers.
-std::string RowLabel(uint64_t offset, uint64_t pitch) {
-    constexpr const char* kUnits[] = {"KiB", "MiB", "GiB", "TiB"};
-    size_t unit = 0;
-    unsigned shift = 10;
-    while (unit + 1 < std::size(kUnits) && pitch >> (shift + 10) != 0) {
-        ++unit;
-        shift += 10;
+// What stands at the left of a row, at the right of its own columns.
+std::string AtLeft(const std::string& text, const Widths& widths) {
+    if (widths.label == 0) {
+        return "";
     }
-    return std::to_string(offset >> shift) + " " + kUnits[unit];
+    const size_t taken = Columns(text);
+    return std::string(widths.label - std::min(taken, widths.label), ' ') + text + " ";
 }
 
-// Where the cache reports what it holds: green when it holds all pinned units of the mark, red when
-// none.
-std::string TonedMark(const char* mark, const UnitSet& set, const UnitSet* held, uint64_t first,
-                      uint64_t end) {
-    const uint64_t all = set.CountBetween(first, end);
-    uint64_t both = 0;
-    if (held == nullptr || all == 0) {
-        return mark;
+void PrintLeftOut(const Grid& grid, size_t row, const Widths& widths) {
+    if (const uint64_t units = LeftOutBefore(grid, row)) {
+        const char* const mark = ChooseMarks().leftOut;
+        Print(widths.label > 0 ? AtLeft(mark, widths) + LeftOutText(units) : mark);
     }
-    for (uint64_t unit = first; unit < end; ++unit) {
-        both += set.Has(unit) && held->Has(unit) ? 1U : 0U;
-    }
-    const Tone tone = both == all ? Tone::kGood : both == 0 ? Tone::kBad : Tone::kWarn;
-    return Toned(tone, mark);
 }
 
-void PrintPanel(const UnitSet& set, const UnitSet* held, const Grid& grid) {
-    const Marks marks = ChooseMarks();
-    const uint64_t rowUnits = grid.perMark * grid.perRow;
-    for (uint64_t first = 0; first < grid.units; first += rowUnits) {
-        const std::string label = RowLabel(first * kUnitBytes, rowUnits * kUnitBytes);
+// What the marks of the grid mean.
+std::string MarksText(const Grid& grid) {
+    const Marks& marks = ChooseMarks();
+    std::string text =
+        "a mark is " + AmountText(grid.unitsPerCell) + ": " + marks.levels[0] + " none";
+    for (const LevelMeaning& one : LevelsOf(grid)) {
+        text += std::string("  ") + marks.levels[one.level] + " " + one.text;
+    }
+    return text;
+}
+
+void PrintPanel(const std::string& title, const UnitSet& set, uint64_t units, Tone tone,
+                const Widths& widths) {
+    const Marks& marks = ChooseMarks();
+    const Grid grid = LayOut(units, {&set}, widths.marks, kMostRows);
+    Print(title);
+    Print(Toned(Tone::kDim, "  " + MarksText(grid)));
+    for (size_t row = 0; row < grid.rows.size(); ++row) {
+        PrintLeftOut(grid, row, widths);
         std::string line;
-        // At the right, so that offsets of one unit stand below each other.
-        if (grid.labels) {
-            line.append(kLabelColumns - std::min(label.size(), kLabelColumns), ' ');
-            line += label + " ";
+        const uint64_t end = grid.RowEnd(grid.rows[row]);
+        for (uint64_t first = grid.rows[row]; first < end; first += grid.unitsPerCell) {
+            const uint64_t of = grid.CellEnd(first) - first;
+            line += marks.levels[LevelOf(grid, set.CountBetween(first, first + of), of)];
         }
-        for (uint64_t mark = 0; mark < grid.perRow; ++mark) {
-            const uint64_t begin = first + mark * grid.perMark;
-            const uint64_t end = std::min(begin + grid.perMark, grid.units);
-            if (begin < end) {  // the last row may be short
-                line += TonedMark(MarkFor(marks, set.CountBetween(begin, end), end - begin), set,
-                                  held, begin, end);
-            }
-        }
-        Print(line);
+        Print(AtLeft(RowLabel(grid, grid.rows[row]), widths) + Toned(tone, line));
     }
-}
-
-std::string Amount(uint64_t units) {
-    return Counted(units, "unit") + " = " + HumanBytes(units * kUnitBytes);
+    PrintLeftOut(grid, grid.rows.size(), widths);
 }
 
 }  // namespace
 
-void PrintMap(const VolumeView& view, size_t columns) {
-    const Grid grid = GridFor(view.bits.Room(), columns);
-    const Marks marks = ChooseMarks();
+void PrintMap(const VolumeView& view, time_t moment, size_t columns) {
+    const Picture picture = MakePicture(view, moment, 1, 1);
     const Residency& residency = view.residency;
-    Print(Toned(Tone::kStrong, Printable(view.mountPath)) + ": " + Amount(view.bits.Room()) +
-          " on the device, a mark is " + Amount(grid.perMark));
-    Print("pinned: " + Amount(view.bits.Count()) +
-          (residency.known
-               ? ", of those " +
-                     Amount(view.bits.Count() - view.bits.CountWithout(residency.resident)) +
-                     " in the cache"
-               : ""));
-    PrintPanel(view.bits, residency.known ? &residency.resident : nullptr, grid);
-    if (residency.known) {
-        Print("in the cache: " + Amount(residency.resident.Count()) + " of " +
-              HumanBytes(residency.cacheSize));
-        PrintPanel(residency.resident, nullptr, grid);
+    const Widths widths = WidthsFor(columns);
+    const auto panel = [&](const std::string& title, const UnitSet& set, Tone tone) {
+        PrintPanel(title + ": " + AmountText(set.Count()), set, view.bits.Room(), tone, widths);
+    };
+    Print(Toned(Tone::kStrong, Printable(view.mountPath)) + ", " + TimeText(moment) + ": " +
+          SizeText(view));
+    panel("pinned", view.bits, Tone::kGood);
+    if (picture.absent.Count() > 0) {
+        panel("pinned and not in the cache", picture.absent, Tone::kBad);
     }
-    Print(std::string("  ") + marks.none + " none  " + marks.few + " less than half  " +
-          marks.many + " half or more  " + marks.all + " all of a mark's units");
+    if (residency.known) {
+        panel("in the cache", residency.resident, Tone::kGood);
+    }
 }
 
 }  // namespace client

@@ -165,6 +165,16 @@ std::string TonedError(Tone tone, const std::string& text) {
     return TonedOn(STDERR_FILENO, tone, text);
 }
 
+std::string Untoned(const std::string& text) {
+    std::string plain;
+    for (size_t at = 0; at < text.size();) {
+        const size_t sequence = SequenceLength(text, at);
+        plain += sequence > 0 ? "" : text.substr(at, 1);
+        at += std::max<size_t>(sequence, 1);
+    }
+    return plain;
+}
+
 bool FinishOutput() {
     // A full disk shows only when the last bytes go.
     errno = 0;

@@ -45,4 +45,7 @@ enum class Tone { kGood, kBad, kWarn, kDim, kStrong };
 std::string Toned(Tone tone, const std::string& text);       // for standard output
 std::string TonedError(Tone tone, const std::string& text);  // for standard error
 
+// Returns a printable text without its colours.
+std::string Untoned(const std::string& text);
+
 }  // namespace client

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What a verb has to say, described once: it comes out as text for people or as JSON for programs.
+// What a verb has to say, described once: it comes out as text for people, as JSON for programs, or
+// as a part of a page.
 #pragma once
 
 #include <json/json.h>
@@ -62,6 +63,10 @@ class Record {
 
     Json::Value ToJson() const;
 
+    // Returns the text form as a part of a page, without colours: facts as a list of terms, lists
+    // of rows as tables.
+    std::string ToHtml() const;
+
     // Prints the text form and forgets it, so that a long verb can show what it knows before it
     // goes on.
     void Print();
@@ -99,6 +104,7 @@ class Record {
     void AddColumns(std::vector<std::string>& labels, std::string& alignment) const;
     void AddCells(size_t columns, std::vector<std::vector<std::string>>& rows) const;
     static void PrintRows(const Item& list, const std::string& indent);
+    static std::string TableHtml(const Item& list);
 
     std::shared_ptr<Content> content_ = std::make_shared<Content>();
 };

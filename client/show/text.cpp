@@ -79,6 +79,11 @@ bool StartsWith(const std::string& text, const std::string& start) {
     return text.compare(0, start.size(), start) == 0;
 }
 
+bool EndsWith(const std::string& text, const std::string& end) {
+    return text.size() >= end.size() &&
+           text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
 std::string DirectoryOf(const std::string& path) {
     const size_t slash = path.find_last_of('/');
     // The root keeps its slash.
@@ -95,6 +100,29 @@ std::string TimeText(time_t time) {
     localtime_r(&time, &parts);
     strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", &parts);
     return text;
+}
+
+std::string EscapeMarkup(const std::string& text) {
+    std::string out;
+    for (const char c : text) {
+        switch (c) {
+            case '&':
+                out += "&amp;";
+                break;
+            case '<':
+                out += "&lt;";
+                break;
+            case '>':
+                out += "&gt;";
+                break;
+            case '"':
+                out += "&quot;";
+                break;
+            default:
+                out += c;
+        }
+    }
+    return out;
 }
 
 int ReadText(const std::string& path, std::string& text) {

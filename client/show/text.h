@@ -23,6 +23,7 @@ bool IsUtf8(const std::string& text);
 bool HasWhiteSpace(const std::string& text);
 
 bool StartsWith(const std::string& text, const std::string& start);
+bool EndsWith(const std::string& text, const std::string& end);
 
 // The two parts of a path: its directory without a trailing "/", "." when the path names none, and
 // its last component.
@@ -31,6 +32,10 @@ std::string NameOf(const std::string& path);
 
 // Returns the local date and time, as in 2026-01-31 12:34:56.
 std::string TimeText(time_t time);
+
+// Returns the text with what HTML and XML take for their own written as entities, in element and
+// attribute alike.
+std::string EscapeMarkup(const std::string& text);
 
 // Reads a whole file. Returns 0, or the errno that it could not be read with.
 int ReadText(const std::string& path, std::string& text);

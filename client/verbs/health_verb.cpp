@@ -9,8 +9,8 @@
 #include "client/show/poll.h"
 #include "client/show/report.h"
 #include "client/verbs/around_unit.h"
+#include "client/verbs/health.h"
 #include "client/verbs/service_unit.h"
-#include "client/verbs/status.h"
 #include "client/verbs/verbs.h"
 
 namespace client {
@@ -26,36 +26,6 @@ constexpr double kLimit = 2;
 
 bool HasEndedThread(const ServiceProcess& service) {
     return !service.intakeAlive || !service.workerAlive;
-}
-
-// Returns what is wrong, in words, one for each thing; empty when the service works.
-std::vector<std::string> FindProblems(const Status& status) {
-    std::vector<std::string> problems;
-    if (status.services.empty()) {
-        // Without it neither queue nor store is expected.
-        return {std::string("the service ") + NoServiceText()};
-    }
-    for (const ServiceProcess& service : status.services) {
-        const std::string name = "the service (process " + std::to_string(service.pid) + ") ";
-        if (!service.intakeAlive) {
-            problems.push_back(name + "takes no more requests: its intake has ended");
-        }
-        if (!service.workerAlive) {
-            problems.push_back(name + "carries out no more requests: its worker has ended");
-        }
-    }
-    if (status.standsStill) {
-        problems.emplace_back(
-            "the service takes none of the messages that wait: it hangs, or was "
-            "stopped");
-    }
-    if (!status.queueKnown) {
-        problems.push_back(status.queueWhy);
-    }
-    if (!status.stored.known) {
-        problems.push_back(status.stored.why);
-    }
-    return problems;
 }
 
 std::string YesOrNo(bool yes) {
@@ -114,6 +84,35 @@ bool TellAndRestart(const Status& status, const std::string& wrong, bool restart
 }
 
 }  // namespace
+
+std::vector<std::string> FindProblems(const Status& status) {
+    std::vector<std::string> problems;
+    if (status.services.empty()) {
+        // Without it neither queue nor store is expected.
+        return {std::string("the service ") + NoServiceText()};
+    }
+    for (const ServiceProcess& service : status.services) {
+        const std::string name = "the service (process " + std::to_string(service.pid) + ") ";
+        if (!service.intakeAlive) {
+            problems.push_back(name + "takes no more requests: its intake has ended");
+        }
+        if (!service.workerAlive) {
+            problems.push_back(name + "carries out no more requests: its worker has ended");
+        }
+    }
+    if (status.standsStill) {
+        problems.emplace_back(
+            "the service takes none of the messages that wait: it hangs, or was "
+            "stopped");
+    }
+    if (!status.queueKnown) {
+        problems.push_back(status.queueWhy);
+    }
+    if (!status.stored.known) {
+        problems.push_back(status.stored.why);
+    }
+    return problems;
+}
 
 int HealthVerb(const HealthOptions& options) {
     Record report;

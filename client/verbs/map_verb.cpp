@@ -1,13 +1,19 @@
 // SPDX-License-Identifier: MIT
 // map: the picture of a volume.
+#include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include "client/map/picture.h"
+#include "client/map/picture_svg.h"
 #include "client/show/exit_status.h"
 #include "client/show/output.h"
 #include "client/show/progress.h"
 #include "client/show/report.h"
+#include "client/show/text.h"
 #include "client/verbs/verbs.h"
+#include "client/verbs/volume_page.h"
+#include "client/volume/replace_file.h"
 #include "client/volume/volume_view.h"
 
 namespace client {
@@ -26,20 +32,43 @@ Record Describe(const VolumeView& view) {
         .Add("cacheBytes", IfKnown(tells, view.residency.cacheSize));
 }
 
-// Draws on the terminal or into the file. Returns an exit status.
-int Draw(const VolumeView& view, const MapOptions& options, Record& report) {
+bool IsThere(const std::string& path) {
+    struct stat status = {};
+    return lstat(path.c_str(), &status) == 0;
+}
+
+// Writes the picture. What came into its place meanwhile stays, unless it may be replaced.
+int Write(const std::string& text, const MapOptions& options, Record& report) {
     std::string why;
-    if (options.output.empty()) {
-        // The runs are the picture's JSON form.
-        if (!options.common.json) {
-            PrintMap(view, options.width > 0 ? options.width : TerminalColumns(STDOUT_FILENO));
-        }
-        return kExitDone;
+    const std::string& path = options.output;
+    const bool written = options.force && IsThere(path) ? ReplaceFile(path, text, path, why)
+                                                        : CreateFile(path, text, why);
+    if (!written) {
+        return Fail(report, kExitPartly, why);
     }
-    if (!WriteSvg(MakePicture(view), options.output, why)) {
-        return Fail(report, kExitPartly, Printable(why));
+    report.Line("written to " + Printable(path));
+    return kExitDone;
+}
+
+// Whether the picture is to be written where something is that it must not replace.
+bool IsInTheWay(const MapOptions& options) {
+    return !options.output.empty() && !options.force && IsThere(options.output);
+}
+
+// Draws on the terminal or into the file. Returns an exit status.
+int Draw(const VolumeView& view, const Volume& volume, const std::vector<Volume>& volumes,
+         const MapOptions& options, Record& report) {
+    const time_t now = time(nullptr);
+    if (EndsWith(options.output, ".html")) {
+        return Write(MakeVolumePage(volume, volumes, options.common), options, report);
     }
-    report.Line("written to " + Printable(options.output));
+    if (!options.output.empty()) {
+        return Write(DrawSvg(MakePicture(view, now, kSvgColumns, kSvgRows)), options, report);
+    }
+    // The runs are the picture's JSON form.
+    if (!options.common.json) {
+        PrintMap(view, now, options.width > 0 ? options.width : TerminalColumns(STDOUT_FILENO));
+    }
     return kExitDone;
 }
 
@@ -58,9 +87,11 @@ int MapVerb(const MapOptions& options) {
         // With either of them there is something to draw.
     } else if (view.deviceSize == 0 && !view.hasBitmap) {
         Refuse(report, volume->mountPath, "it has neither a cache nor a bitmap file");
+    } else if (IsInTheWay(options)) {
+        Refuse(report, options.output, "is there already; --force replaces it");
     } else {
         report = Describe(view);
-        status = Draw(view, options, report);
+        status = Draw(view, *volume, volumes, options, report);
     }
     return Finish("map", report, options.common.json, status);
 }

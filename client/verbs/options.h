@@ -88,7 +88,8 @@ struct ExplainOptions {
 struct MapOptions {
     CommonOptions common;
     std::string volume;
-    std::string output;  // empty = the terminal; else a file, .svg
+    std::string output;  // empty = the terminal; else a file, .svg or .html
+    bool force = false;  // replace a file that is there
     unsigned width = 0;  // columns; 0 = the terminal's
 };
 

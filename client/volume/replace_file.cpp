@@ -87,4 +87,16 @@ bool ReplaceFile(const std::string& path, const std::string& bytes, const std::s
     return false;
 }
 
+bool CreateFile(const std::string& path, const std::string& bytes, std::string& why) {
+    const ScopedFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    if (fd.valid() && WriteAll(fd.get(), bytes) && fsync(fd.get()) == 0) {
+        return true;
+    }
+    why = Printable(path) + ": " + strerror(errno);
+    if (fd.valid()) {
+        unlink(path.c_str());
+    }
+    return false;
+}
+
 }  // namespace client

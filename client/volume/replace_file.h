@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Replacing a file in one step while no service uses it.
+// Files that are written whole: made anew, or replaced in one step while no service uses them.
 #pragma once
 
 #include <string>
@@ -13,5 +13,10 @@ namespace client {
 // there.
 bool ReplaceFile(const std::string& path, const std::string& bytes, const std::string& model,
                  std::string& why);
+
+// Makes a file of these bytes, with the mode that the process's mask leaves. Returns false, with
+// the reason in `why`: what is at `path` already, a symbolic link too, is left as it is, and no
+// part of a file is left behind.
+bool CreateFile(const std::string& path, const std::string& bytes, std::string& why);
 
 }  // namespace client

@@ -5,7 +5,7 @@ import re
 from lab import command, evidence
 
 MIB = 1 << 20
-NEITHER, RESIDENT, PINNED, ABSENT = 0xE6E6E6, 0x9EC5E8, 0x1F8A4C, 0xD1495B
+NEITHER, RESIDENT, PINNED, ABSENT = 0xF4F5F7, 0x86C5EC, 0x00315F, 0xD55E00
 
 
 def colours(volume):
@@ -38,13 +38,29 @@ def test_the_svg_is_the_bitmap(stage):
     with open("/tmp/map.svg", encoding="utf-8") as file:
         text = file.read()
     expected, drawn = colours(volume), {}
-    # 4096 units: 128 columns of 8 pixels, below the words and right of the offsets.
-    for x, y, width, colour in re.findall(
-            r'<rect x="(\d+)" y="(\d+)" width="(\d+)" height="8" fill="#(\w{6})"/>', text):
-        for at in range(int(x), int(x) + int(width), 8):
-            drawn[(int(y) - 56) // 8 * 128 + (at - 88) // 8] = int(colour, 16)
+    # 4096 units: 32 rows of 128 cells; of what is drawn in one place the last is seen.
+    for row, cells in enumerate(re.findall(r'<g class="row"[^>]*>(.*)</g>', text)):
+        for x, width, colour in re.findall(
+                r'<rect x="(\d+)" y="0" width="(\d+)" height="1" fill="#(\w{6})"/>', cells):
+            for at in range(int(x), int(x) + int(width)):
+                drawn[row * 128 + at] = int(colour, 16)
     assert drawn == dict(enumerate(expected))
-    assert f"{volume.mount_path}: 256.0 MiB in 4096 units of 64 KiB" in text
+    assert f">{volume.mount_path}, 20" in text
+    assert ">256.0 MiB in 4096 units of 64 KiB, a cache of 32.0 MiB<" in text
+
+
+def test_what_is_there_is_not_overwritten(stage):
+    volume, _ = scene(stage)
+    with open("/tmp/notes.svg", "w", encoding="utf-8") as file:
+        file.write("precious")
+    refused = command.run("map", volume.mount_path, "-o", "/tmp/notes.svg")
+    assert (refused.status, refused.output) == (5, "")
+    assert refused.talk == "quorcachepinctl: refused /tmp/notes.svg: is there already; --force replaces it\n"
+    with open("/tmp/notes.svg", encoding="utf-8") as file:
+        assert file.read() == "precious"
+    command.done("map", volume.mount_path, "-o", "/tmp/notes.svg", "--force")
+    with open("/tmp/notes.svg", encoding="utf-8") as file:
+        assert file.read().startswith("<svg")
 
 
 def test_the_terminal_shows_the_same(stage):
@@ -53,15 +69,24 @@ def test_the_terminal_shows_the_same(stage):
     assert status == 0
     plain = re.sub("\033\\[[0-9]*m", "", shown).replace("\r", "").splitlines()
     assert all(len(line) <= 120 for line in plain)
-    # 64 marks a row, 4 units a mark: pinned first, then what is in the cache.
-    panels = [line.split(" ", 1)[1][-64:] for line in (row.strip() for row in plain)
-              if re.match(r"\d+ MiB [·░▒█]{64}$", line)]
-    assert len(panels) == 32
-    for rows, units in ((panels[:16], evidence.pinned_bits(volume.mount_path)),
-                        (panels[16:], volume.cache.resident())):
-        for index, mark in enumerate("".join(rows)):
-            count = len(units & set(range(4 * index, 4 * index + 4)))
-            assert mark == "·░▒▒█"[count], (index, count)
+    pinned, resident = evidence.pinned_bits(volume.mount_path), volume.cache.resident()
+    # A panel each, below its title and what its marks mean.
+    panels = re.split(r"^(?:pinned|pinned and not in the cache|in the cache): ", "\n".join(plain), flags=re.M)[1:]
+    assert len(panels) == 3
+    for panel, units in zip(panels, (pinned, pinned - resident, resident)):
+        assert panel.startswith(f"{len(units)} unit")
+        per_mark = int(re.search(r"a mark is (\d+) unit", panel)[1])
+        rows = re.findall(r"^ *(\d+) ([KM])iB ([·░▒▓█]{64})$", panel, re.M)
+        assert 0 < len(rows) <= 2 * 16
+        seen = set()
+        for offset, measure, marks in rows:
+            first = int(offset) * (1 << 20 if measure == "M" else 1 << 10) // 65536
+            for unit in range(first, first + 64 * per_mark, per_mark):
+                count = len(units & set(range(unit, unit + per_mark)))
+                seen |= units & set(range(unit, unit + per_mark))
+                level = "·" if count == 0 else "█" if count == per_mark else "░▒▓"
+                assert marks[(unit - first) // per_mark] in level, (unit, count)
+        assert seen == units, "nothing that matters was left out"
     assert any("\033[31m" in line for line in shown.splitlines()), "absent units are red"
 
 

@@ -124,6 +124,21 @@ TEST(Text, APathHasADirectoryAndAName) {
     }
 }
 
+TEST(Text, TheEndIsCompared) {
+    EXPECT_TRUE(EndsWith("a.svg", ".svg"));
+    EXPECT_TRUE(EndsWith(".svg", ".svg"));
+    EXPECT_TRUE(EndsWith("a", ""));
+    EXPECT_FALSE(EndsWith("svg", ".svg"));
+    EXPECT_FALSE(EndsWith("a.svgz", ".svg"));
+}
+
+TEST(Text, WhatMarkupTakesForItsOwnIsEscaped) {
+    EXPECT_EQ(EscapeMarkup("<a href=\"x\">R&D's</a>"),
+              "&lt;a href=&quot;x&quot;&gt;R&amp;D's&lt;/a&gt;");
+    EXPECT_EQ(EscapeMarkup("grün"), "grün");
+    EXPECT_EQ(EscapeMarkup(""), "");
+}
+
 TEST(Text, ATimeIsTheLocalOne) {
     setenv("TZ", "UTC-2", 1);
     tzset();

@@ -37,6 +37,17 @@ TEST_F(MapVerbTest, ThePictureIsDrawnOnTheTerminalOrIntoAFile) {
     EXPECT_EQ(written.status, kExitDone);
     EXPECT_EQ(written.out, "written to " + file + "\n");
     EXPECT_NE(ReadFile(file).find("<svg"), std::string::npos);
+    const CallResult refused = Run({"map", mount_, "-o", file});
+    EXPECT_EQ(refused.status, kExitRefused) << "what is there stays";
+    EXPECT_EQ(refused.out, "");
+    EXPECT_EQ(refused.talk,
+              "quorcachepinctl: refused " + file + ": is there already; --force replaces it\n");
+    WriteFile(file, "precious");
+    EXPECT_EQ(Run({"map", mount_, "-o", file}).status, kExitRefused);
+    EXPECT_EQ(ReadFile(file), "precious");
+    EXPECT_EQ(Run({"map", mount_, "-o", file, "--force"}).status, kExitDone);
+    EXPECT_NE(ReadFile(file).find("<svg"), std::string::npos);
+    EXPECT_EQ(Run({"map", mount_, "--force"}).status, kExitUsage) << "there is nothing to replace";
     const CallResult nowhere = Run({"map", mount_, "-o", dir_ / "none/picture.svg"});
     EXPECT_EQ(nowhere.status, kExitPartly);
     EXPECT_EQ(nowhere.out, "");

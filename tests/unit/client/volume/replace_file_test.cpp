@@ -8,6 +8,7 @@
 
 #include <filesystem>
 
+#include "tests/unit/support/fake_system.h"
 #include "tests/unit/support/unit_test.h"
 
 namespace client {
@@ -124,6 +125,32 @@ TEST_F(ReplaceFileTest, TheOldOnesOwnerAndModeStayWhereTheyAreToStay) {
     ASSERT_EQ(stat(path_.c_str(), &status), 0);
     EXPECT_EQ(status.st_uid, geteuid()) << "what a user of the volume put there is not his again";
     EXPECT_EQ(status.st_mode & 07777U, 0644U);
+}
+
+TEST_F(ReplaceFileTest, AFileIsMadeWhereThereIsNone) {
+    struct stat status = {};
+    const mode_t mask = umask(027);
+    EXPECT_TRUE(CreateFile(path_, "new", why_)) << why_;
+    umask(mask);
+    EXPECT_EQ(ReadFile(path_), "new");
+    ASSERT_EQ(stat(path_.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 0640U) << "what the mask leaves";
+    EXPECT_FALSE(CreateFile(path_, "newer", why_));
+    EXPECT_EQ(why_, path_ + ": File exists");
+    EXPECT_EQ(ReadFile(path_), "new");
+    const std::string link = dir_ / "link";
+    std::filesystem::create_symlink(dir_ / "nowhere", link);
+    EXPECT_FALSE(CreateFile(link, "new", why_)) << "a link that leads nowhere is there";
+    EXPECT_FALSE(Exists(dir_ / "nowhere"));
+    EXPECT_FALSE(CreateFile(dir_ / "none/map", "new", why_));
+    EXPECT_EQ(why_, dir_ / "none/map" + ": No such file or directory");
+}
+
+TEST_F(ReplaceFileTest, NoPartOfAFileIsLeftBehind) {
+    FailCall(Call::kFsync, 1, ENOSPC);
+    EXPECT_FALSE(CreateFile(path_, "new", why_));
+    EXPECT_EQ(why_, path_ + ": No space left on device");
+    EXPECT_FALSE(Exists(path_));
 }
 
 }  // namespace

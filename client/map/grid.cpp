@@ -1,0 +1,129 @@
+// SPDX-License-Identifier: MIT
+#include "client/map/grid.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "client/show/output.h"
+
+namespace client {
+
+namespace {
+
+bool HasAny(const std::vector<const UnitSet*>& sets, uint64_t first, uint64_t end) {
+    return std::any_of(sets.begin(), sets.end(), [first, end](const UnitSet* set) {
+        return set->CountBetween(first, end) > 0;
+    });
+}
+
+// The least count at a level of cells of so many units, a power of two.
+uint64_t LeastAt(unsigned level, uint64_t unitsPerCell) {
+    unsigned power = 0;
+    while (unitsPerCell >> power > 1) {
+        ++power;
+    }
+    return level == kFullLevel ? unitsPerCell : uint64_t{1} << ((level - 1) * power + 2) / 3;
+}
+
+// Of rows with nothing those go that have a neighbour with nothing: what stands in their place
+// takes a row too.
+std::vector<bool> KeptOf(const std::vector<bool>& occupied) {
+    std::vector<bool> kept = occupied;
+    for (size_t i = 1; i + 1 < occupied.size(); ++i) {
+        kept[i] = occupied[i] || (occupied[i - 1] && occupied[i + 1]);
+    }
+    return kept;
+}
+
+std::vector<bool> MergePairs(const std::vector<bool>& occupied) {
+    std::vector<bool> merged((occupied.size() + 1) / 2);
+    for (size_t i = 0; i < occupied.size(); ++i) {
+        merged[i / 2] = merged[i / 2] || occupied[i];
+    }
+    return merged;
+}
+
+}  // namespace
+
+uint64_t Grid::CellEnd(uint64_t first) const {
+    return std::min(first + unitsPerCell, units);
+}
+
+uint64_t Grid::RowEnd(uint64_t first) const {
+    return std::min(first + RowUnits(), units);
+}
+
+Grid LayOut(uint64_t units, const std::vector<const UnitSet*>& sets, uint32_t columns,
+            uint32_t mostRows) {
+    Grid grid = {units, 1, columns, {}};
+    std::vector<bool> shown;
+    for (uint64_t first = 0; first < units; first += grid.RowUnits()) {
+        shown.push_back(HasAny(sets, first, grid.RowEnd(first)));
+    }
+    while (std::count(shown.begin(), shown.end(), true) > static_cast<ptrdiff_t>(mostRows)) {
+        shown = MergePairs(shown);
+        grid.unitsPerCell *= 2;
+    }
+    shown = shown.size() > mostRows ? KeptOf(shown) : std::vector<bool>(shown.size(), true);
+    for (size_t row = 0; row < shown.size(); ++row) {
+        if (shown[row]) {
+            grid.rows.push_back(row * grid.RowUnits());
+        }
+    }
+    return grid;
+}
+
+uint64_t LeftOutBefore(const Grid& grid, size_t row) {
+    const uint64_t from = row == 0 ? 0 : grid.RowEnd(grid.rows[row - 1]);
+    return (row < grid.rows.size() ? grid.rows[row] : grid.units) - from;
+}
+
+bool HasLabel(const Grid& grid, size_t row, size_t pitch) {
+    size_t above = 0;
+    while (above < row && LeftOutBefore(grid, row - above) == 0) {
+        ++above;
+    }
+    return above % pitch == 0;
+}
+
+std::string RowLabel(const Grid& grid, uint64_t unit) {
+    constexpr const char* kMeasures[] = {"KiB", "MiB", "GiB", "TiB"};
+    size_t measure = 0;
+    unsigned shift = 10;
+    while (measure + 1 < std::size(kMeasures) &&
+           grid.RowUnits() * kUnitBytes >> (shift + 10) != 0) {
+        ++measure;
+        shift += 10;
+    }
+    return std::to_string(unit * kUnitBytes >> shift) + " " + kMeasures[measure];
+}
+
+std::string LeftOutText(uint64_t units) {
+    return HumanBytes(units * kUnitBytes) + " with nothing";
+}
+
+unsigned LevelOf(const Grid& grid, uint64_t count, uint64_t of) {
+    if (count == 0 || count >= of) {
+        return count == 0 ? 0 : kFullLevel;
+    }
+    unsigned level = kFullLevel - 1;
+    while (level > 1 && count < LeastAt(level, grid.unitsPerCell)) {
+        --level;
+    }
+    return level;
+}
+
+std::vector<LevelMeaning> LevelsOf(const Grid& grid) {
+    std::vector<LevelMeaning> levels;
+    for (unsigned level = 1; level < kFullLevel; ++level) {
+        const uint64_t least = LeastAt(level, grid.unitsPerCell);
+        if (least < LeastAt(level + 1, grid.unitsPerCell)) {
+            levels.push_back(
+                {level, least == 1 ? "some" : HumanBytes(least * kUnitBytes) + " and more"});
+        }
+    }
+    levels.push_back({kFullLevel, "all"});
+    return levels;
+}
+
+}  // namespace client
