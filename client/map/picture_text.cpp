@@ -40,7 +40,7 @@ struct Widths {
 Widths WidthsFor(size_t columns) {
     Widths widths = {columns >= kLabelColumns + 1 + kFewestMarks ? kLabelColumns : 0, 1};
     const size_t room = columns - (widths.label > 0 ? widths.label + 1 : 0);
-    while (widths.marks * 2 <= room && widths.marks < kMostColumns) {
+    while (widths.marks <= room / 2 && widths.marks < kMostColumns) {
         widths.marks *= 2;
     }
     return widths;
