@@ -104,9 +104,6 @@ void AddRequestVerbs(CLI::App& app, Parsed& parsed) {
         ->excludes(volume);
     AddVolumeVerb(app, kPendHelp, PendVerb, parsed);
     AddVolumeVerb(app, kReleaseHelp, ReleaseVerb, parsed);
-}
-
-void AddWait(CLI::App& app, Parsed& parsed) {
     CLI::App& wait = AddVerb(app, kWaitHelp, parsed.wait.common);
     wait.add_option("VOLUME", parsed.wait.volume, "Only this volume's requests")->type_name("");
     AddTimeout(wait, parsed.wait.send);
@@ -225,8 +222,7 @@ void AddCopies(CLI::App& app, Parsed& parsed) {
     });
 }
 
-// For the list of verbs and for completion: the reader of the command line turns what stands behind
-// it into --help.
+// For lists of verbs: the reader of the command line turns what stands behind it into --help.
 void AddHelp(CLI::App& app) {
     CLI::App& help = *app.add_subcommand(kHelpHelp.name, kHelpHelp.text);
     help.add_option_function<std::string>(
@@ -247,7 +243,6 @@ void AddVerbs(CLI::App& app, Parsed& parsed) {
     app.set_help_flag("-h,--help", "Print this help");
     app.require_subcommand(1);
     AddRequestVerbs(app, parsed);
-    AddWait(app, parsed);
     AddListAndStatus(app, parsed);
     AddMetricsAndHealth(app, parsed);
     AddCheckAndExplain(app, parsed);

@@ -52,7 +52,7 @@ static void AddManners(CLI::App& app, Options& options, bool& noPin) {
         ->capture_default_str();
     options.distrustDirectory = DefaultDistrustDirectory();
     app.add_option("--distrust", options.distrustDirectory,
-                   "Directory of notes of SSDs that could be written no more")
+                   "Directory of notes of SSDs written no more")
         ->capture_default_str();
     app.add_option("--state", options.state, "State told by the registry entry, 1 = serving")
         ->check(CLI::NonNegativeNumber)

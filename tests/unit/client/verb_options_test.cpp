@@ -56,7 +56,7 @@ TEST(KnownOptions, BashOffersEveryVerbAndOptionAndNoOther) {
                   std::set<std::string>(verb.options.begin(), verb.options.end()))
             << verb.verb;
     }
-    EXPECT_EQ(verbs.size(), 19U);
+    EXPECT_EQ(verbs.size(), 20U);
     EXPECT_EQ(Offered({}, ""), verbs);
     EXPECT_EQ(Offered({}, "rel"), (std::set<std::string>{"release", "reload"}));
     EXPECT_EQ(Offered({"pin"}, "--wa"), (std::set<std::string>{"--wait"}));
