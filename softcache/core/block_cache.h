@@ -193,9 +193,9 @@ class BlockCache {
     bool noWaiting_ = false;
     bool ssdIsLost_ = false;
     bool tableIsInvalid_ = false;  // or cannot be made so; after ssdIsLost_
-    uint64_t backingWrites_ = 0;  // finished
-    uint64_t syncedWrites_ = 0;   // of them, on stable storage
-    int unreportedError_ = 0;     // of a sync that nobody asked for
+    uint64_t backingWrites_ = 0;   // finished
+    uint64_t syncedWrites_ = 0;    // of them, on stable storage
+    int unreportedError_ = 0;      // of a sync that nobody asked for
 };
 
 }  // namespace softcache
