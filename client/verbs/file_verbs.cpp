@@ -9,6 +9,7 @@
 #include "client/pins/holding.h"
 #include "client/pins/price.h"
 #include "client/request/file_job.h"
+#include "client/request/namesakes.h"
 #include "client/request/sending.h"
 #include "client/request/unneeded_links.h"
 #include "client/service/service_process.h"
@@ -62,6 +63,7 @@ int FileVerb::Prepare() {
         MatchWithList(service_.state, geteuid() == 0 && FindServices().empty(), job_);
     }
     if (job_.type == kRequestPinFiles) {
+        RefuseNamesakes(service_.state, job_.volumes, job_.list);
         NotePinned(service_.state, job_);
     }
     const bool fits = Fits();

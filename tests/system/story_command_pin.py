@@ -283,3 +283,23 @@ def test_the_terminal_gets_a_bar_and_no_terminal_gets_lines(stage):
     assert re.search(r"^quorcachepinctl: 0 of 1 request done, .* of 30.0 MiB read; reading$",
                      result.talk, re.M)
     daemon.until_done("pinFiles", 2)
+
+
+def test_files_that_the_service_cannot_tell_from_one_another_are_not_both_pinned(stage):
+    """Of inode numbers it keeps 32 bits; on a large XFS the parts of the device differ above these."""
+    volume = stage.volume(kind="xfs", size=4 << 40, mkfs=["-l", "size=64m"])
+    daemon = stage.daemon()
+    paths = [volume.write(f"{number}/file", 100_000) for number in range(12)]
+    by_bits = {}
+    for path in paths:
+        by_bits.setdefault(os.stat(path).st_ino % 2**32, []).append(path)
+    first, second = next(same for same in by_bits.values() if len(same) > 1)[:2]
+
+    reason = f"has an inode number whose low 32 bits, which are what the service keeps, are those of {first}"
+    result = command.run("pin", first, second)
+    assert result.status == 5 and f"refused {second}: {reason}" in result.talk
+    command.done("pin", "--wait", first)
+    result = command.run("pin", second)
+    assert result.status == 5 and f"refused {second}: {reason}" in result.talk
+    assert len(daemon.logged("Handle request (type=pinFiles")) == 1
+    assert volume.cache.pinned() == evidence.units([first])
