@@ -128,7 +128,11 @@ std::optional<unsigned> Percent(uint64_t part, uint64_t whole) {
     if (whole == 0) {
         return std::nullopt;
     }
-    return static_cast<unsigned>(static_cast<unsigned __int128>(part) * 100 / whole);
+    // Of numbers that large the last bits do not count.
+    for (; whole > UINT64_MAX / 100; whole /= 2) {
+        part /= 2;
+    }
+    return static_cast<unsigned>(part * 100 / whole);
 }
 
 std::string Counted(uint64_t count, const char* one, const char* many) {

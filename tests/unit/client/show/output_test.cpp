@@ -21,6 +21,8 @@ TEST(Output, AShareIsRoundedDownAndOfNothingThereIsNone) {
     EXPECT_EQ(Percent(2, 3), 66U);
     EXPECT_EQ(Percent(999, 1000), 99U) << "not all is not all";
     EXPECT_EQ(Percent(1ULL << 63, 1ULL << 63), 100U);
+    EXPECT_EQ(Percent((1ULL << 63) - 1, 1ULL << 63), 99U);
+    EXPECT_EQ(Percent(1ULL << 62, UINT64_MAX), 25U);
     EXPECT_FALSE(Percent(0, 0).has_value());
 }
 
