@@ -2,7 +2,10 @@
 // Verbs and their options, as the command line takes them.
 #pragma once
 
+// All three, for whoever makes an App: what its parts are is in the headers alone.
 #include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
 
 #include <string>
 #include <vector>

@@ -64,6 +64,7 @@ Record DescribeFault(const ConfFault& fault) {
 
 void SayAll(const char* what, const std::vector<ConfFault>& faults) {
     std::vector<Refusal> refusals;
+    refusals.reserve(faults.size());
     for (const ConfFault& fault : faults) {
         refusals.push_back(
             {fault.origin + (fault.path.empty() ? "" : ": " + fault.path), fault.reason});
