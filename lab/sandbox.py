@@ -61,7 +61,7 @@ def _become_systemd(endpoint, command):
     os.makedirs(_UNITS)
     os.makedirs(_PROGRAMS)
     for part in ("bin", "lib"):
-        shutil.copytree(f"{namespaces.build_directory()}/{part}", f"{_PROGRAMS}/{part}",
+        shutil.copytree(f"{namespaces.build_directory()}/{part}", f"{_PROGRAMS}/{part}", symlinks=True,
                         ignore=shutil.ignore_patterns("*_test", "*.a"))
     environment = {name: os.environ[name] for name in _PASSED_ON if name in os.environ}
     _write_unit("lab.service", f"""[Unit]
