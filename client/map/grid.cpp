@@ -10,10 +10,19 @@ namespace client {
 
 namespace {
 
-bool HasAny(const std::vector<const UnitSet*>& sets, uint64_t first, uint64_t end) {
-    return std::any_of(sets.begin(), sets.end(), [first, end](const UnitSet* set) {
-        return set->CountBetween(first, end) > 0;
-    });
+// Which rows of so many units have any of the sets. By runs: a large device is mostly empty.
+std::vector<bool> FindOccupied(uint64_t units, const std::vector<const UnitSet*>& sets,
+                               uint64_t rowUnits) {
+    std::vector<bool> occupied((units + rowUnits - 1) / rowUnits);
+    for (const UnitSet* const set : sets) {
+        for (const UnitRun& run : set->Runs()) {
+            const uint64_t end = std::min(run.last / rowUnits + 1, uint64_t{occupied.size()});
+            for (uint64_t row = run.first / rowUnits; row < end; ++row) {
+                occupied[row] = true;
+            }
+        }
+    }
+    return occupied;
 }
 
 // The least count at a level of cells of so many units, a power of two.
@@ -56,10 +65,7 @@ uint64_t Grid::RowEnd(uint64_t first) const {
 Grid LayOut(uint64_t units, const std::vector<const UnitSet*>& sets, uint32_t columns,
             uint32_t mostRows) {
     Grid grid = {units, 1, columns, {}};
-    std::vector<bool> shown;
-    for (uint64_t first = 0; first < units; first += grid.RowUnits()) {
-        shown.push_back(HasAny(sets, first, grid.RowEnd(first)));
-    }
+    std::vector<bool> shown = FindOccupied(units, sets, grid.RowUnits());
     while (std::count(shown.begin(), shown.end(), true) > static_cast<ptrdiff_t>(mostRows)) {
         shown = MergePairs(shown);
         grid.unitsPerCell *= 2;
