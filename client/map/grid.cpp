@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <iterator>
+#include <numeric>
+#include <utility>
 
 #include "client/show/output.h"
 
@@ -10,19 +12,22 @@ namespace client {
 
 namespace {
 
-// Which rows of so many units have any of the sets. By runs: a large device is mostly empty.
-std::vector<bool> FindOccupied(uint64_t units, const std::vector<const UnitSet*>& sets,
-                               uint64_t rowUnits) {
-    std::vector<bool> occupied((units + rowUnits - 1) / rowUnits);
+using Rows = std::vector<uint64_t>;  // their numbers, in order
+
+// The rows of so many units that have any of the sets. By runs: a large device is mostly empty.
+Rows FindOccupied(uint64_t units, const std::vector<const UnitSet*>& sets, uint64_t rowUnits) {
+    Rows rows;
     for (const UnitSet* const set : sets) {
         for (const UnitRun& run : set->Runs()) {
-            const uint64_t end = std::min(run.last / rowUnits + 1, uint64_t{occupied.size()});
-            for (uint64_t row = run.first / rowUnits; row < end; ++row) {
-                occupied[row] = true;
+            for (uint64_t row = run.first / rowUnits;
+                 row <= run.last / rowUnits && row * rowUnits < units; ++row) {
+                rows.push_back(row);
             }
         }
     }
-    return occupied;
+    std::sort(rows.begin(), rows.end());
+    rows.erase(std::unique(rows.begin(), rows.end()), rows.end());
+    return rows;
 }
 
 // The least count at a level of cells of so many units, a power of two.
@@ -36,20 +41,23 @@ uint64_t LeastAt(unsigned level, uint64_t unitsPerCell) {
 
 // Of rows with nothing those go that have a neighbour with nothing: what stands in their place
 // takes a row too.
-std::vector<bool> KeptOf(const std::vector<bool>& occupied) {
-    std::vector<bool> kept = occupied;
-    for (size_t i = 1; i + 1 < occupied.size(); ++i) {
-        kept[i] = occupied[i] || (occupied[i - 1] && occupied[i + 1]);
+Rows WithSingleGaps(const Rows& occupied) {
+    Rows kept;
+    for (const uint64_t row : occupied) {
+        if (!kept.empty() && kept.back() + 2 == row) {
+            kept.push_back(row - 1);
+        }
+        kept.push_back(row);
     }
     return kept;
 }
 
-std::vector<bool> MergePairs(const std::vector<bool>& occupied) {
-    std::vector<bool> merged((occupied.size() + 1) / 2);
-    for (size_t i = 0; i < occupied.size(); ++i) {
-        merged[i / 2] = merged[i / 2] || occupied[i];
+Rows MergePairs(Rows rows) {
+    for (uint64_t& row : rows) {
+        row /= 2;
     }
-    return merged;
+    rows.erase(std::unique(rows.begin(), rows.end()), rows.end());
+    return rows;
 }
 
 }  // namespace
@@ -65,16 +73,26 @@ uint64_t Grid::RowEnd(uint64_t first) const {
 Grid LayOut(uint64_t units, const std::vector<const UnitSet*>& sets, uint32_t columns,
             uint32_t mostRows) {
     Grid grid = {units, 1, columns, {}};
-    std::vector<bool> shown = FindOccupied(units, sets, grid.RowUnits());
-    while (std::count(shown.begin(), shown.end(), true) > static_cast<ptrdiff_t>(mostRows)) {
-        shown = MergePairs(shown);
+    // Fewer units in a row than that would take too many rows whatever lies where.
+    for (const UnitSet* const set : sets) {
+        while (grid.RowUnits() * mostRows < set->CountBetween(0, units)) {
+            grid.unitsPerCell *= 2;
+        }
+    }
+    Rows rows = FindOccupied(units, sets, grid.RowUnits());
+    while (rows.size() > mostRows) {
+        rows = MergePairs(std::move(rows));
         grid.unitsPerCell *= 2;
     }
-    shown = shown.size() > mostRows ? KeptOf(shown) : std::vector<bool>(shown.size(), true);
-    for (size_t row = 0; row < shown.size(); ++row) {
-        if (shown[row]) {
-            grid.rows.push_back(row * grid.RowUnits());
-        }
+    const uint64_t all = (units + grid.RowUnits() - 1) / grid.RowUnits();
+    if (all > mostRows) {
+        rows = WithSingleGaps(rows);
+    } else {
+        rows.resize(all);
+        std::iota(rows.begin(), rows.end(), 0);
+    }
+    for (const uint64_t row : rows) {
+        grid.rows.push_back(row * grid.RowUnits());
     }
     return grid;
 }
