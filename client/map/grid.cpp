@@ -88,7 +88,7 @@ Grid LayOut(uint64_t units, const std::vector<const UnitSet*>& sets, uint32_t co
     if (all > mostRows) {
         rows = WithSingleGaps(rows);
     } else {
-        rows.resize(all);
+        rows.resize(static_cast<size_t>(all));
         std::iota(rows.begin(), rows.end(), 0);
     }
     for (const uint64_t row : rows) {
