@@ -112,17 +112,24 @@ bool BlockCache::ReadCopy(const Piece& piece, uint8_t* out) {
 int BlockCache::ReadBacking(const Piece& piece, uint8_t* out) {
     const uint32_t slot = TakeSlot();
     if (slot == kNoSlot) {
-        return backing_.Read(out, piece.size, UnitStart(piece.unit) + piece.begin);
+        return ReadBackingBytes(out, piece.size, UnitStart(piece.unit) + piece.begin);
     }
     const int result = TakeIn(piece, slot, out);
     Leave({slot});
     return result;
 }
 
+int BlockCache::ReadBackingBytes(void* data, size_t size, uint64_t offset) {
+    if (beforeBackingRead_) {
+        beforeBackingRead_();
+    }
+    return backing_.Read(data, size, offset);
+}
+
 int BlockCache::TakeIn(const Piece& piece, uint32_t slot, uint8_t* out) {
     static thread_local const AlignedBytes buffer = AllocateAligned(kUnitSize);
     const uint32_t length = UnitLength(piece.unit);
-    const int result = backing_.Read(buffer.get(), length, UnitStart(piece.unit));
+    const int result = ReadBackingBytes(buffer.get(), length, UnitStart(piece.unit));
     if (result != 0) {
         const std::lock_guard<std::mutex> lock(mutex_);
         table_.Free(slot);

@@ -75,6 +75,10 @@ class BlockCache {
     using TellLoss = std::function<void(const std::string& why, bool tableIsInvalid)>;
     void WhenSsdIsLost(TellLoss tell) { tellSsdIsLost_ = std::move(tell); }
 
+    // Sets a function to call before every read of the backing, without any lock held. Call this
+    // before the first request.
+    void BeforeBackingReads(std::function<void()> wait) { beforeBackingRead_ = std::move(wait); }
+
     uint64_t DeviceSize() const { return deviceSize_; }
 
     // Read and write whole ranges that lie on the device. Return 0, or -errno of the backing; the
@@ -147,6 +151,7 @@ class BlockCache {
     uint32_t UnitLength(uint32_t unit) const;
     bool ReadCopy(const Piece& piece, uint8_t* out);
     int ReadBacking(const Piece& piece, uint8_t* out);
+    int ReadBackingBytes(void* data, size_t size, uint64_t offset);
     int TakeIn(const Piece& piece, uint32_t slot, uint8_t* out);
     int WriteUnits(const uint8_t* data, size_t size, uint64_t offset);
     void UpdateCopy(const Piece& piece, const uint8_t* bytes);
@@ -182,6 +187,7 @@ class BlockCache {
     const bool ssdIsAllocated_;  // all of them had space when the cache was made
     const size_t tolerated_;     // slots that may be unsettled
     TellLoss tellSsdIsLost_;
+    std::function<void()> beforeBackingRead_;
     UnitClaims claims_;
     mutable std::mutex mutex_;  // guards what follows; claims_ may be asked under it
     UnitTable table_;

@@ -21,6 +21,7 @@ static const VerbRow kVerbs[] = {
     {"refuse-control", ControlVerb::kRefuseControl, 1, 1, UINT32_MAX},
     {"fail-read", ControlVerb::kFailRead, 2, 1, UINT64_MAX},
     {"delay-read", ControlVerb::kDelayRead, 1, 0, UINT32_MAX},
+    {"delay-backing", ControlVerb::kDelayBacking, 1, 0, UINT32_MAX},
     {"clear-faults", ControlVerb::kClearFaults, 0, 0, 0},
     {"reset-counters", ControlVerb::kResetCounters, 0, 0, 0},
     {"support-pin", ControlVerb::kSupportPin, 1, 0, 1},
@@ -82,6 +83,9 @@ int ApplyControlCommand(const ControlCommand& command, ServedCache& served) {
         case ControlVerb::kDelayRead:
             served.faults.DelayReads(static_cast<uint32_t>(first));
             return 0;
+        case ControlVerb::kDelayBacking:
+            served.faults.DelayBacking(static_cast<uint32_t>(first));
+            return 0;
         case ControlVerb::kClearFaults:
             served.faults.Clear();
             return 0;
@@ -102,6 +106,7 @@ static bool IsTestDoor(const ControlCommand& command) {
         case ControlVerb::kRefuseControl:
         case ControlVerb::kFailRead:
         case ControlVerb::kDelayRead:
+        case ControlVerb::kDelayBacking:
         case ControlVerb::kClearFaults:
             return true;
         default:

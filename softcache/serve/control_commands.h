@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
-// The commands of the `control` file, one a line. The first four are doors for tests, there only
+// The commands of the `control` file, one a line. The first five are doors for tests, there only
 // when the cache was started with them:
 //
 //   refuse-control N            the N-th control request from now fails with EIO (1 = the next)
 //   fail-read OFFSET LENGTH     reads of the device that touch these bytes fail with EIO
 //   delay-read MS               every read of the device first waits MS milliseconds (0 = off)
-//   clear-faults                undoes the three above
+//   delay-backing MS            the same for every read of the backing
+//   clear-faults                undoes the four above
 //   reset-counters              counters, released ranges and requests start again from nothing
 //   support-pin 0|1             the registry entry's supportPin
 //   state N                     the registry entry's state
@@ -24,6 +25,7 @@ enum class ControlVerb {
     kRefuseControl,
     kFailRead,
     kDelayRead,
+    kDelayBacking,
     kClearFaults,
     kResetCounters,
     kSupportPin,

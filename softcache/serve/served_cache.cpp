@@ -11,7 +11,9 @@ ServedCache::ServedCache(const Disk& backing, SsdStore& ssd, const std::vector<W
     : store(ssd),
       cache(backing, ssd, warm),
       volume(backing, ssd),
-      registry(std::move(registryDirectory), std::move(registryRecord)) {}
+      registry(std::move(registryDirectory), std::move(registryRecord)) {
+    cache.BeforeBackingReads([this] { faults.BeforeBackingRead(); });
+}
 
 std::string ServedCache::RestorePins() {
     std::vector<uint8_t> bitmap;

@@ -46,13 +46,23 @@ TEST(Faults, ReadsThatTouchAFailingRangeFail) {
     EXPECT_EQ(faults.BeforeRead(1000, 1), 0);
 }
 
+constexpr uint32_t kHour = 3600 * 1000;  // milliseconds
+
 // A read that is asked to wait for an hour.
 class WaitingRead {
   public:
-    explicit WaitingRead(Faults& faults) {
-        faults.DelayReads(3600 * 1000);
-        thread_ = std::thread([this, &faults] {
-            faults.BeforeRead(0, 1);
+    explicit WaitingRead(Faults& faults, bool backing = false) {
+        if (backing) {
+            faults.DelayBacking(kHour);
+        } else {
+            faults.DelayReads(kHour);
+        }
+        thread_ = std::thread([this, &faults, backing] {
+            if (backing) {
+                faults.BeforeBackingRead();
+            } else {
+                faults.BeforeRead(0, 1);
+            }
             done_ = true;
         });
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -69,6 +79,14 @@ TEST(Faults, ClearLetsReadsThatWaitGoOn) {
     Faults faults;
     const WaitingRead read(faults);
     faults.Clear();
+}
+
+TEST(Faults, TheBackingIsDelayedAlone) {
+    Faults faults;
+    const WaitingRead read(faults, true);
+    EXPECT_EQ(faults.BeforeRead(0, 1), 0) << "of the device, at once";
+    faults.Clear();
+    faults.BeforeBackingRead();
 }
 
 TEST(Faults, StopLetsReadsThatWaitGoOnAndLaterOnesDoNotWait) {

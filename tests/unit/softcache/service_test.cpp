@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <numeric>
@@ -368,6 +369,24 @@ TEST_F(ServiceTest, ACopyThatIsBeingReadIsNotReplaced) {
     EXPECT_TRUE(firstRight);
 }
 
+TEST_F(ServiceTest, ASlowBackingLeavesTheSsdItsSpeed) {
+    ServeBytes(kMiB);
+    ReadUnits({3});
+    ASSERT_EQ(Control("delay-backing 3600000"), 0);
+    ReadUnits({3});
+    std::atomic<bool> done{false};
+    std::thread reader([&] {
+        ReadUnits({4});
+        done = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_FALSE(done) << "it is not in the cache";
+    ReadUnits({3});
+    ASSERT_EQ(Control("clear-faults"), 0);
+    reader.join();
+    EXPECT_EQ(Stats()["residentUnits"], 2);
+}
+
 TEST_F(ServiceTest, AnSsdThatIsCutIsNamedOnceAndTheDeviceKeepsItsBytes) {
     ServeBytes(kMiB);
     const std::vector<uint32_t> all = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
@@ -544,7 +563,8 @@ TEST_F(ServiceTest, OrdersToFailAreForTestsAlone) {
     std::vector<std::string> arguments = Arguments("1M");
     arguments.pop_back();
     ASSERT_TRUE(service_.Start(arguments));
-    for (const char* door : {"refuse-control 1", "fail-read 0 1", "delay-read 1", "clear-faults"}) {
+    for (const char* door :
+         {"refuse-control 1", "fail-read 0 1", "delay-read 1", "delay-backing 1", "clear-faults"}) {
         EXPECT_EQ(Control(door), -EPERM) << door;
     }
     EXPECT_EQ(Control("reset-counters\nstate 1\nsupport-pin 1\n"), 0);
