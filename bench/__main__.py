@@ -8,33 +8,41 @@ import json
 import os
 import sys
 
-from bench import functions, pairs, plots, table, whole
+from bench import database, functions, pairs, plots, table, whole
 from lab import namespaces
 
 RESULT = os.path.join(namespaces.ROOT, "build/bench.json")
 DOCUMENT = os.path.join(namespaces.ROOT, "docs/performance.md")
-BEGIN, END = "<!-- the table, as measured -->\n", "<!-- end of the table -->\n"
+TABLE = ("<!-- the table, as measured -->\n", "<!-- end of the table -->\n")
+DATABASE = ("<!-- the database, as measured -->\n", "<!-- end of the database -->\n")
 
 
 def _measure(words, quick):
     rows = []
-    wholes = [key for keys in whole.KEYS.values() for key in keys]
-    if not words or set(words) - set(wholes):
-        rows += functions.measure([word for word in words if word not in wholes], quick)
-    if not words or set(words) & set(wholes):
-        rows += whole.measure([word for word in words if word in wholes], quick)
+    if not words or set(words) - whole.KEYS:
+        rows += functions.measure([word for word in words if word not in whole.KEYS], quick)
+    if not words or set(words) & whole.KEYS:
+        rows += whole.measure([word for word in words if word in whole.KEYS], quick)
     with open(RESULT, "w", encoding="utf-8") as file:
         json.dump(rows, file)
     return 0
 
 
+def _between(text, marks, lines):
+    """The text with other lines between two marks."""
+    begin, end = marks
+    before, rest = text.split(begin)
+    return before + begin + "\n".join(lines) + "\n" + end + rest.split(end)[1]
+
+
 def _publish(rows):
+    results = database.last()
     with open(DOCUMENT, encoding="utf-8") as file:
         text = file.read()
-    before, rest = text.split(BEGIN)
     with open(DOCUMENT, "w", encoding="utf-8") as file:
-        file.write(before + BEGIN + "\n".join(table.lines(rows)) + "\n" + END + rest.split(END)[1])
+        file.write(_between(_between(text, TABLE, table.lines(rows)), DATABASE, database.lines(results)))
     plots.draw(rows)
+    plots.draw_database(results)
 
 
 def main():
@@ -53,6 +61,8 @@ def main():
     with open(RESULT, encoding="utf-8") as file:
         rows = [pairs.Row(*row) for row in json.load(file)]
     print("\n".join(table.lines(rows)))
+    if any(row.key.startswith("database") for row in rows):
+        print("\n" + "\n".join(database.lines(database.last())))
     if options.publish:
         _publish(rows)
     return 0

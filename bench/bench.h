@@ -33,4 +33,5 @@ void Time(benchmark::State& state, double (*now)(), Action action) {
 }
 
 void RegisterBitmaps();
+void RegisterExtents();
 void RegisterQueue();

@@ -49,6 +49,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     RegisterBitmaps();
+    RegisterExtents();
     RegisterQueue();
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();

@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
 """Plots of cost against size, as SVG."""
+import contextlib
 import os
 
 from lab import namespaces
@@ -24,27 +25,53 @@ PLOTS = (
 )
 
 
-def draw(rows):
-    """Writes the plots of those rows that were measured for more than one size."""
+@contextlib.contextmanager
+def _plot(name, **size):
+    """The axes of a figure that is then written to `name`.svg."""
     import matplotlib  # pylint: disable=import-outside-toplevel  # only who publishes needs it
     matplotlib.use("Agg")
     matplotlib.rcParams.update({"svg.hashsalt": "quor", "svg.fonttype": "none", "font.size": 9})
     from matplotlib import pyplot
     os.makedirs(DIRECTORY, exist_ok=True)
+    figure, axes = pyplot.subplots(**size, layout="constrained")
+    yield axes
+    figure.savefig(f"{DIRECTORY}/{name}.svg", metadata={"Date": None})
+    pyplot.close(figure)
+
+
+def draw(rows):
+    """Writes the plots of those rows that were measured for more than one size."""
     for name, title, sizes, curves in PLOTS:
-        figure, axes = pyplot.subplots(figsize=(6, 3.6), layout="constrained")
-        for (key, ours, theirs), style in zip(curves, STYLES):
-            points = sorted(row for row in rows if row.key == key)
-            if len(points) < 2:
-                continue
-            across = [row.size for row in points]
-            axes.plot(across, [row.ours for row in points], style, color=OURS, label=ours, markersize=4)
-            if theirs:
-                axes.plot(across, [row.peer for row in points], style, color=THEIRS, label=theirs,
-                          markersize=4, fillstyle="none")
-        axes.set(xscale="linear" if name == "request" else "log", yscale="log", xlabel=sizes,
-                 ylabel="seconds", title=title)
-        axes.grid(True, which="major", alpha=0.3)
-        axes.legend(fontsize=8)
-        figure.savefig(f"{DIRECTORY}/{name}.svg", metadata={"Date": None})
-        pyplot.close(figure)
+        with _plot(name, figsize=(6, 3.6)) as axes:
+            for (key, ours, theirs), style in zip(curves, STYLES):
+                points = sorted(row for row in rows if row.key == key)
+                if len(points) < 2:
+                    continue
+                across = [row.size for row in points]
+                axes.plot(across, [row.ours for row in points], style, color=OURS, label=ours, markersize=4)
+                if theirs:
+                    axes.plot(across, [row.peer for row in points], style, color=THEIRS, label=theirs,
+                              markersize=4, fillstyle="none")
+            axes.set(xscale="linear" if name == "request" else "log", yscale="log", xlabel=sizes,
+                     ylabel="seconds", title=title)
+            axes.grid(True, which="major", alpha=0.3)
+            axes.legend(fontsize=8)
+
+
+def draw_database(results):
+    """Writes the plot of a database's queries, second by second through the three times it was watched."""
+    span = len(results[0].alone)
+    with _plot("database", figsize=(8, 3.2)) as axes:
+        for result, color, style in zip(results, (OURS, THEIRS, "#666666"), ("-", "-", "--")):
+            rates = [*result.alone, *result.beside, *result.again]
+            axes.plot(range(len(rates)), rates, style, color=color, label=result.name)
+        axes.axvspan(span, 2 * span, color="#000000", alpha=0.06)
+        axes.axvline(2 * span, color="#000000", linewidth=1)
+        top = axes.get_ylim()[1] * 1.15
+        for at, text in ((0, "alone"), (1, "another program reads\nten times the cache"),
+                         (2, "after a restart of\nthe machine")):
+            axes.text((at + 0.5) * span, top, text, ha="center", va="top", fontsize=8)
+        axes.set(ylim=(0, top * 1.02), xlim=(0, 3 * span), xlabel="seconds", ylabel="queries a second",
+                 title="A database on a disk with a cache")
+        axes.grid(True, axis="y", alpha=0.3)
+        axes.legend(fontsize=8, loc="lower right")

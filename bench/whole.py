@@ -6,8 +6,8 @@ import re
 import subprocess
 import time
 
-from bench import pairs
-from lab import command, evidence, libc, namespaces
+from bench import cache, database, pairs
+from lab import command, evidence, libc
 from lab.daemon import CONFIGURATION, STARTING, Daemon
 from lab.queue import Queue
 from lab.volume import Volume
@@ -85,6 +85,9 @@ def lists(quick):
             frag = _quiet("sh", "-c", f"find {top} -type f -print0 | xargs -0 -r filefrag")
             turns = 1 if size > 50000 else 3
             rows.append(pairs.turns("list", size, _any(command.arguments("list")), jq, turns))
+            looks = _quiet("sh", "-c", f"jq '.volumes[].files | length' {CONFIGURATION} && "
+                           f"find {top} -type f -printf '%i %s\n'")
+            rows.append(pairs.turns("list-looks", size, _any(command.arguments("list")), looks, turns))
             rows.append(pairs.turns("status", size, _any(command.arguments("status")), jq, turns))
             rows.append(pairs.turns("map", size, _any(command.arguments("map", volume.mount_path)), jq, turns))
             rows.append(pairs.turns("check", size, _any(command.arguments("check")), frag, turns))
@@ -149,16 +152,17 @@ def idle(quick):
     return rows
 
 
-ROWS = {"directory": directory, "lists": lists, "idle": idle}
-KEYS = {"directory": ["directory"], "lists": ["list", "status", "map", "check"],
-        "idle": ["idle-wakeups", "idle-memory"]}
+# what measures some rows, and their keys
+GROUPS = ((directory, ("directory",)), (lists, ("list", "list-looks", "status", "map", "check")),
+          (idle, ("idle-wakeups", "idle-memory")), (cache.measure, cache.KEYS),
+          (database.measure, database.KEYS))
+KEYS = {key for _, keys in GROUPS for key in keys}
 
 
 def measure(words, quick):
     """The rows whose key is one of `words`, all without words."""
     rows = []
-    for group, action in ROWS.items():
-        if not words or set(words) & set(KEYS[group]):
+    for action, keys in GROUPS:
+        if not words or set(words) & set(keys):
             rows += [row for row in action(quick) if not words or row.key in words]
     return rows
-

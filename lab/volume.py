@@ -44,13 +44,14 @@ class Volume:
     size, cache_size: bytes; the files behind them are sparse. XFS needs 300 MiB at least.
     cached: whether there is a cache; without one the loop device is on the backing file itself.
     mkfs: further arguments for mkfs.
+    place: the directory for its files; without one they lie in memory.
     """
 
     def __init__(self, name="vol1", mount_path=None, kind="ext4", size=512 * MIB,
-                 cache_size=64 * MIB, cached=True, mkfs=()):
+                 cache_size=64 * MIB, cached=True, mkfs=(), place=DIRECTORY):
         self.name, self.kind, self.size = name, kind, size
         self.mount_path = mount_path or f"/mnt/{name}"
-        self.directory = os.path.join(DIRECTORY, name)
+        self.directory = os.path.join(place, name)
         self.backing = os.path.join(self.directory, "backing")
         os.makedirs(self.directory)
         with open(self.backing, "wb") as file:
