@@ -75,7 +75,8 @@ Grid LayOut(uint64_t units, const std::vector<const UnitSet*>& sets, uint32_t co
     Grid grid = {units, 1, columns, {}};
     // Fewer units in a row than that would take too many rows whatever lies where.
     for (const UnitSet* const set : sets) {
-        while (grid.RowUnits() * mostRows < set->CountBetween(0, units)) {
+        const uint64_t count = set->CountBetween(0, units);
+        while (grid.RowUnits() * mostRows < count) {
             grid.unitsPerCell *= 2;
         }
     }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "client/volume/units.h"
 
+#include <endian.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <string.h>
@@ -19,19 +20,31 @@ namespace {
 constexpr size_t kReadPiece = 1 << 20;
 
 constexpr size_t kWordBytes = sizeof(uint64_t);
+constexpr uint64_t kWordUnits = 64;
 
 uint64_t CountBits(uint64_t word) {
     // Most words of a large volume have none, and to count may be a call.
     return word == 0 ? 0 : static_cast<uint64_t>(__builtin_popcountll(word));
 }
 
-// The word that begins at a byte; what lies behind the end is zero.
+// The position of the lowest bit that is set; behind the last one when none is.
+uint64_t LowestBit(uint64_t word) {
+    return word == 0 ? kWordUnits : static_cast<uint64_t>(__builtin_ctzll(word));
+}
+
+// Bits `first` to `end`, that one not included.
+uint64_t BitsBetween(uint64_t first, uint64_t end) {
+    const uint64_t below = end == kWordUnits ? ~uint64_t{0} : (uint64_t{1} << end) - 1;
+    return below & ~uint64_t{0} << first;
+}
+
+// The word that begins at a byte, its first unit in the lowest bit; behind the end there is none.
 uint64_t WordAt(const std::vector<uint8_t>& bytes, size_t begin) {
     uint64_t word = 0;
     if (begin < bytes.size()) {
         memcpy(&word, &bytes[begin], std::min(kWordBytes, bytes.size() - begin));
     }
-    return word;
+    return le64toh(word);
 }
 
 // Merges runs that touch or overlap; sorts them first.
@@ -74,11 +87,7 @@ void UnitSet::Put(const UnitRuns& runs) {
 }
 
 uint64_t UnitSet::Count() const {
-    uint64_t count = 0;
-    for (size_t i = 0; i < bytes_.size(); i += kWordBytes) {
-        count += CountBits(WordAt(bytes_, i));
-    }
-    return count;
+    return CountBetween(0, Room());
 }
 
 uint64_t UnitSet::RoomFor(const UnitRuns& runs) const {
@@ -107,10 +116,10 @@ uint64_t UnitSet::CountWithout(const UnitSet& other) const {
 
 UnitSet UnitSet::Without(const UnitSet& other) const {
     UnitSet left = *this;
-    const size_t common = std::min(bytes_.size(), other.bytes_.size());
     // Behind its end the other set has nothing to take away.
-    for (size_t i = 0; i < common; ++i) {
-        left.bytes_[i] &= static_cast<uint8_t>(~other.bytes_[i]);
+    for (size_t i = 0; i < std::min(bytes_.size(), other.bytes_.size()); i += kWordBytes) {
+        const uint64_t word = htole64(WordAt(bytes_, i) & ~WordAt(other.bytes_, i));
+        memcpy(&left.bytes_[i], &word, std::min(kWordBytes, bytes_.size() - i));
     }
     return left;
 }
@@ -119,31 +128,29 @@ uint64_t UnitSet::CountBetween(uint64_t first, uint64_t end) const {
     uint64_t count = 0;
     const uint64_t stop = std::min(end, Room());
     for (uint64_t unit = first; unit < stop;) {
-        if (unit % 8 == 0 && stop - unit >= 8) {
-            count += CountBits(bytes_[static_cast<size_t>(unit / 8)]);
-            unit += 8;
-        } else {
-            count += Has(unit) ? 1U : 0U;
-            ++unit;
-        }
+        const uint64_t word = unit - unit % kWordUnits;
+        const uint64_t next = std::min(stop, word + kWordUnits);
+        count += CountBits(WordAt(bytes_, static_cast<size_t>(word / 8)) &
+                           BitsBetween(unit - word, next - word));
+        unit = next;
     }
     return count;
 }
 
 UnitRuns UnitSet::Runs() const {
     UnitRuns runs;
-    for (size_t byte = 0; byte < bytes_.size(); ++byte) {
-        // Whole bytes of nothing are most of a large volume.
-        for (uint64_t unit = byte * uint64_t{8}; bytes_[byte] != 0 && unit < byte * uint64_t{8} + 8;
-             ++unit) {
-            if (!Has(unit)) {
-                continue;
-            }
-            if (!runs.empty() && runs.back().last + 1 == unit) {
-                runs.back().last = unit;
+    for (size_t byte = 0; byte < bytes_.size(); byte += kWordBytes) {
+        for (uint64_t word = WordAt(bytes_, byte); word != 0;) {
+            const uint64_t begin = LowestBit(word);
+            const uint64_t end = begin + LowestBit(~(word >> begin));
+            const uint64_t first = byte * uint64_t{8} + begin;
+            const uint64_t last = byte * uint64_t{8} + end - 1;
+            if (!runs.empty() && runs.back().last + 1 == first) {
+                runs.back().last = last;
             } else {
-                runs.push_back({unit, unit});
+                runs.push_back({first, last});
             }
+            word &= ~BitsBetween(begin, end);
         }
     }
     return runs;

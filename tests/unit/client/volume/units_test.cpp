@@ -72,6 +72,12 @@ Model Below(const Model& model, uint64_t room) {
     return Model(model.begin(), model.lower_bound(room));
 }
 
+void ExpectApart(const UnitRuns& runs) {
+    for (size_t i = 1; i < runs.size(); ++i) {
+        EXPECT_GT(runs[i].first, runs[i - 1].last + 1) << "runs touch or overlap";
+    }
+}
+
 TEST(Units, RunsOfExtentsAreTheUnitsOfTheirSectors) {
     std::mt19937 random(1);
     for (int round = 0; round < 300; ++round) {
@@ -79,9 +85,7 @@ TEST(Units, RunsOfExtentsAreTheUnitsOfTheirSectors) {
         const UnitRuns runs = RunsOf(extents);
         EXPECT_EQ(ModelOf(runs), Units(extents));
         EXPECT_EQ(CountUnits(runs), Units(extents).size());
-        for (size_t i = 1; i < runs.size(); ++i) {
-            EXPECT_GT(runs[i].first, runs[i - 1].last + 1) << "runs touch or overlap";
-        }
+        ExpectApart(runs);
     }
 }
 
@@ -100,6 +104,7 @@ TEST(Units, SetsDoWhatSetsDo) {
         EXPECT_EQ(ModelOf(a), modelA);
         EXPECT_EQ(a.Count(), modelA.size());
         EXPECT_EQ(ModelOf(a.Runs()), modelA);
+        ExpectApart(a.Runs());
         EXPECT_EQ(ModelOf(a.Without(b)), Without(modelA, modelB));
         EXPECT_EQ(a.CountWithout(b), Without(modelA, modelB).size());
         EXPECT_EQ(a.RoomFor(right), Below(ModelOf(right), bytes * 8).size());
