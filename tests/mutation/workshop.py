@@ -9,6 +9,7 @@ import signal
 import subprocess
 import sys
 import tempfile
+import time
 
 from changes import ROOT, apply
 
@@ -16,7 +17,8 @@ COPIED = ["CMakeLists.txt", "CMakePresets.json", "cmake", "platform", "util", "d
           "tests/CMakeLists.txt", "tests/unit/CMakeLists.txt", "tests/unit/support", "tests/unit/util",
           "tests/unit/daemon"]
 CLIENT = ["client", "tests/unit/client", "docs/man"]  # copied and built only for changes of the command
-TEST_SECONDS = 45  # they take one or two; a change that makes them hang is caught too
+LEAST_SECONDS = 45  # for a test program; one that a change makes hang is caught, too
+PATIENCE = 10       # times what the unchanged program took
 FLAGS = "-O0 -g0 -w -D_GLIBCXX_ASSERTIONS"
 
 
@@ -52,9 +54,12 @@ class Workshop:
                         "-DCMAKE_BUILD_TYPE=Debug", f"-DCMAKE_CXX_FLAGS={FLAGS}",
                         "--compile-no-warning-as-error", *options)
         self.run_or_die("ninja", "-C", self.build, f"-j{jobs}", *tests)
+        self.seconds = dict.fromkeys(tests)  # each program's limit
         for test in tests:
+            begin = time.monotonic()
             if not self.passes(test):
                 sys.exit(f"mutate: {test} fails on the unchanged sources")
+            self.seconds[test] = max(LEAST_SECONDS, PATIENCE * (time.monotonic() - begin))
 
     def run_or_die(self, *command):
         done = subprocess.run([str(c) for c in command], stdin=subprocess.DEVNULL,
@@ -69,7 +74,7 @@ class Workshop:
                                    stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                                    stderr=subprocess.DEVNULL, start_new_session=True)
         try:
-            return running.wait(TEST_SECONDS) == 0
+            return running.wait(self.seconds[test]) == 0
         except subprocess.TimeoutExpired:
             return False
         finally:
