@@ -6,7 +6,7 @@ import pathlib
 HERE = pathlib.Path(__file__).resolve().parent
 ROOT = HERE.parents[1]
 # The unit test programs that hold a room's code, the likeliest to notice first.
-TESTS_OF = {"util": ["util_test", "daemon_test"], "daemon": ["daemon_test"], "client": ["client_test"]}
+TESTS_OF = {"util": ["util_test", "daemon_test", "client_test"], "daemon": ["daemon_test"], "client": ["client_test"]}
 
 
 @dataclasses.dataclass

@@ -650,6 +650,21 @@ TEST_F(CacheWarmingTest, APendingVolumeIsSeenWithinAFile) {
     Release();
 }
 
+TEST_F(CacheWarmingTest, AnInterruptionIsNotToldAtTheNormalLevel) {
+    const std::vector<std::vector<MappedFile>> cases = {
+        {{"a", Table({Entry(0, 8)})}, {"b", Table({Entry(8, 8)})}},  // between two files
+        {{"a", Table({Entry(0, 8), Entry(8, 8)})}},                  // within one
+    };
+    int read = 0;
+    for (const std::vector<MappedFile>& files : cases) {
+        LogCapture log;
+        BecomePendingAtRead(++read);
+        EXPECT_EQ(ReadFilesToCache(volume_.mountPath.c_str(), files), kInterrupted);
+        Release();
+        EXPECT_TRUE(log.Shows({}));
+    }
+}
+
 // What fails when the volume is pending as well: the failure came first.
 TEST_F(CacheWarmingTest, AFailedReadOfAVolumeThatBecomesPendingIsAFailure) {
     std::vector<MappedFile> files = {{"a", Table({Entry(0, 8), Entry(8, 8)})}};
