@@ -159,6 +159,9 @@ ssize_t __wrap___getdelim(char** line, size_t* capacity, int, FILE* file) {
 void __wrap_free(void* block) {
     Forget(block);
     __real_free(block);
+    if (g_watching) {
+        errno = EDOM;  // as an older C library's may: what needs errno must not rely on it here
+    }
 }
 
 }  // extern "C"
