@@ -159,6 +159,24 @@ TEST_F(MutexTest, TheWorkerIsWokenBehindTheMutexAndMessagesAreReceivedWithoutIt)
     EXPECT_EQ(steps_.substr(steps_.find("receive ")), expected);
 }
 
+TEST_F(MutexTest, TheWorkerIsWokenWhenThatHasBeenTold) {
+    ASSERT_TRUE(EnterQueueSpace(true));
+    RedirectPath(kMsgServerKeyPath, dir_ / "key");
+    RequestMsg msg = {kRequestMsgType, MakeRequest(kRequestReloadPinBlocks, "/v")};
+    ASSERT_EQ(msgsnd(MsgQueueGet(kMsgServerKeyPath), &msg, sizeof(msg.body), 0), 0);
+
+    LogCapture log(2);
+    bool told = false;
+    WatchMutex(&g_service.mutex, [&](const std::string& step) {
+        if (step == "signal") {
+            told = log.Has(kDaemonLog.Verbose("GetRequests", "Signal a new request is added"));
+        }
+    });
+    Receive(1);
+    UnwatchMutex();
+    EXPECT_TRUE(told);
+}
+
 TEST_F(MutexTest, PendingMessagesTakeTheMutexForTheChangeAlone) {
     ASSERT_TRUE(EnterQueueSpace(true));
     RedirectPath(kMsgServerKeyPath, dir_ / "key");

@@ -2,6 +2,7 @@
 // The bitmap as it is made and loaded for a request.
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <functional>
 #include <string>
@@ -150,6 +151,7 @@ TEST_F(PinBitmapLoadTest, ABitmapOf2MiBIsLoadedWhole) {
     ASSERT_EQ(BitmapMemAllocateAndInit("uuid", &bitmap, &changed), 0);
     EXPECT_TRUE(std::string(bitmap->data, bitmap->data + bitmap->size) == content);
     EXPECT_EQ(CallCount(Call::kPread), 512);
+    EXPECT_LT(malloc_usable_size(bitmap->data), content.size() + (64 << 10)) << "and no more";
     BitmapFree(bitmap);
 }
 
