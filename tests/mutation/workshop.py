@@ -20,7 +20,7 @@ CLIENT = ["client", "tests/unit/client", "docs/man"]  # copied and built only fo
 LEAST_SECONDS = 45  # for a test program; one that a change makes hang is caught, too
 PATIENCE = 10       # times what the unchanged program took
 FLAGS = ("-O0 -g0 -w -D_GLIBCXX_ASSERTIONS "  # and a byte beside an array is seen, as in the tests' sanitizer builds
-         "-fsanitize=bounds -fsanitize-undefined-trap-on-error")
+         "-fsanitize=bounds-strict -fsanitize-undefined-trap-on-error")
 
 
 def build_options(directory):
