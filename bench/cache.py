@@ -1,7 +1,8 @@
 # SPDX-License-Identifier: MIT
 """The rows of the cache, by fio: beside a plain loop device on the SSD's file, and beside nbdkit's cache.
 
-All of it lies on a real disk and is read past the page cache, through loop devices that do so too.
+All of it lies on a real disk and is read through loop devices, past the page cache; nbdkit alone uses that for
+its files.
 """
 import contextlib
 import json

@@ -6,6 +6,7 @@ and everything on the SSD. The backing answers like a disk, 6 ms a read; the mac
 out of it by a memory limit on the database and small shared buffers.
 """
 import contextlib
+import itertools
 import json
 import mmap
 import os
@@ -75,10 +76,10 @@ class Cluster:
     def __init__(self, volume, group):
         self.directory, self._group = volume.path("pg"), group
 
-    def _run(self, program, *words, **options):
+    def _run(self, program, *words):
         done = subprocess.run([f"{PROGRAMS}/{program}", *words], user=USER, group=USER, extra_groups=[],
                               cwd="/", check=False, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                              text=True, **options)
+                              text=True)
         if done.returncode:
             raise RuntimeError(f"{program} failed: {done.stdout}")
         return done.stdout
@@ -148,7 +149,7 @@ class Reader:
     def _read(self, volume, units, number):
         device = os.open(volume.block_device, os.O_RDONLY | os.O_DIRECT)
         with mmap.mmap(-1, evidence.UNIT) as room:
-            for unit in units * 1000:
+            for unit in itertools.cycle(units):
                 if self._ended.is_set():
                     break
                 self._read_by[number] += os.preadv(device, [room], unit * evidence.UNIT)
@@ -193,8 +194,8 @@ def _reboot(volume, daemon):
     _slow_disk(volume)
 
 
-def _tell(name, step, _begin=time.monotonic()):
-    print(f"database, {name}: {step} ({time.monotonic() - _begin:.0f} s)", file=sys.stderr, flush=True)
+def _tell(name, step):
+    print(f"database, {name}: {step}", file=sys.stderr, flush=True)
 
 
 def _measure_one(name, sizes, group, place):

@@ -81,12 +81,12 @@ def lists(quick):
             top = _pinned(volume, size)
             daemon = Daemon(flags=()).start(wait_for=STARTING)
             Queue.open()
-            jq = _quiet("jq", ".volumes[].files | length", CONFIGURATION)
+            count = ".volumes[].files | length"
+            jq = _quiet("jq", count, CONFIGURATION)
             frag = _quiet("sh", "-c", f"find {top} -type f -print0 | xargs -0 -r filefrag")
             turns = 1 if size > 50000 else 3
             rows.append(pairs.turns("list", size, _any(command.arguments("list")), jq, turns))
-            looks = _quiet("sh", "-c", f"jq '.volumes[].files | length' {CONFIGURATION} && "
-                           f"find {top} -type f -printf '%i %s\n'")
+            looks = _quiet("sh", "-c", f"jq '{count}' {CONFIGURATION} && find {top} -type f -printf '%s\n'")
             rows.append(pairs.turns("list-looks", size, _any(command.arguments("list")), looks, turns))
             rows.append(pairs.turns("status", size, _any(command.arguments("status")), jq, turns))
             rows.append(pairs.turns("map", size, _any(command.arguments("map", volume.mount_path)), jq, turns))

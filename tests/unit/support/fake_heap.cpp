@@ -160,7 +160,7 @@ void __wrap_free(void* block) {
     Forget(block);
     __real_free(block);
     if (g_watching) {
-        errno = EDOM;  // as an older C library's may: what needs errno must not rely on it here
+        errno = EDOM;  // an older C library's free may change it: nobody may count on it behind one
     }
 }
 
